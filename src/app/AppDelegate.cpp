@@ -1,0 +1,36 @@
+#include "app/AppDelegate.h"
+
+#include "app/BaseUrlStore.h"
+#include "app/Log.h"
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "pairing/MobileDeviceListener.h"
+#include "storage/WorkingFolders.h"
+
+AppDelegate::AppDelegate() = default;
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    Session::instance(); // made on the main thread, before any listener thread touches it
+    WorkingFolders::prepareWorkingFolders();
+    m_listener = std::make_unique<MobileDeviceListener>(MobileDeviceListener::defaultPort);
+    m_listener->start();
+    logStoredSession();
+}
+
+bool AppDelegate::hasCompleteStoredSession()
+{
+    return Settings::string(Settings::userEmailKey).has_value() && BaseUrlStore::hasBaseURL();
+}
+
+void AppDelegate::logStoredSession()
+{
+    if (!hasCompleteStoredSession()) {
+        Log::line(QStringLiteral("[AppDelegate] ⚠️ User not authenticated - waiting for QR code scan from iOS"));
+        return;
+    }
+    Log::line(QStringLiteral("[AppDelegate] ✅ User authenticated: ") + Settings::string(Settings::userEmailKey).value_or(QString()));
+    Log::line(QStringLiteral("[AppDelegate] ✅ BaseURL: ")
+              + Settings::string(Settings::baseUrlKey).value_or(QStringLiteral("not set")));
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+
+class MobileDeviceListener;
+
+// Runs the start-up sequence and owns what lives as long as the process: the device
+// listener. Screens are made by the shell after start-up.
+class AppDelegate
+{
+public:
+    AppDelegate();
+    ~AppDelegate();
+
+    // Prepares the working folders, starts the listener and logs whether a stored session
+    // exists. The window opens on pairing whatever the stored session says.
+    void applicationDidFinishLaunching();
+
+    // Nothing is saved at exit: everything persistent is already on disk.
+    void applicationWillTerminate() { }
+
+    static constexpr bool applicationShouldTerminateAfterLastWindowClosed() { return true; }
+
+    // A stored session is complete when an e-mail string (even empty) and a non-empty base
+    // URL are stored.
+    static bool hasCompleteStoredSession();
+    static void logStoredSession();
+
+    MobileDeviceListener* listener() const { return m_listener.get(); }
+
+private:
+    std::unique_ptr<MobileDeviceListener> m_listener;
+};

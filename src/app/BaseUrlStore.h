@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+
+// The only writer of the stored base URL of the phone's service.
+namespace BaseUrlStore {
+
+// True when text is a well-formed absolute or relative URL reference: only characters a
+// URL may carry, valid percent escapes, and a parseable authority. Rejects, for instance,
+// any text holding a space.
+bool isWellFormedUrl(const QString& text);
+
+// Stores text unchanged when it is well formed and logs the outcome either way.
+void setBaseURL(const QString& text);
+
+bool hasBaseURL();
+
+} // namespace BaseUrlStore

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QDateTime>
+#include <QObject>
+#include <QString>
+
+#include <atomic>
+#include <mutex>
+
+// The process-wide session values shared by the listener's threads, the screens and the
+// watchdog. Each value is safe to read and write from any thread; every change is also
+// announced by a signal, which reaches receivers on the main thread queued.
+class Session : public QObject
+{
+    Q_OBJECT
+
+public:
+    static Session& instance();
+
+    QString phoneIPAddress() const;
+    void setPhoneIPAddress(const QString& address);
+
+    QString mobileDeviceName() const;
+    void setMobileDeviceName(const QString& name);
+
+    bool isPhoneConnected() const { return m_isPhoneConnected.load(); }
+    void setPhoneConnected(bool connected);
+
+    QDateTime associatesUpdatedAt() const;
+    QDateTime groupsUpdatedAt() const;
+    void markAssociatesUpdated();
+    void markGroupsUpdated();
+
+    // "http://" + phone address + suffix, the form of every call to the phone's own service.
+    QString phoneServiceUrl(QStringView suffix) const;
+
+    // Restores the initial values of a fresh process; for tests that run several scenarios.
+    void resetForTesting();
+
+Q_SIGNALS:
+    void phoneConnectedChanged(bool connected);
+    void associatesUpdated(const QDateTime& at);
+    void groupsUpdated(const QDateTime& at);
+
+private:
+    Session();
+
+    mutable std::mutex m_mutex;
+    QString m_phoneIPAddress;
+    QString m_mobileDeviceName;
+    QDateTime m_associatesUpdatedAt;
+    QDateTime m_groupsUpdatedAt;
+    std::atomic<bool> m_isPhoneConnected { false };
+};

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+// What the device listener makes of one request, without sockets: bytes in, a status and
+// the session changes to apply out.
+
+inline constexpr qint64 maxListenerBodySize = 64 * 1024;
+
+struct ListenerRequest
+{
+    QByteArray method;
+    QByteArray path;
+    QByteArray body;
+    bool hasOrigin = false;        // browsers send Origin on every cross-site POST
+    bool isChunked = false;        // a body of unknown length
+    qint64 contentLength = -1;     // -1 when the header is absent
+};
+
+struct PairingMessage
+{
+    QString ip;                    // empty when missing or not a string
+    QString mobileDeviceName;      // empty when missing or not a string
+    std::optional<QString> email;  // only a non-empty string
+    std::optional<QString> baseURL; // only a non-empty string
+};
+
+struct ListenerOutcome
+{
+    int status = 404;
+    std::optional<PairingMessage> pairing;
+    bool associatesChanged = false;
+    bool groupsChanged = false;
+};
+
+// The checks that need only the request head: Origin (403) and body size (413). Nothing
+// when the request may go on to be read.
+std::optional<int> screenListenerRequestHead(const ListenerRequest& head);
+
+// Extracts the pairing object from a request's text as the phone's listener always has: the
+// text after the first "{" up to the next "{" is the object. So a flat object is accepted and
+// an array, a nested object or array, or a "{" inside a string fail.
+std::optional<PairingMessage> parsePairingMessage(const QByteArray& method, const QByteArray& path,
+                                                  const QByteArray& body);
+
+ListenerOutcome handleListenerRequest(const ListenerRequest& request);
+
+// Writes an outcome's changes into the session: address, name, e-mail and base URL first,
+// the connected flag last, so that whoever sees the flag sees the values.
+void applyListenerOutcome(const ListenerOutcome& outcome);

@@ -1,0 +1,193 @@
+#include "app/AppDelegate.h"
+#include "app/BaseUrlStore.h"
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "common/LogCapture.h"
+
+#include <QFileInfo>
+#include <QProcess>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <thread>
+#include <vector>
+
+class TestSession : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void baseUrlValidation_data();
+    void baseUrlValidation();
+    void completeSessionRule_data();
+    void completeSessionRule();
+    void valuesAreSafeAcrossThreadsAndAnnounced();
+    void startupOfTheRealProgram_data();
+    void startupOfTheRealProgram();
+
+private:
+    void clearSettings() { Settings::open()->clear(); }
+};
+
+void TestSession::init()
+{
+    clearSettings();
+    Session::instance().resetForTesting();
+}
+
+void TestSession::baseUrlValidation_data()
+{
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("http with slash") << "http://192.168.1.20:8080/" << true;
+    QTest::newRow("no trailing slash") << "http://192.168.1.20:8080" << true;
+    QTest::newRow("relative reference") << "api/v1" << true;
+    QTest::newRow("escaped space") << "http://host/a%20b" << true;
+    QTest::newRow("ipv6 literal") << "http://[fe80::1]:8080/" << true;
+    QTest::newRow("space") << "http://host/a b" << false;
+    QTest::newRow("leading space") << " http://host/" << false;
+    QTest::newRow("bad escape") << "http://host/%zz" << false;
+    QTest::newRow("angle bracket") << "http://host/<x>" << false;
+    QTest::newRow("unclosed ipv6") << "http://[fe80::1/" << false;
+    QTest::newRow("non-ascii") << "http://hôst/" << false;
+}
+
+void TestSession::baseUrlValidation()
+{
+    QFETCH(QString, url);
+    QFETCH(bool, accepted);
+    Settings::setString(Settings::baseUrlKey, QStringLiteral("http://old/"));
+    LogCapture log;
+    BaseUrlStore::setBaseURL(url);
+    QCOMPARE(Settings::string(Settings::baseUrlKey), accepted ? url : QStringLiteral("http://old/"));
+    QCOMPARE(log.lines(), QStringList { (accepted ? QStringLiteral("[BaseUrlStore] ✅ Base URL set: ")
+                                                  : QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: "))
+                                        + url });
+}
+
+void TestSession::completeSessionRule_data()
+{
+    QTest::addColumn<QVariant>("email");
+    QTest::addColumn<QVariant>("baseURL");
+    QTest::addColumn<bool>("complete");
+    QTest::newRow("both") << QVariant(u"a@b.c"_qs) << QVariant(u"http://h/"_qs) << true;
+    QTest::newRow("empty e-mail counts") << QVariant(QString(u""_qs)) << QVariant(u"http://h/"_qs) << true;
+    QTest::newRow("empty base URL") << QVariant(u"a@b.c"_qs) << QVariant(QString(u""_qs)) << false;
+    QTest::newRow("no e-mail") << QVariant() << QVariant(u"http://h/"_qs) << false;
+    QTest::newRow("nothing") << QVariant() << QVariant() << false;
+}
+
+void TestSession::completeSessionRule()
+{
+    QFETCH(QVariant, email);
+    QFETCH(QVariant, baseURL);
+    if (email.isValid())
+        Settings::setString(Settings::userEmailKey, email.toString());
+    if (baseURL.isValid())
+        Settings::setString(Settings::baseUrlKey, baseURL.toString());
+    QTEST(AppDelegate::hasCompleteStoredSession(), "complete");
+}
+
+void TestSession::valuesAreSafeAcrossThreadsAndAnnounced()
+{
+    Session& session = Session::instance();
+    QSignalSpy connected(&session, &Session::phoneConnectedChanged);
+    QSignalSpy groups(&session, &Session::groupsUpdated);
+    QSignalSpy associates(&session, &Session::associatesUpdated);
+    const QDateTime associatesBefore = session.associatesUpdatedAt();
+
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 4; ++i) {
+        writers.emplace_back([i, &session] {
+            for (int n = 0; n < 2000; ++n) {
+                session.setPhoneIPAddress(QStringLiteral("10.0.0.%1").arg(i));
+                session.setMobileDeviceName(QStringLiteral("phone %1 with a longer name").arg(i));
+                (void)session.phoneIPAddress();
+            }
+            session.markGroupsUpdated();
+            session.setPhoneConnected(true);
+        });
+    }
+    for (auto& writer : writers)
+        writer.join();
+
+    QVERIFY(session.phoneIPAddress().startsWith(u"10.0.0."));
+    QVERIFY(session.isPhoneConnected());
+    // Signals from other threads arrive queued on this thread: one flag change, four stamps.
+    QTRY_COMPARE(groups.size(), 4);
+    QCOMPARE(connected.size(), 1);
+    QCOMPARE(connected.at(0).at(0).toBool(), true);
+    QCOMPARE(associates.size(), 0);
+    QCOMPARE(session.associatesUpdatedAt(), associatesBefore);
+    QVERIFY(session.groupsUpdatedAt() >= associatesBefore);
+    session.setPhoneConnected(true);
+    session.setPhoneConnected(false);
+    QCOMPARE(connected.size(), 2);
+}
+
+void TestSession::startupOfTheRealProgram_data()
+{
+    QTest::addColumn<QVariant>("email");
+    QTest::addColumn<QVariant>("baseURL");
+    QTest::addColumn<QStringList>("expected");
+    const QString waiting = QStringLiteral("[AppDelegate] ⚠️ User not authenticated - waiting for QR code scan from iOS");
+    QTest::newRow("fresh account") << QVariant() << QVariant() << QStringList { waiting };
+    QTest::newRow("complete") << QVariant(u"ann@example.com"_qs) << QVariant(u"http://10.0.0.7:8080/"_qs)
+                              << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: ann@example.com"),
+                                               QStringLiteral("[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/") };
+    QTest::newRow("empty e-mail") << QVariant(QString(u""_qs)) << QVariant(u"http://h/"_qs)
+                                  << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: "),
+                                                   QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
+    QTest::newRow("no base URL") << QVariant(u"ann@example.com"_qs) << QVariant() << QStringList { waiting };
+}
+
+void TestSession::startupOfTheRealProgram()
+{
+    QFETCH(QVariant, email);
+    QFETCH(QVariant, baseURL);
+    QFETCH(QStringList, expected);
+
+    QTemporaryDir home;
+    const QString config = home.filePath(QStringLiteral(".config"));
+    {
+        // The file the program reads its settings from, written as an earlier run left it.
+        QSettings stored(config + QStringLiteral("/Varnex/Varnex Desktop.conf"), QSettings::IniFormat);
+        if (email.isValid())
+            stored.setValue(QString::fromLatin1(Settings::userEmailKey), email.toString());
+        if (baseURL.isValid())
+            stored.setValue(QString::fromLatin1(Settings::baseUrlKey), baseURL.toString());
+    }
+
+    for (int run = 0; run < 2; ++run) {
+        QProcess program;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("HOME"), home.path());
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), config);
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        program.setProcessEnvironment(env);
+        program.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
+        QVERIFY(program.waitForStarted());
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT((output += program.readAllStandardOutput(),
+                                  output.contains(expected.last().toUtf8())),
+                                 20000);
+        program.terminate();
+        QVERIFY(program.waitForFinished(10000));
+
+        // The start-up lines, in order; a busy port 8888 may add its own line before them.
+        QStringList lines = QString::fromUtf8(output).split(u'\n', Qt::SkipEmptyParts);
+        lines.removeIf([](const QString& l) { return l.startsWith(u"[MobileDeviceListener]"); });
+        QCOMPARE(lines, expected);
+        QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/EncryptedFiles"))).isDir());
+        QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/DecryptedFiles"))).isDir());
+    }
+    // The stored values survive both runs untouched.
+    QSettings stored(config + QStringLiteral("/Varnex/Varnex Desktop.conf"), QSettings::IniFormat);
+    QCOMPARE(stored.value(QString::fromLatin1(Settings::baseUrlKey)), baseURL);
+}
+
+QTEST_GUILESS_MAIN(TestSession)
+#include "tst_session.moc"
