@@ -81,9 +81,11 @@ void Session::markGroupsUpdated()
     Q_EMIT groupsUpdated(now);
 }
 
-QString Session::phoneServiceUrl(QStringView suffix) const
+QString Session::phoneServiceUrl(QStringView path) const
 {
-    return QStringLiteral("http://") + phoneIPAddress() + suffix;
+    if (path.startsWith(u":8080"))
+        path = path.mid(5);
+    return QStringLiteral("http://") + phoneIPAddress() + u':' + QString::number(m_phoneServicePort.load()) + path;
 }
 
 void Session::resetForTesting()

@@ -31,8 +31,13 @@ public:
     void markAssociatesUpdated();
     void markGroupsUpdated();
 
-    // "http://" + phone address + suffix, the form of every call to the phone's own service.
-    QString phoneServiceUrl(QStringView suffix) const;
+    // "http://" + phone address + ":8080" + path, the form of every call to the phone's own
+    // service; path is "/ping" and the like (a leading ":8080" is accepted and dropped).
+    QString phoneServiceUrl(QStringView path) const;
+
+    // The phone's service port is 8080. Tests run their phone simulator on a free port instead.
+    static constexpr quint16 defaultPhoneServicePort = 8080;
+    void setPhoneServicePortForTesting(quint16 port) { m_phoneServicePort.store(port); }
 
     // Restores the initial values of a fresh process; for tests that run several scenarios.
     void resetForTesting();
@@ -51,4 +56,5 @@ private:
     QDateTime m_associatesUpdatedAt;
     QDateTime m_groupsUpdatedAt;
     std::atomic<bool> m_isPhoneConnected { false };
+    std::atomic<quint16> m_phoneServicePort { defaultPhoneServicePort };
 };
