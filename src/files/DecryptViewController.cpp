@@ -1,0 +1,7 @@
+#include "files/DecryptViewController.h"
+
+DecryptViewController::DecryptViewController(QWidget* parent)
+    : QWidget(parent)
+{
+    setObjectName(QStringLiteral("DecryptViewController"));
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+class QWidget;
+
+// The one seam for every modal dialog and every hand-over to the desktop environment, so
+// tests can answer dialogs and observe what would have been opened, without a person.
+class Dialogs
+{
+public:
+    enum class Style { Informational, Warning, Critical };
+
+    virtual ~Dialogs() = default;
+
+    // A message with a single "OK" button.
+    virtual void alert(QWidget* parent, const QString& title, const QString& message, Style style) = 0;
+
+    // Asks a question; returns the index of the chosen button (buttons in display order, the
+    // first is the default), or -1 when the dialog was dismissed.
+    virtual int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons,
+                    Style style) = 0;
+
+    // Asks for one line of text; nothing when cancelled.
+    virtual std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message,
+                                           const QString& initialText, const QString& placeholder,
+                                           const QString& okButton, const QString& cancelButton) = 0;
+
+    // Lets the user pick several of `items`; returns the chosen indexes, nothing when cancelled.
+    virtual std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title, const QString& message,
+                                                  const QStringList& items, const QString& okButton,
+                                                  const QString& cancelButton) = 0;
+
+    // The choose-files dialog: several files, no folders, starting in `folder`.
+    virtual QStringList chooseFiles(QWidget* parent, const QString& folder) = 0;
+
+    // Opens a file with its default application, or a folder in the file manager.
+    virtual bool openPath(const QString& path) = 0;
+
+    // The dialogs in use; real ones unless a test installed its own.
+    static Dialogs& current();
+    // Installs `dialogs` (not owned) for the process; nullptr restores the real ones.
+    static void setCurrent(Dialogs* dialogs);
+};
+
+// The single "OK" dialog of the file screens.
+void showAlert(QWidget* parent, const QString& title, const QString& message, Dialogs::Style style);

@@ -1,0 +1,7 @@
+#include "files/EncryptViewController.h"
+
+EncryptViewController::EncryptViewController(QWidget* parent)
+    : QWidget(parent)
+{
+    setObjectName(QStringLiteral("EncryptViewController"));
+}

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <httplib.h>
+
+// Runs the phone simulator on a free loopback port for one test, with its state in a fresh
+// folder, and talks to its control interface.
+class PhoneSimProcess
+{
+public:
+    explicit PhoneSimProcess(const QStringList& extraArguments = {})
+    {
+        m_process.setProcessChannelMode(QProcess::SeparateChannels);
+        m_process.start(qEnvironmentVariable("VARNEX_PHONE_SIM_BINARY"),
+                        QStringList { QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--data"),
+                                      m_data.path() }
+                            + extraArguments);
+        if (!m_process.waitForStarted(10000))
+            return;
+        static const QRegularExpression listening(QStringLiteral("listening on ([^:\\s]+):(\\d+)"));
+        QByteArray output;
+        while (m_port == 0 && m_process.waitForReadyRead(15000)) {
+            output += m_process.readAllStandardOutput();
+            const auto match = listening.match(QString::fromUtf8(output));
+            if (match.hasMatch())
+                m_port = quint16(match.captured(2).toUInt());
+        }
+    }
+
+    ~PhoneSimProcess() { stop(); }
+
+    void stop()
+    {
+        if (m_process.state() == QProcess::NotRunning)
+            return;
+        m_process.terminate();
+        if (!m_process.waitForFinished(5000))
+            m_process.kill();
+        m_process.waitForFinished(2000);
+    }
+
+    bool isRunning() const { return m_port != 0 && m_process.state() == QProcess::Running; }
+    quint16 port() const { return m_port; }
+    QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1/").arg(m_port); }
+    QString dataPath() const { return m_data.path(); }
+
+    // Sets a fault (see the simulator's README); true when it was accepted.
+    bool setFault(const QJsonObject& fault) { return post("/sim/faults", fault) == 200; }
+    bool clearFaults() { return request("DELETE", "/sim/faults") == 200; }
+    bool clearRequests() { return request("DELETE", "/sim/requests") == 200; }
+
+    // The requests the simulator received, oldest first.
+    QJsonArray requests()
+    {
+        httplib::Client client("127.0.0.1", m_port);
+        auto res = client.Get("/sim/requests");
+        if (!res)
+            return {};
+        return QJsonDocument::fromJson(QByteArray::fromStdString(res->body)).object().value(u"requests").toArray();
+    }
+
+    QJsonObject state()
+    {
+        httplib::Client client("127.0.0.1", m_port);
+        auto res = client.Get("/sim/state");
+        return res ? QJsonDocument::fromJson(QByteArray::fromStdString(res->body)).object() : QJsonObject();
+    }
+
+    int post(const char* path, const QJsonObject& body)
+    {
+        httplib::Client client("127.0.0.1", m_port);
+        auto res = client.Post(path, QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(),
+                               "application/json");
+        return res ? res->status : -1;
+    }
+
+    int request(const char* method, const char* path)
+    {
+        httplib::Client client("127.0.0.1", m_port);
+        httplib::Result res = std::string_view(method) == "DELETE" ? client.Delete(path) : client.Get(path);
+        return res ? res->status : -1;
+    }
+
+private:
+    QTemporaryDir m_data;
+    QProcess m_process;
+    quint16 m_port = 0;
+};
