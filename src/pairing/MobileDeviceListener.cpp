@@ -7,7 +7,7 @@
 
 #include <httplib.h>
 
-Q_LOGGING_CATEGORY(lcListener, "varnex.pairing")
+Q_LOGGING_CATEGORY(lcListener, "varnex.pairing", QtInfoMsg)
 
 namespace {
 
