@@ -18,6 +18,7 @@ int main(int argc, char* argv[])
     delegate.applicationDidFinishLaunching();
 
     AppWindow window;
+    window.showPairing();
     window.show();
 
     const int status = app.exec();

@@ -1,13 +1,69 @@
 #include "shell/AppWindow.h"
 
+#include "pairing/QRCodeViewController.h"
+#include "shell/Colors.h"
+#include "shell/MainViewController.h"
+#include "shell/ReplacePresentationAnimator.h"
+#include "shell/ScreenFactory.h"
 #include "shell/Texts.h"
+
+#include <QIcon>
+#include <QVBoxLayout>
 
 AppWindow::AppWindow(QWidget* parent)
     : QWidget(parent)
+    , m_layout(new QVBoxLayout(this))
 {
+    m_layout->setContentsMargins(0, 0, 0, 0);
     setWindowTitle(Texts::varnexDesktopNotConnected());
+    setWindowIcon(QIcon(QStringLiteral(":/images/varnex.svg")));
     resize(1100, 720);
-    setMinimumSize(960, 640);
-    setPalette(QPalette(QColor(255, 192, 0)));
+    setMinimumSize(980, 640);
+    QPalette palette = this->palette();
+    palette.setColor(QPalette::Window, Colors::primaryColor);
+    setPalette(palette);
     setAutoFillBackground(true);
+}
+
+void AppWindow::setContent(QWidget* screen)
+{
+    if (m_content == screen)
+        return;
+    if (m_content) {
+        m_layout->removeWidget(m_content);
+        m_content->hide();
+        m_content->deleteLater();
+    }
+    m_content = screen;
+    if (screen) {
+        m_layout->addWidget(screen);
+        screen->show();
+        screen->setFocus();
+    }
+    Q_EMIT contentChanged(screen);
+}
+
+void AppWindow::present(QWidget* screen)
+{
+    if (!m_content || !isVisible()) {
+        setContent(screen);
+        return;
+    }
+    auto* animator = new ReplacePresentationAnimator(this);
+    connect(animator, &ReplacePresentationAnimator::finished, animator, &QObject::deleteLater);
+    animator->animatePresentation(screen, m_content);
+}
+
+void AppWindow::showPairing()
+{
+    auto* pairing = static_cast<QRCodeViewController*>(ScreenFactory::make(QStringLiteral("qrCode_vc")));
+    connect(pairing, &QRCodeViewController::pairingAccepted, this, &AppWindow::showMain);
+    present(pairing);
+}
+
+void AppWindow::showMain()
+{
+    auto* main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
+    connect(main, &MainViewController::connectionLost, this, &AppWindow::showPairing);
+    present(main);
 }

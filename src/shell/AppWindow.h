@@ -1,13 +1,34 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
 
+class QVBoxLayout;
+
 // The application's single window. It shows one content screen at a time: the pairing
-// screen while no phone is connected, the main window's content while one is.
+// screen while no phone is connected, the main window's content while one is, and moves
+// between them with a fade.
 class AppWindow : public QWidget
 {
     Q_OBJECT
 
 public:
     explicit AppWindow(QWidget* parent = nullptr);
+
+    QWidget* content() const { return m_content; }
+    // Replaces the content screen at once; the old one is deleted.
+    void setContent(QWidget* screen);
+
+    // The flow: pairing screen first; main window after a pairing; back on a lost phone.
+    void showPairing();
+    void showMain();
+
+Q_SIGNALS:
+    void contentChanged(QWidget* screen);
+
+private:
+    void present(QWidget* screen);
+
+    QVBoxLayout* m_layout = nullptr;
+    QPointer<QWidget> m_content;
 };

@@ -1,0 +1,286 @@
+#include "shell/MainViewController.h"
+
+#include "app/Session.h"
+#include "files/DecryptViewController.h"
+#include "files/EncryptViewController.h"
+#include "shell/AboutViewController.h"
+#include "shell/Colors.h"
+#include "shell/ConnectionWatchdog.h"
+#include "shell/ScreenFactory.h"
+#include "shell/Texts.h"
+#include "widgets/CustomButton.h"
+
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QLoggingCategory>
+#include <QPainter>
+#include <QPainterPath>
+#include <QStackedLayout>
+#include <QSvgWidget>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+Q_LOGGING_CATEGORY(lcMain, "varnex.shell")
+
+namespace {
+
+enum Corner { topLeft = 1, topRight = 2, bottomRight = 4, bottomLeft = 8 };
+
+// A rectangle with chosen corners rounded, filled with one colour.
+class RoundedFill : public QWidget
+{
+public:
+    RoundedFill(QColor color, qreal radius, int corners, QWidget* parent)
+        : QWidget(parent)
+        , m_color(color)
+        , m_radius(radius)
+        , m_corners(corners)
+    {
+        setAttribute(Qt::WA_OpaquePaintEvent, false);
+    }
+
+    QColor color() const { return m_color; }
+    void setColor(const QColor& color)
+    {
+        m_color = color;
+        update();
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        p.setBrush(m_color);
+        const QRectF r = rect();
+        const qreal d = m_radius * 2;
+        QPainterPath path;
+        path.moveTo(r.left(), r.top() + ((m_corners & topLeft) ? m_radius : 0));
+        if ((m_corners & topLeft))
+            path.arcTo(QRectF(r.left(), r.top(), d, d), 180, -90);
+        path.lineTo(r.right() - ((m_corners & topRight) ? m_radius : 0), r.top());
+        if ((m_corners & topRight))
+            path.arcTo(QRectF(r.right() - d, r.top(), d, d), 90, -90);
+        path.lineTo(r.right(), r.bottom() - ((m_corners & bottomRight) ? m_radius : 0));
+        if ((m_corners & bottomRight))
+            path.arcTo(QRectF(r.right() - d, r.bottom() - d, d, d), 0, -90);
+        path.lineTo(r.left() + ((m_corners & bottomLeft) ? m_radius : 0), r.bottom());
+        if ((m_corners & bottomLeft))
+            path.arcTo(QRectF(r.left(), r.bottom() - d, d, d), 270, -90);
+        path.closeSubpath();
+        p.drawPath(path);
+    }
+
+private:
+    QColor m_color;
+    qreal m_radius;
+    int m_corners;
+};
+
+constexpr int tabCorners = topLeft | topRight;
+
+CustomButton* makeTab(QWidget* backing, const QString& title)
+{
+    auto* tab = new CustomButton(backing);
+    tab->setTitle(title);
+    tab->setAccessibleName(title);
+    tab->setCornerRadius(12);
+    // The active look is what an unselected tab shows.
+    tab->setActiveBackgroundColor(Colors::darkOrange);
+    tab->setActiveTextColor(Colors::grayColor);
+    QFont font = tab->font();
+    font.setPointSize(13);
+    font.setBold(true);
+    font.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
+    tab->setFont(font);
+    auto* fill = new QHBoxLayout(backing);
+    fill->setContentsMargins(0, 0, 0, 0);
+    fill->addWidget(tab);
+    backing->setFixedSize(170, 46);
+    return tab;
+}
+
+} // namespace
+
+namespace {
+std::chrono::milliseconds watchdogPeriod = std::chrono::seconds(3);
+std::chrono::milliseconds pingTimeout = std::chrono::seconds(3);
+} // namespace
+
+void MainViewController::setWatchdogTimingForTesting(std::chrono::milliseconds period,
+                                                     std::chrono::milliseconds timeout)
+{
+    watchdogPeriod = period;
+    pingTimeout = timeout;
+}
+
+MainViewController::MainViewController(QWidget* parent)
+    : QWidget(parent)
+    , m_watchdog(new ConnectionWatchdog(watchdogPeriod, pingTimeout, this))
+{
+    setObjectName(QStringLiteral("main_vc"));
+    connect(m_watchdog, &ConnectionWatchdog::connectionLost, this, &MainViewController::connectionLost);
+    viewDidLoad();
+}
+
+void MainViewController::viewDidLoad()
+{
+    qCInfo(lcMain, "🔵 MainViewController viewDidLoad started");
+    m_watchdog->start();
+
+    // Header: the product on the left, the navigation on the right, sitting on the panel.
+    auto* logo = new QSvgWidget(QStringLiteral(":/images/varnex.svg"), this);
+    logo->setFixedSize(34, 34);
+    auto* product = new QLabel(QStringLiteral("VARNEX"), this);
+    QFont productFont = product->font();
+    productFont.setPointSize(17);
+    productFont.setBold(true);
+    productFont.setLetterSpacing(QFont::AbsoluteSpacing, 3);
+    product->setFont(productFont);
+    product->setStyleSheet(QStringLiteral("color: white;"));
+
+    auto* encryptBacking = new RoundedFill(Colors::primaryColor, 12, tabCorners, this);
+    auto* decryptBacking = new RoundedFill(Colors::primaryColor, 12, tabCorners, this);
+    encryptButton = encryptBacking;
+    decryptButton = decryptBacking;
+    //: Encrypt navigation button
+    //% "ENCRYPT"
+    encryptButtonTest = makeTab(encryptBacking, qtTrId("encryptButton"));
+    //: Decrypt navigaiton button
+    //% "DECRYPT"
+    decryptButtonCustom = makeTab(decryptBacking, qtTrId("decryptButton"));
+    decryptButton->setAccessibleName(decryptButtonCustom->title());
+
+    aboutButton = new QToolButton(this);
+    aboutButton->setAutoRaise(true);
+    aboutButton->setFixedSize(53, 53);
+    aboutButton->setIconSize(QSize(30, 30));
+    aboutButton->setAccessibleName(QStringLiteral("About"));
+    aboutButton->setToolTip(QStringLiteral("About"));
+    aboutButton->setCursor(Qt::PointingHandCursor);
+    setAboutIcon(QStringLiteral("info"));
+
+    connect(encryptButtonTest, &CustomButton::clicked, this, &MainViewController::selectEncrypt);
+    connect(decryptButtonCustom, &CustomButton::clicked, this, &MainViewController::selectDecrypt);
+    connect(aboutButton, &QToolButton::clicked, this, &MainViewController::selectAbout);
+
+    auto* header = new QHBoxLayout;
+    header->setContentsMargins(28, 10, 20, 0);
+    header->setSpacing(10);
+    header->addWidget(logo, 0, Qt::AlignVCenter);
+    header->addWidget(product, 0, Qt::AlignVCenter);
+    header->addStretch();
+    header->addWidget(encryptBacking, 0, Qt::AlignBottom);
+    header->addWidget(decryptBacking, 0, Qt::AlignBottom);
+    header->addSpacing(8);
+    header->addWidget(aboutButton, 0, Qt::AlignVCenter);
+
+    // The grey panel with its one rounded corner, holding the screens.
+    auto* panel = new RoundedFill(Colors::grayColor, 35, topLeft, this);
+    grayBackground = panel;
+    container = new QWidget(panel);
+    container->setObjectName(QStringLiteral("container"));
+    auto* panelLayout = new QVBoxLayout(panel);
+    panelLayout->setContentsMargins(24, 22, 24, 20);
+    panelLayout->addWidget(container);
+    m_stack = new QStackedLayout(container);
+    m_stack->setContentsMargins(0, 0, 0, 0);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addLayout(header);
+    layout->addWidget(panel, 1);
+
+    vc1 = static_cast<EncryptViewController*>(ScreenFactory::make(QStringLiteral("EncryptViewController"), container));
+    vc2 = static_cast<DecryptViewController*>(ScreenFactory::make(QStringLiteral("DecryptViewController"), container));
+    vc3 = static_cast<AboutViewController*>(ScreenFactory::make(QStringLiteral("AboutViewController"), container));
+    for (QWidget* screen : { static_cast<QWidget*>(vc1), static_cast<QWidget*>(vc2), static_cast<QWidget*>(vc3) })
+        m_stack->addWidget(screen);
+    m_stack->setCurrentWidget(vc1);
+
+    setTabOrder(encryptButtonTest, decryptButtonCustom);
+    setTabOrder(decryptButtonCustom, aboutButton);
+    qCInfo(lcMain, "🔵 MainViewController viewDidLoad finished");
+    viewDidAppear();
+}
+
+void MainViewController::viewDidAppear()
+{
+    qCInfo(lcMain, "🟢 MainViewController viewDidAppear started");
+    encryptButtonTest->setBackgroundColor(Colors::grayColor);
+    encryptButtonTest->setTextColor(Colors::primaryColor);
+    decryptButtonCustom->setBackgroundColor(Colors::darkOrange);
+    decryptButtonCustom->setTextColor(Colors::grayColor);
+    decryptButtonCustom->setChecked(true);
+    decryptButtonCustom->refresh();
+    encryptButtonTest->refresh();
+    setAboutIcon(QStringLiteral("info"));
+    qCInfo(lcMain, "🟢 MainViewController viewDidAppear finished");
+}
+
+void MainViewController::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    window()->setWindowTitle(Texts::varnexDesktopConnected() + Session::instance().mobileDeviceName() + u')');
+}
+
+void MainViewController::showScreen(QWidget* screen)
+{
+    m_stack->setCurrentWidget(screen);
+}
+
+QWidget* MainViewController::currentScreen() const
+{
+    return m_stack->currentWidget();
+}
+
+void MainViewController::setAboutIcon(const QString& name)
+{
+    m_aboutIcon = name;
+    aboutButton->setIcon(QIcon(u":/images/" + name + u".svg"));
+}
+
+QColor MainViewController::encryptButtonBackground() const
+{
+    return static_cast<RoundedFill*>(encryptButton)->color();
+}
+
+namespace {
+
+void setTabLook(CustomButton* tab, const QColor& background, const QColor& text, bool on)
+{
+    tab->setBackgroundColor(background);
+    tab->setTextColor(text);
+    tab->setChecked(on);
+    tab->refresh();
+}
+
+} // namespace
+
+void MainViewController::selectEncrypt()
+{
+    showScreen(vc1);
+    setTabLook(encryptButtonTest, Colors::grayColor, Colors::primaryColor, false);
+    setTabLook(decryptButtonCustom, Colors::darkOrange, Colors::grayColor, true);
+    setAboutIcon(QStringLiteral("info"));
+}
+
+void MainViewController::selectDecrypt()
+{
+    showScreen(vc2);
+    setTabLook(encryptButtonTest, Colors::darkOrange, Colors::grayColor, true);
+    setTabLook(decryptButtonCustom, Colors::grayColor, Colors::primaryColor, false);
+    static_cast<RoundedFill*>(encryptButton)->setColor(Colors::darkOrange);
+    setAboutIcon(QStringLiteral("info"));
+}
+
+void MainViewController::selectAbout()
+{
+    showScreen(vc3);
+    setTabLook(encryptButtonTest, Colors::darkOrange, Colors::grayColor, true);
+    setTabLook(decryptButtonCustom, Colors::darkOrange, Colors::grayColor, true);
+    setAboutIcon(QStringLiteral("info_fill"));
+}

@@ -1,0 +1,238 @@
+#include "app/Session.h"
+#include "app/Translations.h"
+#include "common/PhoneSimProcess.h"
+#include "files/DecryptViewController.h"
+#include "files/EncryptViewController.h"
+#include "pairing/QRCodeViewController.h"
+#include "shell/AboutViewController.h"
+#include "shell/AppWindow.h"
+#include "shell/Colors.h"
+#include "shell/MainViewController.h"
+#include "shell/ProgressOverlay.h"
+#include "widgets/CustomButton.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QPushButton>
+#include <QToolButton>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+class TestShell : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void navigationLooks_data();
+    void navigationLooks();
+    void screensAreMadeOnceAndKept();
+    void connectedTitle_data();
+    void connectedTitle();
+    void watchdogKeepsAnAnsweringPhone();
+    void watchdogReturnsToPairingWhenThePhoneGoesQuiet_data();
+    void watchdogReturnsToPairingWhenThePhoneGoesQuiet();
+    void overlaysShowTheirTextsAndStages();
+    void aboutShowsTheVersion();
+};
+
+void TestShell::initTestCase()
+{
+    QCoreApplication::setApplicationVersion(QStringLiteral(VARNEX_VERSION));
+    installTranslations(*QCoreApplication::instance());
+}
+
+void TestShell::init()
+{
+    MainViewController::setWatchdogTimingForTesting(3s, 3s);
+    Session::instance().resetForTesting();
+    Session::instance().setPhoneServicePortForTesting(Session::defaultPhoneServicePort);
+}
+
+struct Look
+{
+    QColor background;
+    QColor text;
+    bool on;
+};
+Q_DECLARE_METATYPE(Look)
+
+void TestShell::navigationLooks_data()
+{
+    QTest::addColumn<QStringList>("actions");
+    QTest::addColumn<int>("screen");
+    QTest::addColumn<Look>("encryptTab");
+    QTest::addColumn<Look>("decryptTab");
+    QTest::addColumn<QString>("icon");
+    QTest::addColumn<bool>("backingDarkOrange");
+    const Look selected { Colors::grayColor, Colors::primaryColor, false };
+    const Look unselected { Colors::darkOrange, Colors::grayColor, true };
+    QTest::newRow("fresh") << QStringList {} << 0 << selected << unselected << "info" << false;
+    QTest::newRow("decrypt") << QStringList { u"decrypt"_qs } << 1 << unselected << selected << "info" << true;
+    QTest::newRow("about") << QStringList { u"about"_qs } << 2 << unselected << unselected << "info_fill" << false;
+    QTest::newRow("decrypt then encrypt keeps backing")
+        << QStringList { u"decrypt"_qs, u"encrypt"_qs } << 0 << selected << unselected << "info" << true;
+    QTest::newRow("about then decrypt") << QStringList { u"about"_qs, u"decrypt"_qs } << 1 << unselected << selected
+                                        << "info" << true;
+}
+
+void TestShell::navigationLooks()
+{
+    QFETCH(QStringList, actions);
+    QFETCH(int, screen);
+    QFETCH(Look, encryptTab);
+    QFETCH(Look, decryptTab);
+    QFETCH(bool, backingDarkOrange);
+
+    MainViewController main;
+    main.resize(1100, 720);
+    main.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&main));
+    for (const QString& action : actions) {
+        // Through the buttons, as a user would.
+        if (action == u"encrypt")
+            QTest::mouseClick(main.encryptButtonTest, Qt::LeftButton);
+        else if (action == u"decrypt")
+            QTest::mouseClick(main.decryptButtonCustom, Qt::LeftButton);
+        else
+            QTest::mouseClick(main.aboutButton, Qt::LeftButton);
+    }
+    const QList<QWidget*> screens { main.vc1, main.vc2, main.vc3 };
+    QCOMPARE(main.currentScreen(), screens.at(screen));
+    QCOMPARE(main.encryptButtonTest->backgroundColor(), encryptTab.background);
+    QCOMPARE(main.encryptButtonTest->textColor(), encryptTab.text);
+    QCOMPARE(main.encryptButtonTest->isChecked(), encryptTab.on);
+    QCOMPARE(main.decryptButtonCustom->backgroundColor(), decryptTab.background);
+    QCOMPARE(main.decryptButtonCustom->textColor(), decryptTab.text);
+    QCOMPARE(main.decryptButtonCustom->isChecked(), decryptTab.on);
+    QTEST(main.aboutIconName(), "icon");
+    QCOMPARE(main.encryptButtonBackground() == Colors::darkOrange, backingDarkOrange);
+}
+
+void TestShell::screensAreMadeOnceAndKept()
+{
+    MainViewController main;
+    main.show();
+    QVERIFY(main.vc1 && main.vc2 && main.vc3);
+    auto* label = new QLabel(QStringLiteral("kept"), main.vc2);
+    QPointer<QWidget> encrypt = main.vc1;
+    for (int round = 0; round < 2; ++round) {
+        main.selectDecrypt();
+        main.selectAbout();
+        main.selectEncrypt();
+    }
+    main.selectDecrypt();
+    QCOMPARE(main.currentScreen(), main.vc2);
+    QCOMPARE(label->parentWidget(), main.vc2);
+    QCOMPARE(main.vc1, encrypt.data());
+    QCOMPARE(main.encryptButtonTest->title(), QStringLiteral("ENCRYPT"));
+    QCOMPARE(main.decryptButtonCustom->title(), QStringLiteral("DECRYPT"));
+}
+
+void TestShell::connectedTitle_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("named") << "My phone" << "Varnex Dekstop Application (Connected: My phone)";
+    QTest::newRow("no name") << "" << "Varnex Dekstop Application (Connected: )";
+}
+
+void TestShell::connectedTitle()
+{
+    QFETCH(QString, name);
+    Session::instance().setMobileDeviceName(name);
+    AppWindow window;
+    window.showMain();
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QTEST(window.windowTitle(), "title");
+}
+
+void TestShell::watchdogKeepsAnAnsweringPhone()
+{
+    PhoneSimProcess sim;
+    QVERIFY(sim.isRunning());
+    Session::instance().setPhoneServicePortForTesting(sim.port());
+    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
+    Session::instance().setPhoneConnected(true);
+    QVERIFY(sim.setFault(QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"status"_qs, 503 } }));
+
+    MainViewController::setWatchdogTimingForTesting(100ms, 300ms);
+    MainViewController main;
+    QSignalSpy lost(&main, &MainViewController::connectionLost);
+    // An error status is still an answer: several rounds later the phone counts as connected.
+    QTRY_VERIFY_WITH_TIMEOUT(sim.requests().size() >= 4, 5000);
+    QCOMPARE(lost.size(), 0);
+    QVERIFY(Session::instance().isPhoneConnected());
+    for (const auto& request : sim.requests()) {
+        QCOMPARE(request.toObject().value(u"method").toString(), QStringLiteral("GET"));
+        QCOMPARE(request.toObject().value(u"path").toString(), QStringLiteral("/ping"));
+    }
+}
+
+void TestShell::watchdogReturnsToPairingWhenThePhoneGoesQuiet_data()
+{
+    QTest::addColumn<bool>("stopProcess");
+    QTest::newRow("phone stops answering") << false;
+    QTest::newRow("phone is gone") << true;
+}
+
+void TestShell::watchdogReturnsToPairingWhenThePhoneGoesQuiet()
+{
+    QFETCH(bool, stopProcess);
+    PhoneSimProcess sim;
+    QVERIFY(sim.isRunning());
+    Session::instance().setPhoneServicePortForTesting(sim.port());
+    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
+    Session::instance().setPhoneConnected(true);
+
+    // Production timings take 3 to 6 seconds; the same loop runs here ten times faster.
+    MainViewController::setWatchdogTimingForTesting(300ms, 300ms);
+    AppWindow window;
+    window.showMain();
+    window.show();
+    QVERIFY(qobject_cast<MainViewController*>(window.content()));
+    if (stopProcess)
+        sim.stop();
+    else
+        QVERIFY(sim.setFault(QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
+
+    QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<QRCodeViewController*>(window.content()) != nullptr, 5000);
+    QVERIFY(!Session::instance().isPhoneConnected());
+    QTRY_COMPARE(window.windowTitle(), QStringLiteral("Varnex Dekstop Application (Not connected)"));
+    if (!stopProcess)
+        sim.clearFaults();
+}
+
+void TestShell::overlaysShowTheirTextsAndStages()
+{
+    QWidget screen;
+    screen.resize(800, 600);
+    EncryptingViewController encrypting(&screen);
+    DecryptingViewController decrypting(&screen);
+    QCOMPARE(encrypting.encrpytingText()->text(), QStringLiteral("ENCRYPTING"));
+    QCOMPARE(decrypting.decryptingText()->text(), QStringLiteral("DECRYPTING"));
+    QCOMPARE(encrypting.geometry(), screen.rect());
+    QSignalSpy cancel(&encrypting, &ProgressOverlay::cancelRequested);
+    screen.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&screen));
+    screen.resize(900, 650);
+    QTRY_COMPARE(encrypting.geometry(), screen.rect());
+    QTest::keyClick(encrypting.cancelButton(), Qt::Key_Space);
+    QCOMPARE(cancel.size(), 1);
+    encrypting.setStage(QStringLiteral("Sending"), 3'000'000'000LL, 6'000'000'000LL);
+    QCOMPARE(encrypting.stageLabel()->text(), QStringLiteral("Sending"));
+}
+
+void TestShell::aboutShowsTheVersion()
+{
+    AboutViewController about;
+    QCOMPARE(about.version->text(), QStringLiteral("Version"));
+    QCOMPARE(about.versionNum->text(), QStringLiteral("1.0.0"));
+}
+
+QTEST_MAIN(TestShell)
+#include "tst_shell.moc"
