@@ -12,6 +12,7 @@
 #include "widgets/CustomButton.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QPushButton>
 #include <QToolButton>
@@ -35,6 +36,7 @@ private Q_SLOTS:
     void watchdogKeepsAnAnsweringPhone();
     void watchdogReturnsToPairingWhenThePhoneGoesQuiet_data();
     void watchdogReturnsToPairingWhenThePhoneGoesQuiet();
+    void pairingReplacesThePairingScreenAtOnce();
     void overlaysShowTheirTextsAndStages();
     void aboutShowsTheVersion();
 };
@@ -205,6 +207,27 @@ void TestShell::watchdogReturnsToPairingWhenThePhoneGoesQuiet()
     QTRY_COMPARE(window.windowTitle(), QStringLiteral("Varnex Dekstop Application (Not connected)"));
     if (!stopProcess)
         sim.clearFaults();
+}
+
+void TestShell::pairingReplacesThePairingScreenAtOnce()
+{
+    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"10.0.0.7"_qs }; });
+    AppWindow window;
+    window.showPairing();
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
+    QVERIFY(pairing);
+    QCOMPARE(window.windowTitle(), QStringLiteral("Varnex Dekstop Application (Not connected)"));
+    Session::instance().setMobileDeviceName(QStringLiteral("Pixel"));
+    QElapsedTimer clock;
+    clock.start();
+    Session::instance().setPhoneConnected(true);
+    // Well within the one-second poll: the signal moves the window on.
+    QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<MainViewController*>(window.content()) != nullptr, 2000);
+    QVERIFY(clock.elapsed() < 900);
+    QTRY_COMPARE(window.windowTitle(), QStringLiteral("Varnex Dekstop Application (Connected: Pixel)"));
+    QRCodeViewController::setAddressSourceForTesting({});
 }
 
 void TestShell::overlaysShowTheirTextsAndStages()
