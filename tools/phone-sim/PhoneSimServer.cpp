@@ -95,6 +95,9 @@ std::optional<QList<qint64>> idList(const QJsonObject& body)
     return ids;
 }
 
+// Whether the request being handled on this thread made it into the log.
+thread_local bool requestLogged = false;
+
 bool isLoopback(const std::string& address)
 {
     const QHostAddress host(text(address));
@@ -195,6 +198,11 @@ bool PhoneSimServer::start()
                                   : httplib::Server::HandlerResponse::Unhandled;
     });
     routes();
+    // Requests that no route takes are logged too: tests look for what went astray.
+    m_server->set_error_handler([this](const httplib::Request& req, httplib::Response&) {
+        if (!requestLogged && req.path.rfind("/sim/", 0) != 0)
+            logRequest(req);
+    });
     const std::string bind = m_options.bind.toStdString();
     const int bound = m_options.port == 0 ? m_server->bind_to_any_port(bind)
                                           : (m_server->bind_to_port(bind, m_options.port) ? m_options.port : -1);
@@ -222,6 +230,7 @@ void PhoneSimServer::stop()
 
 bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& res)
 {
+    requestLogged = false;
     if (req.path.rfind("/sim/", 0) == 0) {
         if (!isLoopback(req.remote_addr)) {
             res.status = 403;
@@ -288,6 +297,7 @@ void PhoneSimServer::logRequest(const httplib::Request& req, const QJsonArray& p
         entry.insert(QStringLiteral("body"), QString::fromUtf8(QByteArray::fromStdString(req.body).left(64 * 1024)));
     std::lock_guard lock(m_mutex);
     m_requests.append(entry);
+    requestLogged = true;
 }
 
 QJsonObject PhoneSimServer::groupJson(const SimStore::Group& g) const
