@@ -155,7 +155,7 @@ void CustomButton::setActiveShadowRadius(qreal radius)
 {
     m_activeShadowRadius = radius;
     if (isChecked()) {
-        m_shown.shadowRadius = radius;
+        applyShadowNumbers(); // -1 puts the normal radius back on show
         update();
     }
 }
@@ -171,7 +171,7 @@ void CustomButton::setActiveShadowOpacity(qreal opacity)
 {
     m_activeShadowOpacity = opacity;
     if (isChecked()) {
-        m_shown.shadowOpacity = opacity;
+        applyShadowNumbers();
         update();
     }
 }
