@@ -1,12 +1,19 @@
 #pragma once
 
-#include <QWidget>
+#include "files/FileScreen.h"
 
-// The Decrypt screen: its intake list, its result list and the decrypt operation.
-class DecryptViewController : public QWidget
+// The Decrypt screen: encrypted files to decrypt and the decrypted results.
+class DecryptViewController : public FileScreen
 {
     Q_OBJECT
 
 public:
     explicit DecryptViewController(QWidget* parent = nullptr);
+
+    const FileList& filesToDecrypt() const { return intakeList()->files(); }
+    const FileList& decryptedFiles() const;
+    FileTableView* filesToDecryptTable() const { return intakeTable; }
+    FileTableView* decryptedFilesTable() const { return resultTable; }
+    QPushButton* decryptButton() const { return operationButton; }
+    bool isDecryptFilesEnabled() const { return isOperationEnabled; }
 };

@@ -1,12 +1,22 @@
 #pragma once
 
-#include <QWidget>
+#include "files/FileScreen.h"
 
-// The Encrypt screen: its intake list, its result list and the encrypt operation.
-class EncryptViewController : public QWidget
+// The Encrypt screen: files to encrypt, the encrypted results, and the recipients beside them.
+class EncryptViewController : public FileScreen
 {
     Q_OBJECT
 
 public:
     explicit EncryptViewController(QWidget* parent = nullptr);
+
+    const FileList& filesToEncrypt() const { return intakeList()->files(); }
+    const FileList& encryptedFiles() const;
+    FileTableView* filesToEncryptTable() const { return intakeTable; }
+    FileTableView* encryptedFilesTable() const { return resultTable; }
+    QPushButton* encryptButton() const { return operationButton; }
+    bool isEncryptFilesEnabled() const { return isOperationEnabled; }
+
+    // The right-hand column, where the recipients live.
+    QWidget* recipientsArea = nullptr;
 };

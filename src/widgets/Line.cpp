@@ -5,14 +5,14 @@
 Line::Line(QWidget* parent)
     : QWidget(parent)
 {
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-    setFixedHeight(2);
     setAttribute(Qt::WA_TransparentForMouseEvents);
 }
 
 void Line::paintEvent(QPaintEvent*)
 {
+    // One stroke from x 1 to 285, 10 points above the bottom edge; a narrower view clips it.
     QPainter p(this);
-    p.setPen(QPen(QColor(224, 224, 224), 1));
-    p.drawLine(QPointF(0, height() / 2.0), QPointF(width(), height() / 2.0));
+    p.setPen(QPen(strokeColor, 1));
+    const qreal y = height() - 10 + 0.5;
+    p.drawLine(QPointF(1, y), QPointF(285, y));
 }

@@ -9,7 +9,8 @@ class Line : public QWidget
 
 public:
     explicit Line(QWidget* parent = nullptr);
-    QSize sizeHint() const override { return { 100, 2 }; }
+    static inline const QColor strokeColor { 221, 221, 221 };
+    QSize sizeHint() const override { return { 285, 20 }; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -9,7 +9,7 @@ class RoundedCornersBox : public QFrame
     Q_OBJECT
 
 public:
-    explicit RoundedCornersBox(QWidget* parent = nullptr, qreal radius = 10);
+    explicit RoundedCornersBox(QWidget* parent = nullptr, qreal radius = 15);
     qreal radius() const { return m_radius; }
 
 protected:

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "files/IntakeList.h"
+
+#include <QWidget>
+
+#include <chrono>
+#include <optional>
+
+class FileListModel;
+class FileTableView;
+class QHBoxLayout;
+class QLabel;
+class QPushButton;
+class ResultFolder;
+
+// What the Encrypt and Decrypt screens share: an intake list with its buttons and table, a
+// result list filled from the screen's result folder, and the operation button. The twins
+// differ only in the settings they hand over.
+class FileScreen : public QWidget
+{
+    Q_OBJECT
+
+public:
+    struct Settings
+    {
+        IntakeList::Kind kind;
+        QString intakeTableId;
+        QString resultTableId;
+        QString intakeTitle;
+        QString resultTitle;
+        QString operationTitle;
+        QString refusalMessage;
+        std::optional<QString> chooseFolder;
+        std::optional<QString> resultFolder;
+        std::chrono::milliseconds refreshPeriod;
+        int lineCount;
+    };
+
+    FileScreen(Settings settings, QWidget* parent);
+
+    // Admits what the screen's rule allows and tells the user once about the rest.
+    void addFiles(const QStringList& paths);
+    void chooseFiles();
+    void openVarnexFolder();
+    void previewFile(FileTableView* table, int row);
+    // Marks or clears every intake file.
+    void selectDeselectAll();
+    void removeMarkedFiles();
+
+    IntakeList* intakeList() const { return m_intake; }
+    ResultFolder* resultFolder() const { return m_results; }
+    FileListModel* intakeModel() const { return m_intakeModel; }
+    FileListModel* resultModel() const { return m_resultModel; }
+
+    FileTableView* intakeTable = nullptr;
+    FileTableView* resultTable = nullptr;
+    QLabel* intakeText = nullptr;
+    QLabel* resultText = nullptr;
+    QPushButton* chooseFilesButton = nullptr;
+    QPushButton* removeFilesButton = nullptr;
+    QPushButton* selectDeselectAllButton = nullptr;
+    QPushButton* operationButton = nullptr;
+    QPushButton* openFolderButton = nullptr;
+    // Mirrors of the three switched buttons.
+    bool isSelectFilesEnabled = false;
+    bool isRemoveFilesEnabled = false;
+    bool isOperationEnabled = false;
+
+Q_SIGNALS:
+    void operationRequested();
+
+protected:
+    // Where a screen puts what it has beside the files (the Encrypt screen: its recipients).
+    QHBoxLayout* columns() const { return m_columns; }
+
+private:
+    void applyButtons(const IntakeList::Buttons& buttons);
+
+    Settings m_settings;
+    IntakeList* m_intake;
+    ResultFolder* m_results;
+    FileListModel* m_intakeModel;
+    FileListModel* m_resultModel;
+    QHBoxLayout* m_columns;
+};
+
+// The state a switched button shows: enabled, "state" property on, and its mirrored flag.
+void switchButton(QPushButton* button, bool on, bool& mirror);

@@ -1,0 +1,124 @@
+#include "files/IntakeList.h"
+
+IntakeList::IntakeList(Kind kind, QObject* parent)
+    : QObject(parent)
+    , m_kind(kind)
+{
+}
+
+int IntakeList::markedCount() const
+{
+    return int(std::count_if(m_files.begin(), m_files.end(), [](const FilePtr& f) { return f->isChecked; }));
+}
+
+void IntakeList::setOperationPrecondition(std::function<bool()> precondition)
+{
+    m_precondition = std::move(precondition);
+}
+
+void IntakeList::updateOperationButton()
+{
+    Buttons b = m_buttons;
+    b.operation = markedCount() > 0 && operationAllowed();
+    setButtons(b);
+}
+
+bool IntakeList::isEncryptedName(const QString& name)
+{
+    const QStringList pieces = name.split(u'.', Qt::SkipEmptyParts);
+    return !pieces.isEmpty() && pieces.last() == u"vx";
+}
+
+bool IntakeList::admits(const QString& path) const
+{
+    const QStringList pieces = path.split(u'/', Qt::SkipEmptyParts);
+    const QString last = pieces.isEmpty() ? QString() : pieces.last();
+    for (const FilePtr& file : m_files) {
+        if (file->filePath && file->filePath->section(u'/', -1) == last)
+            return false;
+    }
+    // A name made only of dots has no extension: it is not an encrypted file.
+    const bool encrypted = isEncryptedName(last);
+    return m_kind == Kind::Encrypt ? !encrypted : encrypted;
+}
+
+bool IntakeList::addFiles(const QStringList& paths)
+{
+    bool refused = false;
+    bool added = false;
+    for (const QString& path : paths) {
+        if (!admits(path)) {
+            refused = true;
+            continue;
+        }
+        if (!added)
+            Q_EMIT aboutToChange();
+        added = true;
+        m_files.append(std::make_shared<File>(path));
+    }
+    if (added) {
+        Buttons b = m_buttons;
+        b.markAll = true;
+        setButtons(b);
+    }
+    Q_EMIT changed();
+    return refused;
+}
+
+void IntakeList::flip(int row)
+{
+    if (row < 0 || row >= m_files.size())
+        return;
+    m_files.at(row)->isChecked = !m_files.at(row)->isChecked;
+    Buttons b = m_buttons;
+    const bool anyMarked = markedCount() > 0;
+    b.remove = anyMarked;
+    b.operation = anyMarked && operationAllowed();
+    setButtons(b);
+    Q_EMIT changed();
+}
+
+void IntakeList::markAll()
+{
+    const bool someUnmarked = std::any_of(m_files.begin(), m_files.end(), [](const FilePtr& f) { return !f->isChecked; });
+    for (const FilePtr& file : m_files)
+        file->isChecked = someUnmarked;
+    Buttons b = m_buttons;
+    b.remove = someUnmarked;
+    b.operation = someUnmarked && operationAllowed();
+    setButtons(b);
+    Q_EMIT changed();
+}
+
+void IntakeList::removeMarked()
+{
+    Q_EMIT aboutToChange();
+    m_files.removeIf([](const FilePtr& f) { return f->isChecked; });
+    Buttons b = m_buttons;
+    if (m_files.isEmpty()) {
+        b.markAll = false;
+        b.operation = false;
+    }
+    b.remove = false;
+    setButtons(b);
+    Q_EMIT changed();
+}
+
+void IntakeList::clearMarks()
+{
+    for (const FilePtr& file : m_files)
+        file->isChecked = false;
+    Buttons b = m_buttons;
+    b.remove = false;
+    b.operation = false;
+    setButtons(b);
+    Q_EMIT changed();
+}
+
+void IntakeList::setButtons(Buttons buttons)
+{
+    if (buttons == m_buttons)
+        return;
+    m_buttons = buttons;
+    Q_EMIT buttonsChanged(buttons);
+}

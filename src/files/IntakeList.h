@@ -1,0 +1,66 @@
+#pragma once
+
+#include "storage/File.h"
+
+#include <QObject>
+#include <QStringList>
+
+#include <functional>
+
+// The rules of a screen's intake list: which files are admitted, how marks are made, and
+// which buttons that switches. The remove, mark-all and operation buttons are always switched
+// as a unit: enabled, state on and mirrored flag together.
+class IntakeList : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum class Kind { Encrypt, Decrypt };
+
+    struct Buttons
+    {
+        bool markAll = false;
+        bool remove = false;
+        bool operation = false;
+        friend bool operator==(const Buttons&, const Buttons&) = default;
+    };
+
+    explicit IntakeList(Kind kind, QObject* parent = nullptr);
+
+    Kind kind() const { return m_kind; }
+    const FileList& files() const { return m_files; }
+    Buttons buttons() const { return m_buttons; }
+    int markedCount() const;
+
+    // The operation's other precondition (the Encrypt screen: a recipient is selected).
+    void setOperationPrecondition(std::function<bool()> precondition);
+    // Re-applies the operation button rule after the precondition changed (recipients).
+    void updateOperationButton();
+
+    // Admits what the screen's rule allows, in order; true when at least one path was refused
+    // (the screen then tells the user once).
+    bool addFiles(const QStringList& paths);
+    void flip(int row);
+    void markAll();
+    void removeMarked();
+    // After an operation: every mark cleared, files kept.
+    void clearMarks();
+
+    // The last piece of a name split at "."; "vx" exactly marks an encrypted file.
+    static bool isEncryptedName(const QString& name);
+    bool admits(const QString& path) const;
+
+Q_SIGNALS:
+    void aboutToChange();
+    void changed();
+    void buttonsChanged(const IntakeList::Buttons& buttons);
+
+private:
+    void setButtons(Buttons buttons);
+    bool operationAllowed() const { return !m_precondition || m_precondition(); }
+
+    Kind m_kind;
+    FileList m_files;
+    Buttons m_buttons;
+    std::function<bool()> m_precondition;
+};

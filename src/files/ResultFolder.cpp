@@ -1,0 +1,50 @@
+#include "files/ResultFolder.h"
+
+#include "app/Session.h"
+#include "storage/FolderListing.h"
+
+#include <QFileInfo>
+
+ResultFolder::ResultFolder(std::optional<QString> folder, std::chrono::milliseconds period, QObject* parent)
+    : QObject(parent)
+    , m_folder(std::move(folder))
+{
+    m_timer.setInterval(period);
+    connect(&m_timer, &QTimer::timeout, this, [this] {
+        if (!Session::instance().isPhoneConnected()) {
+            m_timer.stop();
+            return;
+        }
+        refresh();
+    });
+    // A burst of changes (an archive being unpacked) gives one listing.
+    m_settle.setSingleShot(true);
+    m_settle.setInterval(50);
+    connect(&m_settle, &QTimer::timeout, this, &ResultFolder::refresh);
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, &m_settle, qOverload<>(&QTimer::start));
+    watch();
+}
+
+void ResultFolder::watch()
+{
+    // The watch is lost when the folder is removed; arm it again once it is back.
+    if (m_folder && m_watcher.directories().isEmpty() && QFileInfo(*m_folder).isDir())
+        m_watcher.addPath(*m_folder);
+}
+
+bool ResultFolder::refresh()
+{
+    watch();
+    FileList copy = m_files;
+    if (!refreshFromFolder(copy, m_folder))
+        return false;
+    Q_EMIT aboutToReplace();
+    m_files = std::move(copy);
+    Q_EMIT replaced();
+    return true;
+}
+
+void ResultFolder::startPeriodicRefresh()
+{
+    m_timer.start();
+}
