@@ -1,6 +1,10 @@
 #include "files/EncryptViewController.h"
 
+#include "app/Session.h"
 #include "files/ResultFolder.h"
+#include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsController.h"
+#include "recipients/RecipientsPanel.h"
 #include "storage/WorkingFolders.h"
 
 #include <QHBoxLayout>
@@ -37,7 +41,16 @@ EncryptViewController::EncryptViewController(QWidget* parent)
     recipientsArea->setObjectName(QStringLiteral("recipientsArea"));
     auto* layout = new QVBoxLayout(recipientsArea);
     layout->setContentsMargins(0, 0, 0, 0);
+    recipients = new RecipientsPanel(recipientsArea);
+    layout->addWidget(recipients);
     columns()->addWidget(recipientsArea, 2);
+
+    // One rule for the encrypt button, from both sides: a marked file and a recipient.
+    AssociationsStore* store = recipients->store();
+    intakeList()->setOperationPrecondition([store] { return !store->selectedRecipientEmails().isEmpty(); });
+    connect(store, &AssociationsStore::recipientsChanged, intakeList(), &IntakeList::updateOperationButton);
+    if (Session::instance().isPhoneConnected())
+        recipients->controller()->start();
 }
 
 const FileList& EncryptViewController::encryptedFiles() const

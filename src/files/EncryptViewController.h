@@ -2,6 +2,8 @@
 
 #include "files/FileScreen.h"
 
+class RecipientsPanel;
+
 // The Encrypt screen: files to encrypt, the encrypted results, and the recipients beside them.
 class EncryptViewController : public FileScreen
 {
@@ -19,4 +21,5 @@ public:
 
     // The right-hand column, where the recipients live.
     QWidget* recipientsArea = nullptr;
+    RecipientsPanel* recipients = nullptr;
 };

@@ -166,13 +166,15 @@ void TestShell::watchdogKeepsAnAnsweringPhone()
     MainViewController main;
     QSignalSpy lost(&main, &MainViewController::connectionLost);
     // An error status is still an answer: several rounds later the phone counts as connected.
-    QTRY_VERIFY_WITH_TIMEOUT(sim.requests().size() >= 4, 5000);
+    auto pings = [&sim] {
+        int n = 0;
+        for (const auto& request : sim.requests())
+            n += request.toObject().value(u"path").toString() == u"/ping" && request.toObject().value(u"method").toString() == u"GET";
+        return n;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(pings() >= 4, 5000);
     QCOMPARE(lost.size(), 0);
     QVERIFY(Session::instance().isPhoneConnected());
-    for (const auto& request : sim.requests()) {
-        QCOMPARE(request.toObject().value(u"method").toString(), QStringLiteral("GET"));
-        QCOMPARE(request.toObject().value(u"path").toString(), QStringLiteral("/ping"));
-    }
 }
 
 void TestShell::watchdogReturnsToPairingWhenThePhoneGoesQuiet_data()

@@ -1,0 +1,364 @@
+#include "recipients/AssociationsStore.h"
+
+#include "app/Settings.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QSettings>
+
+namespace {
+
+constexpr auto checkedGroupsKey = "CheckedGroups";
+
+QString fullName(const User& user)
+{
+    return user.firstName.value_or(QString()) + u' ' + user.lastName.value_or(QString());
+}
+
+} // namespace
+
+AssociationsStore::AssociationsStore(QObject* parent)
+    : QObject(parent)
+{
+}
+
+bool AssociationsStore::setUsersFromReply(const QByteArray& body)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
+    if (error.error != QJsonParseError::NoError)
+        return false;
+    if (!doc.isObject())
+        return true; // JSON, but not an object: nothing happens
+    users.clear();
+    usersFiltered.clear();
+    // Elements that are not objects are skipped; missing fields read as empty text.
+    for (const QJsonValue& value : doc.object().value(u"getUsers").toArray()) {
+        if (!value.isObject())
+            continue;
+        const QJsonObject o = value.toObject();
+        auto user = std::make_shared<User>();
+        user->firstName = o.value(u"firstName").toString();
+        user->lastName = o.value(u"lastName").toString();
+        user->email = o.value(u"email").toString();
+        user->phone = o.value(u"phone").toString();
+        users.append(user);
+        usersFiltered.append(std::make_shared<User>(*user)); // a separate copy
+    }
+    return true;
+}
+
+void AssociationsStore::setGroups(const QList<GroupPtr>& fetched)
+{
+    groups = fetched;
+    groupsFiltered = fetched;
+    restoreCheckedGroups();
+}
+
+void AssociationsStore::rebuildAssociations()
+{
+    combinedAssociations.clear();
+    combinedAssociations.reserve(users.size() + groups.size());
+    for (const UserPtr& user : std::as_const(users))
+        combinedAssociations.append(std::make_shared<AssociationItem>(AssociationItemType::user, user, nullptr, false));
+    for (const GroupPtr& group : std::as_const(groups))
+        combinedAssociations.append(std::make_shared<AssociationItem>(AssociationItemType::group, nullptr, group, false));
+    // Ordinal comparison, stable: equal names keep users before groups.
+    QList<std::pair<QString, AssociationItemPtr>> keyed;
+    keyed.reserve(combinedAssociations.size());
+    for (const auto& item : std::as_const(combinedAssociations))
+        keyed.append({ item->displayName(), item });
+    std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
+        return QStringView(a.first).compare(QStringView(b.first), Qt::CaseSensitive) < 0;
+    });
+    for (qsizetype i = 0; i < keyed.size(); ++i)
+        combinedAssociations[i] = keyed.at(i).second;
+    combinedAssociationsFiltered = combinedAssociations;
+    rowsAndRecipientsChanged();
+}
+
+bool AssociationsStore::matchesSearch(const AssociationItem& item, const QString& term)
+{
+    if (item.type == AssociationItemType::user) {
+        if (!item.user)
+            return false;
+        if (fullName(*item.user).contains(term, Qt::CaseInsensitive))
+            return true;
+        return item.user->email && item.user->email->contains(term, Qt::CaseInsensitive);
+    }
+    if (!item.group)
+        return false;
+    if (item.group->name.contains(term, Qt::CaseInsensitive))
+        return true;
+    for (const GroupMemberModel& member : item.group->groupMembers) {
+        if (member.fullName.contains(term, Qt::CaseInsensitive) || member.email.contains(term, Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
+
+void AssociationsStore::applySearch(const QString& text)
+{
+    if (text.isEmpty()) {
+        combinedAssociationsFiltered = combinedAssociations;
+        usersFiltered = users;
+        groupsFiltered = groups;
+    } else {
+        // Case-insensitive containment is the lowercased substring test, without making copies.
+        const QString term = text.toLower();
+        combinedAssociationsFiltered.clear();
+        for (const auto& item : std::as_const(combinedAssociations)) {
+            if (matchesSearch(*item, term))
+                combinedAssociationsFiltered.append(item);
+        }
+        usersFiltered.clear();
+        for (const UserPtr& user : std::as_const(users)) {
+            if (fullName(*user).contains(term, Qt::CaseInsensitive)
+                || (user->email && user->email->contains(term, Qt::CaseInsensitive)))
+                usersFiltered.append(user);
+        }
+        groupsFiltered.clear();
+        for (const GroupPtr& group : std::as_const(groups)) {
+            if (group->name.contains(term, Qt::CaseInsensitive))
+                groupsFiltered.append(group);
+        }
+    }
+    computeRows();
+    Q_EMIT rowsChanged();
+}
+
+QString AssociationsStore::checkedGroupsText(const QList<qint64>& ids)
+{
+    QStringList parts;
+    for (qint64 id : ids)
+        parts.append(QString::number(id));
+    return u"test" + parts.join(u"test") + u"test";
+}
+
+QList<qint64> AssociationsStore::parseCheckedGroups(const QString& text)
+{
+    QList<qint64> ids;
+    for (const QString& piece : text.split(QStringLiteral("test"), Qt::SkipEmptyParts)) {
+        // A sign, then digits only; anything else (or an overflow) is skipped.
+        static const QRegularExpression number(QStringLiteral("^[+-]?[0-9]+$"));
+        if (!number.match(piece).hasMatch())
+            continue;
+        bool ok = false;
+        const qint64 id = piece.toLongLong(&ok);
+        if (ok)
+            ids.append(id);
+    }
+    return ids;
+}
+
+void AssociationsStore::saveCheckedGroups() const
+{
+    QList<qint64> ids;
+    for (const GroupPtr& group : groups) {
+        if (group->isChecked)
+            ids.append(group->id);
+    }
+    Settings::setString(checkedGroupsKey, checkedGroupsText(ids));
+}
+
+void AssociationsStore::restoreCheckedGroups()
+{
+    const auto stored = Settings::string(checkedGroupsKey);
+    if (!stored)
+        return;
+    for (qint64 id : parseCheckedGroups(*stored)) {
+        for (const GroupPtr& g : std::as_const(groups)) {
+            if (g->id == id) {
+                g->isChecked = true;
+                break;
+            }
+        }
+        for (const GroupPtr& g : std::as_const(groupsFiltered)) {
+            if (g->id == id) {
+                g->isChecked = true;
+                break;
+            }
+        }
+    }
+}
+
+QStringList AssociationsStore::selectedRecipientEmails() const
+{
+    QSet<QString> emails;
+    for (const UserPtr& user : users) {
+        if (user->isChecked.value_or(false) && user->email && !user->email->isEmpty())
+            emails.insert(*user->email);
+    }
+    for (const GroupPtr& group : groups) {
+        if (!group->isChecked)
+            continue;
+        for (const GroupMemberModel& member : group->groupMembers) {
+            if (!member.email.isEmpty())
+                emails.insert(member.email);
+        }
+    }
+    QStringList sorted(emails.begin(), emails.end());
+    std::sort(sorted.begin(), sorted.end(), [](const QString& a, const QString& b) { return a.compare(b) < 0; });
+    return sorted;
+}
+
+QString AssociationsStore::recipientsString() const
+{
+    QString result;
+    for (const QString& email : selectedRecipientEmails())
+        result += email + u';';
+    return result;
+}
+
+GroupPtr AssociationsStore::groupById(qint64 id) const
+{
+    for (const GroupPtr& group : groups) {
+        if (group->id == id)
+            return group;
+    }
+    return nullptr;
+}
+
+void AssociationsStore::computeRows()
+{
+    m_rows.clear();
+    m_rows.reserve(combinedAssociationsFiltered.size());
+    QHash<qint64, GroupPtr> latest;
+    for (const GroupPtr& g : std::as_const(groups))
+        latest.insert(g->id, g);
+    for (int i = 0; i < combinedAssociationsFiltered.size(); ++i) {
+        const AssociationItem& item = *combinedAssociationsFiltered.at(i);
+        m_rows.append({ i, -1 });
+        if (item.type != AssociationItemType::group || !item.group || !expandedGroupIds.contains(item.group->id))
+            continue;
+        // Members of the latest fetched copy of the group.
+        const GroupPtr group = latest.value(item.group->id, item.group);
+        for (int m = 0; m < group->groupMembers.size(); ++m)
+            m_rows.append({ i, m });
+    }
+}
+
+std::optional<AssociatedUserRowType> AssociationsStore::rowType(int row) const
+{
+    if (row < 0 || row >= m_rows.size())
+        return std::nullopt;
+    const Row& r = m_rows.at(row);
+    const AssociationItem& item = *combinedAssociationsFiltered.at(r.item);
+    if (item.type == AssociationItemType::user) {
+        if (!item.user)
+            return std::nullopt;
+        return AssociatedUserRowType { AssociatedUserRowType::Kind::user, item.user, nullptr, {} };
+    }
+    if (!item.group)
+        return std::nullopt;
+    GroupPtr group = groupById(item.group->id);
+    if (!group)
+        group = item.group;
+    if (r.member < 0)
+        return AssociatedUserRowType { AssociatedUserRowType::Kind::groupHeader, nullptr, group, {} };
+    if (r.member >= group->groupMembers.size())
+        return std::nullopt;
+    return AssociatedUserRowType { AssociatedUserRowType::Kind::groupMember, nullptr, group, group->groupMembers.at(r.member) };
+}
+
+bool AssociationsStore::clickRow(int row)
+{
+    const auto type = rowType(row);
+    if (!type)
+        return false;
+    if (type->kind == AssociatedUserRowType::Kind::user) {
+        User& user = *type->user;
+        user.isChecked = !user.isChecked.value_or(false);
+        for (const UserPtr& copy : std::as_const(usersFiltered)) {
+            if (copy->email == user.email) {
+                copy->isChecked = user.isChecked;
+                break;
+            }
+        }
+        rowsAndRecipientsChanged();
+    } else if (type->kind == AssociatedUserRowType::Kind::groupHeader) {
+        toggleGroupChecked(type->group->id);
+    } else {
+        Q_EMIT recipientsChanged(); // nothing toggled, but the encrypt button is judged again
+    }
+    return true;
+}
+
+void AssociationsStore::toggleGroupChecked(qint64 id)
+{
+    std::optional<bool> value;
+    for (const GroupPtr& g : std::as_const(groups)) {
+        if (g->id == id) {
+            g->isChecked = !g->isChecked;
+            value = g->isChecked;
+            break;
+        }
+    }
+    for (const GroupPtr& g : std::as_const(groupsFiltered)) {
+        if (g->id == id) {
+            g->isChecked = value.value_or(!g->isChecked);
+            break;
+        }
+    }
+    if (value) {
+        for (const auto* list : { &combinedAssociations, &combinedAssociationsFiltered }) {
+            for (const auto& item : *list) {
+                if (item->type == AssociationItemType::group && item->group && item->group->id == id)
+                    item->group->isChecked = *value;
+            }
+        }
+    }
+    saveCheckedGroups();
+    rowsAndRecipientsChanged();
+}
+
+void AssociationsStore::toggleGroupExpansion(qint64 id)
+{
+    if (!expandedGroupIds.remove(id))
+        expandedGroupIds.insert(id);
+    computeRows();
+    Q_EMIT rowsChanged();
+}
+
+void AssociationsStore::selectDeselectAll()
+{
+    const bool allChecked = std::all_of(users.begin(), users.end(), [](const UserPtr& u) { return u->isChecked.value_or(false); })
+        && std::all_of(groups.begin(), groups.end(), [](const GroupPtr& g) { return g->isChecked; });
+    const bool value = !allChecked;
+    for (const UserPtr& user : std::as_const(users)) {
+        for (const UserPtr& copy : std::as_const(usersFiltered)) {
+            if (copy->email == user->email) {
+                copy->isChecked = value;
+                break;
+            }
+        }
+        user->isChecked = value;
+    }
+    for (const GroupPtr& group : std::as_const(groups)) {
+        for (const GroupPtr& copy : std::as_const(groupsFiltered)) {
+            if (copy->id == group->id) {
+                copy->isChecked = value;
+                break;
+            }
+        }
+        group->isChecked = value;
+    }
+    saveCheckedGroups();
+    rowsAndRecipientsChanged();
+}
+
+void AssociationsStore::uncheckAllUsers()
+{
+    for (const auto* list : { &users, &usersFiltered }) {
+        for (const UserPtr& user : *list)
+            user->isChecked = false;
+    }
+    rowsAndRecipientsChanged();
+}
+
+void AssociationsStore::rowsAndRecipientsChanged()
+{
+    computeRows();
+    Q_EMIT rowsChanged();
+    Q_EMIT recipientsChanged();
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "recipients/AssociationsStore.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QTimer>
+
+// Keeps the associations store in step with the phone: loads the users and the groups,
+// notices the phone's change signals (at once through the session's signals, and by a
+// 3-second tick as the fallback), refreshes the groups 0.8 s after a group's members changed,
+// and tells the phone when the desktop changed its groups.
+class RecipientsController : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit RecipientsController(AssociationsStore* store, QObject* parent = nullptr);
+
+    static constexpr int tickMilliseconds = 3000;
+    static constexpr int membersChangedDelayMilliseconds = 800;
+
+    // Starts the tick and loads the users once (the screen's view has loaded).
+    void start();
+
+    void loadUsers();
+    void refreshGroups();
+    void updateTick();
+    static void notifyPhoneGroupsUpdated();
+
+    // A process-wide notice that a group's members or name changed.
+    static void postGroupMembersChanged();
+
+Q_SIGNALS:
+    void usersLoaded(bool anyUsers);
+    // Also runs last in each tick: the screen lists its encrypted files then.
+    void ticked();
+
+private:
+    AssociationsStore* m_store;
+    QDateTime m_lastChange;
+    QDateTime m_lastGroupsChange;
+    QTimer m_tick;
+};
+
+// Carries the "GroupMembersChanged" notice across the process.
+class GroupNotifications : public QObject
+{
+    Q_OBJECT
+public:
+    static GroupNotifications& instance();
+Q_SIGNALS:
+    void groupMembersChanged();
+};

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QStyledItemDelegate>
+
+// Draws the recipients table's rows: a user card (mark, person icon, upper-case name, e-mail,
+// phone), a group card (mark, disclosure, group icon, upper-case name, member count, options
+// button), and the lighter row of a member of an expanded group.
+class AssociatedUserCellView : public QStyledItemDelegate
+{
+    Q_OBJECT
+
+public:
+    enum class Part { None, Row, CheckBox, Disclosure, Menu };
+
+    static constexpr int cardHeight = 62;
+    static constexpr int memberHeight = 44;
+
+    explicit AssociatedUserCellView(QObject* parent = nullptr);
+
+    QString identifier() const { return QStringLiteral("associatedUserCell"); }
+    Part hitTest(int kind, const QRect& rect, const QPoint& position) const;
+    QRect checkBoxRect(const QRect& row) const;
+    QRect disclosureRect(const QRect& row) const;
+    QRect menuRect(const QRect& row) const;
+
+    void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+};
