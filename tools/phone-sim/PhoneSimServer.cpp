@@ -54,6 +54,12 @@ void answerJson(httplib::Response& res, int status, const QJsonValue& value)
     res.set_content(compact(value), "application/json");
 }
 
+// A bare status, as the phone answers a conflict or an unknown group.
+void answerStatus(httplib::Response& res, int status)
+{
+    res.status = status;
+}
+
 void answerMessage(httplib::Response& res, int status, const QString& message)
 {
     answerJson(res, status, QJsonObject { { QStringLiteral("message"), message } });
@@ -392,7 +398,7 @@ void PhoneSimServer::routes()
             return answerMessage(res, 400, QStringLiteral("A group needs a username and a name"));
         SimStore::Group created;
         if (m_store.createGroup(owner, name, &created) == SimStore::Result::Conflict)
-            return answerMessage(res, 409, QStringLiteral("A group with this name already exists"));
+            return answerStatus(res, 409);
         answerJson(res, 201, groupJson(created));
         notifyDesktop("/updateGroups");
     });
@@ -412,9 +418,9 @@ void PhoneSimServer::routes()
         SimStore::Group renamed;
         switch (m_store.renameGroup(text(req.matches[1]).toLongLong(), name, &renamed)) {
         case SimStore::Result::NotFound:
-            return answerMessage(res, 404, QStringLiteral("Group not found"));
+            return answerStatus(res, 404);
         case SimStore::Result::Conflict:
-            return answerMessage(res, 409, QStringLiteral("A group with this name already exists"));
+            return answerStatus(res, 409);
         case SimStore::Result::Ok:
             break;
         }
@@ -424,7 +430,7 @@ void PhoneSimServer::routes()
     s.Delete(R"(/v2/groups/(-?\d+))", [this](const httplib::Request& req, httplib::Response& res) {
         logRequest(req);
         if (m_store.deleteGroup(text(req.matches[1]).toLongLong()) == SimStore::Result::NotFound)
-            return answerMessage(res, 404, QStringLiteral("Group not found"));
+            return answerStatus(res, 404);
         res.status = 204;
         notifyDesktop("/updateGroups");
     });
@@ -432,7 +438,7 @@ void PhoneSimServer::routes()
         logRequest(req);
         const auto users = m_store.usersNotAssociated(text(req.matches[1]).toLongLong(), text(req.matches[2]));
         if (!users)
-            return answerMessage(res, 404, QStringLiteral("Group not found"));
+            return answerStatus(res, 404);
         QJsonArray list;
         for (const auto& p : *users)
             list.append(memberJson(p));
@@ -448,7 +454,7 @@ void PhoneSimServer::routes()
             const qint64 id = text(req.matches[1]).toLongLong();
             const auto result = add ? m_store.addMembers(id, *ids) : m_store.removeMembers(id, *ids);
             if (result == SimStore::Result::NotFound)
-                return answerMessage(res, 404, QStringLiteral("Group not found"));
+                return answerStatus(res, 404);
             res.status = 204;
             notifyDesktop("/updateGroups");
         };
