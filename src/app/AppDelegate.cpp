@@ -4,6 +4,7 @@
 #include "app/Log.h"
 #include "app/Session.h"
 #include "app/Settings.h"
+#include "encrypt/OperationTask.h"
 #include "pairing/MobileDeviceListener.h"
 #include "storage/WorkingFolders.h"
 
@@ -14,6 +15,11 @@ void AppDelegate::applicationDidFinishLaunching()
 {
     Session::instance(); // made on the main thread, before any listener thread touches it
     WorkingFolders::prepareWorkingFolders();
+    // Operation folders an interrupted run left behind; nothing else is ever removed.
+    for (const auto& folder : { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {
+        if (folder)
+            removeLeftoverOperationFolders(*folder);
+    }
     m_listener = std::make_unique<MobileDeviceListener>(MobileDeviceListener::defaultPort);
     m_listener->start();
     logStoredSession();

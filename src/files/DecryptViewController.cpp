@@ -1,6 +1,9 @@
 #include "files/DecryptViewController.h"
 
+#include "app/Session.h"
+#include "decrypt/DecryptTask.h"
 #include "files/ResultFolder.h"
+#include "shell/ProgressOverlay.h"
 #include "storage/WorkingFolders.h"
 
 namespace {
@@ -30,6 +33,19 @@ DecryptViewController::DecryptViewController(QWidget* parent)
     : FileScreen(decryptSettings(), parent)
 {
     setObjectName(QStringLiteral("DecryptViewController"));
+    connect(this, &FileScreen::operationRequested, this, &DecryptViewController::uploadForDecryption);
+}
+
+void DecryptViewController::uploadForDecryption()
+{
+    if (runningTask())
+        return;
+    QList<DecryptTask::Intake> files;
+    for (const FilePtr& file : filesToDecrypt())
+        files.append({ file->filePath.value_or(QString()), file->isChecked });
+    auto* task = new DecryptTask(files, WorkingFolders::decryptedFilesFolder().value_or(QString()),
+                                 Session::instance().phoneServiceUrl(u"/decryptFile/"));
+    runOperation(task, new DecryptingViewController(this), [this] { intakeList()->clearMarks(); });
 }
 
 const FileList& DecryptViewController::decryptedFiles() const

@@ -16,4 +16,7 @@ public:
     FileTableView* decryptedFilesTable() const { return resultTable; }
     QPushButton* decryptButton() const { return operationButton; }
     bool isDecryptFilesEnabled() const { return isOperationEnabled; }
+
+    // DECRYPT: the marked files go to the phone; no checks before sending.
+    void uploadForDecryption();
 };

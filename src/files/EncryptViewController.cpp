@@ -1,6 +1,9 @@
 #include "files/EncryptViewController.h"
 
 #include "app/Session.h"
+#include "encrypt/EncryptTask.h"
+#include "files/Dialogs.h"
+#include "shell/ProgressOverlay.h"
 #include "files/ResultFolder.h"
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsController.h"
@@ -51,6 +54,44 @@ EncryptViewController::EncryptViewController(QWidget* parent)
     connect(store, &AssociationsStore::recipientsChanged, intakeList(), &IntakeList::updateOperationButton);
     if (Session::instance().isPhoneConnected())
         recipients->controller()->start();
+    connect(this, &FileScreen::operationRequested, this, &EncryptViewController::encryptFiles);
+}
+
+void EncryptViewController::encryptFiles()
+{
+    if (runningTask())
+        return;
+    if (recipients->store()->selectedRecipientEmails().isEmpty()) {
+        //: Dialog title when no recipients are selected
+        //% "No recipients selected"
+        const QString title = qtTrId("noRecipientsTitle");
+        //: Dialog description when no recipients are selected
+        //% "Please select at least one user or group to encrypt files for."
+        showAlert(this, title, qtTrId("noRecipientsDescription"), Dialogs::Style::Warning);
+        return;
+    }
+    QStringList marked;
+    for (const FilePtr& file : filesToEncrypt()) {
+        if (file->isChecked && file->filePath)
+            marked.append(*file->filePath);
+    }
+    if (marked.isEmpty()) {
+        //: Dialog title when no files are selected
+        //% "No files selected"
+        const QString title = qtTrId("noFilesTitle");
+        //: Dialog description when no files are selected
+        //% "Please select at least one file to encrypt."
+        showAlert(this, title, qtTrId("noFilesDescription"), Dialogs::Style::Warning);
+        return;
+    }
+    auto* task = new EncryptTask(marked, recipients->store()->recipientsString(),
+                                 WorkingFolders::encryptedFilesFolder().value_or(QString()),
+                                 Session::instance().phoneServiceUrl(u"/encryptFile/"));
+    runOperation(task, new EncryptingViewController(this), [this] {
+        // Marks and user checks are cleared; checked groups stay for the next files.
+        intakeList()->clearMarks();
+        recipients->store()->uncheckAllUsers();
+    });
 }
 
 const FileList& EncryptViewController::encryptedFiles() const

@@ -19,6 +19,9 @@ public:
     QPushButton* encryptButton() const { return operationButton; }
     bool isEncryptFilesEnabled() const { return isOperationEnabled; }
 
+    // ENCRYPT: recipients checked first, then files; then the phone does the work.
+    void encryptFiles();
+
     // The right-hand column, where the recipients live.
     QWidget* recipientsArea = nullptr;
     RecipientsPanel* recipients = nullptr;

@@ -5,6 +5,8 @@
 #include "files/FileListModel.h"
 #include "files/FileTableView.h"
 #include "files/ResultFolder.h"
+#include "encrypt/OperationTask.h"
+#include "shell/ProgressOverlay.h"
 #include "widgets/Line.h"
 #include "widgets/RoundedCornersBox.h"
 #include "widgets/cells/FileCellDelegate.h"
@@ -216,4 +218,61 @@ void FileScreen::selectDeselectAll()
 void FileScreen::removeMarkedFiles()
 {
     m_intake->removeMarked();
+}
+
+namespace {
+
+QString stageText(OperationTask::Stage stage, qint64 done, qint64 total)
+{
+    switch (stage) {
+    case OperationTask::Stage::Sending:
+        //: Progress while files go to the phone
+        //% "Sending %1 of %2"
+        return qtTrId("stageSending").arg(formatFileSize(quint64(done)), formatFileSize(quint64(total)));
+    case OperationTask::Stage::Waiting:
+        //: Progress while the phone works on the files
+        //% "Waiting for the phone..."
+        return qtTrId("stageWaiting");
+    case OperationTask::Stage::Receiving:
+        //: Progress while the results come back
+        //% "Receiving %1"
+        return qtTrId("stageReceiving").arg(formatFileSize(quint64(done)));
+    case OperationTask::Stage::Unpacking:
+        //: Progress while the results are unpacked
+        //% "Saving the results..."
+        return qtTrId("stageUnpacking");
+    }
+    return {};
+}
+
+} // namespace
+
+void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std::function<void()> finish)
+{
+    m_task = task;
+    m_overlay = overlay;
+    task->setParent(this);
+    overlay->setStage(stageText(OperationTask::Stage::Sending, 0, 0));
+    overlay->show();
+    connect(overlay, &ProgressOverlay::cancelRequested, task, [task, overlay] {
+        task->cancel();
+        //: Progress once the user cancelled
+        //% "Cancelling..."
+        overlay->setStage(qtTrId("stageCancelling"));
+    });
+    connect(task, &OperationTask::progress, overlay, [overlay](OperationTask::Stage stage, qint64 done, qint64 total) {
+        const bool known = stage == OperationTask::Stage::Sending || stage == OperationTask::Stage::Unpacking;
+        overlay->setStage(stageText(stage, done, total), known ? done : 0, known ? total : 0);
+    });
+    connect(task, &OperationTask::finished, this, [this, task, overlay, finish](const OperationTask::Result& result) {
+        if (!result.title.isEmpty())
+            showAlert(this, result.title, result.message, Dialogs::Style::Critical);
+        finish();
+        m_results->refresh();
+        overlay->deleteLater();
+        task->deleteLater();
+        m_overlay = nullptr;
+        m_task = nullptr;
+    });
+    task->start();
 }

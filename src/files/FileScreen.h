@@ -5,9 +5,12 @@
 #include <QWidget>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 class FileListModel;
+class OperationTask;
+class ProgressOverlay;
 class FileTableView;
 class QHBoxLayout;
 class QLabel;
@@ -62,6 +65,10 @@ public:
     QPushButton* selectDeselectAllButton = nullptr;
     QPushButton* operationButton = nullptr;
     QPushButton* openFolderButton = nullptr;
+    // The overlay of the operation under way, if any.
+    ProgressOverlay* overlay() const { return m_overlay; }
+    OperationTask* runningTask() const { return m_task; }
+
     // Mirrors of the three switched buttons.
     bool isSelectFilesEnabled = false;
     bool isRemoveFilesEnabled = false;
@@ -71,6 +78,10 @@ Q_SIGNALS:
     void operationRequested();
 
 protected:
+    // Covers the screen with `overlay`, runs `task`, shows its message (if any) once it ends,
+    // then runs `finish` and removes the overlay.
+    void runOperation(OperationTask* task, ProgressOverlay* overlay, std::function<void()> finish);
+
     // Where a screen puts what it has beside the files (the Encrypt screen: its recipients).
     QHBoxLayout* columns() const { return m_columns; }
 
@@ -83,6 +94,8 @@ private:
     FileListModel* m_intakeModel;
     FileListModel* m_resultModel;
     QHBoxLayout* m_columns;
+    ProgressOverlay* m_overlay = nullptr;
+    OperationTask* m_task = nullptr;
 };
 
 // The state a switched button shows: enabled, "state" property on, and its mirrored flag.

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+// Names that never land on an earlier result: "report.pdf", then "report (1).pdf",
+// "report (2).pdf" and so on, the counter restarting at 1 for every file.
+namespace UniqueNames {
+
+// The next candidate after `name` with `counter`: the base before the last extension, the
+// counter in brackets, then the extension. A name without an extension gets the counter at
+// its end ("README (1)").
+QString withCounter(const QString& name, int counter);
+
+// The first candidate for which `taken` is false.
+QString unique(const QString& name, const std::function<bool(const QString& candidate)>& taken);
+
+// A staged upload name that no "<name>.vx" in the encrypted-results folder takes.
+QString uniqueEncryptedName(const QString& folder, const QString& name);
+// A decrypted file's name that nothing in the decrypted-results folder takes.
+QString uniqueDecryptedName(const QString& folder, const QString& name);
+
+} // namespace UniqueNames
