@@ -40,7 +40,8 @@ AboutViewController::AboutViewController(QWidget* parent)
     auto* blurb = new QLabel(qtTrId("aboutDescription"), this);
     blurb->setWordWrap(true);
     blurb->setAlignment(Qt::AlignCenter);
-    blurb->setMaximumWidth(460);
+    blurb->setFixedWidth(460);
+    blurb->setMinimumHeight(blurb->heightForWidth(460));
     QPalette muted = blurb->palette();
     muted.setColor(QPalette::WindowText, QColor(90, 90, 90));
     blurb->setPalette(muted);
