@@ -23,6 +23,9 @@ public:
     UserPtr user;
     GroupPtr group;
     bool isExpanded;
+    // Everything the search looks at, lower-cased once per rebuild and joined with a
+    // separator no typed term contains.
+    QString searchKey;
 
     // "user_" + e-mail, or "group_" + id.
     QString id() const;

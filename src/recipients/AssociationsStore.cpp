@@ -71,10 +71,31 @@ void AssociationsStore::rebuildAssociations()
     std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
         return QStringView(a.first).compare(QStringView(b.first), Qt::CaseSensitive) < 0;
     });
-    for (qsizetype i = 0; i < keyed.size(); ++i)
+    for (qsizetype i = 0; i < keyed.size(); ++i) {
         combinedAssociations[i] = keyed.at(i).second;
+        combinedAssociations[i]->searchKey = searchKeyOf(*combinedAssociations[i]);
+    }
+    m_userKeys.clear();
+    for (const UserPtr& user : std::as_const(users))
+        m_userKeys.append(searchKeyOf(AssociationItem(AssociationItemType::user, user, nullptr, false)));
     combinedAssociationsFiltered = combinedAssociations;
     rowsAndRecipientsChanged();
+}
+
+QString AssociationsStore::searchKeyOf(const AssociationItem& item)
+{
+    constexpr char16_t separator = u'\x1f';
+    if (item.type == AssociationItemType::user) {
+        if (!item.user)
+            return {};
+        return QString(fullName(*item.user) + separator + item.user->email.value_or(QString())).toLower();
+    }
+    if (!item.group)
+        return {};
+    QString key = item.group->name;
+    for (const GroupMemberModel& member : item.group->groupMembers)
+        key += separator + member.fullName + separator + member.email;
+    return key.toLower();
 }
 
 bool AssociationsStore::matchesSearch(const AssociationItem& item, const QString& term)
@@ -106,16 +127,16 @@ void AssociationsStore::applySearch(const QString& text)
     } else {
         // Case-insensitive containment is the lowercased substring test, without making copies.
         const QString term = text.toLower();
+        // The keys hold the same texts matchesSearch tests, lower-cased once per rebuild.
         combinedAssociationsFiltered.clear();
         for (const auto& item : std::as_const(combinedAssociations)) {
-            if (matchesSearch(*item, term))
+            if (item->searchKey.contains(term))
                 combinedAssociationsFiltered.append(item);
         }
         usersFiltered.clear();
-        for (const UserPtr& user : std::as_const(users)) {
-            if (fullName(*user).contains(term, Qt::CaseInsensitive)
-                || (user->email && user->email->contains(term, Qt::CaseInsensitive)))
-                usersFiltered.append(user);
+        for (qsizetype i = 0; i < users.size(); ++i) {
+            if (i < m_userKeys.size() ? m_userKeys.at(i).contains(term) : searchKeyOf(AssociationItem(AssociationItemType::user, users.at(i), nullptr, false)).contains(term))
+                usersFiltered.append(users.at(i));
         }
         groupsFiltered.clear();
         for (const GroupPtr& group : std::as_const(groups)) {

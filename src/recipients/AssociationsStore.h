@@ -49,6 +49,7 @@ public:
     void rebuildAssociations();
     void applySearch(const QString& text);
     static bool matchesSearch(const AssociationItem& item, const QString& term);
+    static QString searchKeyOf(const AssociationItem& item);
 
     void saveCheckedGroups() const;
     void restoreCheckedGroups();
@@ -91,4 +92,6 @@ private:
         int member; // -1 for the item itself
     };
     QList<Row> m_rows;
+    QList<QString> m_userKeys; // parallel to users
+
 };

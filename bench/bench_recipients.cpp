@@ -1,0 +1,118 @@
+// Search and rebuild of the recipients list at 10,000 users and 1,000 groups of 20 members,
+// against grep searching the same names and addresses as text.
+#include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsModel.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+double median(QList<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.at(values.size() / 2);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QStringList first { u"Amelia"_qs, u"Ben"_qs, u"Chloé"_qs, u"Daniel"_qs, u"Elena"_qs, u"Farah"_qs, u"George"_qs,
+                              u"Hannah"_qs, u"Isaac"_qs, u"Julia"_qs, u"Kofi"_qs, u"Lucía"_qs };
+    const QStringList last { u"Clarke"_qs, u"Ortiz"_qs, u"Martin"_qs, u"Kim"_qs, u"Rossi"_qs, u"Haddad"_qs, u"Okafor"_qs,
+                             u"Schmidt"_qs, u"Nakamura"_qs, u"Santos"_qs, u"Mensah"_qs, u"Fernández"_qs };
+    AssociationsStore store;
+    RecipientsModel model(&store);
+    QString text; // the same data as lines, for grep
+    for (int i = 0; i < 10000; ++i) {
+        auto u = std::make_shared<User>();
+        u->firstName = first.at(i % first.size()) + QString::number(i);
+        u->lastName = last.at((i / 7) % last.size());
+        u->email = QStringLiteral("user%1@example.com").arg(i);
+        u->phone = QStringLiteral("+1 555 %1").arg(i, 4, 10, QLatin1Char('0'));
+        store.users.append(u);
+        store.usersFiltered.append(std::make_shared<User>(*u));
+        text += *u->firstName + u' ' + *u->lastName + u' ' + *u->email + u'\n';
+    }
+    for (int g = 0; g < 1000; ++g) {
+        auto group = std::make_shared<GroupModel>();
+        group->id = g + 1;
+        group->name = QStringLiteral("Team%1").arg(g);
+        for (int m = 0; m < 20; ++m) {
+            const int i = (g * 37 + m * 101) % 10000;
+            group->groupMembers.append({ qint64(i), store.users.at(i)->firstName.value() + u' ' + store.users.at(i)->lastName.value(),
+                                         store.users.at(i)->email.value(), {} });
+            text += group->name + u' ' + group->groupMembers.last().fullName + u' ' + group->groupMembers.last().email + u'\n';
+        }
+        store.groups.append(group);
+    }
+    store.groupsFiltered = store.groups;
+
+    QList<double> rebuilds;
+    for (int run = 0; run < 15; ++run) {
+        QElapsedTimer t;
+        t.start();
+        store.rebuildAssociations(); // includes the table's reset and row count
+        (void)model.rowCount();
+        rebuilds.append(t.nsecsElapsed() / 1e6);
+    }
+    // One keystroke at a time, as a user types and deletes a name.
+    const QStringList keystrokes { u"k"_qs, u"ko"_qs, u"kof"_qs, u"kofi"_qs, u"kofi1"_qs, u"kofi"_qs, u"kof"_qs,
+                                   u"ko"_qs, u"k"_qs, u"m"_qs, u"ma"_qs, u"mar"_qs, u"mart"_qs, u"example"_qs, u""_qs };
+    QList<double> searches;
+    for (int round = 0; round < 3; ++round) {
+        for (const QString& k : keystrokes) {
+            QElapsedTimer t;
+            t.start();
+            store.applySearch(k);
+            (void)model.rowCount();
+            (void)model.index(0).data(RecipientsModel::NameRole);
+            searches.append(t.nsecsElapsed() / 1e6);
+        }
+    }
+
+    // The reference: grep -ci over the same text, a process start included and subtracted.
+    QTemporaryDir dir;
+    QFile file(dir.filePath(u"names.txt"_qs));
+    file.open(QIODevice::WriteOnly);
+    file.write(text.toUtf8());
+    file.close();
+    auto timeGrep = [&](const QString& term) {
+        QElapsedTimer t;
+        t.start();
+        QProcess grep;
+        grep.start(u"grep"_qs, { u"-ci"_qs, term, file.fileName() });
+        grep.waitForFinished();
+        return t.nsecsElapsed() / 1e6;
+    };
+    QList<double> greps;
+    QList<double> starts;
+    for (int i = 0; i < 9; ++i) {
+        greps.append(timeGrep(u"kof"_qs));
+        QElapsedTimer t;
+        t.start();
+        QProcess nothing;
+        nothing.start(u"true"_qs, {});
+        nothing.waitForFinished();
+        starts.append(t.nsecsElapsed() / 1e6);
+    }
+    const double grepSearch = std::max(0.01, median(greps) - median(starts));
+    std::printf("recipients: %lld users, %lld groups of 20, %d rows\n", qint64(store.users.size()), qint64(store.groups.size()),
+                store.associatedRowCount());
+    std::printf("rebuild (sort + rows + table reset): median %.2f ms, worst %.2f ms (budget 50 ms)\n", median(rebuilds),
+                *std::max_element(rebuilds.begin(), rebuilds.end()));
+    std::printf("search keystroke (filter + rows + table reset): median %.2f ms, worst %.2f ms (budget 16 ms)\n",
+                median(searches), *std::max_element(searches.begin(), searches.end()));
+    std::printf("reference grep -ci over the same %.1f MB of text: %.2f ms (process start subtracted)\n",
+                text.toUtf8().size() / 1e6, grepSearch);
+    std::printf("ratio search/grep: %.2f\n", median(searches) / grepSearch);
+    return 0;
+}

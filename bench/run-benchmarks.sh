@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Builds the benchmarks, makes their inputs (1 GiB) in a scratch folder, and runs them.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build="${VARNEX_BUILD_DIR:-$root/build}"
+"$root/scripts/build"
+scratch="${VARNEX_BENCH_DIR:-/tmp/varnex-bench}"
+mkdir -p "$scratch"
+if [[ ! -f "$scratch/big.bin" ]]; then
+    head -c 1073741824 /dev/urandom > "$scratch/big.bin"
+fi
+if [[ ! -f "$scratch/big.zip" ]]; then
+    (cd "$scratch" && bsdtar -c --format zip --options zip:compression=store -f big.zip big.bin)
+fi
+"$build/bench/bench_recipients"
+"$build/bench/bench_transfer" upload "$scratch/big.bin"
+"$build/bench/bench_transfer" unpack "$scratch/big.zip"
