@@ -1,12 +1,9 @@
 #include "decrypt/DecryptTask.h"
 
 #include "app/Log.h"
-#include "encrypt/SafeArchive.h"
-#include "encrypt/UniqueNames.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QStorageInfo>
 
 namespace {
 
@@ -47,21 +44,15 @@ QList<MultipartUpload::Part> DecryptTask::parts(const QList<Intake>& files)
 
 OperationTask::Result DecryptTask::run()
 {
-    const QString work = m_folder + u'/' + m_operationId;
-    if (!QDir().mkpath(work + QStringLiteral("/unpack"))) {
-        Log::line(u"Cannot create " + work);
-        return failed();
-    }
-    auto cleanup = qScopeGuard([&work] { QDir(work).removeRecursively(); });
-
     qint64 total = 0;
     for (const Intake& f : m_files)
         total += f.marked ? QFileInfo(f.path).size() : 0;
-    if (QStorageInfo(m_folder).bytesAvailable() < 2 * total + 16 * 1024 * 1024) {
-        Log::line(QStringLiteral("Not enough free space for the decrypted files in ") + m_folder);
+    const auto work = prepare(m_folder, total);
+    if (!work)
         return failed();
-    }
-    const QString zip = work + u'/' + m_operationId + u".zip";
+    auto cleanup = qScopeGuard([&work] { QDir(*work).removeRecursively(); });
+
+    const QString zip = *work + u'/' + m_operationId + u".zip";
     const MultipartUpload::Outcome outcome = upload(parts(m_files), zip);
     if (outcome.cancelled)
         return { Outcome::Cancelled, {}, {}, {} };
@@ -77,33 +68,23 @@ OperationTask::Result DecryptTask::run()
     if (outcome.status != 200)
         return failed();
 
-    report(Stage::Unpacking, 0, 1);
-    const SafeArchive::Result unpacked =
-        SafeArchive::extract(zip, work + QStringLiteral("/unpack"), QStorageInfo(m_folder).bytesAvailable(),
-                             [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &cancelFlag());
+    const auto entries = unpack(zip, *work, m_folder);
     if (cancelled())
         return { Outcome::Cancelled, {}, {}, {} };
-    if (!unpacked.ok) {
-        Log::line(u"Cannot unpack the decrypted files: " + unpacked.failure);
+    if (!entries)
         return { Outcome::Succeeded, {}, {}, {} };
-    }
     // Every intake file, marked or not, looks for its result; entries that match no intake
     // file go away with the operation's folder.
     Result result { Outcome::Succeeded, {}, {}, {} };
     for (const Intake& f : m_files) {
         const QString name = File(f.path).fileName();
-        const auto entry = std::find_if(unpacked.entries.begin(), unpacked.entries.end(),
+        const auto entry = std::find_if(entries->begin(), entries->end(),
                                         [&name](const SafeArchive::Entry& e) { return e.name == name; });
-        if (entry == unpacked.entries.end()) {
+        if (entry == entries->end()) {
             Log::line(u"Cannot copy " + name + u": the phone sent no such file");
             continue;
         }
-        const QString landed = SafeArchive::moveIn(entry->tempPath, m_folder, [&name](int counter) {
-            return counter == 0 ? name : UniqueNames::withCounter(name, counter);
-        });
-        if (landed.isEmpty())
-            Log::line(u"Cannot copy " + name + u" into " + m_folder);
-        else
+        if (const QString landed = land(*entry, name, m_folder); !landed.isEmpty())
             result.written.append(landed);
     }
     return result;

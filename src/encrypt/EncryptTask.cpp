@@ -1,13 +1,11 @@
 #include "encrypt/EncryptTask.h"
 
 #include "app/Log.h"
-#include "encrypt/SafeArchive.h"
 #include "encrypt/UniqueNames.h"
 #include "storage/File.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QStorageInfo>
 
 namespace {
 
@@ -54,24 +52,16 @@ QList<MultipartUpload::Part> EncryptTask::parts(const QStringList& files, const 
 
 OperationTask::Result EncryptTask::run()
 {
-    const QString work = m_folder + u'/' + m_operationId;
-    if (!QDir().mkpath(work + QStringLiteral("/unpack"))) {
-        Log::line(u"Cannot create " + work);
-        return failed();
-    }
-    auto cleanup = qScopeGuard([&work] { QDir(work).removeRecursively(); });
-
     qint64 total = 0;
     for (const QString& f : m_files)
         total += QFileInfo(f).size();
-    // The reply and its unpacked files both need room; refuse before sending anything.
-    if (QStorageInfo(m_folder).bytesAvailable() < 2 * total + 16 * 1024 * 1024) {
-        Log::line(QStringLiteral("Not enough free space for the encrypted files in ") + m_folder);
+    const auto work = prepare(m_folder, total);
+    if (!work)
         return failed();
-    }
-    const QStringList staged = stagedNames(m_files, m_folder);
-    const QString zip = work + u'/' + m_operationId + u".zip";
-    const MultipartUpload::Outcome outcome = upload(parts(m_files, staged, m_recipients), zip);
+    auto cleanup = qScopeGuard([&work] { QDir(*work).removeRecursively(); });
+
+    const QString zip = *work + u'/' + m_operationId + u".zip";
+    const MultipartUpload::Outcome outcome = upload(parts(m_files, stagedNames(m_files, m_folder), m_recipients), zip);
     if (outcome.cancelled)
         return { Outcome::Cancelled, {}, {}, {} };
     if (!outcome.failure.isEmpty()) {
@@ -81,24 +71,12 @@ OperationTask::Result EncryptTask::run()
     if (outcome.status != 200)
         return failed();
 
-    report(Stage::Unpacking, 0, 1);
-    const SafeArchive::Result unpacked =
-        SafeArchive::extract(zip, work + QStringLiteral("/unpack"), QStorageInfo(m_folder).bytesAvailable(),
-                             [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &cancelFlag());
+    const auto entries = unpack(zip, *work, m_folder);
     if (cancelled())
         return { Outcome::Cancelled, {}, {}, {} };
-    if (!unpacked.ok) {
-        Log::line(u"Cannot unpack the encrypted files: " + unpacked.failure);
-        return { Outcome::Succeeded, {}, {}, {} };
-    }
     Result result { Outcome::Succeeded, {}, {}, {} };
-    for (const SafeArchive::Entry& entry : unpacked.entries) {
-        const QString landed = SafeArchive::moveIn(entry.tempPath, m_folder, [&entry](int counter) {
-            return counter == 0 ? entry.name : UniqueNames::withCounter(entry.name, counter);
-        });
-        if (landed.isEmpty())
-            Log::line(u"Cannot move " + entry.name + u" into " + m_folder);
-        else
+    for (const SafeArchive::Entry& entry : entries.value_or(QList<SafeArchive::Entry>())) {
+        if (const QString landed = land(entry, entry.name, m_folder); !landed.isEmpty())
             result.written.append(landed);
     }
     return result;

@@ -1,6 +1,11 @@
 #include "encrypt/OperationTask.h"
 
+#include "app/Log.h"
+#include "encrypt/UniqueNames.h"
+
 #include <QCoreApplication>
+#include <QFileInfo>
+#include <QStorageInfo>
 #include <QDateTime>
 #include <QDir>
 #include <QRegularExpression>
@@ -72,6 +77,47 @@ MultipartUpload::Outcome OperationTask::upload(const QList<MultipartUpload::Part
                 report(Stage::Sending, p.sent, p.total);
         },
         m_cancel);
+}
+
+std::optional<QString> OperationTask::prepare(const QString& folder, qint64 uploadBytes)
+{
+    const QString work = folder + u'/' + m_operationId;
+    if (folder.isEmpty() || !QDir().mkpath(work + QStringLiteral("/unpack"))) {
+        Log::line(u"Cannot create " + work);
+        return std::nullopt;
+    }
+    // The reply and its unpacked files both need room: refuse before sending anything.
+    if (QStorageInfo(folder).bytesAvailable() < 2 * uploadBytes + 16 * 1024 * 1024) {
+        Log::line(u"Not enough free space for the results in " + folder);
+        QDir(work).removeRecursively();
+        return std::nullopt;
+    }
+    return work;
+}
+
+std::optional<QList<SafeArchive::Entry>> OperationTask::unpack(const QString& zip, const QString& work, const QString& folder)
+{
+    report(Stage::Unpacking, 0, 1);
+    const SafeArchive::Result unpacked = SafeArchive::extract(
+        zip, work + QStringLiteral("/unpack"), QStorageInfo(folder).bytesAvailable(),
+        [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &m_cancel);
+    if (cancelled())
+        return std::nullopt;
+    if (!unpacked.ok) {
+        Log::line(u"Cannot unpack the phone's reply: " + unpacked.failure);
+        return std::nullopt;
+    }
+    return unpacked.entries;
+}
+
+QString OperationTask::land(const SafeArchive::Entry& entry, const QString& name, const QString& folder)
+{
+    const QString landed = SafeArchive::moveIn(entry.tempPath, folder, [&name](int counter) {
+        return counter == 0 ? name : UniqueNames::withCounter(name, counter);
+    });
+    if (landed.isEmpty())
+        Log::line(u"Cannot move " + name + u" into " + folder);
+    return landed;
 }
 
 int removeLeftoverOperationFolders(const QString& folder)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "encrypt/MultipartUpload.h"
+#include "encrypt/SafeArchive.h"
 
 #include <QObject>
 #include <QString>
@@ -8,6 +9,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <thread>
 
 // One encrypt or decrypt operation as a task: start(), cancel(), progress by stage, and a
@@ -52,8 +54,16 @@ protected:
     // Runs on the worker thread.
     virtual Result run() = 0;
 
+    // Makes the operation's folder inside `folder` and checks that the reply and its unpacked
+    // files will fit; the folder's path, or nothing (logged).
+    std::optional<QString> prepare(const QString& folder, qint64 uploadBytes);
     // Sends the parts and writes the reply to `replyPath`, reporting progress.
     MultipartUpload::Outcome upload(const QList<MultipartUpload::Part>& parts, const QString& replyPath);
+    // Unpacks the reply inside `work`; nothing when cancelled or refused (logged).
+    std::optional<QList<SafeArchive::Entry>> unpack(const QString& zip, const QString& work, const QString& folder);
+    // Moves an unpacked file into `folder` as `name`, or the first free counted name; logged
+    // when it cannot.
+    static QString land(const SafeArchive::Entry& entry, const QString& name, const QString& folder);
     void report(Stage stage, qint64 done, qint64 total);
     bool cancelled() const { return m_cancel.load(); }
     const std::atomic<bool>& cancelFlag() const { return m_cancel; }

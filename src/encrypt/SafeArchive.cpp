@@ -50,7 +50,7 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
 
     std::unique_ptr<archive, ReadCloser> a(archive_read_new());
     archive_read_support_format_zip(a.get());
-    if (archive_read_open_filename(a.get(), QFile::encodeName(archivePath).constData(), 1 << 20) != ARCHIVE_OK)
+    if (archive_read_open_filename(a.get(), QFile::encodeName(archivePath).constData(), 16 * 1024) != ARCHIVE_OK)
         return fail(stagingFolder, QString::fromUtf8(archive_error_string(a.get())));
 
     Result result;
