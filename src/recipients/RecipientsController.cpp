@@ -97,7 +97,7 @@ void RecipientsController::updateTick()
         m_lastGroupsChange = groups;
         refreshGroups();
     }
-    Q_EMIT ticked();
+    // The encrypted-files listing of each tick is the result folder's own (watched and timed).
 }
 
 void RecipientsController::notifyPhoneGroupsUpdated()

@@ -33,8 +33,6 @@ public:
 
 Q_SIGNALS:
     void usersLoaded(bool anyUsers);
-    // Also runs last in each tick: the screen lists its encrypted files then.
-    void ticked();
 
 private:
     AssociationsStore* m_store;
