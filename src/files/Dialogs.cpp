@@ -43,6 +43,7 @@ public:
         QMessageBox box(iconOf(style), title, message, QMessageBox::NoButton, parent);
         box.setText(title);
         box.setInformativeText(message);
+        box.setStyleSheet(QStringLiteral("QLabel#qt_msgbox_label, QLabel#qt_msgbox_informativelabel { min-width: 300px; }"));
         QList<QAbstractButton*> made;
         for (const QString& text : buttons) {
             made.append(box.addButton(text, made.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
@@ -80,8 +81,12 @@ public:
         QDialog dialog(parent);
         dialog.setWindowTitle(title);
         auto* layout = new QVBoxLayout(&dialog);
-        auto* label = new QLabel(message, &dialog);
+        // Without a message, the title heads the list (a window title is easy to miss).
+        auto* label = new QLabel(message.isEmpty() ? title : message, &dialog);
         label->setWordWrap(true);
+        QFont heading = label->font();
+        heading.setBold(message.isEmpty());
+        label->setFont(heading);
         layout->addWidget(label);
         auto* list = new QListWidget(&dialog);
         list->setAccessibleName(message);

@@ -8,12 +8,6 @@
 
 namespace {
 
-QJsonValue json(const char* text)
-{
-    const QJsonDocument doc = QJsonDocument::fromJson(QByteArray(text));
-    return doc.isArray() ? QJsonValue(doc.array()) : QJsonValue(doc.object());
-}
-
 template<typename T>
 bool ok(const Decoded<T>& d)
 {

@@ -17,6 +17,8 @@
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
+#include <QApplication>
 
 namespace {
 
@@ -65,6 +67,7 @@ private Q_SLOTS:
     void groupLifecycleAgainstThePhone();
     void phoneChangeSignalsReload();
     void screenshot();
+    void dialogScreenshots();
 
 private:
     std::unique_ptr<PhoneSimProcess> m_sim;
@@ -276,6 +279,44 @@ void TestRecipientsPanel::screenshot()
     m_screen->resize(1052, 600);
     QTest::qWait(100);
     m_screen->grab().save(out + u"/encrypt-recipients.png"_qs);
+}
+
+void TestRecipientsPanel::dialogScreenshots()
+{
+    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
+    if (out.isEmpty())
+        QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
+    // The real dialogs: each is captured once it shows, then cancelled.
+    auto capture = [&out](const QString& name) {
+        QTimer::singleShot(400, [out, name] {
+            if (QWidget* dialog = QApplication::activeModalWidget()) {
+                dialog->grab().save(out + u"/dialog-" + name + u".png");
+                dialog->close();
+            }
+        });
+    };
+    const qint64 family = groupIdByName(store(), u"Family"_qs);
+    capture(u"create"_qs);
+    panel()->createGroupButtonClicked();
+    capture(u"rename"_qs);
+    panel()->menuEditGroup(family);
+    capture(u"remove-members"_qs);
+    panel()->menuRemoveMember(family);
+    capture(u"cannot-delete"_qs);
+    panel()->menuDeleteGroup(family);
+    capture(u"add-members"_qs);
+    panel()->menuAddMember(family);
+    QTest::qWait(1500); // the candidates come from the phone first
+    {
+        FakeDialogs make;
+        make.answers.enqueue(u"Empty"_qs);
+        panel()->createGroupButtonClicked();
+        QTRY_VERIFY(groupIdByName(store(), u"Empty"_qs) > 0);
+    }
+    capture(u"delete"_qs);
+    panel()->menuDeleteGroup(groupIdByName(store(), u"Empty"_qs));
+    capture(u"error"_qs);
+    panel()->showErrorAlert(u"Conflict: A group with this name already exists"_qs);
 }
 
 QTEST_MAIN(TestRecipientsPanel)
