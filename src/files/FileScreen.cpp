@@ -9,6 +9,7 @@
 #include "shell/ProgressOverlay.h"
 #include "widgets/Line.h"
 #include "widgets/RoundedCornersBox.h"
+#include "widgets/RoundedPanel.h"
 #include "widgets/cells/FileCellDelegate.h"
 
 #include <QHBoxLayout>
@@ -18,19 +19,11 @@
 
 namespace {
 
-const QString buttonStyle = QStringLiteral(
-    "QPushButton { color: white; background: rgb(255,192,0); border: none; border-radius: 8px;"
-    " padding: 7px 14px; font-weight: bold; letter-spacing: 1px; }"
-    "QPushButton:hover { background: rgb(254,173,2); }"
-    "QPushButton:pressed { background: rgb(235,160,0); }"
-    "QPushButton:focus { border: 2px solid rgb(150,100,0); }"
-    "QPushButton:disabled { background: rgba(255,192,0,110); color: rgba(255,255,255,200); }");
-
 QPushButton* makeButton(const QString& text, QWidget* parent)
 {
     auto* button = new QPushButton(text, parent);
     button->setAccessibleName(text);
-    button->setStyleSheet(buttonStyle);
+    button->setStyleSheet(amberButtonStyle());
     button->setCursor(Qt::PointingHandCursor);
     return button;
 }

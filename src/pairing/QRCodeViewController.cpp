@@ -4,6 +4,7 @@
 #include "app/Settings.h"
 #include "pairing/AddressFinder.h"
 #include "shell/Texts.h"
+#include "widgets/RoundedPanel.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -39,22 +40,6 @@ QString cannotFindIP()
     //% "Cannot find IP address"
     return qtTrId("cannotFindIP");
 }
-
-class WhiteBox : public QWidget
-{
-public:
-    using QWidget::QWidget;
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Qt::white);
-        p.drawRoundedRect(QRectF(rect()), 35, 35);
-    }
-};
 
 QLabel* whiteLabel(QWidget* parent, int pointSize, bool bold)
 {
@@ -111,7 +96,7 @@ void QRCodeViewController::viewDidLoad()
     instructions->addWidget(pointPhone);
     instructions->addStretch();
 
-    auto* box = new WhiteBox(this);
+    auto* box = new RoundedPanel(Qt::white, 35, RoundedPanel::AllCorners, this);
     qrCodeWhiteBackground = box;
     auto* shadow = new QGraphicsDropShadowEffect(box);
     shadow->setBlurRadius(12);
@@ -252,7 +237,7 @@ void QRCodeViewController::showAddress(const QString& text)
     m_matrix = matrix;
     QPixmap pixmap = QPixmap::fromImage(renderQr(matrix, devicePixelRatioF()));
     // Shown within the box: a large code scales down smoothly, never up.
-    const QSize room = qrCodeImage->size().boundedTo(QSize(340, 340)).expandedTo(QSize(240, 240));
+    const QSize room = qrCodeImage->size().boundedTo(QSize(360, 360)).expandedTo(QSize(360, 360));
     if (pixmap.deviceIndependentSize().width() > room.width())
         pixmap = pixmap.scaled(room * devicePixelRatioF(), Qt::KeepAspectRatio, Qt::FastTransformation);
     pixmap.setDevicePixelRatio(devicePixelRatioF());

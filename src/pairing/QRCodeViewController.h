@@ -40,7 +40,7 @@ public:
     QComboBox* addressSelector() const { return m_selector; }
     // The QR image as drawn: each module moduleSize x moduleSize, with a quiet zone.
     static QImage renderQr(const QrMatrix& matrix, qreal devicePixelRatio = 1.0);
-    static int quietZoneModules() { return 2; }
+    static int quietZoneModules() { return 1; } // the white box around it adds the rest
 
     QLabel* qrCodeImage = nullptr;
     QLabel* openVarnex = nullptr;

@@ -7,6 +7,7 @@
 #include "recipients/GroupNameRule.h"
 #include "recipients/RecipientsController.h"
 #include "recipients/RecipientsModel.h"
+#include "widgets/RoundedPanel.h"
 #include "widgets/cells/AssociatedUserCellView.h"
 
 #include <QHBoxLayout>
@@ -21,13 +22,6 @@
 #include <QVBoxLayout>
 
 namespace {
-
-const QString buttonStyle = QStringLiteral(
-    "QPushButton { color: white; background: rgb(255,192,0); border: none; border-radius: 8px;"
-    " padding: 7px 12px; font-weight: bold; font-size: 11px; }"
-    "QPushButton:hover { background: rgb(254,173,2); }"
-    "QPushButton:focus { border: 2px solid rgb(150,100,0); }"
-    "QPushButton:disabled { background: rgba(255,192,0,110); }");
 
 using Kind = AssociatedUserRowType::Kind;
 
@@ -136,7 +130,7 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     selectDeselectAllUsersButton = new QPushButton(qtTrId("selectDeselectAll"), this);
     createGroupButton = new QPushButton(QStringLiteral("CREATE GROUP"), this);
     for (QPushButton* b : { createGroupButton, selectDeselectAllUsersButton }) {
-        b->setStyleSheet(buttonStyle);
+        b->setStyleSheet(amberButtonStyle() + QStringLiteral("QPushButton { font-size: 11px; padding: 7px 12px; }"));
         b->setAccessibleName(b->text());
         b->setCursor(Qt::PointingHandCursor);
     }

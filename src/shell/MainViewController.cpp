@@ -9,13 +9,12 @@
 #include "shell/ScreenFactory.h"
 #include "shell/Texts.h"
 #include "widgets/CustomButton.h"
+#include "widgets/RoundedPanel.h"
 
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
 #include <QLoggingCategory>
-#include <QPainter>
-#include <QPainterPath>
 #include <QStackedLayout>
 #include <QSvgWidget>
 #include <QToolButton>
@@ -25,61 +24,7 @@ Q_LOGGING_CATEGORY(lcMain, "varnex.shell")
 
 namespace {
 
-enum Corner { topLeft = 1, topRight = 2, bottomRight = 4, bottomLeft = 8 };
-
-// A rectangle with chosen corners rounded, filled with one colour.
-class RoundedFill : public QWidget
-{
-public:
-    RoundedFill(QColor color, qreal radius, int corners, QWidget* parent)
-        : QWidget(parent)
-        , m_color(color)
-        , m_radius(radius)
-        , m_corners(corners)
-    {
-        setAttribute(Qt::WA_OpaquePaintEvent, false);
-    }
-
-    QColor color() const { return m_color; }
-    void setColor(const QColor& color)
-    {
-        m_color = color;
-        update();
-    }
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(m_color);
-        const QRectF r = rect();
-        const qreal d = m_radius * 2;
-        QPainterPath path;
-        path.moveTo(r.left(), r.top() + ((m_corners & topLeft) ? m_radius : 0));
-        if ((m_corners & topLeft))
-            path.arcTo(QRectF(r.left(), r.top(), d, d), 180, -90);
-        path.lineTo(r.right() - ((m_corners & topRight) ? m_radius : 0), r.top());
-        if ((m_corners & topRight))
-            path.arcTo(QRectF(r.right() - d, r.top(), d, d), 90, -90);
-        path.lineTo(r.right(), r.bottom() - ((m_corners & bottomRight) ? m_radius : 0));
-        if ((m_corners & bottomRight))
-            path.arcTo(QRectF(r.right() - d, r.bottom() - d, d, d), 0, -90);
-        path.lineTo(r.left() + ((m_corners & bottomLeft) ? m_radius : 0), r.bottom());
-        if ((m_corners & bottomLeft))
-            path.arcTo(QRectF(r.left(), r.bottom() - d, d, d), 270, -90);
-        path.closeSubpath();
-        p.drawPath(path);
-    }
-
-private:
-    QColor m_color;
-    qreal m_radius;
-    int m_corners;
-};
-
-constexpr int tabCorners = topLeft | topRight;
+constexpr int tabCorners = RoundedPanel::TopLeft | RoundedPanel::TopRight;
 
 CustomButton* makeTab(QWidget* backing, const QString& title)
 {
@@ -141,8 +86,8 @@ void MainViewController::viewDidLoad()
     product->setFont(productFont);
     product->setStyleSheet(QStringLiteral("color: white;"));
 
-    auto* encryptBacking = new RoundedFill(Colors::primaryColor, 12, tabCorners, this);
-    auto* decryptBacking = new RoundedFill(Colors::primaryColor, 12, tabCorners, this);
+    auto* encryptBacking = new RoundedPanel(Colors::primaryColor, 12, tabCorners, this);
+    auto* decryptBacking = new RoundedPanel(Colors::primaryColor, 12, tabCorners, this);
     encryptButton = encryptBacking;
     decryptButton = decryptBacking;
     //: Encrypt navigation button
@@ -178,7 +123,7 @@ void MainViewController::viewDidLoad()
     header->addWidget(aboutButton, 0, Qt::AlignVCenter);
 
     // The grey panel with its one rounded corner, holding the screens.
-    auto* panel = new RoundedFill(Colors::grayColor, 35, topLeft, this);
+    auto* panel = new RoundedPanel(Colors::grayColor, 35, RoundedPanel::TopLeft, this);
     grayBackground = panel;
     container = new QWidget(panel);
     container->setObjectName(QStringLiteral("container"));
@@ -245,7 +190,7 @@ void MainViewController::setAboutIcon(const QString& name)
 
 QColor MainViewController::encryptButtonBackground() const
 {
-    return static_cast<RoundedFill*>(encryptButton)->color();
+    return static_cast<RoundedPanel*>(encryptButton)->color();
 }
 
 namespace {
@@ -273,7 +218,7 @@ void MainViewController::selectDecrypt()
     showScreen(vc2);
     setTabLook(encryptButtonTest, Colors::darkOrange, Colors::grayColor, true);
     setTabLook(decryptButtonCustom, Colors::grayColor, Colors::primaryColor, false);
-    static_cast<RoundedFill*>(encryptButton)->setColor(Colors::darkOrange);
+    static_cast<RoundedPanel*>(encryptButton)->setColor(Colors::darkOrange);
     setAboutIcon(QStringLiteral("info"));
 }
 

@@ -1,6 +1,7 @@
 #include "shell/ProgressOverlay.h"
 
 #include "shell/Colors.h"
+#include "widgets/RoundedPanel.h"
 
 #include <QEvent>
 #include <QGraphicsDropShadowEffect>
@@ -49,27 +50,11 @@ private:
     int m_step = 0;
 };
 
-class RoundedPanel : public QWidget
-{
-public:
-    using QWidget::QWidget;
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(Qt::NoPen);
-        p.setBrush(Colors::primaryColor);
-        p.drawRoundedRect(rect(), 35, 35);
-    }
-};
-
 } // namespace
 
 ProgressOverlay::ProgressOverlay(const QString& title, QWidget* parent)
     : QWidget(parent)
-    , m_panel(new RoundedPanel(this))
+    , m_panel(new RoundedPanel(Colors::primaryColor, 35, RoundedPanel::AllCorners, this))
     , m_text(new QLabel(title, m_panel))
     , m_spinner(new Spinner(m_panel))
     , m_stage(new QLabel(m_panel))

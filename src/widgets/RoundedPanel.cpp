@@ -1,0 +1,55 @@
+#include "widgets/RoundedPanel.h"
+
+#include <QPainter>
+#include <QPainterPath>
+
+RoundedPanel::RoundedPanel(QColor color, qreal radius, int corners, QWidget* parent)
+    : QWidget(parent)
+    , m_color(color)
+    , m_radius(radius)
+    , m_corners(corners)
+{
+}
+
+void RoundedPanel::setColor(const QColor& color)
+{
+    m_color = color;
+    update();
+}
+
+void RoundedPanel::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(Qt::NoPen);
+    p.setBrush(m_color);
+    const QRectF r = rect();
+    const qreal d = m_radius * 2;
+    auto rounded = [this](int corner) { return (m_corners & corner) != 0; };
+    QPainterPath path;
+    path.moveTo(r.left(), r.top() + (rounded(TopLeft) ? m_radius : 0));
+    if (rounded(TopLeft))
+        path.arcTo(QRectF(r.left(), r.top(), d, d), 180, -90);
+    path.lineTo(r.right() - (rounded(TopRight) ? m_radius : 0), r.top());
+    if (rounded(TopRight))
+        path.arcTo(QRectF(r.right() - d, r.top(), d, d), 90, -90);
+    path.lineTo(r.right(), r.bottom() - (rounded(BottomRight) ? m_radius : 0));
+    if (rounded(BottomRight))
+        path.arcTo(QRectF(r.right() - d, r.bottom() - d, d, d), 0, -90);
+    path.lineTo(r.left() + (rounded(BottomLeft) ? m_radius : 0), r.bottom());
+    if (rounded(BottomLeft))
+        path.arcTo(QRectF(r.left(), r.bottom() - d, d, d), 270, -90);
+    path.closeSubpath();
+    p.drawPath(path);
+}
+
+QString amberButtonStyle()
+{
+    return QStringLiteral(
+        "QPushButton { color: white; background: rgb(255,192,0); border: none; border-radius: 8px;"
+        " padding: 7px 14px; font-weight: bold; letter-spacing: 1px; }"
+        "QPushButton:hover { background: rgb(254,173,2); }"
+        "QPushButton:pressed { background: rgb(235,160,0); }"
+        "QPushButton:focus { border: 2px solid rgb(150,100,0); }"
+        "QPushButton:disabled { background: rgba(255,192,0,110); color: rgba(255,255,255,200); }");
+}
