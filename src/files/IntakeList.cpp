@@ -51,8 +51,6 @@ bool IntakeList::addFiles(const QStringList& paths)
             refused = true;
             continue;
         }
-        if (!added)
-            Q_EMIT aboutToChange();
         added = true;
         m_files.append(std::make_shared<File>(path));
     }
@@ -92,7 +90,6 @@ void IntakeList::markAll()
 
 void IntakeList::removeMarked()
 {
-    Q_EMIT aboutToChange();
     m_files.removeIf([](const FilePtr& f) { return f->isChecked; });
     Buttons b = m_buttons;
     if (m_files.isEmpty()) {

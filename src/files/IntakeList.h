@@ -51,7 +51,6 @@ public:
     bool admits(const QString& path) const;
 
 Q_SIGNALS:
-    void aboutToChange();
     void changed();
     void buttonsChanged(const IntakeList::Buttons& buttons);
 

@@ -38,7 +38,6 @@ bool ResultFolder::refresh()
     FileList copy = m_files;
     if (!refreshFromFolder(copy, m_folder))
         return false;
-    Q_EMIT aboutToReplace();
     m_files = std::move(copy);
     Q_EMIT replaced();
     return true;

@@ -30,7 +30,6 @@ public:
     bool isPeriodicRefreshRunning() const { return m_timer.isActive(); }
 
 Q_SIGNALS:
-    void aboutToReplace();
     void replaced();
 
 private:
