@@ -1,9 +1,9 @@
 // The two heavy paths of an operation, each against a public tool in the same run:
 //   bench_transfer upload FILE   sending FILE through the encrypt upload vs curl -F, to a local sink
 //   bench_transfer unpack ZIP    unpacking a reply archive vs bsdtar -xf
-#include "encrypt/EncryptTask.h"
-#include "encrypt/MultipartUpload.h"
-#include "encrypt/SafeArchive.h"
+#include "operations/EncryptTask.h"
+#include "operations/MultipartUpload.h"
+#include "operations/SafeArchive.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,7 +1,7 @@
-#include "app/AppDelegate.h"
+#include "shell/AppDelegate.h"
 #include "app/Settings.h"
-#include "shell/AppWindow.h"
 #include "app/Translations.h"
+#include "shell/AppWindow.h"
 
 #include <QApplication>
 

@@ -1,11 +1,11 @@
 #include "shell/AppWindow.h"
 
-#include "pairing/QRCodeViewController.h"
-#include "shell/Colors.h"
+#include "app/Texts.h"
+#include "screens/QRCodeViewController.h"
 #include "shell/MainViewController.h"
 #include "shell/ReplacePresentationAnimator.h"
 #include "shell/ScreenFactory.h"
-#include "shell/Texts.h"
+#include "widgets/Colors.h"
 
 #include <QIcon>
 #include <QVBoxLayout>
@@ -50,6 +50,7 @@ void AppWindow::present(QWidget* screen)
         return;
     }
     auto* animator = new ReplacePresentationAnimator(this);
+    connect(animator, &ReplacePresentationAnimator::swapContent, this, &AppWindow::setContent);
     connect(animator, &ReplacePresentationAnimator::finished, animator, &QObject::deleteLater);
     animator->animatePresentation(screen, m_content);
 }

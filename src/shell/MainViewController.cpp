@@ -1,13 +1,12 @@
 #include "shell/MainViewController.h"
 
 #include "app/Session.h"
-#include "files/DecryptViewController.h"
-#include "files/EncryptViewController.h"
-#include "shell/AboutViewController.h"
-#include "shell/Colors.h"
+#include "app/Texts.h"
+#include "screens/AboutViewController.h"
+#include "screens/DecryptViewController.h"
+#include "screens/EncryptViewController.h"
 #include "shell/ConnectionWatchdog.h"
-#include "shell/ScreenFactory.h"
-#include "shell/Texts.h"
+#include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
 
@@ -139,9 +138,11 @@ void MainViewController::viewDidLoad()
     layout->addLayout(header);
     layout->addWidget(panel, 1);
 
-    vc1 = static_cast<EncryptViewController*>(ScreenFactory::make(QStringLiteral("EncryptViewController"), container));
-    vc2 = static_cast<DecryptViewController*>(ScreenFactory::make(QStringLiteral("DecryptViewController"), container));
-    vc3 = static_cast<AboutViewController*>(ScreenFactory::make(QStringLiteral("AboutViewController"), container));
+    // The tabs' screens are this screen's own parts, made here rather than through the
+    // screen factory, which makes this screen.
+    vc1 = new EncryptViewController(container);
+    vc2 = new DecryptViewController(container);
+    vc3 = new AboutViewController(container);
     for (QWidget* screen : { static_cast<QWidget*>(vc1), static_cast<QWidget*>(vc2), static_cast<QWidget*>(vc3) })
         m_stack->addWidget(screen);
     m_stack->setCurrentWidget(vc1);

@@ -1,7 +1,5 @@
 #include "shell/ReplacePresentationAnimator.h"
 
-#include "shell/AppWindow.h"
-
 #include <QPainter>
 #include <QPropertyAnimation>
 
@@ -64,7 +62,7 @@ void ReplacePresentationAnimator::animateDismissal(QWidget* presented, QWidget* 
 
 void ReplacePresentationAnimator::swap(QWidget* incoming, QWidget* outgoing)
 {
-    auto* window = outgoing ? qobject_cast<AppWindow*>(outgoing->window()) : nullptr;
+    QWidget* window = outgoing ? outgoing->window() : nullptr;
     if (!window) {
         delete incoming;
         Q_EMIT finished();
@@ -76,7 +74,7 @@ void ReplacePresentationAnimator::swap(QWidget* incoming, QWidget* outgoing)
     curtain->raise();
 
     QPointer<QWidget> in(incoming);
-    QPointer<AppWindow> target(window);
+    QPointer<QWidget> target(window);
     auto* fadeOut = fade(curtain, 1.0, 0.0);
     connect(fadeOut, &QPropertyAnimation::finished, this, [this, curtain, in, target] {
         if (!target || !in) {
@@ -84,7 +82,7 @@ void ReplacePresentationAnimator::swap(QWidget* incoming, QWidget* outgoing)
             Q_EMIT finished();
             return;
         }
-        target->setContent(in); // the old screen is not used again
+        Q_EMIT swapContent(in); // the old screen is not used again
         in->resize(target->size());
         curtain->setPicture(in->grab());
         curtain->raise();

@@ -4,8 +4,6 @@
 #include <QPointer>
 #include <QWidget>
 
-class AppWindow;
-
 // Swaps the window's content screen with a fade: the old screen fades out, the new one
 // takes its place and fades in. Used in both directions (pairing -> main, main -> pairing).
 class ReplacePresentationAnimator : public QObject
@@ -20,12 +18,14 @@ public:
     {
     }
 
-    // Presents `presented` in place of `presenting`, whose window must be an AppWindow.
+    // Presents `presented` in place of `presenting`. Whoever owns the content slot puts the
+    // new screen in place when `swapContent` fires, between the fade out and the fade in.
     void animatePresentation(QWidget* presented, QWidget* presenting);
     // The same swap the other way: `presenting` becomes the content again.
     void animateDismissal(QWidget* presented, QWidget* presenting);
 
 Q_SIGNALS:
+    void swapContent(QWidget* incoming);
     void finished();
 
 private:

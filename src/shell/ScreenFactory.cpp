@@ -1,11 +1,11 @@
 #include "shell/ScreenFactory.h"
 
-#include "files/DecryptViewController.h"
-#include "files/EncryptViewController.h"
-#include "pairing/QRCodeViewController.h"
-#include "shell/AboutViewController.h"
+#include "screens/AboutViewController.h"
+#include "screens/DecryptViewController.h"
+#include "screens/EncryptViewController.h"
+#include "screens/QRCodeViewController.h"
 #include "shell/MainViewController.h"
-#include "shell/ProgressOverlay.h"
+#include "widgets/ProgressOverlay.h"
 
 namespace ScreenFactory {
 

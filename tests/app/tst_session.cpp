@@ -1,7 +1,7 @@
-#include "app/AppDelegate.h"
 #include "app/BaseUrlStore.h"
 #include "app/Session.h"
 #include "app/Settings.h"
+#include "app/StoredSession.h"
 #include "common/LogCapture.h"
 
 #include <QFileInfo>
@@ -88,7 +88,7 @@ void TestSession::completeSessionRule()
         Settings::setString(Settings::userEmailKey, email.toString());
     if (baseURL.isValid())
         Settings::setString(Settings::baseUrlKey, baseURL.toString());
-    QTEST(AppDelegate::hasCompleteStoredSession(), "complete");
+    QTEST(StoredSession::isComplete(), "complete");
 }
 
 void TestSession::valuesAreSafeAcrossThreadsAndAnnounced()

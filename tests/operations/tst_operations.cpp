@@ -1,11 +1,11 @@
 #include "app/Session.h"
+#include "ZipWriter.h"
 #include "app/Translations.h"
 #include "common/PhoneSimProcess.h"
-#include "decrypt/DecryptTask.h"
-#include "encrypt/EncryptTask.h"
-#include "encrypt/SafeArchive.h"
-#include "encrypt/UniqueNames.h"
-#include "ZipWriter.h"
+#include "operations/DecryptTask.h"
+#include "operations/EncryptTask.h"
+#include "operations/SafeArchive.h"
+#include "operations/UniqueNames.h"
 
 #include <QCryptographicHash>
 #include <QDir>

@@ -1,15 +1,15 @@
 #include "app/Session.h"
 #include "app/Translations.h"
 #include "common/PhoneSimProcess.h"
-#include "files/DecryptViewController.h"
-#include "files/EncryptViewController.h"
-#include "pairing/QRCodeViewController.h"
-#include "shell/AboutViewController.h"
+#include "screens/AboutViewController.h"
+#include "screens/DecryptViewController.h"
+#include "screens/EncryptViewController.h"
+#include "screens/QRCodeViewController.h"
 #include "shell/AppWindow.h"
-#include "shell/Colors.h"
 #include "shell/MainViewController.h"
-#include "shell/ProgressOverlay.h"
+#include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
+#include "widgets/ProgressOverlay.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

@@ -1,0 +1,58 @@
+#include "screens/AboutViewController.h"
+
+#include "widgets/Colors.h"
+
+#include <QCoreApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QVBoxLayout>
+#include <QSvgWidget>
+
+AboutViewController::AboutViewController(QWidget* parent)
+    : QWidget(parent)
+    , version(new QLabel(this))
+    , versionNum(new QLabel(this))
+{
+    setObjectName(QStringLiteral("AboutViewController"));
+    auto* logo = new QSvgWidget(QStringLiteral(":/images/varnex.svg"), this);
+    logo->setFixedSize(112, 112);
+    logo->setAccessibleName(QStringLiteral("Varnex"));
+
+    auto* name = new QLabel(QStringLiteral("Varnex Desktop"), this);
+    QFont nameFont = name->font();
+    nameFont.setPointSize(22);
+    nameFont.setBold(true);
+    name->setFont(nameFont);
+
+    //: Version text
+    //% "Version"
+    version->setText(qtTrId("version"));
+    versionNum->setText(QCoreApplication::applicationVersion());
+    versionNum->setAccessibleName(version->text());
+    auto* versionRow = new QHBoxLayout;
+    versionRow->addStretch();
+    versionRow->addWidget(version);
+    versionRow->addWidget(versionNum);
+    versionRow->addStretch();
+
+    //: About screen: what the desktop application does
+    //% "Your phone holds your identity and does all encryption and decryption. This application sends it the files you choose and keeps the results in Documents/Varnex."
+    auto* blurb = new QLabel(qtTrId("aboutDescription"), this);
+    blurb->setWordWrap(true);
+    blurb->setAlignment(Qt::AlignCenter);
+    blurb->setFixedWidth(460);
+    blurb->setMinimumHeight(blurb->heightForWidth(460));
+    QPalette muted = blurb->palette();
+    muted.setColor(QPalette::WindowText, QColor(90, 90, 90));
+    blurb->setPalette(muted);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addStretch();
+    layout->addWidget(logo, 0, Qt::AlignHCenter);
+    layout->addSpacing(12);
+    layout->addWidget(name, 0, Qt::AlignHCenter);
+    layout->addLayout(versionRow);
+    layout->addSpacing(16);
+    layout->addWidget(blurb, 0, Qt::AlignHCenter);
+    layout->addStretch();
+}

@@ -1,0 +1,190 @@
+#include "screens/AssociatedUserCellView.h"
+
+#include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsModel.h"
+
+#include <QPainter>
+#include <QPainterPath>
+
+namespace {
+
+const QColor amber(255, 192, 0);
+const QColor orange(254, 173, 2);
+const QColor ink(45, 45, 45);
+const QColor muted(125, 125, 125);
+const QColor idle(190, 190, 190);
+
+using Kind = AssociatedUserRowType::Kind;
+
+QRect card(const QRect& row)
+{
+    return row.adjusted(4, 3, -8, -5);
+}
+
+void drawCard(QPainter* p, const QRect& r, const QColor& fill, qreal radius, bool shadow)
+{
+    if (shadow) {
+        for (int i = 3; i >= 1; --i) {
+            p->setPen(Qt::NoPen);
+            p->setBrush(QColor(0, 0, 0, 14 * (4 - i)));
+            p->drawRoundedRect(QRectF(r).adjusted(2 - i, i, 2 + i, 2 + i), radius + i, radius + i);
+        }
+    }
+    p->setPen(Qt::NoPen);
+    p->setBrush(fill);
+    p->drawRoundedRect(QRectF(r), radius, radius);
+}
+
+void drawCheckBox(QPainter* p, const QRect& box, bool checked)
+{
+    p->setPen(QPen(checked ? orange : idle, 1.5));
+    p->setBrush(checked ? amber : QColor(Qt::white));
+    p->drawRoundedRect(QRectF(box).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
+    if (checked) {
+        p->setPen(QPen(Qt::white, 2.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        p->drawPolyline(QList<QPointF> { QPointF(box.left() + 4.5, box.center().y() + 0.5),
+                                         QPointF(box.left() + 7.8, box.bottom() - 4.5),
+                                         QPointF(box.right() - 3.8, box.top() + 5) });
+    }
+}
+
+void drawPerson(QPainter* p, const QPointF& centre, qreal size, const QColor& color)
+{
+    p->setPen(Qt::NoPen);
+    p->setBrush(color);
+    const qreal head = size * 0.34;
+    p->drawEllipse(QPointF(centre.x(), centre.y() - size * 0.2), head / 1.1, head / 1.1);
+    QPainterPath body;
+    body.addRoundedRect(QRectF(centre.x() - size * 0.42, centre.y() + size * 0.12, size * 0.84, size * 0.42), size * 0.2,
+                        size * 0.2);
+    p->drawPath(body);
+}
+
+} // namespace
+
+AssociatedUserCellView::AssociatedUserCellView(QObject* parent)
+    : QStyledItemDelegate(parent)
+{
+}
+
+QRect AssociatedUserCellView::checkBoxRect(const QRect& row) const
+{
+    const QRect c = card(row);
+    return QRect(c.left() + 12, c.center().y() - 9, 18, 18);
+}
+
+QRect AssociatedUserCellView::disclosureRect(const QRect& row) const
+{
+    const QRect c = card(row);
+    return QRect(c.left() + 36, c.center().y() - 10, 20, 20);
+}
+
+QRect AssociatedUserCellView::menuRect(const QRect& row) const
+{
+    const QRect c = card(row);
+    return QRect(c.right() - 38, c.center().y() - 14, 28, 28);
+}
+
+AssociatedUserCellView::Part AssociatedUserCellView::hitTest(int kind, const QRect& rect, const QPoint& position) const
+{
+    if (!rect.contains(position))
+        return Part::None;
+    if (Kind(kind) == Kind::groupMember)
+        return Part::Row;
+    if (checkBoxRect(rect).adjusted(-5, -5, 5, 5).contains(position))
+        return Part::CheckBox;
+    if (Kind(kind) == Kind::groupHeader && disclosureRect(rect).adjusted(-3, -3, 3, 3).contains(position))
+        return Part::Disclosure;
+    if (Kind(kind) == Kind::groupHeader && menuRect(rect).contains(position))
+        return Part::Menu;
+    return Part::Row;
+}
+
+QSize AssociatedUserCellView::sizeHint(const QStyleOptionViewItem&, const QModelIndex& index) const
+{
+    return QSize(300, Kind(index.data(RecipientsModel::KindRole).toInt()) == Kind::groupMember ? memberHeight : cardHeight);
+}
+
+void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& option, const QModelIndex& index) const
+{
+    const Kind kind = Kind(index.data(RecipientsModel::KindRole).toInt());
+    const QRect row = option.rect;
+    p->save();
+    p->setRenderHint(QPainter::Antialiasing);
+    QFont font = option.font;
+    const bool checked = index.data(RecipientsModel::CheckedRole).toBool();
+
+    if (kind == Kind::groupMember) {
+        const QRect r = row.adjusted(46, 2, -8, -4);
+        drawCard(p, r, QColor(242, 242, 242), 8, false);
+        drawPerson(p, QPointF(r.left() + 22, r.center().y()), 18, idle);
+        font.setPointSize(10);
+        p->setFont(font);
+        p->setPen(ink);
+        p->drawText(QRect(r.left() + 42, r.top() + 4, r.width() - 50, r.height() / 2), Qt::AlignLeft | Qt::AlignBottom,
+                    index.data(RecipientsModel::NameRole).toString());
+        font.setPointSize(8);
+        p->setFont(font);
+        p->setPen(muted);
+        p->drawText(QRect(r.left() + 42, r.center().y() + 1, r.width() - 50, r.height() / 2 - 4),
+                    Qt::AlignLeft | Qt::AlignTop, index.data(RecipientsModel::EmailRole).toString());
+        p->restore();
+        return;
+    }
+
+    const QRect c = card(row);
+    drawCard(p, c, Qt::white, 10, true);
+    drawCheckBox(p, checkBoxRect(row), checked);
+    if (option.state.testFlag(QStyle::State_HasFocus)) {
+        p->setPen(QPen(orange, 1, Qt::DotLine));
+        p->setBrush(Qt::NoBrush);
+        p->drawRoundedRect(QRectF(c).adjusted(2, 2, -2, -2), 8, 8);
+    }
+    int textLeft = 0;
+    if (kind == Kind::user) {
+        drawPerson(p, QPointF(c.left() + 54, c.center().y()), 26, checked ? amber : idle);
+        textLeft = c.left() + 78;
+    } else {
+        p->setPen(ink);
+        font.setPointSize(9);
+        p->setFont(font);
+        p->drawText(disclosureRect(row), Qt::AlignCenter,
+                    index.data(RecipientsModel::ExpandedRole).toBool() ? QStringLiteral("▼") : QStringLiteral("▶"));
+        const QColor tint = checked ? amber : idle;
+        drawPerson(p, QPointF(c.left() + 82, c.center().y() + 1), 22, tint.lighter(115));
+        drawPerson(p, QPointF(c.left() + 72, c.center().y() + 3), 24, tint);
+        textLeft = c.left() + 100;
+        // The options button: an ellipsis in a circle.
+        const QRect m = menuRect(row);
+        p->setPen(QPen(muted, 1.4));
+        p->setBrush(Qt::NoBrush);
+        p->drawEllipse(QRectF(m).adjusted(4, 4, -4, -4));
+        p->setPen(Qt::NoPen);
+        p->setBrush(muted);
+        for (int i = -1; i <= 1; ++i)
+            p->drawEllipse(QPointF(m.center().x() + 0.5 + i * 5, m.center().y() + 0.5), 1.6, 1.6);
+    }
+    const int textRight = kind == Kind::groupHeader ? menuRect(row).left() - 8 : c.right() - 12;
+    font.setPointSize(kind == Kind::user ? 10 : 11);
+    font.setBold(true);
+    p->setFont(font);
+    p->setPen(ink);
+    const QRect top(textLeft, c.top() + 8, textRight - textLeft, c.height() / 2 - 6);
+    p->drawText(top, Qt::AlignLeft | Qt::AlignBottom,
+                QFontMetrics(font).elidedText(index.data(RecipientsModel::NameRole).toString(), Qt::ElideRight, top.width()));
+    font.setBold(false);
+    font.setPointSize(kind == Kind::user ? 9 : 8);
+    p->setFont(font);
+    p->setPen(muted);
+    const QRect bottom(textLeft, c.center().y() + 3, textRight - textLeft, c.height() / 2 - 8);
+    const QString second = kind == Kind::user ? index.data(RecipientsModel::EmailRole).toString()
+                                              : index.data(RecipientsModel::MemberCountRole).toString();
+    p->drawText(bottom, Qt::AlignLeft | Qt::AlignTop, QFontMetrics(font).elidedText(second, Qt::ElideRight, bottom.width()));
+    if (kind == Kind::user) {
+        const QString phone = index.data(RecipientsModel::PhoneRole).toString();
+        const int w = QFontMetrics(font).horizontalAdvance(phone);
+        if (w < bottom.width() / 2)
+            p->drawText(QRect(textRight - w, top.top(), w, top.height()), Qt::AlignRight | Qt::AlignBottom, phone);
+    }
+    p->restore();
+}

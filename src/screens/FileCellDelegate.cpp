@@ -1,0 +1,117 @@
+#include "screens/FileCellDelegate.h"
+
+#include "files/FileListModel.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QPainter>
+#include <QStyle>
+
+namespace {
+
+constexpr int margin = 14;
+constexpr int checkSize = 18;
+constexpr int previewSize = 26;
+constexpr int sizeWidth = 84;
+constexpr int typeWidth = 64;
+constexpr int modifiedWidth = 112;
+
+} // namespace
+
+FileCellDelegate::FileCellDelegate(Outlets outlets, QString identifier, QObject* parent)
+    : QStyledItemDelegate(parent)
+    , m_outlets(outlets)
+    , m_identifier(std::move(identifier))
+{
+}
+
+QRect FileCellDelegate::checkBoxRect(const QRect& row) const
+{
+    if (!m_outlets.isChecked)
+        return {};
+    return QRect(row.left() + margin, row.center().y() - checkSize / 2 + 1, checkSize, checkSize);
+}
+
+QRect FileCellDelegate::previewRect(const QRect& row) const
+{
+    if (!m_outlets.previewFileButton)
+        return {};
+    return QRect(row.right() - margin - previewSize, row.center().y() - previewSize / 2 + 1, previewSize, previewSize);
+}
+
+FileCellDelegate::Part FileCellDelegate::hitTest(const QRect& rect, const QPoint& position) const
+{
+    if (!rect.contains(position))
+        return Part::None;
+    if (checkBoxRect(rect).adjusted(-6, -6, 6, 6).contains(position))
+        return Part::CheckBox;
+    if (previewRect(rect).adjusted(-4, -4, 4, 4).contains(position))
+        return Part::Preview;
+    return Part::Row;
+}
+
+QSize FileCellDelegate::sizeHint(const QStyleOptionViewItem&, const QModelIndex&) const
+{
+    return QSize(400, rowHeight);
+}
+
+void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, const QModelIndex& index) const
+{
+    const QRect row = option.rect;
+    p->save();
+    p->setRenderHint(QPainter::Antialiasing);
+    p->fillRect(row, Qt::white);
+    p->fillRect(QRect(row.left(), row.top(), row.width(), 2), gridColor);
+
+    int left = row.left() + margin;
+    if (m_outlets.isChecked) {
+        const QRect box = checkBoxRect(row);
+        const bool checked = index.data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked;
+        p->setPen(QPen(checked ? QColor(254, 173, 2) : QColor(190, 190, 190), 1.5));
+        p->setBrush(checked ? QColor(255, 192, 0) : QColor(Qt::white));
+        p->drawRoundedRect(QRectF(box).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
+        if (checked) {
+            p->setPen(QPen(Qt::white, 2.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+            const QPointF a(box.left() + 4.5, box.center().y() + 0.5);
+            const QPointF b(box.left() + 7.8, box.bottom() - 4.5);
+            const QPointF c(box.right() - 3.8, box.top() + 5);
+            p->drawPolyline(QList<QPointF> { a, b, c });
+        }
+        if (option.state.testFlag(QStyle::State_HasFocus)) {
+            p->setPen(QPen(QColor(254, 173, 2), 1, Qt::DotLine));
+            p->setBrush(Qt::NoBrush);
+            p->drawRoundedRect(QRectF(box).adjusted(-3, -3, 3, 3), 5, 5);
+        }
+        left = box.right() + 12;
+    }
+    int right = row.right() - margin;
+    if (m_outlets.previewFileButton) {
+        const QRect eye = previewRect(row);
+        const bool hovered = m_hoveredPreviewRow == index.row();
+        QIcon(hovered ? QStringLiteral(":/images/preview_hover.svg") : QStringLiteral(":/images/preview.svg"))
+            .paint(p, eye);
+        right = eye.left() - 10;
+    }
+
+    const QFontMetrics metrics(option.font);
+    auto column = [&](int width, const QString& text, const QColor& color, Qt::Alignment align) {
+        const QRect cell(right - width, row.top() + 2, width, row.height() - 2);
+        p->setPen(color);
+        p->drawText(cell, align | Qt::AlignVCenter, metrics.elidedText(text, Qt::ElideRight, width));
+        right -= width + 8;
+    };
+    if (m_outlets.fileModified)
+        column(modifiedWidth, index.data(FileListModel::ModifiedRole).toString(), QColor(120, 120, 120), Qt::AlignRight);
+    column(typeWidth, index.data(FileListModel::TypeRole).toString(), QColor(254, 173, 2), Qt::AlignHCenter);
+    column(sizeWidth, index.data(FileListModel::SizeRole).toString(), QColor(120, 120, 120), Qt::AlignRight);
+
+    QFont nameFont = option.font;
+    nameFont.setWeight(QFont::Medium);
+    p->setFont(nameFont);
+    p->setPen(QColor(45, 45, 45));
+    const QRect name(left, row.top() + 2, qMax(0, right - left), row.height() - 2);
+    p->drawText(name, Qt::AlignLeft | Qt::AlignVCenter,
+                QFontMetrics(nameFont).elidedText(index.data(FileListModel::NameRole).toString(), Qt::ElideMiddle,
+                                                  name.width()));
+    p->restore();
+}

@@ -1,0 +1,164 @@
+#include "screens/FileTableView.h"
+
+#include "screens/FileCellDelegate.h"
+
+#include <QDragEnterEvent>
+#include <QMimeData>
+#include <QMouseEvent>
+#include <QUrl>
+
+namespace {
+// Within this distance of a row's edge a drop counts as between rows.
+constexpr int betweenRowsMargin = 6;
+} // namespace
+
+FileTableView::FileTableView(const QString& identifier, FileCellDelegate* cell, bool acceptsFileDrops, QWidget* parent)
+    : QListView(parent)
+    , m_cell(cell)
+    , m_acceptsFileDrops(acceptsFileDrops)
+{
+    setObjectName(identifier);
+    cell->setParent(this);
+    setItemDelegate(cell);
+    setSelectionMode(QAbstractItemView::NoSelection);
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setUniformItemSizes(true);
+    setMouseTracking(true);
+    setFrameShape(QFrame::NoFrame);
+    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    setAcceptDrops(acceptsFileDrops);
+    setDropIndicatorShown(false);
+    setFocusPolicy(Qt::StrongFocus);
+    viewport()->setAutoFillBackground(true);
+    QPalette p = viewport()->palette();
+    p.setColor(QPalette::Base, Qt::white);
+    viewport()->setPalette(p);
+}
+
+bool FileTableView::isBetweenRows(const QPoint& position) const
+{
+    const QModelIndex index = indexAt(position);
+    if (!index.isValid())
+        return true; // below the last row, or an empty table
+    const QRect rect = visualRect(index);
+    return position.y() - rect.top() < betweenRowsMargin || rect.bottom() - position.y() < betweenRowsMargin;
+}
+
+bool FileTableView::acceptsDropAt(const QMimeData* data, const QPoint& position) const
+{
+    return m_acceptsFileDrops && data && data->hasUrls() && isBetweenRows(position);
+}
+
+void FileTableView::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (m_acceptsFileDrops && event->mimeData()->hasUrls())
+        event->acceptProposedAction();
+    else
+        event->ignore();
+}
+
+void FileTableView::dragMoveEvent(QDragMoveEvent* event)
+{
+    if (acceptsDropAt(event->mimeData(), event->position().toPoint())) {
+        event->setDropAction(Qt::CopyAction);
+        event->accept();
+    } else {
+        event->ignore();
+    }
+}
+
+void FileTableView::dropEvent(QDropEvent* event)
+{
+    if (!acceptsDropAt(event->mimeData(), event->position().toPoint())) {
+        event->ignore();
+        return;
+    }
+    QStringList paths;
+    for (const QUrl& url : event->mimeData()->urls()) {
+        if (url.isLocalFile())
+            paths.append(url.toLocalFile());
+    }
+    if (paths.isEmpty()) {
+        event->ignore();
+        return;
+    }
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+    Q_EMIT filesDropped(paths);
+}
+
+void FileTableView::mousePressEvent(QMouseEvent* event)
+{
+    const QModelIndex index = indexAt(event->position().toPoint());
+    if (event->button() != Qt::LeftButton || !index.isValid()) {
+        QListView::mousePressEvent(event);
+        return;
+    }
+    setCurrentIndex(index);
+    switch (m_cell->hitTest(visualRect(index), event->position().toPoint())) {
+    case FileCellDelegate::Part::CheckBox:
+        if (m_cell->outlets().isChecked)
+            Q_EMIT checkBoxClicked(index.row());
+        break;
+    case FileCellDelegate::Part::Preview:
+        Q_EMIT previewClicked(index.row());
+        break;
+    case FileCellDelegate::Part::Row:
+        if (m_cell->outlets().isChecked)
+            Q_EMIT rowClicked(index.row());
+        break;
+    case FileCellDelegate::Part::None:
+        break;
+    }
+    event->accept();
+}
+
+void FileTableView::mouseDoubleClickEvent(QMouseEvent* event)
+{
+    // Two quick clicks are two flips, as two single clicks are.
+    mousePressEvent(event);
+}
+
+void FileTableView::mouseReleaseEvent(QMouseEvent* event)
+{
+    event->accept();
+}
+
+void FileTableView::mouseMoveEvent(QMouseEvent* event)
+{
+    const QModelIndex index = indexAt(event->position().toPoint());
+    const bool onEye = index.isValid()
+        && m_cell->hitTest(visualRect(index), event->position().toPoint()) == FileCellDelegate::Part::Preview;
+    setHoveredPreview(onEye ? index.row() : -1);
+    viewport()->setCursor(onEye ? Qt::PointingHandCursor : Qt::ArrowCursor);
+    QListView::mouseMoveEvent(event);
+}
+
+void FileTableView::leaveEvent(QEvent* event)
+{
+    setHoveredPreview(-1);
+    QListView::leaveEvent(event);
+}
+
+void FileTableView::setHoveredPreview(int row)
+{
+    if (m_cell->hoveredPreviewRow() == row)
+        return;
+    m_cell->setHoveredPreviewRow(row);
+    viewport()->update();
+}
+
+void FileTableView::keyPressEvent(QKeyEvent* event)
+{
+    const QModelIndex current = currentIndex();
+    if (current.isValid() && event->key() == Qt::Key_Space && m_cell->outlets().isChecked) {
+        Q_EMIT rowClicked(current.row());
+        return;
+    }
+    if (current.isValid() && (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter)
+        && m_cell->outlets().previewFileButton) {
+        Q_EMIT previewClicked(current.row());
+        return;
+    }
+    QListView::keyPressEvent(event);
+}

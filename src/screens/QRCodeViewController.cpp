@@ -1,0 +1,275 @@
+#include "screens/QRCodeViewController.h"
+
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Texts.h"
+#include "pairing/AddressFinder.h"
+#include "widgets/RoundedPanel.h"
+
+#include <QComboBox>
+#include <QCoreApplication>
+#include <QGraphicsDropShadowEffect>
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QPainter>
+#include <QVBoxLayout>
+
+namespace {
+
+constexpr auto preferredAddressKey = "preferredPairingAddress";
+
+QRCodeViewController::AddressSource& addressSource()
+{
+    static QRCodeViewController::AddressSource source;
+    return source;
+}
+
+QStringList systemCandidates()
+{
+#ifdef Q_OS_MACOS
+    return AddressFinder::candidateAddresses(AddressFinder::systemInterfaces(), true);
+#else
+    return AddressFinder::candidateAddresses(AddressFinder::systemInterfaces(), false);
+#endif
+}
+
+QString cannotFindIP()
+{
+    //: Text when ip address is not found
+    //% "Cannot find IP address"
+    return qtTrId("cannotFindIP");
+}
+
+QLabel* whiteLabel(QWidget* parent, int pointSize, bool bold)
+{
+    auto* label = new QLabel(parent);
+    QFont font = label->font();
+    font.setPointSize(pointSize);
+    font.setBold(bold);
+    label->setFont(font);
+    label->setStyleSheet(QStringLiteral("color: white;"));
+    label->setWordWrap(true);
+    return label;
+}
+
+} // namespace
+
+void QRCodeViewController::setAddressSourceForTesting(AddressSource source)
+{
+    addressSource() = std::move(source);
+}
+
+QRCodeViewController::QRCodeViewController(QWidget* parent)
+    : QWidget(parent)
+{
+    setObjectName(QStringLiteral("qrCode_vc"));
+    viewDidLoad();
+}
+
+void QRCodeViewController::viewDidLoad()
+{
+    toUseVarnex = whiteLabel(this, 22, true);
+    openVarnex = whiteLabel(this, 15, false);
+    tapMenu = whiteLabel(this, 15, false);
+    pointPhone = whiteLabel(this, 15, false);
+    //: QRCode window instructions title
+    //% "TO USE VARNEX ON YOUR COMPUTER:"
+    toUseVarnex->setText(qtTrId("usage"));
+    //: First instruction
+    //% "1. Open Varnex on your phone"
+    openVarnex->setText(qtTrId("openVarnexOnPhone"));
+    //: Second instruction
+    //% "2. Tap Menu and open QR code"
+    tapMenu->setText(qtTrId("tapMenu"));
+    //: Third instruction
+    //% "3. Point your phone to this screen to capture the code"
+    pointPhone->setText(qtTrId("pointPhone"));
+
+    auto* instructions = new QVBoxLayout;
+    instructions->setSpacing(18);
+    instructions->addStretch();
+    instructions->addWidget(toUseVarnex);
+    instructions->addSpacing(8);
+    instructions->addWidget(openVarnex);
+    instructions->addWidget(tapMenu);
+    instructions->addWidget(pointPhone);
+    instructions->addStretch();
+
+    auto* box = new RoundedPanel(Qt::white, 35, RoundedPanel::AllCorners, this);
+    qrCodeWhiteBackground = box;
+    auto* shadow = new QGraphicsDropShadowEffect(box);
+    shadow->setBlurRadius(12);
+    shadow->setOffset(0, 0);
+    shadow->setColor(QColor(0, 0, 0, 102));
+    box->setGraphicsEffect(shadow);
+    box->setFixedWidth(420);
+
+    QRCodeView = new QWidget(box);
+    qrCodeImage = new QLabel(QRCodeView);
+    qrCodeImage->setAlignment(Qt::AlignCenter);
+    qrCodeImage->setMinimumSize(300, 300);
+    qrCodeImage->setAccessibleName(QStringLiteral("Pairing QR code"));
+    auto* codeLayout = new QVBoxLayout(QRCodeView);
+    codeLayout->setContentsMargins(0, 0, 0, 0);
+    codeLayout->addWidget(qrCodeImage);
+
+    ipAdressLabel = new QLabel(box);
+    ipAdressLabel->setAlignment(Qt::AlignCenter);
+    ipAdressLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QFont addressFont = ipAdressLabel->font();
+    addressFont.setPointSize(17);
+    addressFont.setBold(true);
+    ipAdressLabel->setFont(addressFont);
+    ipAdressLabel->setStyleSheet(QStringLiteral("color: rgb(60,60,60);"));
+    ipAdressLabel->setAccessibleName(QStringLiteral("Computer address"));
+
+    m_selector = new QComboBox(box);
+    m_selector->setAccessibleName(QStringLiteral("Address shown in the code"));
+    m_selector->setToolTip(QStringLiteral("This computer has several network addresses: choose the one your phone can reach"));
+    m_selector->hide();
+    connect(m_selector, &QComboBox::activated, this, &QRCodeViewController::chooseAddress);
+
+    auto* boxLayout = new QVBoxLayout(box);
+    boxLayout->setContentsMargins(30, 30, 30, 26);
+    boxLayout->setSpacing(10);
+    boxLayout->addWidget(QRCodeView, 1);
+    boxLayout->addWidget(ipAdressLabel);
+    boxLayout->addWidget(m_selector, 0, Qt::AlignHCenter);
+
+    auto* row = new QHBoxLayout(this);
+    row->setContentsMargins(70, 50, 70, 60);
+    row->setSpacing(50);
+    row->addLayout(instructions, 1);
+    row->addWidget(box, 0, Qt::AlignVCenter);
+
+    // Version line in the bottom right corner.
+    versionLabel = new QLabel(this);
+    QFont versionFont = versionLabel->font();
+    versionFont.setPointSize(11);
+    versionLabel->setFont(versionFont);
+    versionLabel->setStyleSheet(QStringLiteral("color: rgba(255,255,255,204);"));
+    versionLabel->setAlignment(Qt::AlignCenter);
+    //: Version text
+    //% "Version"
+    versionLabel->setText(qtTrId("version") + u' ' + QCoreApplication::applicationVersion());
+    versionLabel->adjustSize();
+
+    m_refresher.setInterval(refreshMilliseconds);
+    connect(&m_refresher, &QTimer::timeout, this, &QRCodeViewController::refreshAddress);
+    m_waiter.setInterval(waiterMilliseconds);
+    connect(&m_waiter, &QTimer::timeout, this, &QRCodeViewController::checkConnection);
+    // A pairing takes effect at once; the one-second poll stays as the fallback.
+    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
+        if (connected)
+            checkConnection();
+    });
+    if (!Session::instance().isPhoneConnected()) {
+        refreshAddress();
+        m_refresher.start();
+    }
+    m_waiter.start();
+}
+
+void QRCodeViewController::refreshAddress()
+{
+    if (Session::instance().isPhoneConnected()) {
+        m_refresher.stop();
+        return;
+    }
+    const QStringList candidates = addressSource() ? addressSource()() : systemCandidates();
+    QString text = candidates.isEmpty() ? cannotFindIP() : candidates.first();
+    const auto preferred = Settings::string(preferredAddressKey);
+    if (preferred && candidates.contains(*preferred))
+        text = *preferred;
+
+    // The selector appears only when there is a real choice.
+    m_selector->setVisible(candidates.size() > 1);
+    if (candidates.size() > 1) {
+        QSignalBlocker block(m_selector);
+        m_selector->clear();
+        m_selector->addItems(candidates);
+        m_selector->setCurrentText(text);
+    }
+    if (text != ipAdressLabel->text())
+        showAddress(text);
+}
+
+void QRCodeViewController::chooseAddress(int index)
+{
+    const QString chosen = m_selector->itemText(index);
+    Settings::setString(preferredAddressKey, chosen);
+    if (chosen != ipAdressLabel->text())
+        showAddress(chosen);
+}
+
+QImage QRCodeViewController::renderQr(const QrMatrix& matrix, qreal devicePixelRatio)
+{
+    const int quiet = quietZoneModules();
+    const int side = (matrix.width + 2 * quiet) * moduleSize;
+    QImage image(QSize(side, side) * devicePixelRatio, QImage::Format_RGB32);
+    image.setDevicePixelRatio(devicePixelRatio);
+    image.fill(Qt::white);
+    QPainter p(&image);
+    p.setPen(Qt::NoPen);
+    p.setBrush(Qt::black);
+    for (int y = 0; y < matrix.width; ++y) {
+        for (int x = 0; x < matrix.width; ++x) {
+            if (matrix.dark(x, y))
+                p.drawRect((x + quiet) * moduleSize, (y + quiet) * moduleSize, moduleSize, moduleSize);
+        }
+    }
+    return image;
+}
+
+void QRCodeViewController::showAddress(const QString& text)
+{
+    ++m_redraws;
+    ipAdressLabel->setText(text);
+    if (text == cannotFindIP()) {
+        m_matrix = {};
+        qrCodeImage->setPixmap(QIcon(QStringLiteral(":/images/ipnotfound.svg")).pixmap(QSize(220, 220), devicePixelRatioF()));
+        return;
+    }
+    const QrMatrix matrix = QrPayload::encodeAddress(text);
+    if (!matrix.isValid())
+        return; // keep the previous image
+    m_matrix = matrix;
+    QPixmap pixmap = QPixmap::fromImage(renderQr(matrix, devicePixelRatioF()));
+    // Shown within the box: a large code scales down smoothly, never up.
+    const QSize room = qrCodeImage->size().boundedTo(QSize(360, 360)).expandedTo(QSize(360, 360));
+    if (pixmap.deviceIndependentSize().width() > room.width())
+        pixmap = pixmap.scaled(room * devicePixelRatioF(), Qt::KeepAspectRatio, Qt::FastTransformation);
+    pixmap.setDevicePixelRatio(devicePixelRatioF());
+    qrCodeImage->setPixmap(pixmap);
+}
+
+void QRCodeViewController::checkConnection()
+{
+    if (m_left || !Session::instance().isPhoneConnected())
+        return;
+    m_left = true;
+    m_refresher.stop();
+    m_waiter.stop();
+    Q_EMIT pairingAccepted();
+}
+
+void QRCodeViewController::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    window()->setWindowTitle(Texts::varnexDesktopNotConnected());
+    placeVersionLabel();
+}
+
+void QRCodeViewController::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    placeVersionLabel();
+}
+
+void QRCodeViewController::placeVersionLabel()
+{
+    versionLabel->adjustSize();
+    versionLabel->move(width() - 20 - versionLabel->width(), height() - 20 - versionLabel->height());
+    versionLabel->raise();
+}

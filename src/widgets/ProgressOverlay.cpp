@@ -1,0 +1,165 @@
+#include "widgets/ProgressOverlay.h"
+
+#include "widgets/Colors.h"
+#include "widgets/RoundedPanel.h"
+
+#include <QEvent>
+#include <QGraphicsDropShadowEffect>
+#include <QLabel>
+#include <QPainter>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace {
+
+// A light spinner: twelve spokes, the brightest one moving round.
+class Spinner : public QWidget
+{
+public:
+    explicit Spinner(QWidget* parent)
+        : QWidget(parent)
+    {
+        setFixedSize(44, 44);
+        m_timer.setInterval(80);
+        QObject::connect(&m_timer, &QTimer::timeout, this, [this] {
+            m_step = (m_step + 1) % 12;
+            update();
+        });
+        m_timer.start();
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.translate(width() / 2.0, height() / 2.0);
+        for (int i = 0; i < 12; ++i) {
+            QColor spoke(Qt::white);
+            spoke.setAlphaF(0.25 + 0.75 * (((i - m_step + 12) % 12) / 11.0));
+            p.setPen(QPen(spoke, 3.5, Qt::SolidLine, Qt::RoundCap));
+            p.drawLine(QPointF(0, -11), QPointF(0, -19));
+            p.rotate(30);
+        }
+    }
+
+private:
+    QTimer m_timer;
+    int m_step = 0;
+};
+
+} // namespace
+
+ProgressOverlay::ProgressOverlay(const QString& title, QWidget* parent)
+    : QWidget(parent)
+    , m_panel(new RoundedPanel(Colors::primaryColor, 35, RoundedPanel::AllCorners, this))
+    , m_text(new QLabel(title, m_panel))
+    , m_spinner(new Spinner(m_panel))
+    , m_stage(new QLabel(m_panel))
+    , m_progress(new QProgressBar(m_panel))
+    , m_cancel(new QPushButton(m_panel))
+{
+    setAttribute(Qt::WA_NoSystemBackground);
+    m_panel->setFixedSize(380, 250);
+    auto* shadow = new QGraphicsDropShadowEffect(m_panel);
+    shadow->setBlurRadius(24);
+    shadow->setOffset(0, 4);
+    shadow->setColor(QColor(0, 0, 0, 90));
+    m_panel->setGraphicsEffect(shadow);
+
+    QFont titleFont = m_text->font();
+    titleFont.setPointSize(18);
+    titleFont.setBold(true);
+    titleFont.setLetterSpacing(QFont::AbsoluteSpacing, 2);
+    m_text->setFont(titleFont);
+    m_text->setStyleSheet(QStringLiteral("color: white;"));
+    m_text->setAlignment(Qt::AlignCenter);
+    m_stage->setStyleSheet(QStringLiteral("color: white;"));
+    m_stage->setAlignment(Qt::AlignCenter);
+    m_stage->setAccessibleName(QStringLiteral("Progress"));
+    m_progress->setTextVisible(false);
+    m_progress->setFixedHeight(8);
+    m_progress->setRange(0, 0);
+    m_progress->setStyleSheet(QStringLiteral(
+        "QProgressBar { background: rgba(255,255,255,90); border: none; border-radius: 4px; }"
+        "QProgressBar::chunk { background: white; border-radius: 4px; }"));
+    //: Button that stops a running encryption or decryption
+    //% "Cancel"
+    m_cancel->setText(qtTrId("cancelOperation"));
+    m_cancel->setAccessibleName(m_cancel->text());
+    m_cancel->setCursor(Qt::PointingHandCursor);
+    m_cancel->setStyleSheet(QStringLiteral(
+        "QPushButton { color: rgb(254,173,2); background: white; border: none; border-radius: 14px;"
+        " padding: 6px 22px; font-weight: bold; }"
+        "QPushButton:focus { border: 2px solid rgb(150,100,0); }"
+        "QPushButton:pressed { background: rgb(247,247,247); }"));
+    connect(m_cancel, &QPushButton::clicked, this, &ProgressOverlay::cancelRequested);
+
+    auto* layout = new QVBoxLayout(m_panel);
+    layout->setContentsMargins(36, 26, 36, 22);
+    layout->setSpacing(10);
+    layout->addWidget(m_spinner, 0, Qt::AlignHCenter);
+    layout->addWidget(m_text);
+    layout->addWidget(m_stage);
+    layout->addWidget(m_progress);
+    layout->addWidget(m_cancel, 0, Qt::AlignHCenter);
+
+    if (parent) {
+        parent->installEventFilter(this);
+        setGeometry(parent->rect());
+    }
+}
+
+void ProgressOverlay::setStage(const QString& text, qint64 done, qint64 total)
+{
+    m_stage->setText(text);
+    if (total <= 0) {
+        m_progress->setRange(0, 0);
+        return;
+    }
+    // Scaled to stay within int for files beyond 2 GB.
+    m_progress->setRange(0, 1000);
+    m_progress->setValue(int(qBound(qint64(0), done * 1000 / total, qint64(1000))));
+}
+
+bool ProgressOverlay::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == parent() && event->type() == QEvent::Resize)
+        setGeometry(parentWidget()->rect());
+    return QWidget::eventFilter(watched, event);
+}
+
+void ProgressOverlay::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    p.fillRect(rect(), QColor(0, 0, 0, 70));
+}
+
+void ProgressOverlay::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    m_panel->move((width() - m_panel->width()) / 2, (height() - m_panel->height()) / 2);
+}
+
+void ProgressOverlay::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    raise();
+    m_cancel->setFocus();
+}
+
+EncryptingViewController::EncryptingViewController(QWidget* parent)
+    //: Encrypting text
+    //% "ENCRYPTING"
+    : ProgressOverlay(qtTrId("encrypting"), parent)
+{
+}
+
+DecryptingViewController::DecryptingViewController(QWidget* parent)
+    //: Decrypting text
+    //% "DECRYPTING"
+    : ProgressOverlay(qtTrId("decrypting"), parent)
+{
+}

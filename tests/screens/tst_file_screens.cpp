@@ -1,0 +1,223 @@
+#include "app/Translations.h"
+#include "common/FakeDialogs.h"
+#include "files/ResultFolder.h"
+#include "screens/DecryptViewController.h"
+#include "screens/EncryptViewController.h"
+#include "screens/FileCellDelegate.h"
+#include "screens/FileTableView.h"
+#include "storage/WorkingFolders.h"
+
+#include <QDir>
+#include <QFile>
+#include <QMimeData>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+
+namespace {
+
+void touch(const QString& path, int size = 10)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray(size, 'x'));
+}
+
+// Drops file URLs on a table's viewport at `position`, as the file manager does.
+bool drop(FileTableView* table, const QStringList& paths, QPoint position)
+{
+    QMimeData data;
+    QList<QUrl> urls;
+    for (const QString& p : paths)
+        urls.append(QUrl::fromLocalFile(p));
+    data.setUrls(urls);
+    QDragEnterEvent enter(position, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(table->viewport(), &enter);
+    QDragMoveEvent move(position, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(table->viewport(), &move);
+    if (!move.isAccepted())
+        return false;
+    QDropEvent dropEvent(QPointF(position), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(table->viewport(), &dropEvent);
+    return dropEvent.isAccepted();
+}
+
+} // namespace
+
+class TestFileScreens : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void dropsBetweenRowsOnly();
+    void oneDialogForSeveralRefusals();
+    void chooseFilesStartsInTheRightFolder();
+    void previewAndOpenFolderOpenTheRightPaths();
+    void clicksAndKeysFlipMarks();
+    void screenshot();
+
+private:
+    QTemporaryDir m_home;
+    QString m_files;
+};
+
+void TestFileScreens::initTestCase()
+{
+    installTranslations(*QCoreApplication::instance());
+    WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
+    m_files = m_home.filePath(u"files"_qs);
+    QDir().mkpath(m_files);
+    for (const char* name : { "report.pdf", "photo.vx", "notes.txt", "budget.xlsx", "report.pdf.vx" })
+        touch(m_files + u'/' + QString::fromLatin1(name), 2048);
+}
+
+void TestFileScreens::dropsBetweenRowsOnly()
+{
+    EncryptViewController screen;
+    screen.resize(1100, 650);
+    screen.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&screen));
+    FileTableView* table = screen.filesToEncryptTable();
+    FakeDialogs dialogs;
+    QVERIFY(drop(table, { m_files + u"/report.pdf"_qs }, QPoint(50, 5)));
+    QCOMPARE(screen.filesToEncrypt().size(), 1);
+    // The middle of a row is "onto" it: refused, nothing added.
+    const QRect row = table->visualRect(table->model()->index(0, 0));
+    QVERIFY(!drop(table, { m_files + u"/notes.txt"_qs }, row.center()));
+    QCOMPARE(screen.filesToEncrypt().size(), 1);
+    // Between rows (at the edge) and below the last row are fine.
+    QVERIFY(drop(table, { m_files + u"/notes.txt"_qs }, QPoint(50, row.bottom() - 1)));
+    QVERIFY(drop(table, { m_files + u"/budget.xlsx"_qs }, QPoint(50, table->viewport()->height() - 5)));
+    QCOMPARE(screen.filesToEncrypt().size(), 3);
+    // Never on a result table.
+    QVERIFY(!drop(screen.encryptedFilesTable(), { m_files + u"/budget.xlsx"_qs }, QPoint(50, 5)));
+    QVERIFY(dialogs.shown.isEmpty());
+    QVERIFY(screen.isSelectFilesEnabled);
+    QVERIFY(screen.selectDeselectAllButton->isEnabled());
+}
+
+void TestFileScreens::oneDialogForSeveralRefusals()
+{
+    DecryptViewController screen;
+    screen.show();
+    FakeDialogs dialogs;
+    QVERIFY(drop(screen.filesToDecryptTable(), { m_files + u"/report.pdf"_qs, m_files + u"/photo.vx"_qs, m_files + u"/notes.txt"_qs },
+                 QPoint(40, 5)));
+    QCOMPARE(screen.filesToDecrypt().size(), 1);
+    QCOMPARE(dialogs.shown.size(), 1);
+    QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Some of the files cannot be added"));
+    QCOMPARE(dialogs.shown.at(0).message,
+             QStringLiteral("You can only add encrypted files or files that haven't already been uploaded"));
+    QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Informational);
+
+    EncryptViewController encrypt;
+    encrypt.addFiles({ m_files + u"/photo.vx"_qs });
+    QCOMPARE(dialogs.shown.at(1).message, QStringLiteral("You can only add files that aren't encrypted or uploaded"));
+    encrypt.addFiles({});
+    QCOMPARE(dialogs.shown.size(), 2);
+}
+
+void TestFileScreens::chooseFilesStartsInTheRightFolder()
+{
+    FakeDialogs dialogs;
+    dialogs.filesToChoose = { m_files + u"/report.pdf"_qs, m_files + u"/notes.txt"_qs };
+    EncryptViewController encrypt;
+    QTest::mouseClick(encrypt.chooseFilesButton, Qt::LeftButton);
+    QCOMPARE(dialogs.chooseFilesFolder, *WorkingFolders::documentsFolder());
+    QCOMPARE(encrypt.filesToEncrypt().size(), 2);
+
+    dialogs.filesToChoose = { m_files + u"/report.pdf.vx"_qs, m_files + u"/report.pdf"_qs };
+    DecryptViewController decrypt;
+    decrypt.chooseFiles();
+    QCOMPARE(dialogs.chooseFilesFolder, *WorkingFolders::encryptedFilesFolder());
+    QCOMPARE(decrypt.filesToDecrypt().size(), 1);
+    dialogs.filesToChoose = {}; // cancelled
+    decrypt.chooseFiles();
+    QCOMPARE(decrypt.filesToDecrypt().size(), 1);
+}
+
+void TestFileScreens::previewAndOpenFolderOpenTheRightPaths()
+{
+    touch(*WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs);
+    FakeDialogs dialogs;
+    EncryptViewController encrypt;
+    encrypt.resize(1100, 650);
+    encrypt.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&encrypt));
+    encrypt.addFiles({ m_files + u"/report.pdf"_qs });
+    FileTableView* table = encrypt.filesToEncryptTable();
+    const QRect row = table->visualRect(table->model()->index(0, 0));
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, table->cell()->previewRect(row).center());
+    QTest::mouseClick(encrypt.openFolderButton, Qt::LeftButton);
+
+    DecryptViewController decrypt;
+    decrypt.resize(1100, 650);
+    decrypt.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&decrypt));
+    QTRY_COMPARE(decrypt.decryptedFiles().size(), 1);
+    FileTableView* results = decrypt.decryptedFilesTable();
+    const QRect resultRow = results->visualRect(results->model()->index(0, 0));
+    QTest::mouseClick(results->viewport(), Qt::LeftButton, {}, results->cell()->previewRect(resultRow).center());
+    decrypt.openVarnexFolder();
+    QCOMPARE(dialogs.opened, (QStringList { m_files + u"/report.pdf"_qs, *WorkingFolders::encryptedFilesFolder(),
+                                            *WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs,
+                                            *WorkingFolders::decryptedFilesFolder() }));
+    QCOMPARE(encrypt.filesToEncrypt().at(0)->isChecked, false); // the eye does not mark
+}
+
+void TestFileScreens::clicksAndKeysFlipMarks()
+{
+    DecryptViewController screen;
+    screen.resize(1100, 650);
+    screen.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&screen));
+    screen.addFiles({ m_files + u"/photo.vx"_qs, m_files + u"/report.pdf.vx"_qs });
+    FileTableView* table = screen.filesToDecryptTable();
+    const QRect first = table->visualRect(table->model()->index(0, 0));
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, first.center());
+    QVERIFY(screen.filesToDecrypt().at(0)->isChecked);
+    QVERIFY(screen.isDecryptFilesEnabled());
+    QVERIFY(screen.removeFilesButton->isEnabled());
+    QCOMPARE(screen.removeFilesButton->property("state").toInt(), 1);
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, table->cell()->checkBoxRect(first).center());
+    QVERIFY(!screen.filesToDecrypt().at(0)->isChecked);
+    QVERIFY(!screen.isDecryptFilesEnabled());
+    table->setFocus();
+    table->setCurrentIndex(table->model()->index(1, 0));
+    QTest::keyClick(table, Qt::Key_Space);
+    QVERIFY(screen.filesToDecrypt().at(1)->isChecked);
+    QTest::mouseClick(screen.removeFilesButton, Qt::LeftButton);
+    QCOMPARE(screen.filesToDecrypt().size(), 1);
+    QVERIFY(!screen.removeFilesButton->isEnabled());
+    QCOMPARE(screen.removeFilesButton->property("state").toInt(), 0);
+}
+
+void TestFileScreens::screenshot()
+{
+    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
+    if (out.isEmpty())
+        QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
+    for (const char* name : { "Q3 report.pdf.vx", "family photo.jpg.vx", "contract.docx.vx" })
+        touch(*WorkingFolders::encryptedFilesFolder() + u'/' + QString::fromUtf8(name), 180000);
+    for (const char* name : { "Q3 report.pdf", "family photo.jpg" })
+        touch(*WorkingFolders::decryptedFilesFolder() + u'/' + QString::fromUtf8(name), 240000);
+    EncryptViewController encrypt;
+    encrypt.resize(1052, 600);
+    encrypt.addFiles({ m_files + u"/report.pdf"_qs, m_files + u"/notes.txt"_qs, m_files + u"/budget.xlsx"_qs });
+    encrypt.intakeList()->flip(0);
+    encrypt.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&encrypt));
+    encrypt.grab().save(out + u"/encrypt-files.png"_qs);
+    DecryptViewController decrypt;
+    decrypt.resize(1052, 600);
+    decrypt.addFiles({ m_files + u"/report.pdf.vx"_qs, m_files + u"/photo.vx"_qs });
+    decrypt.intakeList()->markAll();
+    decrypt.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&decrypt));
+    decrypt.grab().save(out + u"/decrypt-files.png"_qs);
+}
+
+QTEST_MAIN(TestFileScreens)
+#include "tst_file_screens.moc"

@@ -1,0 +1,255 @@
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Translations.h"
+#include "common/FakeDialogs.h"
+#include "common/PhoneSimProcess.h"
+#include "operations/OperationTask.h"
+#include "recipients/AssociationsStore.h"
+#include "screens/DecryptViewController.h"
+#include "screens/EncryptViewController.h"
+#include "screens/RecipientsPanel.h"
+#include "storage/WorkingFolders.h"
+#include "widgets/ProgressOverlay.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QLabel>
+#include <QPushButton>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+namespace {
+
+void write(const QString& path, const QByteArray& data)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(data);
+}
+
+QByteArray read(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+qint64 groupIdByName(AssociationsStore* store, const QString& name)
+{
+    for (const auto& g : store->groups) {
+        if (g->name == name)
+            return g->id;
+    }
+    return -1;
+}
+
+int userRow(AssociationsStore* store, const QString& email)
+{
+    for (int row = 0; row < store->associatedRowCount(); ++row) {
+        const auto type = store->rowType(row);
+        if (type && type->user && type->user->email == email)
+            return row;
+    }
+    return -1;
+}
+
+} // namespace
+
+class TestOperationScreens : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void encryptChecksRecipientsThenFiles();
+    void roundTripThroughTheScreens();
+    void failedEncryptionTellsAndFinishes();
+    void mainThreadStaysResponsive();
+
+private:
+    void waitForRecipients(EncryptViewController& screen);
+    QTemporaryDir m_home;
+    QString m_files;
+    std::unique_ptr<PhoneSimProcess> m_sim;
+};
+
+void TestOperationScreens::initTestCase()
+{
+    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    installTranslations(*QCoreApplication::instance());
+    WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
+    m_files = m_home.filePath(u"files"_qs);
+    QDir().mkpath(m_files);
+    m_sim = std::make_unique<PhoneSimProcess>();
+    QVERIFY(m_sim->isRunning());
+}
+
+void TestOperationScreens::init()
+{
+    Settings::open()->clear();
+    Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
+    Settings::setString(Settings::userEmailKey, u"alex.morgan@example.com"_qs);
+    Session::instance().setPhoneIPAddress(u"127.0.0.1"_qs);
+    Session::instance().setPhoneServicePortForTesting(m_sim->port());
+    Session::instance().setPhoneConnected(true);
+    m_sim->clearFaults();
+    m_sim->clearRequests();
+}
+
+void TestOperationScreens::waitForRecipients(EncryptViewController& screen)
+{
+    screen.resize(1100, 650);
+    screen.show();
+    QTRY_VERIFY_WITH_TIMEOUT(screen.recipients->store()->groups.size() >= 2, 5000);
+}
+
+void TestOperationScreens::encryptChecksRecipientsThenFiles()
+{
+    FakeDialogs dialogs;
+    EncryptViewController screen;
+    waitForRecipients(screen);
+    screen.encryptFiles();
+    QCOMPARE(dialogs.shown.size(), 1);
+    QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("No recipients selected"));
+    QCOMPARE(dialogs.shown.at(0).message, QStringLiteral("Please select at least one user or group to encrypt files for."));
+    QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Warning);
+    screen.recipients->store()->toggleGroupChecked(groupIdByName(screen.recipients->store(), u"Family"_qs));
+    screen.encryptFiles();
+    QCOMPARE(dialogs.shown.at(1).title, QStringLiteral("No files selected"));
+    QCOMPARE(dialogs.shown.at(1).message, QStringLiteral("Please select at least one file to encrypt."));
+    QVERIFY(!screen.overlay());
+    QCOMPARE(m_sim->requests().size(), 2); // users and groups only: nothing was sent
+}
+
+void TestOperationScreens::roundTripThroughTheScreens()
+{
+    FakeDialogs dialogs;
+    const QByteArray report = QByteArray("quarterly numbers\n").repeated(50000);
+    write(m_files + u"/report.pdf"_qs, report);
+    write(*WorkingFolders::encryptedFilesFolder() + u"/report.pdf.vx"_qs, "an earlier result");
+    EncryptViewController encrypt;
+    waitForRecipients(encrypt);
+    AssociationsStore* store = encrypt.recipients->store();
+    store->toggleGroupChecked(groupIdByName(store, u"Family"_qs));
+    store->clickRow(userRow(store, u"amelia.clarke@example.com"_qs));
+    encrypt.addFiles({ m_files + u"/report.pdf"_qs });
+    encrypt.intakeList()->flip(0);
+    QVERIFY(encrypt.encryptButton()->isEnabled());
+    QTest::mouseClick(encrypt.encryptButton(), Qt::LeftButton);
+    QVERIFY(encrypt.overlay());
+    QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 15000);
+    QVERIFY(dialogs.shown.isEmpty());
+
+    // What the phone received, and what the screen looks like afterwards.
+    QJsonObject upload;
+    for (const auto& r : m_sim->requests()) {
+        if (r.toObject().value(u"path").toString() == u"/encryptFile/")
+            upload = r.toObject();
+    }
+    const QJsonArray parts = upload.value(u"parts").toArray();
+    QCOMPARE(parts.at(0).toObject().value(u"value").toString(),
+             QStringLiteral("amelia.clarke@example.com;elena.rossi@example.it;julia.santos@example.br;"));
+    QCOMPARE(parts.at(2).toObject().value(u"name").toString(), QStringLiteral("report (1)"));
+    QVERIFY(QFileInfo::exists(*WorkingFolders::encryptedFilesFolder() + u"/report (1).pdf.vx"_qs));
+    QTRY_VERIFY(std::any_of(encrypt.encryptedFiles().begin(), encrypt.encryptedFiles().end(),
+                            [](const FilePtr& f) { return f->filePath->endsWith(u"report (1).pdf.vx"); }));
+    QCOMPARE(encrypt.filesToEncrypt().size(), 1);
+    QVERIFY(!encrypt.filesToEncrypt().at(0)->isChecked);
+    QVERIFY(!encrypt.encryptButton()->isEnabled() && !encrypt.removeFilesButton->isEnabled());
+    QCOMPARE(store->selectedRecipientEmails(), (QStringList { u"elena.rossi@example.it"_qs, u"julia.santos@example.br"_qs }));
+
+    // Back again on the Decrypt screen.
+    DecryptViewController decrypt;
+    decrypt.show();
+    decrypt.addFiles({ *WorkingFolders::encryptedFilesFolder() + u"/report (1).pdf.vx"_qs });
+    decrypt.intakeList()->flip(0);
+    QTest::mouseClick(decrypt.decryptButton(), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
+    QVERIFY(dialogs.shown.isEmpty());
+    QCOMPARE(read(*WorkingFolders::decryptedFilesFolder() + u"/report (1).pdf"_qs), report);
+    QTRY_COMPARE(decrypt.decryptedFiles().size(), 1);
+
+    // The earlier result was never touched, and no operation folder is left.
+    QCOMPARE(read(*WorkingFolders::encryptedFilesFolder() + u"/report.pdf.vx"_qs), QByteArray("an earlier result"));
+    QCOMPARE(QDir(*WorkingFolders::decryptedFilesFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 1);
+
+    // Screenshots of both screens after the round trip, when asked for.
+    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
+    if (!out.isEmpty()) {
+        encrypt.resize(1052, 600);
+        decrypt.resize(1052, 600);
+        QTest::qWait(50);
+        encrypt.grab().save(out + u"/encrypt-after-round-trip.png"_qs);
+        decrypt.grab().save(out + u"/decrypt-after-round-trip.png"_qs);
+    }
+}
+
+void TestOperationScreens::failedEncryptionTellsAndFinishes()
+{
+    FakeDialogs dialogs;
+    write(m_files + u"/a.txt"_qs, "a");
+    EncryptViewController encrypt;
+    waitForRecipients(encrypt);
+    AssociationsStore* store = encrypt.recipients->store();
+    store->clickRow(userRow(store, u"ben.ortiz@example.com"_qs));
+    encrypt.addFiles({ m_files + u"/a.txt"_qs });
+    encrypt.intakeList()->flip(0);
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"status"_qs, 500 } }));
+    encrypt.encryptFiles();
+    QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);
+    QCOMPARE(dialogs.shown.size(), 1);
+    QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Encryption failed"));
+    QCOMPARE(dialogs.shown.at(0).message, QStringLiteral("Connection timeout"));
+    QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Critical);
+    QVERIFY(!encrypt.filesToEncrypt().at(0)->isChecked);
+    QVERIFY(store->selectedRecipientEmails().isEmpty());
+}
+
+void TestOperationScreens::mainThreadStaysResponsive()
+{
+    FakeDialogs dialogs;
+    // 48 MiB in the suite; VARNEX_STALL_PROBE_MIB=1024 runs the full-size measurement.
+    const qsizetype mib = qEnvironmentVariableIntValue("VARNEX_STALL_PROBE_MIB") > 0
+        ? qEnvironmentVariableIntValue("VARNEX_STALL_PROBE_MIB") : 48;
+    QByteArray big(mib * 1024 * 1024, Qt::Uninitialized);
+    QRandomGenerator(5).fillRange(reinterpret_cast<quint32*>(big.data()), big.size() / 4);
+    write(m_files + u"/big.bin"_qs, big);
+    big.clear();
+    EncryptViewController encrypt;
+    waitForRecipients(encrypt);
+    AssociationsStore* store = encrypt.recipients->store();
+    store->clickRow(userRow(store, u"ben.ortiz@example.com"_qs));
+    encrypt.addFiles({ m_files + u"/big.bin"_qs });
+    encrypt.intakeList()->flip(0);
+    // A probe timer: the longest gap between its ticks is the longest stall of this thread.
+    QTimer probe;
+    QElapsedTimer clock;
+    qint64 last = 0;
+    qint64 worst = 0;
+    probe.setInterval(5);
+    QObject::connect(&probe, &QTimer::timeout, &probe, [&] {
+        const qint64 now = clock.elapsed();
+        worst = qMax(worst, now - last);
+        last = now;
+    });
+    QString stage;
+    clock.start();
+    probe.start();
+    encrypt.encryptFiles();
+    QVERIFY(encrypt.overlay());
+    QObject::connect(encrypt.runningTask(), &OperationTask::progress, &probe,
+                     [&encrypt, &stage] { stage = encrypt.overlay()->stageLabel()->text(); });
+    QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 600000);
+    probe.stop();
+    qInfo("longest main-thread stall during a %lld MiB encryption: %lld ms", qint64(mib), worst);
+    QVERIFY2(worst < 150, qPrintable(QStringLiteral("stalled %1 ms").arg(worst)));
+    QVERIFY(dialogs.shown.isEmpty());
+    QVERIFY(!stage.isEmpty());
+}
+
+QTEST_MAIN(TestOperationScreens)
+#include "tst_operation_screens.moc"

@@ -1,0 +1,233 @@
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Translations.h"
+#include "pairing/AddressFinder.h"
+#include "screens/QRCodeViewController.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <qrencode.h>
+
+using AddressFinder::InterfaceEntry;
+using AddressFinder::InterfaceKind;
+Q_DECLARE_METATYPE(QList<InterfaceEntry>)
+
+namespace {
+
+InterfaceEntry lan(const QString& name, QStringList addresses, InterfaceKind kind = InterfaceKind::Ethernet, bool up = true)
+{
+    return { name, kind, up, up, std::move(addresses) };
+}
+
+} // namespace
+
+class TestPairingScreen : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void addressRule_data();
+    void addressRule();
+    void candidatesPutTheRuleFirst();
+    void qrCodeCarriesExactlyTheAddress_data();
+    void qrCodeCarriesExactlyTheAddress();
+    void redrawsOnlyWhenTheAddressChanges();
+    void noAddressShowsTheNotFoundState();
+    void selectorAppearsOnlyWithAChoiceAndRemembersIt();
+    void leavesOnceWhenAPhonePairs();
+    void versionLabelStaysInTheCorner();
+
+private:
+    QStringList m_addresses;
+};
+
+void TestPairingScreen::initTestCase()
+{
+    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    installTranslations(*QCoreApplication::instance());
+}
+
+void TestPairingScreen::init()
+{
+    Settings::open()->clear();
+    Session::instance().resetForTesting();
+    m_addresses = { u"192.168.1.20"_qs };
+    QRCodeViewController::setAddressSourceForTesting([this] { return m_addresses; });
+}
+
+void TestPairingScreen::cleanup()
+{
+    QRCodeViewController::setAddressSourceForTesting({});
+}
+
+void TestPairingScreen::addressRule_data()
+{
+    QTest::addColumn<QList<InterfaceEntry>>("interfaces");
+    QTest::addColumn<bool>("macOS");
+    QTest::addColumn<QString>("address"); // empty: none
+    QTest::newRow("last address wins") << QList<InterfaceEntry> { lan(u"eth0"_qs, { u"10.0.0.5"_qs, u"10.0.0.7"_qs }) } << false << "10.0.0.7";
+    QTest::newRow("ipv6 last gives none")
+        << QList<InterfaceEntry> { lan(u"eth0"_qs, { u"10.0.0.7"_qs, u"fe80::1"_qs }), lan(u"wlan0"_qs, { u"192.168.1.4"_qs }, InterfaceKind::Wifi) }
+        << false << "";
+    QTest::newRow("loopback skipped")
+        << QList<InterfaceEntry> { lan(u"lo"_qs, { u"127.0.0.1"_qs }, InterfaceKind::Loopback), lan(u"wlan0"_qs, { u"192.168.1.4"_qs }, InterfaceKind::Wifi) }
+        << false << "192.168.1.4";
+    QTest::newRow("virtual by name skipped")
+        << QList<InterfaceEntry> { lan(u"docker0"_qs, { u"172.17.0.1"_qs }), lan(u"veth12"_qs, { u"172.18.0.1"_qs }),
+                                   lan(u"enp3s0"_qs, { u"192.168.0.9"_qs }) }
+        << false << "192.168.0.9";
+    QTest::newRow("virtual kind skipped")
+        << QList<InterfaceEntry> { lan(u"tailnet"_qs, { u"100.64.0.1"_qs }, InterfaceKind::Virtual), lan(u"eno1"_qs, { u"10.1.1.1"_qs }) }
+        << false << "10.1.1.1";
+    QTest::newRow("down skipped")
+        << QList<InterfaceEntry> { lan(u"eth0"_qs, { u"10.0.0.5"_qs }, InterfaceKind::Ethernet, false), lan(u"eth1"_qs, { u"10.0.0.6"_qs }) }
+        << false << "10.0.0.6";
+    QTest::newRow("no lan at all") << QList<InterfaceEntry> { lan(u"lo"_qs, { u"127.0.0.1"_qs }, InterfaceKind::Loopback) } << false << "";
+    QTest::newRow("macOS: en0 only")
+        << QList<InterfaceEntry> { lan(u"en1"_qs, { u"10.0.0.2"_qs }), lan(u"en0"_qs, { u"fe80::2"_qs, u"10.0.0.7"_qs }) } << true << "10.0.0.7";
+    QTest::newRow("three dots in ipv6") << QList<InterfaceEntry> { lan(u"eth0"_qs, { u"::ffff:1.2.3"_qs }) } << false << "";
+}
+
+void TestPairingScreen::addressRule()
+{
+    QFETCH(QList<InterfaceEntry>, interfaces);
+    QFETCH(bool, macOS);
+    QTEST(AddressFinder::pickAddress(interfaces, macOS).value_or(QString()), "address");
+}
+
+void TestPairingScreen::candidatesPutTheRuleFirst()
+{
+    const QList<InterfaceEntry> interfaces { lan(u"wlan0"_qs, { u"192.168.1.4"_qs, u"192.168.1.5"_qs }, InterfaceKind::Wifi),
+                                             lan(u"docker0"_qs, { u"172.17.0.1"_qs }),
+                                             lan(u"eth0"_qs, { u"10.0.0.3"_qs, u"fe80::3"_qs }) };
+    QCOMPARE(AddressFinder::candidateAddresses(interfaces),
+             (QStringList { u"192.168.1.5"_qs, u"192.168.1.4"_qs, u"10.0.0.3"_qs }));
+}
+
+void TestPairingScreen::qrCodeCarriesExactlyTheAddress_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::newRow("short") << "10.0.0.7";
+    QTest::newRow("long") << "192.168.100.200";
+}
+
+void TestPairingScreen::qrCodeCarriesExactlyTheAddress()
+{
+    QFETCH(QString, address);
+    m_addresses = { address };
+    QRCodeViewController screen;
+    QCOMPARE(screen.ipAdressLabel->text(), address);
+    const QrMatrix matrix = screen.currentMatrix();
+    QVERIFY(matrix.isValid());
+
+    // Exactly the ASCII text, nothing else: the same matrix libqrencode makes of that text.
+    const QByteArray text = address.toLatin1();
+    QRcode* reference = QRcode_encodeString8bit(text.constData(), 0, QR_ECLEVEL_M);
+    QVERIFY(reference);
+    QCOMPARE(matrix.width, reference->width);
+    for (int i = 0; i < matrix.width * matrix.width; ++i)
+        QCOMPARE(matrix.modules.at(i), bool(reference->data[i] & 1));
+    QRcode_free(reference);
+
+    // Drawn with 15 x 15 modules: the centre of every module has its colour.
+    const QImage image = QRCodeViewController::renderQr(matrix);
+    const int quiet = QRCodeViewController::quietZoneModules();
+    QCOMPARE(image.width(), (matrix.width + 2 * quiet) * 15);
+    for (int y = 0; y < matrix.width; ++y) {
+        for (int x = 0; x < matrix.width; ++x) {
+            const QPoint centre((x + quiet) * 15 + 7, (y + quiet) * 15 + 7);
+            QCOMPARE(image.pixelColor(centre) == Qt::black, matrix.dark(x, y));
+        }
+    }
+    // Crisp at twice the pixel density: still whole device pixels per module.
+    QCOMPARE(QRCodeViewController::renderQr(matrix, 2.0).width(), image.width() * 2);
+}
+
+void TestPairingScreen::redrawsOnlyWhenTheAddressChanges()
+{
+    QRCodeViewController screen;
+    QCOMPARE(screen.redrawCount(), 1);
+    screen.refreshAddress();
+    screen.refreshAddress();
+    QCOMPARE(screen.redrawCount(), 1);
+    m_addresses = { u"10.0.0.9"_qs };
+    screen.refreshAddress();
+    QCOMPARE(screen.redrawCount(), 2);
+    QCOMPARE(screen.ipAdressLabel->text(), QStringLiteral("10.0.0.9"));
+}
+
+void TestPairingScreen::noAddressShowsTheNotFoundState()
+{
+    m_addresses = {};
+    QRCodeViewController screen;
+    QCOMPARE(screen.ipAdressLabel->text(), QStringLiteral("Cannot find IP address"));
+    QVERIFY(!screen.currentMatrix().isValid());
+    QVERIFY(!screen.qrCodeImage->pixmap().isNull());
+    screen.refreshAddress();
+    QCOMPARE(screen.redrawCount(), 1);
+    m_addresses = { u"10.0.0.7"_qs }; // the network comes back
+    screen.refreshAddress();
+    QCOMPARE(screen.ipAdressLabel->text(), QStringLiteral("10.0.0.7"));
+    QVERIFY(screen.currentMatrix().isValid());
+}
+
+void TestPairingScreen::selectorAppearsOnlyWithAChoiceAndRemembersIt()
+{
+    {
+        QRCodeViewController single;
+        single.show();
+        QVERIFY(!single.addressSelector()->isVisible());
+    }
+    m_addresses = { u"192.168.1.20"_qs, u"10.8.0.2"_qs };
+    {
+        QRCodeViewController screen;
+        screen.show();
+        QVERIFY(screen.addressSelector()->isVisible());
+        QCOMPARE(screen.ipAdressLabel->text(), QStringLiteral("192.168.1.20"));
+        screen.addressSelector()->setCurrentIndex(1);
+        Q_EMIT screen.addressSelector()->activated(1);
+        QCOMPARE(screen.ipAdressLabel->text(), QStringLiteral("10.8.0.2"));
+    }
+    QRCodeViewController again;
+    QCOMPARE(again.ipAdressLabel->text(), QStringLiteral("10.8.0.2"));
+    // A remembered address that is gone falls back to the rule's choice.
+    m_addresses = { u"192.168.1.20"_qs, u"172.20.0.4"_qs };
+    again.refreshAddress();
+    QCOMPARE(again.ipAdressLabel->text(), QStringLiteral("192.168.1.20"));
+}
+
+void TestPairingScreen::leavesOnceWhenAPhonePairs()
+{
+    QRCodeViewController screen;
+    QSignalSpy accepted(&screen, &QRCodeViewController::pairingAccepted);
+    QTest::qWait(50);
+    QCOMPARE(accepted.size(), 0);
+    Session::instance().setPhoneConnected(true);
+    QCOMPARE(accepted.size(), 1);
+    QTest::qWait(QRCodeViewController::waiterMilliseconds + 200); // the poll finds nothing more to do
+    QCOMPARE(accepted.size(), 1);
+}
+
+void TestPairingScreen::versionLabelStaysInTheCorner()
+{
+    QRCodeViewController screen;
+    screen.resize(1100, 720);
+    screen.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&screen));
+    QCOMPARE(screen.versionLabel->text(), QStringLiteral("Version 1.0.0"));
+    QCOMPARE(screen.window()->windowTitle(), QStringLiteral("Varnex Dekstop Application (Not connected)"));
+    for (const QSize size : { QSize(1100, 720), QSize(1400, 900) }) {
+        screen.resize(size);
+        QTRY_COMPARE(screen.versionLabel->geometry().right(), size.width() - 20 - 1);
+        QCOMPARE(screen.versionLabel->geometry().bottom(), size.height() - 20 - 1);
+    }
+}
+
+QTEST_MAIN(TestPairingScreen)
+#include "tst_pairing_screen.moc"

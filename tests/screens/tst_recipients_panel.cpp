@@ -1,0 +1,323 @@
+#include "api/NetworkClient.h"
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Translations.h"
+#include "common/FakeDialogs.h"
+#include "common/PhoneSimProcess.h"
+#include "recipients/AssociationsStore.h"
+#include "screens/AssociatedUserCellView.h"
+#include "screens/EncryptViewController.h"
+#include "screens/RecipientsPanel.h"
+#include "storage/WorkingFolders.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QApplication>
+
+namespace {
+
+const QString owner = QStringLiteral("alex.morgan@example.com");
+
+int countRequests(PhoneSimProcess& sim, const QString& method, const QString& path)
+{
+    int n = 0;
+    for (const auto& r : sim.requests())
+        n += r.toObject().value(u"method").toString() == method && r.toObject().value(u"path").toString() == path;
+    return n;
+}
+
+qint64 groupIdByName(AssociationsStore* store, const QString& name)
+{
+    for (const auto& g : store->groups) {
+        if (g->name == name)
+            return g->id;
+    }
+    return -1;
+}
+
+QAction* menuAction(QMenu* menu, const QString& text)
+{
+    for (QAction* a : menu->actions()) {
+        if (a->text() == text)
+            return a;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class TestRecipientsPanel : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void loadsAndChecksRecipients();
+    void encryptButtonNeedsAFileAndARecipient();
+    void groupNameValidation_data();
+    void groupNameValidation();
+    void groupLifecycleAgainstThePhone();
+    void phoneChangeSignalsReload();
+    void screenshot();
+    void dialogScreenshots();
+
+private:
+    std::unique_ptr<PhoneSimProcess> m_sim;
+    std::unique_ptr<EncryptViewController> m_screen;
+    QTemporaryDir m_home;
+    RecipientsPanel* panel() const { return m_screen->recipients; }
+    AssociationsStore* store() const { return m_screen->recipients->store(); }
+};
+
+void TestRecipientsPanel::initTestCase()
+{
+    installTranslations(*QCoreApplication::instance());
+    WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
+    m_sim = std::make_unique<PhoneSimProcess>();
+    QVERIFY(m_sim->isRunning());
+}
+
+void TestRecipientsPanel::init()
+{
+    Settings::open()->clear();
+    Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
+    Settings::setString(Settings::userEmailKey, owner);
+    Session::instance().resetForTesting();
+    Session::instance().setPhoneIPAddress(u"127.0.0.1"_qs);
+    Session::instance().setPhoneServicePortForTesting(m_sim->port());
+    Session::instance().setPhoneConnected(true);
+    m_sim->clearRequests();
+    m_screen = std::make_unique<EncryptViewController>();
+    m_screen->resize(1100, 650);
+    m_screen->show();
+    QTRY_VERIFY_WITH_TIMEOUT(store()->users.size() >= 12 && store()->groups.size() >= 2, 5000);
+}
+
+void TestRecipientsPanel::cleanup()
+{
+    m_screen.reset();
+    Session::instance().setPhoneConnected(false);
+}
+
+void TestRecipientsPanel::loadsAndChecksRecipients()
+{
+    QCOMPARE(countRequests(*m_sim, u"GET"_qs, u"/getUsers"_qs), 1);
+    QVERIFY(panel()->selectDeselectAllUsersButton->isEnabled());
+    RecipientsTableView* table = panel()->associatedUsersTable;
+    QCOMPARE(table->model()->rowCount(), store()->users.size() + store()->groups.size());
+    // A click on the first row's card checks that user.
+    const QModelIndex first = table->model()->index(0, 0);
+    table->scrollTo(first);
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, table->visualRect(first).center());
+    const auto row = store()->rowType(0);
+    QVERIFY(row && row->user && row->user->isChecked.value_or(false));
+    QCOMPARE(store()->selectedRecipientEmails().size(), 1);
+    // The search narrows the rows at every keystroke.
+    QTest::keyClicks(panel()->searchTextField, u"fam"_qs);
+    QCOMPARE(table->model()->rowCount(), 1);
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {},
+                      table->cell()->disclosureRect(table->visualRect(table->model()->index(0, 0))).center());
+    QCOMPARE(table->model()->rowCount(), 3); // Family and its two members
+    panel()->searchTextField->clear();
+    QCOMPARE(table->model()->rowCount(), store()->users.size() + store()->groups.size() + 2);
+    QTest::mouseClick(panel()->selectDeselectAllUsersButton, Qt::LeftButton);
+    QCOMPARE(store()->selectedRecipientEmails().size(), 12);
+    QTest::mouseClick(panel()->selectDeselectAllUsersButton, Qt::LeftButton);
+    QVERIFY(store()->selectedRecipientEmails().isEmpty());
+}
+
+void TestRecipientsPanel::encryptButtonNeedsAFileAndARecipient()
+{
+    const QString file = m_home.filePath(u"report.pdf"_qs);
+    QFile f(file);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.close();
+    m_screen->addFiles({ file });
+    m_screen->intakeList()->flip(0);
+    QVERIFY(!m_screen->encryptButton()->isEnabled()); // a file but no recipient
+    store()->toggleGroupChecked(groupIdByName(store(), u"Family"_qs));
+    QVERIFY(m_screen->encryptButton()->isEnabled());
+    QVERIFY(m_screen->isEncryptFilesEnabled());
+    m_screen->intakeList()->flip(0);
+    QVERIFY(!m_screen->encryptButton()->isEnabled()); // a recipient but no marked file
+    m_screen->intakeList()->flip(0);
+    store()->toggleGroupChecked(groupIdByName(store(), u"Family"_qs));
+    QVERIFY(!m_screen->encryptButton()->isEnabled());
+}
+
+void TestRecipientsPanel::groupNameValidation_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("message"); // empty: accepted
+    const QString rule = u"Group name must start with a letter and contain only letters and numbers (2-250 characters)"_qs;
+    QTest::newRow("A1") << "A1" << "";
+    QTest::newRow("spaces around") << "  Sales \n" << "";
+    QTest::newRow("empty") << "   " << "Group name cannot be empty";
+    QTest::newRow("one letter") << "A" << rule;
+    QTest::newRow("digit first") << "1abc" << rule;
+    QTest::newRow("inner space") << "ab c" << rule;
+    QTest::newRow("dash") << "abc-d" << rule;
+    QTest::newRow("umlaut") << "Ännchen" << rule;
+    QTest::newRow("251 characters") << QString(u'a').repeated(251) << rule;
+    QTest::newRow("250 characters") << QString(u'a').repeated(250) << "";
+}
+
+void TestRecipientsPanel::groupNameValidation()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, message);
+    FakeDialogs dialogs;
+    dialogs.answers.enqueue(typed);
+    panel()->createGroupButtonClicked();
+    if (message.isEmpty()) {
+        QTRY_VERIFY(groupIdByName(store(), typed.trimmed()) > 0);
+        QVERIFY(dialogs.shown.size() == 1);
+        NetworkClient::shared().deleteGroup(groupIdByName(store(), typed.trimmed()), nullptr, [](const auto&) {});
+        return;
+    }
+    QCOMPARE(dialogs.shown.size(), 2);
+    QCOMPARE(dialogs.shown.at(1).title, QStringLiteral("Error"));
+    QCOMPARE(dialogs.shown.at(1).message, message);
+    QCOMPARE(countRequests(*m_sim, u"POST"_qs, u"/v2/groups"_qs), 0);
+}
+
+void TestRecipientsPanel::groupLifecycleAgainstThePhone()
+{
+    FakeDialogs dialogs;
+    // Create.
+    dialogs.answers.enqueue(u"Climbers"_qs);
+    panel()->createGroupButtonClicked();
+    QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Create New Group"));
+    QCOMPARE(dialogs.shown.at(0).message, QStringLiteral("Enter group name:"));
+    QCOMPARE(dialogs.shown.at(0).options, (QStringList { u"Create"_qs, u"Cancel"_qs }));
+    QTRY_VERIFY(groupIdByName(store(), u"Climbers"_qs) > 0);
+    const qint64 id = groupIdByName(store(), u"Climbers"_qs);
+    QTRY_COMPARE(countRequests(*m_sim, u"POST"_qs, u"/updateGroups"_qs), 1); // the phone is told
+
+    // A taken name: the phone's conflict, as the user reads it.
+    dialogs.answers.enqueue(u"Family"_qs);
+    panel()->createGroupButtonClicked();
+    QTRY_COMPARE(dialogs.shown.size(), 3);
+    QCOMPARE(dialogs.shown.at(2).message, QStringLiteral("Conflict: A group with this name already exists"));
+
+    // The menu of an empty group.
+    std::unique_ptr<QMenu> menu(panel()->buildGroupMenu(id));
+    QCOMPARE(menu->actions().size(), 6);
+    QVERIFY(!menuAction(menu.get(), u"Remove Member"_qs)->isEnabled());
+
+    // Rename: same name sends nothing, a new one is saved.
+    dialogs.answers.enqueue(u"Climbers"_qs);
+    menuAction(menu.get(), u"Edit Group"_qs)->trigger();
+    QCOMPARE(countRequests(*m_sim, u"PATCH"_qs, QStringLiteral("/v2/groups/%1").arg(id)), 0);
+    dialogs.answers.enqueue(u"Alpinists"_qs);
+    panel()->menuEditGroup(id);
+    QCOMPARE(dialogs.shown.last().message, QStringLiteral("Enter new group name:"));
+    QTRY_COMPARE(store()->groupById(id) ? store()->groupById(id)->name : QString(), QStringLiteral("Alpinists"));
+
+    // Add members: nothing ticked sends nothing; two ticked are added.
+    dialogs.answers.enqueue(QVariant::fromValue(QList<int> {}));
+    panel()->menuAddMember(id);
+    QTRY_COMPARE(dialogs.shown.last().kind, QStringLiteral("chooseItems"));
+    QCOMPARE(dialogs.shown.last().title, QStringLiteral("Add Users to 'Alpinists'"));
+    QCOMPARE(dialogs.shown.last().options.size(), 12);
+    QCOMPARE(countRequests(*m_sim, u"POST"_qs, QStringLiteral("/v2/groups/%1/users/add").arg(id)), 0);
+    const int shown = dialogs.shown.size();
+    dialogs.answers.enqueue(QVariant::fromValue(QList<int> { 0, 2 }));
+    panel()->menuAddMember(id);
+    QTRY_COMPARE(dialogs.shown.size(), shown + 1);
+    QTRY_COMPARE_WITH_TIMEOUT(store()->groupById(id)->groupMembers.size(), 2, 3000);
+
+    // Delete is refused while members remain.
+    panel()->menuDeleteGroup(id);
+    QCOMPARE(dialogs.shown.last().title, QStringLiteral("Cannot Delete Group"));
+    QCOMPARE(dialogs.shown.last().message,
+             QStringLiteral("Please remove all members from 'Alpinists' before deleting the group."));
+    // Remove both, then delete.
+    dialogs.answers.enqueue(QVariant::fromValue(QList<int> { 0, 1 }));
+    panel()->menuRemoveMember(id);
+    QCOMPARE(dialogs.shown.last().title, QStringLiteral("Remove Users from 'Alpinists'"));
+    QTRY_COMPARE_WITH_TIMEOUT(store()->groupById(id)->groupMembers.size(), 0, 3000);
+    panel()->menuRemoveMember(id);
+    QCOMPARE(dialogs.shown.last().message, QStringLiteral("No members to remove"));
+    dialogs.answers.enqueue(1); // Cancel
+    panel()->menuDeleteGroup(id);
+    QCOMPARE(dialogs.shown.last().message,
+             QStringLiteral("Are you sure you want to delete 'Alpinists'? This action cannot be undone."));
+    QVERIFY(store()->groupById(id));
+    dialogs.answers.enqueue(0); // Delete
+    panel()->menuDeleteGroup(id);
+    QTRY_VERIFY(!store()->groupById(id));
+}
+
+void TestRecipientsPanel::phoneChangeSignalsReload()
+{
+    QCOMPARE(m_sim->post("/sim/contacts", { { u"firstName"_qs, u"Mia"_qs }, { u"lastName"_qs, u"Wong"_qs },
+                                            { u"email"_qs, u"mia.wong@example.com"_qs }, { u"phone"_qs, u"1"_qs } }),
+             201);
+    const int before = int(store()->users.size());
+    Session::instance().markAssociatesUpdated(); // what the listener does on "/updateAssociates"
+    QTRY_COMPARE_WITH_TIMEOUT(int(store()->users.size()), before + 1, 3000);
+    m_sim->request("DELETE", "/sim/contacts/mia.wong@example.com");
+}
+
+void TestRecipientsPanel::screenshot()
+{
+    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
+    if (out.isEmpty())
+        QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
+    store()->toggleGroupExpansion(groupIdByName(store(), u"Project Apollo"_qs));
+    store()->toggleGroupChecked(groupIdByName(store(), u"Project Apollo"_qs));
+    store()->clickRow(0);
+    m_screen->resize(1052, 600);
+    QTest::qWait(100);
+    m_screen->grab().save(out + u"/encrypt-recipients.png"_qs);
+}
+
+void TestRecipientsPanel::dialogScreenshots()
+{
+    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
+    if (out.isEmpty())
+        QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
+    // The real dialogs: each is captured once it shows, then cancelled.
+    auto capture = [&out](const QString& name) {
+        QTimer::singleShot(400, [out, name] {
+            if (QWidget* dialog = QApplication::activeModalWidget()) {
+                dialog->grab().save(out + u"/dialog-" + name + u".png");
+                dialog->close();
+            }
+        });
+    };
+    const qint64 family = groupIdByName(store(), u"Family"_qs);
+    capture(u"create"_qs);
+    panel()->createGroupButtonClicked();
+    capture(u"rename"_qs);
+    panel()->menuEditGroup(family);
+    capture(u"remove-members"_qs);
+    panel()->menuRemoveMember(family);
+    capture(u"cannot-delete"_qs);
+    panel()->menuDeleteGroup(family);
+    capture(u"add-members"_qs);
+    panel()->menuAddMember(family);
+    QTest::qWait(1500); // the candidates come from the phone first
+    {
+        FakeDialogs make;
+        make.answers.enqueue(u"Empty"_qs);
+        panel()->createGroupButtonClicked();
+        QTRY_VERIFY(groupIdByName(store(), u"Empty"_qs) > 0);
+    }
+    capture(u"delete"_qs);
+    panel()->menuDeleteGroup(groupIdByName(store(), u"Empty"_qs));
+    capture(u"error"_qs);
+    panel()->showErrorAlert(u"Conflict: A group with this name already exists"_qs);
+}
+
+QTEST_MAIN(TestRecipientsPanel)
+#include "tst_recipients_panel.moc"
