@@ -20,7 +20,7 @@ public:
         PathRole,                    // filePath
     };
 
-    // `files` gives the list shown; the model reads it afresh after every reset.
+    // `files` gives the list shown; the model takes it afresh at every reload().
     explicit FileListModel(std::function<const FileList&()> files, QObject* parent = nullptr);
 
     int rowCount(const QModelIndex& parent = {}) const override;
@@ -29,14 +29,15 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override;
     QHash<int, QByteArray> roleNames() const override;
 
-    // Called when the list changed: the whole table is shown again.
+    // Called when the list changed. Rows that are still the same files are updated in place
+    // (dataChanged), files appended at the end are inserted and files taken out are removed,
+    // so a view keeps its current row and scroll position; anything else resets.
     void reload();
-    // Called when only marks changed.
-    void marksChanged();
 
     // Asked to flip a row's mark by the check box (the list's rules decide).
     std::function<void(int row)> onFlip;
 
 private:
     std::function<const FileList&()> m_files;
+    FileList m_rows; // what the rows show: the list as of the last reload()
 };

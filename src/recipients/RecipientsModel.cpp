@@ -6,10 +6,64 @@ RecipientsModel::RecipientsModel(AssociationsStore* store, QObject* parent)
     : QAbstractListModel(parent)
     , m_store(store)
 {
-    connect(store, &AssociationsStore::rowsChanged, this, [this] {
-        beginResetModel();
-        endResetModel();
-    });
+    m_keys = rowKeys();
+    connect(store, &AssociationsStore::rowsChanged, this, &RecipientsModel::storeChanged);
+}
+
+QStringList RecipientsModel::rowKeys() const
+{
+    QStringList keys;
+    const int count = m_store->associatedRowCount();
+    keys.reserve(count);
+    for (int row = 0; row < count; ++row) {
+        const auto type = m_store->rowType(row);
+        if (!type) {
+            keys.append(QString());
+            continue;
+        }
+        switch (type->kind) {
+        case AssociatedUserRowType::Kind::user:
+            keys.append(u"u:" + type->user->email.value_or(QString()) + u'\x1f' + type->user->firstName.value_or(QString())
+                        + u'\x1f' + type->user->lastName.value_or(QString()));
+            break;
+        case AssociatedUserRowType::Kind::groupHeader:
+            keys.append(u"g:" + QString::number(type->group->id));
+            break;
+        case AssociatedUserRowType::Kind::groupMember:
+            keys.append(u"m:" + QString::number(type->group->id) + u':' + QString::number(type->member.id));
+            break;
+        }
+    }
+    return keys;
+}
+
+void RecipientsModel::storeChanged()
+{
+    QStringList keys = rowKeys();
+    if (keys == m_keys) {
+        if (!keys.isEmpty())
+            Q_EMIT dataChanged(index(0), index(int(keys.size()) - 1));
+        return;
+    }
+    beginResetModel();
+    m_keys = std::move(keys);
+    endResetModel();
+}
+
+bool RecipientsModel::setData(const QModelIndex& index, const QVariant& value, int role)
+{
+    if (role != Qt::CheckStateRole || !checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)
+        || !flags(index).testFlag(Qt::ItemIsUserCheckable))
+        return false;
+    const bool wanted = value.value<Qt::CheckState>() == Qt::Checked;
+    if (wanted != data(index, CheckedRole).toBool()) {
+        const auto row = m_store->rowType(index.row());
+        if (row->kind == AssociatedUserRowType::Kind::groupHeader)
+            m_store->toggleGroupChecked(row->group->id);
+        else
+            m_store->clickRow(index.row());
+    }
+    return true;
 }
 
 int RecipientsModel::rowCount(const QModelIndex& parent) const
@@ -19,7 +73,12 @@ int RecipientsModel::rowCount(const QModelIndex& parent) const
 
 Qt::ItemFlags RecipientsModel::flags(const QModelIndex& index) const
 {
-    return index.isValid() ? Qt::ItemIsEnabled | Qt::ItemNeverHasChildren : Qt::NoItemFlags;
+    if (!index.isValid())
+        return Qt::NoItemFlags;
+    // Users and groups carry a mark; a member row only shows who is in a group.
+    const auto row = m_store->rowType(index.row());
+    const bool markable = row && row->kind != AssociatedUserRowType::Kind::groupMember;
+    return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren | (markable ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
 }
 
 QVariant RecipientsModel::data(const QModelIndex& index, int role) const
@@ -48,7 +107,10 @@ QVariant RecipientsModel::data(const QModelIndex& index, int role) const
             return u.phone.value_or(QString());
         case CheckedRole:
             return u.isChecked.value_or(false);
+        case Qt::CheckStateRole:
+            return u.isChecked.value_or(false) ? Qt::Checked : Qt::Unchecked;
         case SummaryRole:
+        case Qt::AccessibleDescriptionRole:
             return u.summaryText();
         case Qt::AccessibleTextRole:
             return QString(name + u", " + u.email.value_or(QString()));
@@ -66,6 +128,10 @@ QVariant RecipientsModel::data(const QModelIndex& index, int role) const
             return g.name;
         case CheckedRole:
             return g.isChecked;
+        case Qt::CheckStateRole:
+            return g.isChecked ? Qt::Checked : Qt::Unchecked;
+        case Qt::AccessibleDescriptionRole:
+            return data(index, MemberCountRole);
         case GroupIdRole:
             return g.id;
         case MemberCountRole:

@@ -3,7 +3,10 @@
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
 
+#include <QAbstractItemView>
+#include <QHelpEvent>
 #include <QPainter>
+#include <QToolTip>
 #include <QPainterPath>
 
 namespace {
@@ -85,6 +88,38 @@ QRect AssociatedUserCellView::menuRect(const QRect& row) const
     return QRect(c.right() - 38, c.center().y() - 14, 28, 28);
 }
 
+QRect AssociatedUserCellView::infoRect(const QRect& row) const
+{
+    const QRect c = card(row);
+    return QRect(c.left() + 38, c.center().y() - 16, 32, 32);
+}
+
+QString AssociatedUserCellView::groupOptionsText()
+{
+    //: Tool tip and accessible name of a group's menu button
+    //% "Group options"
+    return qtTrId("groupOptions");
+}
+
+bool AssociatedUserCellView::helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
+                                       const QModelIndex& index)
+{
+    if (event->type() != QEvent::ToolTip || !index.isValid())
+        return QStyledItemDelegate::helpEvent(event, view, option, index);
+    const Kind kind = Kind(index.data(RecipientsModel::KindRole).toInt());
+    QString tip = index.data(Qt::ToolTipRole).toString();
+    if (kind == Kind::groupHeader && menuRect(option.rect).contains(event->pos()))
+        tip = groupOptionsText();
+    else if (kind == Kind::user && infoRect(option.rect).contains(event->pos()))
+        tip = index.data(RecipientsModel::SummaryRole).toString();
+    if (tip.isEmpty()) {
+        QToolTip::hideText();
+        return true;
+    }
+    QToolTip::showText(event->globalPos(), tip, view, option.rect);
+    return true;
+}
+
 AssociatedUserCellView::Part AssociatedUserCellView::hitTest(int kind, const QRect& rect, const QPoint& position) const
 {
     if (!rect.contains(position))
@@ -121,12 +156,12 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
         font.setPointSize(10);
         p->setFont(font);
         p->setPen(ink);
-        p->drawText(QRect(r.left() + 42, r.top() + 4, r.width() - 50, r.height() / 2), Qt::AlignLeft | Qt::AlignBottom,
+        p->drawText(QRect(r.left() + 42, r.top(), r.width() - 50, r.height() / 2), Qt::AlignLeft | Qt::AlignBottom,
                     index.data(RecipientsModel::NameRole).toString());
         font.setPointSize(8);
         p->setFont(font);
         p->setPen(muted);
-        p->drawText(QRect(r.left() + 42, r.center().y() + 1, r.width() - 50, r.height() / 2 - 4),
+        p->drawText(QRect(r.left() + 42, r.center().y() + 2, r.width() - 50, r.height() / 2 - 2),
                     Qt::AlignLeft | Qt::AlignTop, index.data(RecipientsModel::EmailRole).toString());
         p->restore();
         return;
@@ -165,26 +200,34 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
             p->drawEllipse(QPointF(m.center().x() + 0.5 + i * 5, m.center().y() + 0.5), 1.6, 1.6);
     }
     const int textRight = kind == Kind::groupHeader ? menuRect(row).left() - 8 : c.right() - 12;
+    QFont small = font;
+    small.setPointSize(kind == Kind::user ? 9 : 8);
+    const QFontMetrics smallMetrics(small);
+    QRect top(textLeft, c.top() + 8, textRight - textLeft, c.height() / 2 - 6);
+    if (kind == Kind::user) {
+        // The phone keeps up to 45% of the line and is shortened with "..." rather than
+        // dropped; the name takes the rest.
+        const QString phone = index.data(RecipientsModel::PhoneRole).toString();
+        const int w = std::min(smallMetrics.horizontalAdvance(phone), top.width() * 45 / 100);
+        if (w > 0) {
+            p->setFont(small);
+            p->setPen(muted);
+            p->drawText(QRect(textRight - w, top.top(), w, top.height()), Qt::AlignRight | Qt::AlignBottom,
+                        smallMetrics.elidedText(phone, Qt::ElideRight, w));
+            top.setRight(textRight - w - 10);
+        }
+    }
     font.setPointSize(kind == Kind::user ? 10 : 11);
     font.setBold(true);
     p->setFont(font);
     p->setPen(ink);
-    const QRect top(textLeft, c.top() + 8, textRight - textLeft, c.height() / 2 - 6);
     p->drawText(top, Qt::AlignLeft | Qt::AlignBottom,
                 QFontMetrics(font).elidedText(index.data(RecipientsModel::NameRole).toString(), Qt::ElideRight, top.width()));
-    font.setBold(false);
-    font.setPointSize(kind == Kind::user ? 9 : 8);
-    p->setFont(font);
+    p->setFont(small);
     p->setPen(muted);
     const QRect bottom(textLeft, c.center().y() + 3, textRight - textLeft, c.height() / 2 - 8);
     const QString second = kind == Kind::user ? index.data(RecipientsModel::EmailRole).toString()
                                               : index.data(RecipientsModel::MemberCountRole).toString();
-    p->drawText(bottom, Qt::AlignLeft | Qt::AlignTop, QFontMetrics(font).elidedText(second, Qt::ElideRight, bottom.width()));
-    if (kind == Kind::user) {
-        const QString phone = index.data(RecipientsModel::PhoneRole).toString();
-        const int w = QFontMetrics(font).horizontalAdvance(phone);
-        if (w < bottom.width() / 2)
-            p->drawText(QRect(textRight - w, top.top(), w, top.height()), Qt::AlignRight | Qt::AlignBottom, phone);
-    }
+    p->drawText(bottom, Qt::AlignLeft | Qt::AlignTop, smallMetrics.elidedText(second, Qt::ElideRight, bottom.width()));
     p->restore();
 }

@@ -2,6 +2,9 @@
 
 #include <QStyledItemDelegate>
 
+class QAbstractItemView;
+class QHelpEvent;
+
 // Draws the recipients table's rows: a user card (mark, person icon, upper-case name, e-mail,
 // phone), a group card (mark, disclosure, group icon, upper-case name, member count, options
 // button), and the lighter row of a member of an expanded group.
@@ -22,7 +25,14 @@ public:
     QRect checkBoxRect(const QRect& row) const;
     QRect disclosureRect(const QRect& row) const;
     QRect menuRect(const QRect& row) const;
+    // The person icon of a user row, whose tool tip is the user's summary.
+    QRect infoRect(const QRect& row) const;
+    static QString groupOptionsText();
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    // Tool tips by place: the user's summary over the person icon, "Group options" over a
+    // group's menu button, the name elsewhere.
+    bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
+                   const QModelIndex& index) override;
 };

@@ -29,14 +29,14 @@ QRect FileCellDelegate::checkBoxRect(const QRect& row) const
 {
     if (!m_outlets.isChecked)
         return {};
-    return QRect(row.left() + margin, row.center().y() - checkSize / 2 + 1, checkSize, checkSize);
+    return QRect(row.left() + margin, row.center().y() - checkSize / 2, checkSize, checkSize);
 }
 
 QRect FileCellDelegate::previewRect(const QRect& row) const
 {
     if (!m_outlets.previewFileButton)
         return {};
-    return QRect(row.right() - margin - previewSize, row.center().y() - previewSize / 2 + 1, previewSize, previewSize);
+    return QRect(row.right() - margin - previewSize, row.center().y() - previewSize / 2, previewSize, previewSize);
 }
 
 FileCellDelegate::Part FileCellDelegate::hitTest(const QRect& rect, const QPoint& position) const
@@ -61,7 +61,8 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
     p->save();
     p->setRenderHint(QPainter::Antialiasing);
     p->fillRect(row, Qt::white);
-    p->fillRect(QRect(row.left(), row.top(), row.width(), 2), gridColor);
+    // The separator runs along the row's foot, so the first row does not double the box's edge.
+    p->fillRect(QRect(row.left(), row.bottom() - 1, row.width(), 2), gridColor);
 
     int left = row.left() + margin;
     if (m_outlets.isChecked) {
@@ -95,7 +96,7 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
 
     const QFontMetrics metrics(option.font);
     auto column = [&](int width, const QString& text, const QColor& color, Qt::Alignment align) {
-        const QRect cell(right - width, row.top() + 2, width, row.height() - 2);
+        const QRect cell(right - width, row.top(), width, row.height() - 2);
         p->setPen(color);
         p->drawText(cell, align | Qt::AlignVCenter, metrics.elidedText(text, Qt::ElideRight, width));
         right -= width + 8;
@@ -109,7 +110,7 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
     nameFont.setWeight(QFont::Medium);
     p->setFont(nameFont);
     p->setPen(QColor(45, 45, 45));
-    const QRect name(left, row.top() + 2, qMax(0, right - left), row.height() - 2);
+    const QRect name(left, row.top(), qMax(0, right - left), row.height() - 2);
     p->drawText(name, Qt::AlignLeft | Qt::AlignVCenter,
                 QFontMetrics(nameFont).elidedText(index.data(FileListModel::NameRole).toString(), Qt::ElideMiddle,
                                                   name.width()));

@@ -2,7 +2,7 @@
 
 #include <QStyledItemDelegate>
 
-// Draws one file row: a white cell with a grey 2-point separator at its top, then the mark,
+// Draws one file row: a white cell with a grey 2-point separator at its foot, then the mark,
 // the name, size, type and modification time, and the preview button, as the cell has them.
 class FileCellDelegate : public QStyledItemDelegate
 {

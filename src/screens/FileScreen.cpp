@@ -4,6 +4,7 @@
 #include "files/FileListModel.h"
 #include "files/ResultFolder.h"
 #include "operations/OperationTask.h"
+#include "operations/TransferRate.h"
 #include "screens/FileCellDelegate.h"
 #include "screens/FileTableView.h"
 #include "widgets/Dialogs.h"
@@ -12,9 +13,11 @@
 #include "widgets/RoundedCornersBox.h"
 #include "widgets/RoundedPanel.h"
 
+#include <QElapsedTimer>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace {
@@ -99,7 +102,12 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     QFont big = operationButton->font();
     big.setPointSize(14);
     operationButton->setFont(big);
-    chooseFilesButton->setToolTip(QStringLiteral("Choose files to add, or drop them on the list"));
+    //: Tool tip of the choose files button
+    //% "Choose files to add, or drop them on the list"
+    chooseFilesButton->setToolTip(qtTrId("chooseFilesTip"));
+    //: Shown in an empty list of files to encrypt or decrypt; %1 is the choose files button's title
+    //% "Drop files here or press %1"
+    intakeTable->setEmptyText(qtTrId("emptyIntakeHint").arg(chooseFilesButton->text()));
     chooseFilesButton->setProperty("state", 1);
     openFolderButton->setProperty("state", 1);
 
@@ -122,7 +130,9 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     for (int i = 0; i < m_settings.lineCount; ++i) {
         auto* line = new Line(this);
         line->setFixedHeight(12);
-        lines->addWidget(line);
+        // Each stroke sits in the middle of its share of the width; shares narrower than a
+        // stroke join into one rule.
+        lines->addWidget(line, 1, Qt::AlignHCenter);
     }
     files->addLayout(lines);
     files->addWidget(boxed(intakeTable, this), 3);
@@ -164,6 +174,7 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     setTabOrder(removeFilesButton, intakeTable);
     setTabOrder(intakeTable, openFolderButton);
     setTabOrder(openFolderButton, resultTable);
+    setTabOrder(resultTable, operationButton);
 }
 
 void FileScreen::applyButtons(const IntakeList::Buttons& buttons)
@@ -247,16 +258,57 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
     task->setParent(this);
     overlay->setStage(stageText(OperationTask::Stage::Sending, 0, 0));
     overlay->show();
-    connect(overlay, &ProgressOverlay::cancelRequested, task, [task, overlay] {
+    // Figures a person can read: speed and time left while bytes move, the time waited while
+    // the phone works (ticking each second, as the task is quiet then).
+    struct Figures
+    {
+        TransferRate rate;
+        QElapsedTimer clock;
+        qint64 waitingSinceMs = -1;
+        QTimer tick;
+        bool cancelled = false;
+    };
+    auto figures = std::make_shared<Figures>();
+    figures->clock.start();
+    figures->tick.setInterval(1000);
+    auto showWaited = [overlay, f = figures.get()] {
+        //: Under the progress while the phone works, %1 is a time such as 0:42
+        //% "Waiting for %1"
+        overlay->setDetail(qtTrId("timeWaited").arg(TransferRate::formatDuration((f->clock.elapsed() - f->waitingSinceMs) / 1000)));
+    };
+    connect(&figures->tick, &QTimer::timeout, overlay, showWaited);
+    connect(overlay, &ProgressOverlay::cancelRequested, task, [task, overlay, figures] {
         task->cancel();
+        figures->cancelled = true;
+        figures->tick.stop();
         //: Progress once the user cancelled
         //% "Cancelling..."
         overlay->setStage(qtTrId("stageCancelling"));
+        overlay->setDetail(QString());
     });
-    connect(task, &OperationTask::progress, overlay, [overlay](OperationTask::Stage stage, qint64 done, qint64 total) {
-        const bool known = stage == OperationTask::Stage::Sending || stage == OperationTask::Stage::Unpacking;
-        overlay->setStage(stageText(stage, done, total), known ? done : 0, known ? total : 0);
-    });
+    connect(task, &OperationTask::progress, overlay,
+            [overlay, figures, showWaited](OperationTask::Stage stage, qint64 done, qint64 total) {
+                if (figures->cancelled)
+                    return;
+                const bool known = stage == OperationTask::Stage::Sending || stage == OperationTask::Stage::Unpacking;
+                overlay->setStage(stageText(stage, done, total), known ? done : 0, known ? total : 0);
+                if (stage == OperationTask::Stage::Waiting) {
+                    if (figures->waitingSinceMs < 0) {
+                        figures->waitingSinceMs = figures->clock.elapsed();
+                        figures->tick.start();
+                        showWaited();
+                    }
+                    return;
+                }
+                figures->waitingSinceMs = -1;
+                figures->tick.stop();
+                if (stage == OperationTask::Stage::Unpacking) {
+                    overlay->setDetail(QString());
+                    return;
+                }
+                figures->rate.sample(done, stage == OperationTask::Stage::Sending ? total : 0, figures->clock.elapsed());
+                overlay->setDetail(figures->rate.describe());
+            });
     connect(task, &OperationTask::finished, this, [this, task, overlay, finish](const OperationTask::Result& result) {
         if (!result.title.isEmpty())
             showAlert(this, result.title, result.message, Dialogs::Style::Critical);

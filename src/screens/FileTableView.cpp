@@ -13,7 +13,7 @@ constexpr int betweenRowsMargin = 6;
 } // namespace
 
 FileTableView::FileTableView(const QString& identifier, FileCellDelegate* cell, bool acceptsFileDrops, QWidget* parent)
-    : QListView(parent)
+    : CheckableListView(parent)
     , m_cell(cell)
     , m_acceptsFileDrops(acceptsFileDrops)
 {

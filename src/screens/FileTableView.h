@@ -1,13 +1,13 @@
 #pragma once
 
-#include <QListView>
+#include "widgets/CheckableListView.h"
 
 class FileCellDelegate;
 
 // A table of file rows. Rows are never selected; a click on a row or its check box asks to
 // flip the mark, a click on the eye asks to preview. An intake table also takes files
 // dropped from the file manager, between rows only.
-class FileTableView : public QListView
+class FileTableView : public CheckableListView
 {
     Q_OBJECT
 

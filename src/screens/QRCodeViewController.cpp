@@ -103,13 +103,16 @@ void QRCodeViewController::viewDidLoad()
     shadow->setOffset(0, 0);
     shadow->setColor(QColor(0, 0, 0, 102));
     box->setGraphicsEffect(shadow);
-    box->setFixedWidth(420);
+    box->setMinimumWidth(420);
+    box->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
 
     QRCodeView = new QWidget(box);
     qrCodeImage = new QLabel(QRCodeView);
     qrCodeImage->setAlignment(Qt::AlignCenter);
     qrCodeImage->setMinimumSize(300, 300);
-    qrCodeImage->setAccessibleName(QStringLiteral("Pairing QR code"));
+    //: Accessible name of the pairing QR code
+    //% "Pairing QR code"
+    qrCodeImage->setAccessibleName(qtTrId("pairingCodeName"));
     auto* codeLayout = new QVBoxLayout(QRCodeView);
     codeLayout->setContentsMargins(0, 0, 0, 0);
     codeLayout->addWidget(qrCodeImage);
@@ -122,11 +125,17 @@ void QRCodeViewController::viewDidLoad()
     addressFont.setBold(true);
     ipAdressLabel->setFont(addressFont);
     ipAdressLabel->setStyleSheet(QStringLiteral("color: rgb(60,60,60);"));
-    ipAdressLabel->setAccessibleName(QStringLiteral("Computer address"));
+    //: Accessible name of the computer's address on the pairing screen
+    //% "Computer address"
+    ipAdressLabel->setAccessibleName(qtTrId("computerAddressName"));
 
     m_selector = new QComboBox(box);
-    m_selector->setAccessibleName(QStringLiteral("Address shown in the code"));
-    m_selector->setToolTip(QStringLiteral("This computer has several network addresses: choose the one your phone can reach"));
+    //: Accessible name of the choice of address on the pairing screen
+    //% "Address shown in the code"
+    m_selector->setAccessibleName(qtTrId("addressChoiceName"));
+    //: Tool tip of the choice of address on the pairing screen
+    //% "This computer has several network addresses: choose the one your phone can reach"
+    m_selector->setToolTip(qtTrId("addressChoiceTip"));
     m_selector->hide();
     connect(m_selector, &QComboBox::activated, this, &QRCodeViewController::chooseAddress);
 
@@ -235,12 +244,10 @@ void QRCodeViewController::showAddress(const QString& text)
     if (!matrix.isValid())
         return; // keep the previous image
     m_matrix = matrix;
-    QPixmap pixmap = QPixmap::fromImage(renderQr(matrix, devicePixelRatioF()));
-    // Shown within the box: a large code scales down smoothly, never up.
-    const QSize room = qrCodeImage->size().boundedTo(QSize(360, 360)).expandedTo(QSize(360, 360));
-    if (pixmap.deviceIndependentSize().width() > room.width())
-        pixmap = pixmap.scaled(room * devicePixelRatioF(), Qt::KeepAspectRatio, Qt::FastTransformation);
-    pixmap.setDevicePixelRatio(devicePixelRatioF());
+    // Never scaled: modules stay whole 15-point squares, which phones read best, and the white
+    // box grows with a longer code instead.
+    const QPixmap pixmap = QPixmap::fromImage(renderQr(matrix, devicePixelRatioF()));
+    qrCodeImage->setMinimumSize(pixmap.deviceIndependentSize().toSize().expandedTo(QSize(300, 300)));
     qrCodeImage->setPixmap(pixmap);
 }
 

@@ -28,10 +28,11 @@ using Kind = AssociatedUserRowType::Kind;
 } // namespace
 
 RecipientsTableView::RecipientsTableView(AssociatedUserCellView* cell, QWidget* parent)
-    : QListView(parent)
+    : CheckableListView(parent)
     , m_cell(cell)
 {
     setObjectName(QStringLiteral("associatedUsersTable"));
+    setExpandedRole(RecipientsModel::ExpandedRole);
     cell->setParent(this);
     setItemDelegate(cell);
     setSelectionMode(QAbstractItemView::NoSelection);
@@ -79,6 +80,18 @@ void RecipientsTableView::mousePressEvent(QMouseEvent* event)
     event->accept();
 }
 
+bool RecipientsTableView::hasRowMenu(const QModelIndex& index) const
+{
+    return Kind(index.data(RecipientsModel::KindRole).toInt()) == Kind::groupHeader;
+}
+
+void RecipientsTableView::showRowMenu(const QModelIndex& index)
+{
+    if (hasRowMenu(index))
+        Q_EMIT menuClicked(index.data(RecipientsModel::GroupIdRole).toLongLong(),
+                           viewport()->mapToGlobal(visualRect(index).bottomLeft()));
+}
+
 void RecipientsTableView::mouseDoubleClickEvent(QMouseEvent* event)
 {
     mousePressEvent(event);
@@ -101,7 +114,7 @@ void RecipientsTableView::keyPressEvent(QKeyEvent* event)
             return;
         }
         if (kind == Kind::groupHeader && (event->key() == Qt::Key_Menu || event->key() == Qt::Key_Return)) {
-            Q_EMIT menuClicked(group, viewport()->mapToGlobal(visualRect(current).bottomLeft()));
+            showRowMenu(current);
             return;
         }
     }
@@ -140,7 +153,9 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     //: Search placeholder
     //% "Search"
     searchTextField->setPlaceholderText(qtTrId("search") + QStringLiteral("..."));
-    searchTextField->setAccessibleName(QStringLiteral("Search recipients"));
+    //: Accessible name of the recipients search field
+    //% "Search recipients"
+    searchTextField->setAccessibleName(qtTrId("searchRecipientsName"));
     searchTextField->setClearButtonEnabled(true);
     searchTextField->setStyleSheet(QStringLiteral(
         "QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: 10px; padding: 7px 12px;"
@@ -216,7 +231,7 @@ QMenu* RecipientsPanel::buildGroupMenu(qint64 groupId)
     if (!group)
         return nullptr;
     auto* menu = new QMenu(this);
-    menu->setAccessibleName(QStringLiteral("Group options"));
+    menu->setAccessibleName(AssociatedUserCellView::groupOptionsText());
     menu->addAction(QStringLiteral("Edit Group"), this, [this, groupId] { menuEditGroup(groupId); });
     menu->addSeparator();
     menu->addAction(QStringLiteral("Add Member"), this, [this, groupId] { menuAddMember(groupId); });

@@ -2,7 +2,8 @@
 
 #include "api/Records.h"
 
-#include <QListView>
+#include "widgets/CheckableListView.h"
+
 #include <QWidget>
 
 class AssociatedUserCellView;
@@ -15,12 +16,15 @@ class RecipientsController;
 class RecipientsModel;
 
 // The recipients table of the Encrypt screen: search, select/deselect all, group management.
-class RecipientsTableView : public QListView
+class RecipientsTableView : public CheckableListView
 {
     Q_OBJECT
 public:
     RecipientsTableView(AssociatedUserCellView* cell, QWidget* parent);
     AssociatedUserCellView* cell() const { return m_cell; }
+    // A group row's options menu, for assistive technology.
+    bool hasRowMenu(const QModelIndex& index) const override;
+    void showRowMenu(const QModelIndex& index) override;
 
 Q_SIGNALS:
     void rowClicked(int row);

@@ -31,6 +31,8 @@ CustomButton* makeTab(QWidget* backing, const QString& title)
     tab->setTitle(title);
     tab->setAccessibleName(title);
     tab->setCornerRadius(12);
+    // Rounded on top only: the tab stands on the panel, and its backing never shows below it.
+    tab->setRoundedCorners(tabCorners);
     // The active look is what an unselected tab shows.
     tab->setActiveBackgroundColor(Colors::darkOrange);
     tab->setActiveTextColor(Colors::grayColor);
@@ -42,6 +44,8 @@ CustomButton* makeTab(QWidget* backing, const QString& title)
     auto* fill = new QHBoxLayout(backing);
     fill->setContentsMargins(0, 0, 0, 0);
     fill->addWidget(tab);
+    // The tab fills its backing, so both stand on the panel at the same height in every state.
+    tab->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     backing->setFixedSize(170, 46);
     return tab;
 }
@@ -101,8 +105,10 @@ void MainViewController::viewDidLoad()
     aboutButton->setAutoRaise(true);
     aboutButton->setFixedSize(53, 53);
     aboutButton->setIconSize(QSize(30, 30));
-    aboutButton->setAccessibleName(QStringLiteral("About"));
-    aboutButton->setToolTip(QStringLiteral("About"));
+    //: Name and tool tip of the About navigation button
+    //% "About"
+    aboutButton->setAccessibleName(qtTrId("aboutButton"));
+    aboutButton->setToolTip(aboutButton->accessibleName());
     aboutButton->setCursor(Qt::PointingHandCursor);
     setAboutIcon(QStringLiteral("info"));
 
@@ -124,6 +130,23 @@ void MainViewController::viewDidLoad()
     // The grey panel with its one rounded corner, holding the screens.
     auto* panel = new RoundedPanel(Colors::grayColor, 35, RoundedPanel::TopLeft, this);
     grayBackground = panel;
+    // The panel is light whatever the system's colour scheme, so the screens' text, which
+    // follows the palette, stays dark on it also when the desktop uses a dark palette.
+    QPalette light = panel->palette();
+    for (auto group : { QPalette::Active, QPalette::Inactive }) {
+        light.setColor(group, QPalette::Window, Colors::grayColor);
+        light.setColor(group, QPalette::WindowText, QColor(45, 45, 45));
+        light.setColor(group, QPalette::Base, Qt::white);
+        light.setColor(group, QPalette::AlternateBase, Colors::grayColor);
+        light.setColor(group, QPalette::Text, QColor(45, 45, 45));
+        light.setColor(group, QPalette::Button, QColor(235, 235, 235));
+        light.setColor(group, QPalette::ButtonText, QColor(45, 45, 45));
+        light.setColor(group, QPalette::PlaceholderText, QColor(150, 150, 150));
+    }
+    light.setColor(QPalette::Disabled, QPalette::WindowText, QColor(150, 150, 150));
+    light.setColor(QPalette::Disabled, QPalette::Text, QColor(150, 150, 150));
+    light.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(150, 150, 150));
+    panel->setPalette(light);
     container = new QWidget(panel);
     container->setObjectName(QStringLiteral("container"));
     auto* panelLayout = new QVBoxLayout(panel);

@@ -1,6 +1,9 @@
 #include "widgets/CustomButton.h"
 
 #include "widgets/AnimationDelegate.h"
+#include "widgets/RoundedPanel.h"
+
+#include <QAccessibleWidget>
 
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -10,12 +13,77 @@
 
 #include <cmath>
 
+namespace {
+
+// Assistive technology presses the button as a click does: it offers Press (not the Toggle
+// a checkable button would), and does not report the state, which is only the button's look.
+class CustomButtonAccessible final : public QAccessibleWidget
+{
+public:
+    explicit CustomButtonAccessible(CustomButton* button)
+        : QAccessibleWidget(button, QAccessible::Button)
+    {
+    }
+
+    CustomButton* button() const { return static_cast<CustomButton*>(widget()); }
+
+    QString text(QAccessible::Text t) const override
+    {
+        const QString text = QAccessibleWidget::text(t);
+        return t == QAccessible::Name && text.isEmpty() ? button()->title() : text;
+    }
+
+    QAccessible::State state() const override
+    {
+        QAccessible::State s = QAccessibleWidget::state();
+        s.pressed = button()->isDown() || button()->isMouseDown();
+        return s;
+    }
+
+    QStringList actionNames() const override
+    {
+        QStringList names;
+        if (button()->isEnabled())
+            names << pressAction();
+        return names + QAccessibleWidget::actionNames();
+    }
+
+    void doAction(const QString& action) override
+    {
+        if (action == pressAction()) {
+            if (button()->isEnabled())
+                button()->click();
+            return;
+        }
+        QAccessibleWidget::doAction(action);
+    }
+
+    QStringList keyBindingsForAction(const QString& action) const override
+    {
+        return action == pressAction() ? QStringList { QStringLiteral("Space") } : QAccessibleWidget::keyBindingsForAction(action);
+    }
+};
+
+QAccessibleInterface* customButtonFactory(const QString&, QObject* object)
+{
+    if (auto* button = qobject_cast<CustomButton*>(object))
+        return new CustomButtonAccessible(button);
+    return nullptr;
+}
+
+} // namespace
+
 CustomButton::CustomButton(QWidget* parent)
     : QAbstractButton(parent)
     , m_textColor(palette().color(QPalette::WindowText))
     , m_activeTextColor(m_textColor)
     , m_trackingArea(this)
 {
+    static const bool accessible = [] {
+        QAccessible::installFactory(customButtonFactory);
+        return true;
+    }();
+    Q_UNUSED(accessible);
     setCheckable(true);
     setFocusPolicy(Qt::StrongFocus);
     setCursor(Qt::PointingHandCursor);
@@ -129,6 +197,12 @@ void CustomButton::setActiveShadowColor(std::optional<QColor> color)
 void CustomButton::setCornerRadius(qreal radius)
 {
     m_cornerRadius = radius;
+    update();
+}
+
+void CustomButton::setRoundedCorners(int corners)
+{
+    m_roundedCorners = corners;
     update();
 }
 
@@ -271,7 +345,7 @@ void CustomButton::paintEvent(QPaintEvent*)
         p.setPen(QPen(m_shown.border, m_borderWidth));
     else
         p.setPen(Qt::NoPen);
-    p.drawRoundedRect(box, radius, radius);
+    p.drawPath(roundedRectPath(box, radius, m_roundedCorners));
 
     p.setPen(m_shown.text);
     p.setFont(font());

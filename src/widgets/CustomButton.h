@@ -16,7 +16,8 @@ class QVariantAnimation;
 // It has two looks, normal while its state is off and active while it is on (its checked
 // state), and animates between them: 0.1 s back to normal, 0.2 s to active. A press shows
 // the other look while the mouse is held; releasing inside restores it and sends clicked()
-// once; dragging out restores it and ends the press without a click.
+// once; dragging out restores it and ends the press without a click. The keyboard, click()
+// and assistive technology's press action end the same way and send clicked() once.
 class CustomButton : public QAbstractButton
 {
     Q_OBJECT
@@ -33,6 +34,10 @@ public:
 
     explicit CustomButton(QWidget* parent = nullptr);
     ~CustomButton() override;
+    // Which corners are rounded (RoundedPanel's corner bits); all four by default.
+    void setRoundedCorners(int corners);
+    int roundedCorners() const { return m_roundedCorners; }
+
     // A round button of radius r centred on `center`, its font 2r/3 points.
     static CustomButton* roundButton(const QString& title, qreal radius, const QPointF& center,
                                      QWidget* parent = nullptr);
@@ -102,6 +107,9 @@ protected:
     void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     bool hitButton(const QPoint& position) const override;
+    // click(), animateClick() and the accessible press end in the state they started from, as
+    // a press and release of the mouse does: the state is the look, set by the owner.
+    void nextCheckState() override { }
 
 private:
     struct Look
@@ -127,6 +135,7 @@ private:
     QColor m_textColor;
     QColor m_activeTextColor;
     qreal m_cornerRadius = 0;
+    int m_roundedCorners = 15;
     bool m_hasContinuousCorners = true;
     qreal m_borderWidth = 0;
     QColor m_borderColor = Qt::transparent;

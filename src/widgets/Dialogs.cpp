@@ -5,12 +5,12 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFileDialog>
-#include <QInputDialog>
+#include <QGridLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -27,6 +27,28 @@ QMessageBox::Icon iconOf(Dialogs::Style style)
         break;
     }
     return QMessageBox::Information;
+}
+
+QLabel* heading(const QString& text, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    QFont font = label->font();
+    font.setPointSize(13);
+    font.setBold(true);
+    label->setFont(font);
+    return label;
+}
+
+QDialogButtonBox* buttonBox(const QString& ok, const QString& cancel, QDialog* dialog)
+{
+    auto* buttons = new QDialogButtonBox(dialog);
+    QPushButton* confirm = buttons->addButton(ok, QDialogButtonBox::AcceptRole);
+    buttons->addButton(cancel, QDialogButtonBox::RejectRole);
+    confirm->setDefault(true);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    return buttons;
 }
 
 class RealDialogs final : public Dialogs
@@ -59,19 +81,34 @@ public:
                                    const QString& initialText, const QString& placeholder, const QString& okButton,
                                    const QString& cancelButton) override
     {
-        QInputDialog dialog(parent);
+        // Laid out as an alert: the title as a heading, the question in the body, then a field
+        // 300 points wide that has the focus.
+        QDialog dialog(parent);
         dialog.setWindowTitle(title);
-        dialog.setLabelText(message);
-        dialog.setTextValue(initialText);
-        dialog.setOkButtonText(okButton);
-        dialog.setCancelButtonText(cancelButton);
-        if (auto* edit = dialog.findChild<QLineEdit*>()) {
-            edit->setPlaceholderText(placeholder);
-            edit->setAccessibleName(message);
-        }
+        dialog.setAccessibleName(title);
+        auto* layout = new QVBoxLayout(&dialog);
+        layout->setContentsMargins(24, 20, 24, 16);
+        layout->setSpacing(8);
+        layout->addWidget(heading(title, &dialog));
+        auto* body = new QLabel(message, &dialog);
+        body->setWordWrap(true);
+        layout->addWidget(body);
+        auto* edit = new QLineEdit(initialText, &dialog);
+        edit->setPlaceholderText(placeholder);
+        edit->setAccessibleName(message);
+        edit->setFixedWidth(300);
+        edit->setMinimumHeight(24);
+        body->setBuddy(edit);
+        layout->addSpacing(4);
+        layout->addWidget(edit);
+        layout->addSpacing(8);
+        auto* buttons = buttonBox(okButton, cancelButton, &dialog);
+        layout->addWidget(buttons);
+        layout->setSizeConstraint(QLayout::SetFixedSize);
+        edit->setFocus();
         if (dialog.exec() != QDialog::Accepted)
             return std::nullopt;
-        return dialog.textValue();
+        return edit->text();
     }
 
     std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title, const QString& message,
@@ -80,34 +117,77 @@ public:
     {
         QDialog dialog(parent);
         dialog.setWindowTitle(title);
+        dialog.setAccessibleName(title);
         auto* layout = new QVBoxLayout(&dialog);
-        // Without a message, the title heads the list (a window title is easy to miss).
-        auto* label = new QLabel(message.isEmpty() ? title : message, &dialog);
-        label->setWordWrap(true);
-        QFont heading = label->font();
-        heading.setBold(message.isEmpty());
-        label->setFont(heading);
-        layout->addWidget(label);
-        auto* list = new QListWidget(&dialog);
-        list->setAccessibleName(message);
-        for (const QString& item : items) {
-            auto* row = new QListWidgetItem(item, list);
-            row->setFlags(row->flags() | Qt::ItemIsUserCheckable);
-            row->setCheckState(Qt::Unchecked);
+        layout->setContentsMargins(24, 20, 24, 16);
+        layout->setSpacing(10);
+        layout->addWidget(heading(title, &dialog));
+        if (!message.isEmpty()) {
+            auto* body = new QLabel(message, &dialog);
+            body->setWordWrap(true);
+            layout->addWidget(body);
         }
-        layout->addWidget(list);
-        auto* buttons = new QDialogButtonBox(&dialog);
-        buttons->addButton(okButton, QDialogButtonBox::AcceptRole);
-        buttons->addButton(cancelButton, QDialogButtonBox::RejectRole);
-        QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
-        QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-        layout->addWidget(buttons);
-        dialog.resize(420, 460);
+        // One row per item: a check box (nothing checked, nothing highlighted), the first line
+        // of the item in medium 13 and the second (an e-mail) in 11, secondary colour.
+        auto* rows = new QWidget;
+        auto* rowsLayout = new QVBoxLayout(rows);
+        rowsLayout->setContentsMargins(10, 6, 10, 6);
+        rowsLayout->setSpacing(0);
+        QList<QCheckBox*> boxes;
+        QFont nameFont = dialog.font();
+        nameFont.setPointSize(13);
+        nameFont.setWeight(QFont::Medium);
+        QFont mailFont = dialog.font();
+        mailFont.setPointSize(11);
+        QColor secondary = dialog.palette().color(QPalette::WindowText);
+        secondary.setAlphaF(0.6);
+        for (const QString& item : items) {
+            const QString name = item.section(u'\n', 0, 0);
+            const QString mail = item.section(u'\n', 1);
+            auto* row = new QWidget(rows);
+            row->setMinimumHeight(50);
+            auto* grid = new QGridLayout(row);
+            grid->setContentsMargins(0, 4, 0, 4);
+            grid->setHorizontalSpacing(8);
+            grid->setVerticalSpacing(0);
+            auto* box = new QCheckBox(row);
+            box->setAccessibleName(mail.isEmpty() ? name : name + u", " + mail);
+            auto* nameLabel = new QLabel(name, row);
+            nameLabel->setFont(nameFont);
+            nameLabel->setBuddy(box);
+            grid->addWidget(box, 0, 0, 2, 1, Qt::AlignVCenter);
+            grid->addWidget(nameLabel, 0, 1);
+            if (!mail.isEmpty()) {
+                auto* mailLabel = new QLabel(mail, row);
+                mailLabel->setFont(mailFont);
+                QPalette p = mailLabel->palette();
+                p.setColor(QPalette::WindowText, secondary);
+                mailLabel->setPalette(p);
+                grid->addWidget(mailLabel, 1, 1);
+            }
+            grid->setColumnStretch(1, 1);
+            rowsLayout->addWidget(row);
+            boxes.append(box);
+        }
+        rowsLayout->addStretch();
+        auto* scroll = new QScrollArea(&dialog);
+        scroll->setWidget(rows);
+        scroll->setWidgetResizable(true);
+        scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        scroll->setAccessibleName(title);
+        // Sized to the rows, up to about eight of them; more scroll.
+        const QSize content = rows->sizeHint();
+        scroll->setFixedSize(qBound(320, content.width() + 24, 560), qMin(content.height() + 4, 8 * 50 + 16));
+        layout->addWidget(scroll);
+        layout->addWidget(buttonBox(okButton, cancelButton, &dialog));
+        layout->setSizeConstraint(QLayout::SetFixedSize);
+        if (!boxes.isEmpty())
+            boxes.first()->setFocus();
         if (dialog.exec() != QDialog::Accepted)
             return std::nullopt;
         QList<int> chosen;
-        for (int i = 0; i < list->count(); ++i) {
-            if (list->item(i)->checkState() == Qt::Checked)
+        for (int i = 0; i < boxes.size(); ++i) {
+            if (boxes.at(i)->isChecked())
                 chosen.append(i);
         }
         return chosen;
@@ -115,7 +195,8 @@ public:
 
     QStringList chooseFiles(QWidget* parent, const QString& folder) override
     {
-        return QFileDialog::getOpenFileNames(parent, QString(), folder);
+        // Read-only: the dialog offers no "Create New Folder", renaming or deleting.
+        return QFileDialog::getOpenFileNames(parent, QString(), folder, QString(), nullptr, QFileDialog::ReadOnly);
     }
 
     bool openPath(const QString& path) override { return QDesktopServices::openUrl(QUrl::fromLocalFile(path)); }

@@ -3,12 +3,14 @@
 #include "widgets/Colors.h"
 #include "widgets/RoundedPanel.h"
 
+#include <QApplication>
 #include <QEvent>
 #include <QGraphicsDropShadowEffect>
 #include <QLabel>
 #include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QShortcut>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -52,17 +54,18 @@ private:
 
 } // namespace
 
-ProgressOverlay::ProgressOverlay(const QString& title, QWidget* parent)
-    : QWidget(parent)
+ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
+    : QWidget(screen ? screen->window() : nullptr)
     , m_panel(new RoundedPanel(Colors::primaryColor, 35, RoundedPanel::AllCorners, this))
     , m_text(new QLabel(title, m_panel))
     , m_spinner(new Spinner(m_panel))
     , m_stage(new QLabel(m_panel))
+    , m_detail(new QLabel(m_panel))
     , m_progress(new QProgressBar(m_panel))
     , m_cancel(new QPushButton(m_panel))
 {
     setAttribute(Qt::WA_NoSystemBackground);
-    m_panel->setFixedSize(380, 250);
+    m_panel->setFixedSize(400, 280);
     auto* shadow = new QGraphicsDropShadowEffect(m_panel);
     shadow->setBlurRadius(24);
     shadow->setOffset(0, 4);
@@ -78,7 +81,14 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* parent)
     m_text->setAlignment(Qt::AlignCenter);
     m_stage->setStyleSheet(QStringLiteral("color: white;"));
     m_stage->setAlignment(Qt::AlignCenter);
-    m_stage->setAccessibleName(QStringLiteral("Progress"));
+    m_stage->setWordWrap(true);
+    m_detail->setStyleSheet(QStringLiteral("color: rgba(255,255,255,225);"));
+    m_detail->setAlignment(Qt::AlignCenter);
+    m_detail->hide();
+    //: Accessible name of the progress bar of an encryption or decryption
+    //% "Progress"
+    m_progress->setAccessibleName(qtTrId("operationProgress"));
+    setAccessibleName(title);
     m_progress->setTextVisible(false);
     m_progress->setFixedHeight(8);
     m_progress->setRange(0, 0);
@@ -90,12 +100,19 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* parent)
     m_cancel->setText(qtTrId("cancelOperation"));
     m_cancel->setAccessibleName(m_cancel->text());
     m_cancel->setCursor(Qt::PointingHandCursor);
+    // A pill in the panel's style: white on amber, its ends fully round.
+    m_cancel->setFixedHeight(34);
+    m_cancel->setMinimumWidth(120);
     m_cancel->setStyleSheet(QStringLiteral(
-        "QPushButton { color: rgb(254,173,2); background: white; border: none; border-radius: 14px;"
-        " padding: 6px 22px; font-weight: bold; }"
-        "QPushButton:focus { border: 2px solid rgb(150,100,0); }"
+        "QPushButton { color: rgb(254,173,2); background: white; border: 2px solid transparent;"
+        " border-radius: 17px; padding: 0 26px; font-weight: bold; letter-spacing: 1px; }"
+        "QPushButton:focus { border-color: rgb(150,100,0); }"
+        "QPushButton:hover { background: rgb(255,250,235); }"
         "QPushButton:pressed { background: rgb(247,247,247); }"));
     connect(m_cancel, &QPushButton::clicked, this, &ProgressOverlay::cancelRequested);
+    auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    escape->setContext(Qt::WindowShortcut);
+    connect(escape, &QShortcut::activated, this, &ProgressOverlay::cancelRequested);
 
     auto* layout = new QVBoxLayout(m_panel);
     layout->setContentsMargins(36, 26, 36, 22);
@@ -103,18 +120,52 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* parent)
     layout->addWidget(m_spinner, 0, Qt::AlignHCenter);
     layout->addWidget(m_text);
     layout->addWidget(m_stage);
+    layout->addWidget(m_detail);
     layout->addWidget(m_progress);
     layout->addWidget(m_cancel, 0, Qt::AlignHCenter);
 
-    if (parent) {
-        parent->installEventFilter(this);
-        setGeometry(parent->rect());
+    if (QWidget* cover = parentWidget()) {
+        cover->installEventFilter(this);
+        setGeometry(cover->rect());
     }
+    // Owned by the window, but it lives no longer than its screen.
+    if (screen && screen != parentWidget())
+        connect(screen, &QObject::destroyed, this, &QObject::deleteLater);
+    describe();
+}
+
+ProgressOverlay::~ProgressOverlay()
+{
+    if (m_previousFocus && m_previousFocus->isVisible())
+        m_previousFocus->setFocus(Qt::OtherFocusReason);
+}
+
+void ProgressOverlay::describe()
+{
+    QString text = m_stage->text();
+    if (m_detail->isVisibleTo(m_panel) && !m_detail->text().isEmpty())
+        text += u", " + m_detail->text();
+    setAccessibleDescription(text);
+}
+
+void ProgressOverlay::setDetail(const QString& text)
+{
+    m_detail->setText(text);
+    m_detail->setVisible(!text.isEmpty());
+    describe();
+}
+
+bool ProgressOverlay::focusNextPrevChild(bool)
+{
+    // Tab must not walk into the screen underneath, which the overlay blocks.
+    m_cancel->setFocus(Qt::TabFocusReason);
+    return true;
 }
 
 void ProgressOverlay::setStage(const QString& text, qint64 done, qint64 total)
 {
     m_stage->setText(text);
+    describe();
     if (total <= 0) {
         m_progress->setRange(0, 0);
         return;
@@ -126,7 +177,7 @@ void ProgressOverlay::setStage(const QString& text, qint64 done, qint64 total)
 
 bool ProgressOverlay::eventFilter(QObject* watched, QEvent* event)
 {
-    if (watched == parent() && event->type() == QEvent::Resize)
+    if (watched == parentWidget() && event->type() == QEvent::Resize)
         setGeometry(parentWidget()->rect());
     return QWidget::eventFilter(watched, event);
 }
@@ -147,6 +198,8 @@ void ProgressOverlay::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
     raise();
+    if (QWidget* focus = QApplication::focusWidget(); focus && !isAncestorOf(focus))
+        m_previousFocus = focus;
     m_cancel->setFocus();
 }
 

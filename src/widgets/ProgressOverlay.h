@@ -1,27 +1,36 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
 
 class QLabel;
 class QProgressBar;
 class QPushButton;
 
-// Covers a screen while the phone works on an operation: blocks input to the screen,
-// shows what stage the operation is in and how far it got, and offers Cancel.
+// Covers the window while the phone works on an operation: dims and blocks it, shows what
+// stage the operation is in and how far it got (also to assistive technology, as the
+// overlay's accessible description and the progress bar's value), and offers Cancel, also on
+// Escape. Keyboard focus stays on the overlay while it is shown.
 class ProgressOverlay : public QWidget
 {
     Q_OBJECT
 
 public:
-    // The overlay covers `parent` (the screen it blocks) entirely and follows its size.
-    ProgressOverlay(const QString& title, QWidget* parent);
+    // The overlay belongs to `screen` (it goes when the screen goes) and covers the screen's
+    // whole window, following its size.
+    ProgressOverlay(const QString& title, QWidget* screen);
+    // Gives the keyboard focus back to where it was before the overlay took it.
+    ~ProgressOverlay() override;
 
     // A stage line ("Sending 12.0 MB of 40.0 MB") and progress; total 0 = unknown (busy bar).
     void setStage(const QString& text, qint64 done = 0, qint64 total = 0);
+    // A second line under the stage (speed and time left, time waited); empty hides it.
+    void setDetail(const QString& text);
 
     QWidget* panel() const { return m_panel; }
     QLabel* textLabel() const { return m_text; }
     QLabel* stageLabel() const { return m_stage; }
+    QLabel* detailLabel() const { return m_detail; }
     QProgressBar* progressBar() const { return m_progress; }
     QPushButton* cancelButton() const { return m_cancel; }
 
@@ -33,14 +42,19 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    bool focusNextPrevChild(bool next) override;
 
 private:
+    void describe();
+
     QWidget* m_panel;
     QLabel* m_text;
     QWidget* m_spinner;
     QLabel* m_stage;
+    QLabel* m_detail;
     QProgressBar* m_progress;
     QPushButton* m_cancel;
+    QPointer<QWidget> m_previousFocus;
 };
 
 // The overlay of the encrypt operation ("ENCRYPTING").

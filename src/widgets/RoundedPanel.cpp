@@ -17,37 +17,41 @@ void RoundedPanel::setColor(const QColor& color)
     update();
 }
 
+QPainterPath roundedRectPath(const QRectF& r, qreal radius, int corners)
+{
+    const qreal d = radius * 2;
+    auto rounded = [corners](int corner) { return (corners & corner) != 0; };
+    QPainterPath path;
+    path.moveTo(r.left(), r.top() + (rounded(RoundedPanel::TopLeft) ? radius : 0));
+    if (rounded(RoundedPanel::TopLeft))
+        path.arcTo(QRectF(r.left(), r.top(), d, d), 180, -90);
+    path.lineTo(r.right() - (rounded(RoundedPanel::TopRight) ? radius : 0), r.top());
+    if (rounded(RoundedPanel::TopRight))
+        path.arcTo(QRectF(r.right() - d, r.top(), d, d), 90, -90);
+    path.lineTo(r.right(), r.bottom() - (rounded(RoundedPanel::BottomRight) ? radius : 0));
+    if (rounded(RoundedPanel::BottomRight))
+        path.arcTo(QRectF(r.right() - d, r.bottom() - d, d, d), 0, -90);
+    path.lineTo(r.left() + (rounded(RoundedPanel::BottomLeft) ? radius : 0), r.bottom());
+    if (rounded(RoundedPanel::BottomLeft))
+        path.arcTo(QRectF(r.left(), r.bottom() - d, d, d), 270, -90);
+    path.closeSubpath();
+    return path;
+}
+
 void RoundedPanel::paintEvent(QPaintEvent*)
 {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
     p.setPen(Qt::NoPen);
     p.setBrush(m_color);
-    const QRectF r = rect();
-    const qreal d = m_radius * 2;
-    auto rounded = [this](int corner) { return (m_corners & corner) != 0; };
-    QPainterPath path;
-    path.moveTo(r.left(), r.top() + (rounded(TopLeft) ? m_radius : 0));
-    if (rounded(TopLeft))
-        path.arcTo(QRectF(r.left(), r.top(), d, d), 180, -90);
-    path.lineTo(r.right() - (rounded(TopRight) ? m_radius : 0), r.top());
-    if (rounded(TopRight))
-        path.arcTo(QRectF(r.right() - d, r.top(), d, d), 90, -90);
-    path.lineTo(r.right(), r.bottom() - (rounded(BottomRight) ? m_radius : 0));
-    if (rounded(BottomRight))
-        path.arcTo(QRectF(r.right() - d, r.bottom() - d, d, d), 0, -90);
-    path.lineTo(r.left() + (rounded(BottomLeft) ? m_radius : 0), r.bottom());
-    if (rounded(BottomLeft))
-        path.arcTo(QRectF(r.left(), r.bottom() - d, d, d), 270, -90);
-    path.closeSubpath();
-    p.drawPath(path);
+    p.drawPath(roundedRectPath(rect(), m_radius, m_corners));
 }
 
 QString amberButtonStyle()
 {
     return QStringLiteral(
-        "QPushButton { color: white; background: rgb(255,192,0); border: none; border-radius: 8px;"
-        " padding: 7px 14px; font-weight: bold; letter-spacing: 1px; }"
+        "QPushButton { color: white; background: rgb(255,192,0); border: 2px solid transparent;"
+        " border-radius: 8px; padding: 5px 12px; font-weight: bold; letter-spacing: 1px; }"
         "QPushButton:hover { background: rgb(254,173,2); }"
         "QPushButton:pressed { background: rgb(235,160,0); }"
         "QPushButton:focus { border: 2px solid rgb(150,100,0); }"

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QColor>
+#include <QPainterPath>
 #include <QWidget>
 
 // A flat panel of one colour with the chosen corners rounded: the grey panel of the main
@@ -26,5 +27,9 @@ private:
     int m_corners;
 };
 
-// The look of the screens' amber push buttons.
+// A rectangle with the chosen corners (RoundedPanel::Corner bits) rounded.
+QPainterPath roundedRectPath(const QRectF& rect, qreal radius, int corners);
+
+// The look of the screens' amber push buttons. The focus border is always there (clear when
+// unfocused), so focus never changes the button's size or clips its title.
 QString amberButtonStyle();

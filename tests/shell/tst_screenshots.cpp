@@ -1,0 +1,251 @@
+// Every screen as a person sees it, in the light palette and a dark system palette, at the
+// scale this run has (the test runs once as is and once with QT_SCALE_FACTOR=2). The layout
+// rules that screenshots showed broken are checked in every run; the pictures themselves are
+// saved when VARNEX_SCREENSHOT_DIR is set.
+#include "app/Translations.h"
+#include "recipients/AssociationsStore.h"
+#include "screens/AboutViewController.h"
+#include "screens/DecryptViewController.h"
+#include "screens/EncryptViewController.h"
+#include "screens/FileTableView.h"
+#include "screens/QRCodeViewController.h"
+#include "screens/RecipientsPanel.h"
+#include "shell/AppWindow.h"
+#include "shell/MainViewController.h"
+#include "storage/WorkingFolders.h"
+#include "widgets/CustomButton.h"
+#include "widgets/Dialogs.h"
+#include "widgets/ProgressOverlay.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QToolButton>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+QPalette darkPalette()
+{
+    QPalette p;
+    const QColor window(45, 45, 48), base(30, 30, 32), text(235, 235, 235), mid(80, 80, 85);
+    p.setColor(QPalette::Window, window);
+    p.setColor(QPalette::WindowText, text);
+    p.setColor(QPalette::Base, base);
+    p.setColor(QPalette::AlternateBase, window);
+    p.setColor(QPalette::Text, text);
+    p.setColor(QPalette::Button, mid);
+    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::ToolTipBase, base);
+    p.setColor(QPalette::ToolTipText, text);
+    p.setColor(QPalette::PlaceholderText, QColor(150, 150, 150));
+    p.setColor(QPalette::Highlight, QColor(42, 130, 218));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    p.setColor(QPalette::Disabled, QPalette::Text, QColor(120, 120, 120));
+    p.setColor(QPalette::Disabled, QPalette::WindowText, QColor(120, 120, 120));
+    p.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(120, 120, 120));
+    return p;
+}
+
+GroupPtr group(qint64 id, const QString& name, const QStringList& members)
+{
+    auto g = std::make_shared<GroupModel>();
+    g->id = id;
+    g->name = name;
+    for (int i = 0; i < members.size(); ++i)
+        g->groupMembers.append({ id * 100 + i, members.at(i), members.at(i).section(u' ', 0, 0).toLower() + u"@example.com"_qs, {} });
+    return g;
+}
+
+const QByteArray users = R"({"getUsers":[
+    {"firstName":"Ann","lastName":"Lee","email":"ann.lee@example.com","phone":"+44 20 7946 0000"},
+    {"firstName":"Bartholomew","lastName":"Featherstonehaugh-Montgomery","email":"bartholomew.featherstonehaugh@example.com","phone":"+1 (555) 010-0199 ext. 4421"},
+    {"firstName":"Chen","lastName":"Wei","email":"chen@example.com","phone":"+86 10 5555 0100"}]})";
+
+} // namespace
+
+class TestScreenshots : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void screens_data();
+    void screens();
+
+private:
+    // Saves `widget` as `name` when pictures are asked for.
+    void save(QWidget* widget, const QString& name);
+
+    QTemporaryDir m_home;
+    QStringList m_files;
+    QString m_suffix;
+};
+
+void TestScreenshots::initTestCase()
+{
+    installTranslations(*QCoreApplication::instance());
+    WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
+    for (const char* name : { "Quarterly report 2026.pdf", "holiday-photo.jpg", "notes.txt", "budget.xlsx",
+                              "a very long file name that goes on and on beyond what any list can show.docx" }) {
+        const QString path = m_home.filePath(QString::fromUtf8(name));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(123'456, 'x'));
+        m_files.append(path);
+    }
+    for (const char* name : { "contract.pdf.vx", "holiday-photo.jpg.vx" }) {
+        QFile f(*WorkingFolders::encryptedFilesFolder() + u'/' + QString::fromUtf8(name));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(2'345'678, 'x'));
+    }
+}
+
+void TestScreenshots::save(QWidget* widget, const QString& name)
+{
+    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
+    if (!out.isEmpty())
+        QVERIFY(widget->grab().save(out + u'/' + name + m_suffix + u".png"_qs));
+}
+
+void TestScreenshots::screens_data()
+{
+    QTest::addColumn<bool>("dark");
+    QTest::newRow("light") << false;
+    QTest::newRow("dark") << true;
+}
+
+void TestScreenshots::screens()
+{
+    QFETCH(bool, dark);
+    const QPalette original = QApplication::palette();
+    if (dark)
+        QApplication::setPalette(darkPalette());
+    auto restore = qScopeGuard([&original] { QApplication::setPalette(original); });
+    const qreal scale = qApp->devicePixelRatio();
+    m_suffix = u"@%1x-%2"_qs.arg(scale).arg(dark ? u"dark"_qs : u"light"_qs);
+
+    // Pairing: the code keeps whole 15-point modules, inside its white box.
+    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"192.168.100.200"_qs }; });
+    {
+        AppWindow window;
+        auto* screen = new QRCodeViewController;
+        window.setContent(screen);
+        window.resize(1100, 720);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QRCodeViewController& pairing = *screen;
+        const QSizeF code = pairing.qrCodeImage->pixmap().deviceIndependentSize();
+        QCOMPARE(std::fmod(code.width(), QRCodeViewController::moduleSize), 0.0);
+        QVERIFY(code.width() >= 21 * QRCodeViewController::moduleSize);
+        QVERIFY(pairing.qrCodeImage->width() >= code.width());
+        const QRect label(pairing.qrCodeImage->mapTo(&pairing, QPoint()), pairing.qrCodeImage->size());
+        QVERIFY(QRect(pairing.qrCodeWhiteBackground->mapTo(&pairing, QPoint()), pairing.qrCodeWhiteBackground->size())
+                    .contains(label));
+        save(&window, u"pairing"_qs);
+    }
+    QRCodeViewController::setAddressSourceForTesting({});
+
+    AppWindow window;
+    auto* content = new MainViewController;
+    window.setContent(content);
+    window.resize(1100, 720);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    MainViewController& main = *content;
+    save(&window, u"encrypt-empty"_qs);
+
+    // Tabs stand on the panel and keep their height whichever is selected.
+    const auto tabs = [&main] {
+        return std::pair { main.encryptButtonTest->geometry().height(), main.decryptButtonCustom->geometry().height() };
+    };
+    const auto first = tabs();
+    for (auto select : { &MainViewController::selectDecrypt, &MainViewController::selectAbout, &MainViewController::selectEncrypt }) {
+        (main.*select)();
+        QTest::qWait(250); // the looks animate
+        QCOMPARE(tabs(), first);
+        for (CustomButton* tab : { main.encryptButtonTest, main.decryptButtonCustom }) {
+            const int bottom = tab->mapTo(&main, QPoint(0, tab->height())).y();
+            QCOMPARE(bottom, main.grayBackground->mapTo(&main, QPoint()).y());
+        }
+    }
+
+    EncryptViewController* encrypt = main.vc1;
+    encrypt->intakeList()->addFiles(m_files);
+    encrypt->intakeList()->flip(0);
+    encrypt->intakeList()->flip(2);
+    AssociationsStore* store = encrypt->recipients->store();
+    QVERIFY(store->setUsersFromReply(users));
+    store->setGroups({ group(1, u"Family"_qs, { u"Mia Lee"_qs, u"Tom Lee"_qs }), group(2, u"Empty"_qs, {}) });
+    store->rebuildAssociations();
+    store->toggleGroupExpansion(1);
+    if (!store->groupById(1)->isChecked) // the mark is remembered from the run before
+        store->toggleGroupChecked(1);
+    store->clickRow(0); // Ann Lee
+    QTest::qWait(300);
+    save(&window, u"encrypt"_qs);
+
+    main.selectDecrypt();
+    main.vc2->intakeList()->addFiles({ *WorkingFolders::encryptedFilesFolder() + u"/contract.pdf.vx"_qs });
+    QTest::qWait(300);
+    save(&window, u"decrypt"_qs);
+    main.selectAbout();
+    QTest::qWait(300);
+    save(&window, u"about"_qs);
+    main.selectEncrypt();
+
+    // The overlay dims the whole window, with readable figures.
+    auto* overlay = new EncryptingViewController(encrypt);
+    overlay->setStage(u"Sending 412.0 MB of 1.1 GB"_qs, 412, 1100);
+    overlay->setDetail(u"38.2 MB/s · 0:18 left"_qs);
+    overlay->show();
+    QCOMPARE(overlay->geometry(), window.rect());
+    QCOMPARE(overlay->cancelButton()->height(), 34); // a pill: its radius is half its height
+    QTest::qWait(200);
+    save(&window, u"encrypting"_qs);
+    delete overlay;
+
+    // The group dialogs, real ones: looked at once they show, then closed.
+    QStringList seen;
+    auto capture = [this, &seen](const QString& name) {
+        QTimer::singleShot(300, this, [this, &seen, name] {
+            QWidget* dialog = QApplication::activeModalWidget();
+            if (!dialog)
+                return;
+            if (auto* edit = dialog->findChild<QLineEdit*>()) {
+                QCOMPARE(edit->width(), 300);
+                QVERIFY(edit->hasFocus());
+            }
+            const QList<QCheckBox*> boxes = dialog->findChildren<QCheckBox*>();
+            for (QCheckBox* box : boxes)
+                QVERIFY(!box->isChecked()); // nothing preselected
+            if (auto* scroll = dialog->findChild<QScrollArea*>()) {
+                // Sized to its rows, not a fixed large window.
+                QVERIFY(scroll->height() <= boxes.size() * 50 + 40);
+                QVERIFY(scroll->width() <= 560);
+            }
+            save(dialog, u"dialog-"_qs + name);
+            seen.append(name);
+            dialog->close();
+        });
+    };
+    capture(u"create"_qs);
+    Dialogs::current().askText(&main, u"Create New Group"_qs, u"Enter group name:"_qs, QString(), u"Group name"_qs,
+                               u"Create"_qs, u"Cancel"_qs);
+    capture(u"members"_qs);
+    Dialogs::current().chooseItems(&main, u"Add Users to 'Family'"_qs, QString(),
+                                   { u"Ann Lee\nann.lee@example.com"_qs, u"Chen Wei\nchen@example.com"_qs,
+                                     u"Bartholomew Featherstonehaugh-Montgomery\nbartholomew.f@example.com"_qs },
+                                   u"OK"_qs, u"Cancel"_qs);
+    QCOMPARE(seen, QStringList({ u"create"_qs, u"members"_qs }));
+}
+
+QTEST_MAIN(TestScreenshots)
+#include "tst_screenshots.moc"
