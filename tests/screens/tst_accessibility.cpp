@@ -8,6 +8,7 @@
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
+#include "screens/FileScreen.h"
 #include "screens/FileTableView.h"
 #include "screens/QRCodeViewController.h"
 #include "screens/RecipientsPanel.h"
@@ -115,6 +116,7 @@ private Q_SLOTS:
     void overlayTellsItsProgressAndCancelsOnEscape();
     void keyboardKeepsItsPlace_data();
     void keyboardKeepsItsPlace();
+    void tabOrderReachesEveryControl_data();
     void tabOrderReachesEveryControl();
 
 private:
@@ -472,20 +474,36 @@ void TestAccessibility::keyboardKeepsItsPlace()
     QCOMPARE(view->verticalScrollBar()->value(), afterDown);
 }
 
+void TestAccessibility::tabOrderReachesEveryControl_data()
+{
+    QTest::addColumn<bool>("decrypt");
+    QTest::newRow("encrypt") << false;
+    QTest::newRow("decrypt") << true;
+}
+
 void TestAccessibility::tabOrderReachesEveryControl()
 {
+    QFETCH(bool, decrypt);
     MainViewController main;
     main.resize(1100, 720);
     main.vc1->intakeList()->addFiles(m_files.mid(0, 2));
+    main.vc2->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
+    main.vc2->intakeList()->flip(0);
     fillRecipients(main.vc1->recipients->store());
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
-    // Every enabled control of the Encrypt screen is reached by Tab before the chain repeats.
+    if (decrypt)
+        main.selectDecrypt();
+    // Every enabled control of the screen is reached by Tab before the chain repeats.
+    FileScreen* screen = decrypt ? static_cast<FileScreen*>(main.vc2) : main.vc1;
     QList<QWidget*> wanted;
-    wanted << main.encryptButtonTest << main.decryptButtonCustom << main.aboutButton << main.vc1->chooseFilesButton
-           << main.vc1->selectDeselectAllButton << main.vc1->intakeTable << main.vc1->openFolderButton
-           << main.vc1->resultTable << main.vc1->recipients->createGroupButton << main.vc1->recipients->searchTextField
-           << main.vc1->recipients->associatedUsersTable;
+    wanted << main.encryptButtonTest << main.decryptButtonCustom << main.aboutButton << screen->chooseFilesButton
+           << screen->selectDeselectAllButton << screen->intakeTable << screen->openFolderButton << screen->resultTable;
+    if (decrypt)
+        wanted << screen->removeFilesButton << screen->operationButton;
+    else
+        wanted << main.vc1->recipients->createGroupButton << main.vc1->recipients->searchTextField
+               << main.vc1->recipients->associatedUsersTable;
     main.encryptButtonTest->setFocus();
     QSet<QWidget*> reached;
     for (int i = 0; i < 60 && reached.size() < wanted.size(); ++i) {

@@ -68,6 +68,7 @@ private Q_SLOTS:
     void encryptChecksRecipientsThenFiles();
     void roundTripThroughTheScreens();
     void failedEncryptionTellsAndFinishes();
+    void overlayCountsTheWaitAndCancelsOnEscape();
     void mainThreadStaysResponsive();
 
 private:
@@ -207,6 +208,32 @@ void TestOperationScreens::failedEncryptionTellsAndFinishes()
     QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Critical);
     QVERIFY(!encrypt.filesToEncrypt().at(0)->isChecked);
     QVERIFY(store->selectedRecipientEmails().isEmpty());
+}
+
+void TestOperationScreens::overlayCountsTheWaitAndCancelsOnEscape()
+{
+    FakeDialogs dialogs;
+    write(m_files + u"/slow.txt"_qs, QByteArray(200'000, 's'));
+    EncryptViewController encrypt;
+    waitForRecipients(encrypt);
+    AssociationsStore* store = encrypt.recipients->store();
+    store->clickRow(userRow(store, u"ben.ortiz@example.com"_qs));
+    encrypt.addFiles({ m_files + u"/slow.txt"_qs });
+    encrypt.intakeList()->flip(0);
+    // The phone takes its time: the overlay says how long it has been waiting, second by second.
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
+    encrypt.encryptFiles();
+    QVERIFY(encrypt.overlay());
+    QLabel* detail = encrypt.overlay()->detailLabel();
+    QTRY_VERIFY_WITH_TIMEOUT(detail->text().contains(u"0:01"_qs), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(detail->text().contains(u"0:02"_qs), 5000);
+    QVERIFY(encrypt.overlay()->accessibleDescription().contains(detail->text()));
+    // Escape cancels: the overlay goes, nothing is shown, nothing is left behind.
+    QTest::keyClick(encrypt.overlay()->cancelButton(), Qt::Key_Escape);
+    QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);
+    m_sim->clearFaults();
+    QVERIFY(dialogs.shown.isEmpty());
+    QCOMPARE(QDir(*WorkingFolders::encryptedFilesFolder()).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList());
 }
 
 void TestOperationScreens::mainThreadStaysResponsive()

@@ -94,7 +94,8 @@ void TestScreenshots::initTestCase()
     installTranslations(*QCoreApplication::instance());
     WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
     for (const char* name : { "Quarterly report 2026.pdf", "holiday-photo.jpg", "notes.txt", "budget.xlsx",
-                              "a very long file name that goes on and on beyond what any list can show.docx" }) {
+                              "a very long file name that goes on and on beyond what any list can show.docx",
+                              "minutes 2026-03.odt", "plan.md", "scan 0001.png", "scan 0002.png" }) {
         const QString path = m_home.filePath(QString::fromUtf8(name));
         QFile f(path);
         QVERIFY(f.open(QIODevice::WriteOnly));
@@ -178,6 +179,11 @@ void TestScreenshots::screens()
     }
 
     EncryptViewController* encrypt = main.vc1;
+    // The focus border is always there, clear until focused: focus changes neither size nor title.
+    const QSize upload = encrypt->chooseFilesButton->sizeHint();
+    encrypt->chooseFilesButton->setFocus();
+    QCOMPARE(encrypt->chooseFilesButton->sizeHint(), upload);
+    QVERIFY(encrypt->chooseFilesButton->width() >= upload.width());
     encrypt->intakeList()->addFiles(m_files);
     encrypt->intakeList()->flip(0);
     encrypt->intakeList()->flip(2);
