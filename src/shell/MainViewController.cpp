@@ -186,6 +186,7 @@ void MainViewController::viewDidAppear()
     decryptButtonCustom->setChecked(true);
     decryptButtonCustom->refresh();
     encryptButtonTest->refresh();
+    encryptButtonTest->setAccessibleDescription(qtTrId("tabShown"));
     setAboutIcon(QStringLiteral("info"));
     qCInfo(lcMain, "🟢 MainViewController viewDidAppear finished");
 }
@@ -225,6 +226,10 @@ void setTabLook(CustomButton* tab, const QColor& background, const QColor& text,
     tab->setTextColor(text);
     tab->setChecked(on);
     tab->refresh();
+    // The selected tab is the one in its normal look (state off); a screen reader says so.
+    //: Accessible description of the navigation tab whose screen is shown
+    //% "Shown"
+    tab->setAccessibleDescription(on ? QString() : qtTrId("tabShown"));
 }
 
 } // namespace

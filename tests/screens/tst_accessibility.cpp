@@ -6,6 +6,7 @@
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
 #include "screens/AboutViewController.h"
+#include "screens/AssociatedUserCellView.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/FileScreen.h"
@@ -29,6 +30,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolTip>
 
 namespace {
 
@@ -110,6 +112,8 @@ private Q_SLOTS:
     void rowsToggleThroughTheAccessibleAction_data();
     void rowsToggleThroughTheAccessibleAction();
     void groupRowsReportFolding();
+    void recipientToolTipsByPlace_data();
+    void recipientToolTipsByPlace();
     void customButtonEndsTheSameWayByEveryRoute_data();
     void customButtonEndsTheSameWayByEveryRoute();
     void tabPressNavigates();
@@ -289,6 +293,41 @@ void TestAccessibility::groupRowsReportFolding()
     QCOMPARE(member->text(QAccessible::Name), u"Member 0"_qs);
 }
 
+void TestAccessibility::recipientToolTipsByPlace_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("place");
+    QTest::addColumn<QString>("tip");
+    const int user = int(AssociatedUserRowType::Kind::user);
+    const int group = int(AssociatedUserRowType::Kind::groupHeader);
+    QTest::newRow("user icon: summary") << user << u"info"_qs << u"Ann Lee\nann@example.com\n+44 20 7946 0000"_qs;
+    QTest::newRow("user name: name") << user << u"text"_qs << u"Ann Lee"_qs;
+    QTest::newRow("group menu: options") << group << u"menu"_qs << u"Group options"_qs;
+    QTest::newRow("group name: name") << group << u"text"_qs << u"Ops"_qs;
+}
+
+void TestAccessibility::recipientToolTipsByPlace()
+{
+    QFETCH(int, kind);
+    QFETCH(QString, place);
+    EncryptViewController screen;
+    fillRecipients(screen.recipients->store());
+    screen.resize(1100, 650);
+    screen.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&screen));
+    RecipientsTableView* table = screen.recipients->associatedUsersTable;
+    const QModelIndex index = table->model()->index(firstRow(screen.recipients->model(), AssociatedUserRowType::Kind(kind)), 0);
+    const QRect rect = table->visualRect(index);
+    const QPoint at = place == u"info" ? table->cell()->infoRect(rect).center()
+        : place == u"menu"             ? table->cell()->menuRect(rect).center()
+                                       : QPoint(rect.center().x() - 20, rect.center().y());
+    QHelpEvent help(QEvent::ToolTip, at, table->viewport()->mapToGlobal(at));
+    QApplication::sendEvent(table->viewport(), &help);
+    QFETCH(QString, tip);
+    QTRY_COMPARE(QToolTip::text(), tip);
+    QToolTip::hideText();
+}
+
 void TestAccessibility::customButtonEndsTheSameWayByEveryRoute_data()
 {
     QTest::addColumn<QString>("route");
@@ -349,8 +388,12 @@ void TestAccessibility::tabPressNavigates()
     QVERIFY(QTest::qWaitForWindowExposed(&main));
     QAccessibleInterface* decrypt = QAccessible::queryAccessibleInterface(main.decryptButtonCustom);
     QAccessibleInterface* encrypt = QAccessible::queryAccessibleInterface(main.encryptButtonTest);
+    QVERIFY(!encrypt->text(QAccessible::Description).isEmpty()); // the shown screen's tab says so
+    QVERIFY(decrypt->text(QAccessible::Description).isEmpty());
     decrypt->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
     QCOMPARE(main.currentScreen(), main.vc2);
+    QVERIFY(encrypt->text(QAccessible::Description).isEmpty());
+    QVERIFY(!decrypt->text(QAccessible::Description).isEmpty());
     QVERIFY(!main.decryptButtonCustom->isChecked()); // the selected tab shows its normal look
     QVERIFY(main.encryptButtonTest->isChecked());
     // The same objects answer on the next lookup.
