@@ -267,6 +267,8 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
         qint64 waitingSinceMs = -1;
         QTimer tick;
         bool cancelled = false;
+        std::optional<OperationTask::Stage> shownStage;
+        qint64 shownAtMs = -1000;
     };
     auto figures = std::make_shared<Figures>();
     figures->clock.start();
@@ -290,11 +292,21 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
             [overlay, figures, showWaited](OperationTask::Stage stage, qint64 done, qint64 total) {
                 if (figures->cancelled)
                     return;
+                const qint64 now = figures->clock.elapsed();
+                if (stage == OperationTask::Stage::Sending || stage == OperationTask::Stage::Receiving)
+                    figures->rate.sample(done, stage == OperationTask::Stage::Sending ? total : 0, now);
+                // Four updates a second are as many as a person can read, and each repaints the
+                // overlay's shadowed panel on the main thread.
                 const bool known = stage == OperationTask::Stage::Sending || stage == OperationTask::Stage::Unpacking;
+                const bool end = known && total > 0 && done >= total;
+                if (stage == figures->shownStage && now - figures->shownAtMs < 250 && !end)
+                    return;
+                figures->shownStage = stage;
+                figures->shownAtMs = now;
                 overlay->setStage(stageText(stage, done, total), known ? done : 0, known ? total : 0);
                 if (stage == OperationTask::Stage::Waiting) {
                     if (figures->waitingSinceMs < 0) {
-                        figures->waitingSinceMs = figures->clock.elapsed();
+                        figures->waitingSinceMs = now;
                         figures->tick.start();
                         showWaited();
                     }
@@ -306,7 +318,6 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
                     overlay->setDetail(QString());
                     return;
                 }
-                figures->rate.sample(done, stage == OperationTask::Stage::Sending ? total : 0, figures->clock.elapsed());
                 overlay->setDetail(figures->rate.describe());
             });
     connect(task, &OperationTask::finished, this, [this, task, overlay, finish](const OperationTask::Result& result) {
