@@ -205,10 +205,15 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
     const QFontMetrics smallMetrics(small);
     QRect top(textLeft, c.top() + 8, textRight - textLeft, c.height() / 2 - 6);
     if (kind == Kind::user) {
-        // The phone keeps up to 45% of the line and is shortened with "..." rather than
-        // dropped; the name takes the rest.
+        // The phone takes what the name leaves, and at least 45% of the line; it is shortened
+        // with "..." rather than dropped.
         const QString phone = index.data(RecipientsModel::PhoneRole).toString();
-        const int w = std::min(smallMetrics.horizontalAdvance(phone), top.width() * 45 / 100);
+        QFont bold = font;
+        bold.setPointSize(10);
+        bold.setBold(true);
+        const int nameWidth = QFontMetrics(bold).horizontalAdvance(index.data(RecipientsModel::NameRole).toString());
+        const int room = std::max(top.width() * 45 / 100, top.width() - nameWidth - 10);
+        const int w = std::min(smallMetrics.horizontalAdvance(phone), room);
         if (w > 0) {
             p->setFont(small);
             p->setPen(muted);

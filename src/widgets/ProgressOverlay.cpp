@@ -117,12 +117,15 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
     auto* layout = new QVBoxLayout(m_panel);
     layout->setContentsMargins(36, 26, 36, 22);
     layout->setSpacing(10);
+    layout->addStretch();
     layout->addWidget(m_spinner, 0, Qt::AlignHCenter);
     layout->addWidget(m_text);
     layout->addWidget(m_stage);
     layout->addWidget(m_detail);
     layout->addWidget(m_progress);
+    layout->addSpacing(4);
     layout->addWidget(m_cancel, 0, Qt::AlignHCenter);
+    layout->addStretch();
 
     if (QWidget* cover = parentWidget()) {
         cover->installEventFilter(this);
