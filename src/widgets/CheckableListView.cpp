@@ -21,13 +21,17 @@ public:
     int row() const { return m_row; }
     QModelIndex index() const
     {
-        return m_view && m_view->model() ? m_view->model()->index(m_row, 0, m_view->rootIndex()) : QModelIndex();
+        return m_view && m_view->model() ? m_view->model()->index(m_row, 0, m_view->rootIndex())
+                                         : QModelIndex();
     }
 
     bool isValid() const override { return index().isValid(); }
     QObject* object() const override { return nullptr; }
     QWindow* window() const override { return m_view ? m_view->window()->windowHandle() : nullptr; }
-    QAccessibleInterface* parent() const override { return QAccessible::queryAccessibleInterface(m_view.data()); }
+    QAccessibleInterface* parent() const override
+    {
+        return QAccessible::queryAccessibleInterface(m_view.data());
+    }
     QAccessibleInterface* child(int) const override { return nullptr; }
     int childCount() const override { return 0; }
     int indexOfChild(const QAccessibleInterface*) const override { return -1; }
@@ -88,7 +92,8 @@ public:
 
     void* interface_cast(QAccessible::InterfaceType type) override
     {
-        return type == QAccessible::ActionInterface ? static_cast<QAccessibleActionInterface*>(this) : nullptr;
+        return type == QAccessible::ActionInterface ? static_cast<QAccessibleActionInterface*>(this)
+                                                    : nullptr;
     }
 
     QStringList actionNames() const override
@@ -182,7 +187,8 @@ QString thinScrollBarStyle()
     return QStringLiteral(
         "QScrollBar:vertical { background: transparent; width: 10px; margin: 6px 2px 6px 0; }"
         "QScrollBar::handle:vertical { background: rgba(0,0,0,55); border-radius: 4px; min-height: 32px; }"
-        "QScrollBar::handle:vertical:hover, QScrollBar::handle:vertical:pressed { background: rgba(0,0,0,105); }"
+        "QScrollBar::handle:vertical:hover, QScrollBar::handle:vertical:pressed { background: "
+        "rgba(0,0,0,105); }"
         "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; border: none; }"
         "QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: none; }");
 }
@@ -229,9 +235,9 @@ void CheckableListView::setModel(QAbstractItemModel* model)
         connect(model, signal, this, &CheckableListView::forgetAccessibleRows);
     connect(model, &QAbstractItemModel::layoutChanged, this, &CheckableListView::forgetAccessibleRows);
     connect(model, &QAbstractItemModel::dataChanged, this,
-            [this](const QModelIndex& first, const QModelIndex& last, const QList<int>& roles) {
-                announceRows(first.row(), last.row(), roles);
-            });
+        [this](const QModelIndex& first, const QModelIndex& last, const QList<int>& roles) {
+            announceRows(first.row(), last.row(), roles);
+        });
 }
 
 void CheckableListView::setEmptyText(const QString& text)

@@ -23,10 +23,11 @@ void TestTransferRate::figures_data()
     // Samples as (done, msecs) at a steady 1 MB/s unless said otherwise, total 10 MB.
     QTest::addColumn<Samples>("samples");
     QTest::addColumn<qint64>("total");
-    QTest::addColumn<double>("rate");  // expected bytes per second; < 0: none yet
-    QTest::addColumn<qint64>("left");  // expected seconds left; < 0: none
+    QTest::addColumn<double>("rate"); // expected bytes per second; < 0: none yet
+    QTest::addColumn<qint64>("left"); // expected seconds left; < 0: none
     using S = Samples;
-    QTest::newRow("nothing before a second") << S { { 0, 0 }, { 500'000, 500 } } << 10'000'000LL << -1.0 << -1LL;
+    QTest::newRow("nothing before a second")
+        << S { { 0, 0 }, { 500'000, 500 } } << 10'000'000LL << -1.0 << -1LL;
     QTest::newRow("steady") << S { { 0, 0 }, { 1'000'000, 1000 }, { 2'000'000, 2000 }, { 4'000'000, 4000 } }
                             << 10'000'000LL << 1'000'000.0 << 6LL;
     QTest::newRow("total unknown: speed only")
@@ -35,8 +36,8 @@ void TestTransferRate::figures_data()
         << S { { 0, 0 }, { 0, 1000 }, { 0, 2000 } } << 10'000'000LL << 0.0 << -1LL;
     QTest::newRow("count goes back: a new start")
         << S { { 0, 0 }, { 5'000'000, 1000 }, { 100, 1500 }, { 200, 1800 } } << 10'000'000LL << -1.0 << -1LL;
-    QTest::newRow("close samples gather") << S { { 0, 0 }, { 10, 1 }, { 20, 2 }, { 1'000'000, 1000 } } << 10'000'000LL
-                                          << 1'000'000.0 << 9LL;
+    QTest::newRow("close samples gather")
+        << S { { 0, 0 }, { 10, 1 }, { 20, 2 }, { 1'000'000, 1000 } } << 10'000'000LL << 1'000'000.0 << 9LL;
 }
 
 void TestTransferRate::figures()

@@ -26,10 +26,10 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
-#include <QToolButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolButton>
 #include <QToolTip>
 
 namespace {
@@ -55,7 +55,8 @@ GroupPtr group(qint64 id, const QString& name, int members)
     g->id = id;
     g->name = name;
     for (int i = 0; i < members; ++i)
-        g->groupMembers.append({ id * 100 + i, u"Member "_qs + QString::number(i), u"m"_qs + QString::number(i) + u"@x"_qs, {} });
+        g->groupMembers.append({ id * 100 + i, u"Member "_qs + QString::number(i),
+            u"m"_qs + QString::number(i) + u"@x"_qs, {} });
     return g;
 }
 
@@ -87,11 +88,9 @@ void collectControls(QAccessibleInterface* iface, QList<QAccessibleInterface*>& 
 {
     if (!iface || depth > 40 || iface->state().invisible)
         return;
-    static const QList<QAccessible::Role> controls { QAccessible::Button,   QAccessible::CheckBox,
-                                                     QAccessible::ComboBox, QAccessible::EditableText,
-                                                     QAccessible::List,     QAccessible::ListItem,
-                                                     QAccessible::PageTab,  QAccessible::ProgressBar,
-                                                     QAccessible::Graphic };
+    static const QList<QAccessible::Role> controls { QAccessible::Button, QAccessible::CheckBox,
+        QAccessible::ComboBox, QAccessible::EditableText, QAccessible::List, QAccessible::ListItem,
+        QAccessible::PageTab, QAccessible::ProgressBar, QAccessible::Graphic };
     if (controls.contains(iface->role()))
         out.append(iface);
     for (int i = 0; i < iface->childCount(); ++i)
@@ -164,7 +163,9 @@ void TestAccessibility::everyControlHasAName_data()
 void TestAccessibility::everyControlHasAName()
 {
     QFETCH(QString, screen);
-    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"192.168.1.20"_qs, u"10.0.0.7"_qs }; });
+    QRCodeViewController::setAddressSourceForTesting([] {
+        return QStringList { u"192.168.1.20"_qs, u"10.0.0.7"_qs };
+    });
     std::unique_ptr<QWidget> window;
     if (screen == u"pairing") {
         window = std::make_unique<QRCodeViewController>();
@@ -190,8 +191,10 @@ void TestAccessibility::everyControlHasAName()
     QVERIFY(controls.size() >= (screen == u"pairing" ? 2 : screen == u"about" ? 3 : 5));
     for (QAccessibleInterface* control : std::as_const(controls)) {
         const QString name = control->text(QAccessible::Name).trimmed();
-        QVERIFY2(!name.isEmpty(), qPrintable(u"no name: role %1, object %2"_qs.arg(int(control->role()))
-                                                  .arg(QString::fromLatin1(control->object() ? control->object()->metaObject()->className() : "row"))));
+        QVERIFY2(!name.isEmpty(),
+            qPrintable(u"no name: role %1, object %2"_qs.arg(int(control->role()))
+                           .arg(QString::fromLatin1(
+                               control->object() ? control->object()->metaObject()->className() : "row"))));
     }
     QRCodeViewController::setAddressSourceForTesting({});
 }
@@ -218,9 +221,11 @@ void TestAccessibility::rowsToggleThroughTheAccessibleAction()
     QVERIFY(QTest::qWaitForWindowExposed(&screen));
     const bool files = list == u"files";
     using Kind = AssociatedUserRowType::Kind;
-    const int row = files ? 2 : firstRow(screen.recipients->model(), list == u"user" ? Kind::user : Kind::groupHeader);
+    const int row
+        = files ? 2 : firstRow(screen.recipients->model(), list == u"user" ? Kind::user : Kind::groupHeader);
     QVERIFY(row >= 0);
-    QWidget* view = files ? static_cast<QWidget*>(screen.intakeTable) : screen.recipients->associatedUsersTable;
+    QWidget* view
+        = files ? static_cast<QWidget*>(screen.intakeTable) : screen.recipients->associatedUsersTable;
     auto marked = [&] {
         if (files)
             return screen.filesToEncrypt().at(row)->isChecked;
@@ -244,9 +249,8 @@ void TestAccessibility::rowsToggleThroughTheAccessibleAction()
     QVERIFY(item->state().checked);
     // Only a platform with an accessibility bridge delivers events (not the offscreen one).
     if (QAccessible::isActive())
-        QVERIFY(std::any_of(events.begin(), events.end(), [](const auto& e) {
-            return e.first == QAccessible::StateChanged && e.second.checked;
-        }));
+        QVERIFY(std::any_of(events.begin(), events.end(),
+            [](const auto& e) { return e.first == QAccessible::StateChanged && e.second.checked; }));
     // The same rule as a click: a marked file switches REMOVE on.
     if (files)
         QVERIFY(screen.removeFilesButton->isEnabled());
@@ -300,7 +304,8 @@ void TestAccessibility::recipientToolTipsByPlace_data()
     QTest::addColumn<QString>("tip");
     const int user = int(AssociatedUserRowType::Kind::user);
     const int group = int(AssociatedUserRowType::Kind::groupHeader);
-    QTest::newRow("user icon: summary") << user << u"info"_qs << u"Ann Lee\nann@example.com\n+44 20 7946 0000"_qs;
+    QTest::newRow("user icon: summary")
+        << user << u"info"_qs << u"Ann Lee\nann@example.com\n+44 20 7946 0000"_qs;
     QTest::newRow("user name: name") << user << u"text"_qs << u"Ann Lee"_qs;
     QTest::newRow("group menu: options") << group << u"menu"_qs << u"Group options"_qs;
     QTest::newRow("group name: name") << group << u"text"_qs << u"Ops"_qs;
@@ -316,7 +321,8 @@ void TestAccessibility::recipientToolTipsByPlace()
     screen.show();
     QVERIFY(QTest::qWaitForWindowExposed(&screen));
     RecipientsTableView* table = screen.recipients->associatedUsersTable;
-    const QModelIndex index = table->model()->index(firstRow(screen.recipients->model(), AssociatedUserRowType::Kind(kind)), 0);
+    const QModelIndex index
+        = table->model()->index(firstRow(screen.recipients->model(), AssociatedUserRowType::Kind(kind)), 0);
     const QRect rect = table->visualRect(index);
     const QPoint at = place == u"info" ? table->cell()->infoRect(rect).center()
         : place == u"menu"             ? table->cell()->menuRect(rect).center()
@@ -439,7 +445,7 @@ void TestAccessibility::overlayTellsItsProgressAndCancelsOnEscape()
     QVERIFY(bar->valueInterface()->currentValue().toInt() > low.toInt());
     if (QAccessible::isActive())
         QVERIFY(std::any_of(events.begin(), events.end(),
-                            [](const auto& e) { return e.first == QAccessible::DescriptionChanged; }));
+            [](const auto& e) { return e.first == QAccessible::DescriptionChanged; }));
 
     // Tab stays on the overlay; Escape cancels.
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
@@ -484,7 +490,9 @@ void TestAccessibility::keyboardKeepsItsPlace()
     QVERIFY(QTest::qWaitForWindowExposed(&screen));
     QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(screen.intakeTable)
                                     : screen.recipients->associatedUsersTable;
-    auto marked = [&](int row) { return view->model()->index(row, 0).data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked; };
+    auto marked = [&](int row) {
+        return view->model()->index(row, 0).data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked;
+    };
     view->setFocus();
     view->setCurrentIndex(view->model()->index(30, 0));
     QCoreApplication::processEvents();
@@ -540,8 +548,9 @@ void TestAccessibility::tabOrderReachesEveryControl()
     // Every enabled control of the screen is reached by Tab before the chain repeats.
     FileScreen* screen = decrypt ? static_cast<FileScreen*>(main.vc2) : main.vc1;
     QList<QWidget*> wanted;
-    wanted << main.encryptButtonTest << main.decryptButtonCustom << main.aboutButton << screen->chooseFilesButton
-           << screen->selectDeselectAllButton << screen->intakeTable << screen->openFolderButton << screen->resultTable;
+    wanted << main.encryptButtonTest << main.decryptButtonCustom << main.aboutButton
+           << screen->chooseFilesButton << screen->selectDeselectAllButton << screen->intakeTable
+           << screen->openFolderButton << screen->resultTable;
     if (decrypt)
         wanted << screen->removeFilesButton << screen->operationButton;
     else

@@ -60,7 +60,8 @@ GroupPtr group(qint64 id, const QString& name, const QStringList& members)
     g->id = id;
     g->name = name;
     for (int i = 0; i < members.size(); ++i)
-        g->groupMembers.append({ id * 100 + i, members.at(i), members.at(i).section(u' ', 0, 0).toLower() + u"@example.com"_qs, {} });
+        g->groupMembers.append({ id * 100 + i, members.at(i),
+            members.at(i).section(u' ', 0, 0).toLower() + u"@example.com"_qs, {} });
     return g;
 }
 
@@ -94,8 +95,8 @@ void TestScreenshots::initTestCase()
     installTranslations(*QCoreApplication::instance());
     WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
     for (const char* name : { "Quarterly report 2026.pdf", "holiday-photo.jpg", "notes.txt", "budget.xlsx",
-                              "a very long file name that goes on and on beyond what any list can show.docx",
-                              "minutes 2026-03.odt", "plan.md", "scan 0001.png", "scan 0002.png" }) {
+             "a very long file name that goes on and on beyond what any list can show.docx",
+             "minutes 2026-03.odt", "plan.md", "scan 0001.png", "scan 0002.png" }) {
         const QString path = m_home.filePath(QString::fromUtf8(name));
         QFile f(path);
         QVERIFY(f.open(QIODevice::WriteOnly));
@@ -148,7 +149,8 @@ void TestScreenshots::screens()
         QVERIFY(code.width() >= 21 * QRCodeViewController::moduleSize);
         QVERIFY(pairing.qrCodeImage->width() >= code.width());
         const QRect label(pairing.qrCodeImage->mapTo(&pairing, QPoint()), pairing.qrCodeImage->size());
-        QVERIFY(QRect(pairing.qrCodeWhiteBackground->mapTo(&pairing, QPoint()), pairing.qrCodeWhiteBackground->size())
+        QVERIFY(QRect(
+            pairing.qrCodeWhiteBackground->mapTo(&pairing, QPoint()), pairing.qrCodeWhiteBackground->size())
                     .contains(label));
         save(&window, u"pairing"_qs);
     }
@@ -165,10 +167,12 @@ void TestScreenshots::screens()
 
     // Tabs stand on the panel and keep their height whichever is selected.
     const auto tabs = [&main] {
-        return std::pair { main.encryptButtonTest->geometry().height(), main.decryptButtonCustom->geometry().height() };
+        return std::pair { main.encryptButtonTest->geometry().height(),
+            main.decryptButtonCustom->geometry().height() };
     };
     const auto first = tabs();
-    for (auto select : { &MainViewController::selectDecrypt, &MainViewController::selectAbout, &MainViewController::selectEncrypt }) {
+    for (auto select : { &MainViewController::selectDecrypt, &MainViewController::selectAbout,
+             &MainViewController::selectEncrypt }) {
         (main.*select)();
         QTest::qWait(250); // the looks animate
         QCOMPARE(tabs(), first);
@@ -243,13 +247,13 @@ void TestScreenshots::screens()
         });
     };
     capture(u"create"_qs);
-    Dialogs::current().askText(&main, u"Create New Group"_qs, u"Enter group name:"_qs, QString(), u"Group name"_qs,
-                               u"Create"_qs, u"Cancel"_qs);
+    Dialogs::current().askText(&main, u"Create New Group"_qs, u"Enter group name:"_qs, QString(),
+        u"Group name"_qs, u"Create"_qs, u"Cancel"_qs);
     capture(u"members"_qs);
     Dialogs::current().chooseItems(&main, u"Add Users to 'Family'"_qs, QString(),
-                                   { u"Ann Lee\nann.lee@example.com"_qs, u"Chen Wei\nchen@example.com"_qs,
-                                     u"Bartholomew Featherstonehaugh-Montgomery\nbartholomew.f@example.com"_qs },
-                                   u"OK"_qs, u"Cancel"_qs);
+        { u"Ann Lee\nann.lee@example.com"_qs, u"Chen Wei\nchen@example.com"_qs,
+            u"Bartholomew Featherstonehaugh-Montgomery\nbartholomew.f@example.com"_qs },
+        u"OK"_qs, u"Cancel"_qs);
     QCOMPARE(seen, QStringList({ u"create"_qs, u"members"_qs }));
 }
 
