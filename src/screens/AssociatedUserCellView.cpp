@@ -3,6 +3,8 @@
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
 
+#include <cmath>
+
 #include <QAbstractItemView>
 #include <QHelpEvent>
 #include <QPainter>
@@ -213,7 +215,8 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
         bold.setBold(true);
         const int nameWidth = QFontMetrics(bold).horizontalAdvance(index.data(RecipientsModel::NameRole).toString());
         const int room = std::max(top.width() * 45 / 100, top.width() - nameWidth - 10);
-        const int w = std::min(smallMetrics.horizontalAdvance(phone), room);
+        // Rounded up: a width rounded down makes elidedText() shorten a number that fits.
+        const int w = std::min(int(std::ceil(QFontMetricsF(small).horizontalAdvance(phone))), room);
         if (w > 0) {
             p->setFont(small);
             p->setPen(muted);
