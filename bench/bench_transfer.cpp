@@ -167,10 +167,10 @@ int unpack(const QString& zip)
         QElapsedTimer t;
         t.start();
         if (oursNow) {
-            const auto result = SafeArchive::extract(zip, out.path(), 1LL << 42);
+            const auto result = SafeArchive::extract(zip, out.path(), 1LL << 42, {}, nullptr, 0644);
             ours.append(t.nsecsElapsed() / 1e9);
             if (!result.ok) {
-                std::fprintf(stderr, "unpack failed: %s\n", qPrintable(result.failure));
+                std::fprintf(stderr, "unpack failed: %s\n", qPrintable(result.detail));
                 return 1;
             }
         } else {

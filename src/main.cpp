@@ -15,6 +15,8 @@ int main(int argc, char* argv[])
     installTranslations(app);
 
     AppDelegate delegate;
+    if (!delegate.claimSingleInstance())
+        return 1;
     delegate.applicationDidFinishLaunching();
 
     AppWindow window;

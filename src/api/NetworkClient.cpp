@@ -36,11 +36,11 @@ void NetworkClient::setTimeouts(std::chrono::milliseconds request, std::chrono::
 
 namespace {
 
-// Qt reports HTTP error statuses as reply errors although an answer arrived in full.
-bool isHttpStatusError(QNetworkReply::NetworkError error)
+// Once an HTTP status arrived, Qt's error kind only restates it (400 and 418 come as protocol
+// errors, 407 as a proxy error): the exchange failed only when the transfer itself broke.
+bool isTransferFailure(QNetworkReply::NetworkError error)
 {
-    const int code = int(error);
-    return (code >= 201 && code <= 299) || (code >= 401 && code <= 499);
+    return error != QNetworkReply::NoError && (int(error) < 100 || error == QNetworkReply::ProtocolFailure);
 }
 
 } // namespace
@@ -85,7 +85,7 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
         if (!body.isEmpty() || status.isValid())
             exchange.body = body;
         const auto error = reply->error();
-        if (error != QNetworkReply::NoError && !(status.isValid() && isHttpStatusError(error))) {
+        if (status.isValid() ? isTransferFailure(error) : error != QNetworkReply::NoError) {
             exchange.failure = reply->property("varnexResourceTimeout").toBool()
                 ? QStringLiteral("The request timed out.")
                 : reply->errorString();

@@ -30,10 +30,12 @@ std::optional<qint64> integer(const QJsonValue& value)
 {
     if (!value.isDouble())
         return std::nullopt;
-    const double d = value.toDouble();
-    if (std::trunc(d) != d || d < -9.2233720368547758e18 || d >= 9.2233720368547758e18)
+    // Read as a 64-bit integer, never through a double: ids above 2^53 stay exact. A value
+    // that is no whole number in range gives each default back, so two defaults tell.
+    const qint64 i = value.toInteger(0);
+    if (i != value.toInteger(1))
         return std::nullopt;
-    return qint64(d);
+    return i;
 }
 
 // Optional text: absent or null gives none; any other non-string fails.

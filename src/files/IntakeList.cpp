@@ -1,5 +1,9 @@
 #include "files/IntakeList.h"
 
+#include <QFile>
+
+#include <sys/stat.h>
+
 IntakeList::IntakeList(Kind kind, QObject* parent)
     : QObject(parent)
     , m_kind(kind)
@@ -31,6 +35,12 @@ bool IntakeList::isEncryptedName(const QString& name)
 
 bool IntakeList::admits(const QString& path) const
 {
+    // Only regular files (a link to one counts): a folder, FIFO, socket or device would be
+    // sent as a malformed part or block the upload where Cancel cannot reach it. A path that
+    // does not exist is judged by its name; the upload checks the file again when it opens it.
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) == 0 && !S_ISREG(st.st_mode))
+        return false;
     const QStringList pieces = path.split(u'/', Qt::SkipEmptyParts);
     const QString last = pieces.isEmpty() ? QString() : pieces.last();
     for (const FilePtr& file : m_files) {

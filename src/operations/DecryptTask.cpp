@@ -1,8 +1,8 @@
 #include "operations/DecryptTask.h"
 
 #include "app/Log.h"
+#include "operations/UniqueNames.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 namespace {
@@ -14,19 +14,11 @@ QString failedTitle()
     return qtTrId("unsuccessfulDecryptionTitle");
 }
 
-OperationTask::Result failed()
-{
-    //: Dialog description when the encryption is unsuccessful
-    //% "Connection timeout"
-    return { OperationTask::Outcome::Failed, failedTitle(), qtTrId("connectionTimeout"), {} };
-}
-
 } // namespace
 
 DecryptTask::DecryptTask(QList<Intake> files, QString resultsFolder, QString url, QObject* parent)
-    : OperationTask(std::move(url), parent)
+    : OperationTask(std::move(url), std::move(resultsFolder), failedTitle(), parent)
     , m_files(std::move(files))
-    , m_folder(std::move(resultsFolder))
 {
 }
 
@@ -47,45 +39,29 @@ OperationTask::Result DecryptTask::run()
     qint64 total = 0;
     for (const Intake& f : m_files)
         total += f.marked ? QFileInfo(f.path).size() : 0;
-    const auto work = prepare(m_folder, total);
-    if (!work)
-        return failed();
-    auto cleanup = qScopeGuard([&work] { QDir(*work).removeRecursively(); });
-
-    const QString zip = *work + u'/' + m_operationId + u".zip";
-    const MultipartUpload::Outcome outcome = upload(parts(m_files), zip);
-    if (outcome.cancelled)
-        return { Outcome::Cancelled, {}, {}, {} };
-    if (!outcome.failure.isEmpty()) {
-        Log::line(u"The phone's reply did not arrive whole: " + outcome.failure);
-        return failed();
-    }
-    if (outcome.status == 400) {
-        //: Error dialog when trying to decrypt files that are not encrypted for you
-        //% "Some of the files are encrypted for other users"
-        return { Outcome::Refused, failedTitle(), qtTrId("dialogOtherUsersDecryption"), {} };
-    }
-    if (outcome.status != 200)
-        return failed();
-
-    const auto entries = unpack(zip, *work, m_folder);
-    if (cancelled())
-        return { Outcome::Cancelled, {}, {}, {} };
-    if (!entries)
-        return { Outcome::Succeeded, {}, {}, {} };
+    //: Error dialog when trying to decrypt files that are not encrypted for you
+    //% "Some of the files are encrypted for other users"
+    auto received = sendAndUnpack(parts(m_files), total, qtTrId("dialogOtherUsersDecryption"), 0600);
+    if (auto* result = std::get_if<Result>(&received))
+        return *result;
+    const QList<SafeArchive::Entry>& entries = std::get<Received>(received).entries;
     // Every intake file, marked or not, looks for its result; entries that match no intake
-    // file go away with the operation's folder.
-    Result result { Outcome::Succeeded, {}, {}, {} };
+    // file go away with the operation's folder. A name with a double quote may come back as
+    // libcurl wrote it in the part header ("%22").
+    QList<SafeArchive::Landing> landings;
     for (const Intake& f : m_files) {
         const QString name = File(f.path).fileName();
-        const auto entry = std::find_if(entries->begin(), entries->end(),
-                                        [&name](const SafeArchive::Entry& e) { return e.name == name; });
-        if (entry == entries->end()) {
+        const QString sent = UniqueNames::asInPartHeader(name);
+        const auto entry = std::find_if(entries.begin(), entries.end(), [&](const SafeArchive::Entry& e) {
+            return e.name == name || e.name == sent;
+        });
+        if (entry == entries.end()) {
             Log::line(u"Cannot copy " + name + u": the phone sent no such file");
             continue;
         }
-        if (const QString landed = land(*entry, name, m_folder); !landed.isEmpty())
-            result.written.append(landed);
+        if (std::any_of(landings.begin(), landings.end(), [&](const auto& l) { return l.tempPath == entry->tempPath; }))
+            continue; // two intake files of one name: the result lands once
+        landings.append({ entry->tempPath, name });
     }
-    return result;
+    return landAll(landings);
 }

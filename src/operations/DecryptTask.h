@@ -17,6 +17,7 @@ public:
     };
 
     DecryptTask(QList<Intake> files, QString resultsFolder, QString url, QObject* parent = nullptr);
+    ~DecryptTask() override { stopWorker(); }
 
     static QList<MultipartUpload::Part> parts(const QList<Intake>& files);
 
@@ -25,5 +26,4 @@ protected:
 
 private:
     QList<Intake> m_files;
-    QString m_folder;
 };

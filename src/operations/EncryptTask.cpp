@@ -1,32 +1,25 @@
 #include "operations/EncryptTask.h"
 
-#include "app/Log.h"
 #include "operations/UniqueNames.h"
 #include "storage/File.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 namespace {
 
-OperationTask::Result failed()
+QString failedTitle()
 {
     //: Dialog title when encryption is unsuccessful
     //% "Encryption failed"
-    const QString title = qtTrId("unsuccessfulEncryptionTitle");
-    //: Dialog description when the encryption is unsuccessful
-    //% "Connection timeout"
-    const QString message = qtTrId("connectionTimeout");
-    return { OperationTask::Outcome::Failed, title, message, {} };
+    return qtTrId("unsuccessfulEncryptionTitle");
 }
 
 } // namespace
 
 EncryptTask::EncryptTask(QStringList files, QString recipients, QString resultsFolder, QString url, QObject* parent)
-    : OperationTask(std::move(url), parent)
+    : OperationTask(std::move(url), std::move(resultsFolder), failedTitle(), parent)
     , m_files(std::move(files))
     , m_recipients(std::move(recipients))
-    , m_folder(std::move(resultsFolder))
 {
 }
 
@@ -55,29 +48,19 @@ OperationTask::Result EncryptTask::run()
     qint64 total = 0;
     for (const QString& f : m_files)
         total += QFileInfo(f).size();
-    const auto work = prepare(m_folder, total);
-    if (!work)
-        return failed();
-    auto cleanup = qScopeGuard([&work] { QDir(*work).removeRecursively(); });
-
-    const QString zip = *work + u'/' + m_operationId + u".zip";
-    const MultipartUpload::Outcome outcome = upload(parts(m_files, stagedNames(m_files, m_folder), m_recipients), zip);
-    if (outcome.cancelled)
-        return { Outcome::Cancelled, {}, {}, {} };
-    if (!outcome.failure.isEmpty()) {
-        Log::line(u"The phone's reply did not arrive whole: " + outcome.failure);
-        return failed();
+    const QStringList staged = stagedNames(m_files, m_resultsFolder);
+    auto received = sendAndUnpack(parts(m_files, staged, m_recipients), total, std::nullopt, 0644);
+    if (auto* result = std::get_if<Result>(&received))
+        return *result;
+    // A name with a double quote comes back as the phone read it from the part header,
+    // where libcurl writes '"' as "%22": such results land under the name that was sent.
+    QHash<QString, QString> sentNames;
+    for (const QString& name : staged) {
+        if (name.contains(u'"'))
+            sentNames.insert(UniqueNames::asInPartHeader(name) + u".vx", name + u".vx");
     }
-    if (outcome.status != 200)
-        return failed();
-
-    const auto entries = unpack(zip, *work, m_folder);
-    if (cancelled())
-        return { Outcome::Cancelled, {}, {}, {} };
-    Result result { Outcome::Succeeded, {}, {}, {} };
-    for (const SafeArchive::Entry& entry : entries.value_or(QList<SafeArchive::Entry>())) {
-        if (const QString landed = land(entry, entry.name, m_folder); !landed.isEmpty())
-            result.written.append(landed);
-    }
-    return result;
+    QList<SafeArchive::Landing> landings;
+    for (const SafeArchive::Entry& entry : std::get<Received>(received).entries)
+        landings.append({ entry.tempPath, sentNames.value(entry.name, entry.name) });
+    return landAll(landings);
 }

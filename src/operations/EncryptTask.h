@@ -10,6 +10,7 @@ class EncryptTask : public OperationTask
 
 public:
     EncryptTask(QStringList files, QString recipients, QString resultsFolder, QString url, QObject* parent = nullptr);
+    ~EncryptTask() override { stopWorker(); }
 
     // The upload name of each file, by the unique-name rule against the results folder.
     static QStringList stagedNames(const QStringList& files, const QString& resultsFolder);
@@ -21,5 +22,4 @@ protected:
 private:
     QStringList m_files;
     QString m_recipients;
-    QString m_folder;
 };

@@ -1,26 +1,41 @@
 #include "operations/OperationTask.h"
 
 #include "app/Log.h"
-#include "operations/UniqueNames.h"
 
 #include <QCoreApplication>
-#include <QFileInfo>
-#include <QStorageInfo>
 #include <QDateTime>
 #include <QDir>
-#include <QRegularExpression>
+#include <QFile>
+#include <QStorageInfo>
 #include <QUuid>
 
-OperationTask::OperationTask(QString url, QObject* parent)
+namespace {
+
+std::function<qint64(const QString&)>& freeSpaceProbe()
+{
+    static std::function<qint64(const QString&)> probe;
+    return probe;
+}
+
+} // namespace
+
+OperationTask::OperationTask(QString url, QString resultsFolder, QString failureTitle, QObject* parent)
     : QObject(parent)
     , m_url(std::move(url))
     , m_operationId(makeOperationId())
+    , m_resultsFolder(std::move(resultsFolder))
+    , m_failureTitle(std::move(failureTitle))
 {
     qRegisterMetaType<OperationTask::Result>();
     qRegisterMetaType<OperationTask::Stage>();
 }
 
 OperationTask::~OperationTask()
+{
+    stopWorker();
+}
+
+void OperationTask::stopWorker()
 {
     m_cancel = true;
     if (m_worker.joinable())
@@ -37,12 +52,18 @@ QString OperationTask::clientType()
     return u"MacOS(v" + QCoreApplication::applicationVersion() + u')';
 }
 
+void OperationTask::setFreeSpaceProbeForTesting(std::function<qint64(const QString&)> probe)
+{
+    freeSpaceProbe() = std::move(probe);
+}
+
 void OperationTask::start()
 {
     if (m_running.exchange(true))
         return;
     m_worker = std::thread([this] {
         const Result result = run();
+        // Dropped by Qt when the task is gone by then.
         QMetaObject::invokeMethod(this, [this, result] {
             if (m_worker.joinable())
                 m_worker.join();
@@ -63,11 +84,91 @@ void OperationTask::report(Stage stage, qint64 done, qint64 total)
                               Qt::QueuedConnection);
 }
 
-MultipartUpload::Outcome OperationTask::upload(const QList<MultipartUpload::Part>& parts, const QString& replyPath)
+qint64 OperationTask::freeSpace() const
 {
+    if (const auto& probe = freeSpaceProbe())
+        return probe(m_resultsFolder);
+    return QStorageInfo(m_resultsFolder).bytesAvailable();
+}
+
+OperationTask::Result OperationTask::connectionFailed() const
+{
+    //: Dialog description when the encryption is unsuccessful
+    //% "Connection timeout"
+    return failedWith(qtTrId("connectionTimeout"));
+}
+
+OperationTask::Result OperationTask::notEnoughSpace() const
+{
+    //: Dialog description when the results would not fit on the disk; %1 is the results folder
+    //% "There is not enough free space in %1."
+    return failedWith(qtTrId("notEnoughFreeSpace").arg(QDir::toNativeSeparators(m_resultsFolder)));
+}
+
+OperationTask::Result OperationTask::replyNotSaved(const QString& reason) const
+{
+    //: Dialog description when the phone's reply cannot be stored; %1 says why
+    //% "The phone's reply could not be saved: %1."
+    return failedWith(qtTrId("replyNotSaved").arg(reason));
+}
+
+namespace {
+
+QString reasonOf(const SafeArchive::Result& unpacked)
+{
+    using SafeArchive::Failure;
+    switch (unpacked.failure) {
+    case Failure::BadName:
+        //: Why a reply was not saved; %1 is the refused name
+        //% "it holds a file whose name cannot be used (%1)"
+        return qtTrId("replyBadName").arg(unpacked.detail.left(80));
+    case Failure::NotAPlainFile:
+        //: Why a reply was not saved; %1 is the entry's name
+        //% "it holds a link or a special file (%1)"
+        return qtTrId("replyNotAPlainFile").arg(unpacked.detail.left(80));
+    case Failure::TooManyEntries:
+        //: Why a reply was not saved
+        //% "it holds more than %1 files"
+        return qtTrId("replyTooManyEntries").arg(SafeArchive::maxEntries);
+    case Failure::CannotWrite:
+        //: Why a reply was not saved; %1 is the system's reason
+        //% "a file could not be written (%1)"
+        return qtTrId("replyCannotWrite").arg(unpacked.detail);
+    case Failure::Broken:
+    case Failure::NoSpace:
+    case Failure::Cancelled:
+    case Failure::None:
+        break;
+    }
+    //: Why a reply was not saved
+    //% "it is damaged or not a zip archive"
+    return qtTrId("replyBroken");
+}
+
+} // namespace
+
+std::variant<OperationTask::Result, OperationTask::Received>
+OperationTask::sendAndUnpack(const QList<MultipartUpload::Part>& parts, qint64 uploadBytes,
+                             const std::optional<QString>& refusal400, int fileMode)
+{
+    // The reply and its unpacked files both need room: refuse before sending anything.
+    if (freeSpace() - reserveBytes < 2 * uploadBytes)
+        return notEnoughSpace();
+    QString error;
+    Received received { OperationFolder::create(m_resultsFolder, m_operationId, &error), {} };
+    if (!received.folder) {
+        Log::line(error);
+        return replyNotSaved(error);
+    }
+    const QString work = received.folder->path();
+    const QString zip = work + u'/' + m_operationId + u".zip";
+    const QString unpackFolder = work + QStringLiteral("/unpack");
+    if (!QDir().mkdir(unpackFolder))
+        return replyNotSaved(u"cannot create " + unpackFolder);
+
     report(Stage::Sending, 0, 1);
-    return MultipartUpload::send(
-        m_url, parts, replyPath,
+    const MultipartUpload::Outcome outcome = MultipartUpload::send(
+        m_url, parts, zip,
         [this](const MultipartUpload::Progress& p) {
             if (p.received > 0)
                 report(Stage::Receiving, p.received, 0);
@@ -76,62 +177,70 @@ MultipartUpload::Outcome OperationTask::upload(const QList<MultipartUpload::Part
             else
                 report(Stage::Sending, p.sent, p.total);
         },
-        m_cancel);
-}
-
-std::optional<QString> OperationTask::prepare(const QString& folder, qint64 uploadBytes)
-{
-    const QString work = folder + u'/' + m_operationId;
-    if (folder.isEmpty() || !QDir().mkpath(work + QStringLiteral("/unpack"))) {
-        Log::line(u"Cannot create " + work);
-        return std::nullopt;
+        m_cancel, freeSpace() - reserveBytes);
+    using Problem = MultipartUpload::Outcome::Problem;
+    if (outcome.cancelled || cancelled())
+        return cancelledResult();
+    // A refusal is a refusal even when the phone drops the connection right after saying so.
+    if (outcome.status == 400 && refusal400)
+        return Result { Outcome::Refused, m_failureTitle, *refusal400, {} };
+    switch (outcome.problem) {
+    case Problem::FileChanged:
+        //: Dialog description when a file changed size while it was being sent; %1 is its name
+        //% "%1 changed while it was being sent. Nothing was saved; please try again."
+        return failedWith(qtTrId("fileChangedWhileSent").arg(outcome.problemDetail.section(u'/', -1)));
+    case Problem::ReplyTooLarge:
+        Log::line(QStringLiteral("The phone's reply went past the free space"));
+        return notEnoughSpace();
+    case Problem::ReplyNotWritten:
+        Log::line(u"Cannot write the phone's reply: " + outcome.problemDetail);
+        return replyNotSaved(outcome.problemDetail);
+    case Problem::FileUnreadable: // reported like any failed request
+    case Problem::None:
+        break;
     }
-    // The reply and its unpacked files both need room: refuse before sending anything.
-    if (QStorageInfo(folder).bytesAvailable() < 2 * uploadBytes + 16 * 1024 * 1024) {
-        Log::line(u"Not enough free space for the results in " + folder);
-        QDir(work).removeRecursively();
-        return std::nullopt;
+    if (!outcome.failure.isEmpty()) {
+        Log::line(u"The phone's reply did not arrive whole: " + outcome.failure);
+        return connectionFailed();
     }
-    return work;
-}
+    if (outcome.status != 200)
+        return connectionFailed();
+    if (outcome.replyBytes == 0) {
+        // Status 200 without a body: there is nothing to store.
+        //: Why a reply was not saved
+        //% "it is empty"
+        return replyNotSaved(qtTrId("replyEmpty"));
+    }
 
-std::optional<QList<SafeArchive::Entry>> OperationTask::unpack(const QString& zip, const QString& work, const QString& folder)
-{
     report(Stage::Unpacking, 0, 1);
     const SafeArchive::Result unpacked = SafeArchive::extract(
-        zip, work + QStringLiteral("/unpack"), QStorageInfo(folder).bytesAvailable(),
-        [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &m_cancel);
+        zip, unpackFolder, freeSpace() - reserveBytes, [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); },
+        &m_cancel, fileMode);
+    if (!QFile::remove(zip))
+        Log::line(QStringLiteral("Cannot delete zip archive"));
     if (cancelled())
-        return std::nullopt;
+        return cancelledResult();
     if (!unpacked.ok) {
-        Log::line(u"Cannot unpack the phone's reply: " + unpacked.failure);
-        return std::nullopt;
+        Log::line(u"Cannot unpack the phone's reply: " + unpacked.detail);
+        if (unpacked.failure == SafeArchive::Failure::NoSpace)
+            return notEnoughSpace();
+        return replyNotSaved(reasonOf(unpacked));
     }
-    return unpacked.entries;
+    received.entries = unpacked.entries;
+    return received;
 }
 
-QString OperationTask::land(const SafeArchive::Entry& entry, const QString& name, const QString& folder)
+OperationTask::Result OperationTask::landAll(const QList<SafeArchive::Landing>& landings)
 {
-    const QString landed = SafeArchive::moveIn(entry.tempPath, folder, [&name](int counter) {
-        return counter == 0 ? name : UniqueNames::withCounter(name, counter);
-    });
-    if (landed.isEmpty())
-        Log::line(u"Cannot move " + name + u" into " + folder);
-    return landed;
-}
-
-int removeLeftoverOperationFolders(const QString& folder)
-{
-    static const QRegularExpression uuid(
-        QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}(\\.zip)?$"));
-    int removed = 0;
-    QDir dir(folder);
-    for (const QFileInfo& info : dir.entryInfoList(QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot | QDir::Hidden)) {
-        if (!uuid.match(info.fileName()).hasMatch() || info.isSymLink())
-            continue;
-        const bool isZip = info.fileName().endsWith(u".zip");
-        if (isZip ? (info.isFile() && QFile::remove(info.filePath())) : (info.isDir() && QDir(info.filePath()).removeRecursively()))
-            ++removed;
+    if (cancelled())
+        return cancelledResult();
+    QString error;
+    const auto landed = SafeArchive::landAll(landings, m_resultsFolder, &error);
+    if (!landed) {
+        Log::line(u"Cannot move the results into " + m_resultsFolder + u": " + error);
+        //: Dialog description when the results cannot be put into their folder; %1 is the folder, %2 why
+        //% "The results could not be moved into %1: %2."
+        return failedWith(qtTrId("resultsNotMovedIn").arg(QDir::toNativeSeparators(m_resultsFolder), error));
     }
-    return removed;
+    return { Outcome::Succeeded, {}, {}, *landed };
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "operations/MultipartUpload.h"
+#include "operations/OperationFolder.h"
 #include "operations/SafeArchive.h"
 
 #include <QObject>
@@ -8,13 +9,19 @@
 #include <QStringList>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <thread>
+#include <variant>
 
 // One encrypt or decrypt operation as a task: start(), cancel(), progress by stage, and a
 // finished result carrying what the user should be told. The transfer and the unpacking run
 // on a worker thread; signals arrive on the thread that owns the task.
+//
+// Lifetime: the worker reads the derived task's members, so every derived destructor calls
+// stopWorker() first; destroying a running task cancels it and waits (at most a tenth of a
+// second or so: every stage looks at the cancel flag that often).
 class OperationTask : public QObject
 {
     Q_OBJECT
@@ -32,6 +39,9 @@ public:
         QStringList written; // the result files that landed
     };
 
+    // Free space kept for the rest of the system: replies and results never eat into it.
+    static constexpr qint64 reserveBytes = 64LL * 1024 * 1024;
+
     ~OperationTask() override;
 
     void start();
@@ -44,41 +54,55 @@ public:
     // "MacOS(v" + version + ")".
     static QString clientType();
 
+    // Test seam: how the free bytes of a folder are read (a full disk can be played).
+    static void setFreeSpaceProbeForTesting(std::function<qint64(const QString& folder)> probe);
+
 Q_SIGNALS:
     void progress(OperationTask::Stage stage, qint64 done, qint64 total);
     void finished(const OperationTask::Result& result);
 
 protected:
-    explicit OperationTask(QString url, QObject* parent);
+    OperationTask(QString url, QString resultsFolder, QString failureTitle, QObject* parent);
+
+    // Cancels and joins the worker; every derived destructor calls it before its members go.
+    void stopWorker();
 
     // Runs on the worker thread.
     virtual Result run() = 0;
 
-    // Makes the operation's folder inside `folder` and checks that the reply and its unpacked
-    // files will fit; the folder's path, or nothing (logged).
-    std::optional<QString> prepare(const QString& folder, qint64 uploadBytes);
-    // Sends the parts and writes the reply to `replyPath`, reporting progress.
-    MultipartUpload::Outcome upload(const QList<MultipartUpload::Part>& parts, const QString& replyPath);
-    // Unpacks the reply inside `work`; nothing when cancelled or refused (logged).
-    std::optional<QList<SafeArchive::Entry>> unpack(const QString& zip, const QString& work, const QString& folder);
-    // Moves an unpacked file into `folder` as `name`, or the first free counted name; logged
-    // when it cannot.
-    static QString land(const SafeArchive::Entry& entry, const QString& name, const QString& folder);
-    void report(Stage stage, qint64 done, qint64 total);
+    // What the phone sent back, unpacked in the operation's own folder (which goes when this
+    // goes), or the result to report when it never got that far.
+    struct Received
+    {
+        std::unique_ptr<OperationFolder> folder;
+        QList<SafeArchive::Entry> entries;
+    };
+    // Sends the parts, stores the reply and unpacks it. `refusal400` is the message of a 400
+    // status, when it has one of its own.
+    std::variant<Result, Received> sendAndUnpack(const QList<MultipartUpload::Part>& parts, qint64 uploadBytes,
+                                                 const std::optional<QString>& refusal400, int fileMode);
+    // Moves the files in, all or none; the result to report.
+    Result landAll(const QList<SafeArchive::Landing>& landings);
+
+    Result failedWith(const QString& message) const { return { Outcome::Failed, m_failureTitle, message, {} }; }
+    Result connectionFailed() const;
+    static Result cancelledResult() { return { Outcome::Cancelled, {}, {}, {} }; }
     bool cancelled() const { return m_cancel.load(); }
-    const std::atomic<bool>& cancelFlag() const { return m_cancel; }
 
     QString m_url;
     QString m_operationId;
+    QString m_resultsFolder;
 
 private:
+    void report(Stage stage, qint64 done, qint64 total);
+    qint64 freeSpace() const;
+    Result notEnoughSpace() const;
+    Result replyNotSaved(const QString& reason) const;
+
+    QString m_failureTitle;
     std::atomic<bool> m_cancel { false };
     std::atomic<bool> m_running { false };
     std::thread m_worker;
     qint64 m_lastReport = 0;
 };
 Q_DECLARE_METATYPE(OperationTask::Result)
-
-// Removes operation folders that an interrupted run left behind in `folder`: folders (and
-// their old archives) named with the upper-case UUIDs operations make. Nothing else.
-int removeLeftoverOperationFolders(const QString& folder);

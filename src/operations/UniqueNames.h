@@ -21,4 +21,8 @@ QString uniqueEncryptedName(const QString& folder, const QString& name);
 // A decrypted file's name that nothing in the decrypted-results folder takes.
 QString uniqueDecryptedName(const QString& folder, const QString& name);
 
+// A name as libcurl writes it in a part header: '"', CR and LF percent-escaped. The phone
+// names its results by what it read there.
+QString asInPartHeader(QString name);
+
 } // namespace UniqueNames

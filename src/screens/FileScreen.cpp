@@ -16,6 +16,7 @@
 #include <QElapsedTimer>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPointer>
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -195,8 +196,9 @@ void FileScreen::addFiles(const QStringList& paths)
 
 void FileScreen::chooseFiles()
 {
+    const QPointer<FileScreen> self(this);
     const QStringList paths = Dialogs::current().chooseFiles(this, m_settings.chooseFolder.value_or(QString()));
-    if (!paths.isEmpty())
+    if (self && !paths.isEmpty())
         addFiles(paths);
 }
 
@@ -321,9 +323,18 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
                 overlay->setDetail(figures->rate.describe());
             });
     connect(task, &OperationTask::finished, this, [this, task, overlay, finish](const OperationTask::Result& result) {
-        if (!result.title.isEmpty())
+        if (!result.title.isEmpty()) {
+            // The alert's nested event loop may outlive this screen; the task and the overlay
+            // are its children and go with it.
+            const QPointer<FileScreen> self(this);
             showAlert(this, result.title, result.message, Dialogs::Style::Critical);
-        finish();
+            if (!self)
+                return;
+        }
+        // A cancel leaves marks and choices as they were; only an operation that ran its
+        // course clears them.
+        if (result.outcome != OperationTask::Outcome::Cancelled)
+            finish();
         m_results->refresh();
         overlay->deleteLater();
         task->deleteLater();

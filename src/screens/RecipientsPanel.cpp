@@ -206,10 +206,13 @@ void RecipientsPanel::afterGroupChange()
 
 void RecipientsPanel::createGroupButtonClicked()
 {
+    // Every dialog runs a nested event loop: the panel may be gone when it returns (the phone
+    // left and the window went back to pairing), so each one is followed by this check.
+    const QPointer<RecipientsPanel> self(this);
     const auto typed = Dialogs::current().askText(this, QStringLiteral("Create New Group"), QStringLiteral("Enter group name:"),
                                                   QString(), QStringLiteral("Group name"), QStringLiteral("Create"),
                                                   QStringLiteral("Cancel"));
-    if (!typed)
+    if (!self || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
     if (!verdict.name)
@@ -256,10 +259,11 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
     const GroupPtr group = m_store->groupById(groupId);
     if (!group)
         return;
+    const QPointer<RecipientsPanel> self(this);
     const auto typed = Dialogs::current().askText(this, QStringLiteral("Edit Group"), QStringLiteral("Enter new group name:"),
                                                   group->name, QStringLiteral("Group name"), QStringLiteral("Save"),
                                                   QStringLiteral("Cancel"));
-    if (!typed)
+    if (!self || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
     if (!verdict.name)
@@ -308,9 +312,10 @@ void RecipientsPanel::memberPicker(qint64 groupId, const QString& title, const Q
     QStringList items;
     for (const GroupMemberModel& c : candidates)
         items.append(c.fullName + u'\n' + c.email);
+    const QPointer<RecipientsPanel> self(this);
     const auto chosen = Dialogs::current().chooseItems(this, title, QString(), items, QStringLiteral("OK"),
                                                        QStringLiteral("Cancel"));
-    if (!chosen || chosen->isEmpty())
+    if (!self || !chosen || chosen->isEmpty())
         return;
     QList<qint64> ids;
     for (int index : *chosen)
@@ -341,11 +346,12 @@ void RecipientsPanel::menuDeleteGroup(qint64 groupId)
                                  Dialogs::Style::Warning);
         return;
     }
+    const QPointer<RecipientsPanel> self(this);
     const int answer = Dialogs::current().ask(
         this, QStringLiteral("Delete Group"),
         u"Are you sure you want to delete '" + group->name + u"'? This action cannot be undone.",
         { QStringLiteral("Delete"), QStringLiteral("Cancel") }, Dialogs::Style::Warning);
-    if (answer != 0)
+    if (!self || answer != 0)
         return;
     NetworkClient::shared().deleteGroup(groupId, this, [this](const APIResult<NoContent>& result) {
         if (!result.isSuccess())

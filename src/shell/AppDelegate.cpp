@@ -2,12 +2,38 @@
 
 #include "app/Session.h"
 #include "app/StoredSession.h"
-#include "operations/OperationTask.h"
+#include "operations/OperationFolder.h"
 #include "pairing/MobileDeviceListener.h"
 #include "storage/WorkingFolders.h"
+#include "widgets/Dialogs.h"
+
+#include <QDir>
+#include <QLockFile>
+#include <QStandardPaths>
 
 AppDelegate::AppDelegate() = default;
 AppDelegate::~AppDelegate() = default;
+
+bool AppDelegate::claimSingleInstance()
+{
+    QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (folder.isEmpty())
+        folder = QDir::tempPath();
+    QDir().mkpath(folder);
+    m_instanceLock = std::make_unique<QLockFile>(folder + QStringLiteral("/varnex-desktop.lock"));
+    // Never stale by age: only a lock whose program is gone is taken over.
+    m_instanceLock->setStaleLockTime(0);
+    if (m_instanceLock->tryLock(0))
+        return true;
+    m_instanceLock.reset();
+    //: Dialog title when the program is started a second time
+    //% "Varnex Desktop is already running"
+    const QString title = qtTrId("alreadyRunningTitle");
+    //: Dialog description when the program is started a second time
+    //% "Use the window that is already open. Only one Varnex Desktop can run at a time."
+    showAlert(nullptr, title, qtTrId("alreadyRunningDescription"), Dialogs::Style::Informational);
+    return false;
+}
 
 void AppDelegate::applicationDidFinishLaunching()
 {
@@ -16,7 +42,7 @@ void AppDelegate::applicationDidFinishLaunching()
     // Operation folders an interrupted run left behind; nothing else is ever removed.
     for (const auto& folder : { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {
         if (folder)
-            removeLeftoverOperationFolders(*folder);
+            OperationFolder::removeLeftovers(*folder);
     }
     m_listener = std::make_unique<MobileDeviceListener>(MobileDeviceListener::defaultPort);
     m_listener->start();

@@ -3,6 +3,7 @@
 #include <memory>
 
 class MobileDeviceListener;
+class QLockFile;
 
 // Runs the start-up sequence and owns what lives as long as the process: the device
 // listener. Screens are made by the shell after start-up.
@@ -11,6 +12,10 @@ class AppDelegate
 public:
     AppDelegate();
     ~AppDelegate();
+
+    // One program at a time: true when this is the only one running. Otherwise the user is
+    // told that Varnex Desktop is already running, and the caller exits.
+    bool claimSingleInstance();
 
     // Prepares the working folders, starts the listener and logs whether a stored session
     // exists. The window opens on pairing whatever the stored session says.
@@ -24,5 +29,6 @@ public:
     MobileDeviceListener* listener() const { return m_listener.get(); }
 
 private:
+    std::unique_ptr<QLockFile> m_instanceLock;
     std::unique_ptr<MobileDeviceListener> m_listener;
 };

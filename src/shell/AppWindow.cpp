@@ -6,6 +6,7 @@
 #include "shell/ReplacePresentationAnimator.h"
 #include "shell/ScreenFactory.h"
 #include "widgets/Colors.h"
+#include "widgets/ModalDialogs.h"
 
 #include <QIcon>
 #include <QVBoxLayout>
@@ -65,6 +66,24 @@ void AppWindow::showPairing()
 void AppWindow::showMain()
 {
     auto* main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
-    connect(main, &MainViewController::connectionLost, this, &AppWindow::showPairing);
+    connect(main, &MainViewController::connectionLost, this, &AppWindow::showPairingWhenNoDialog);
     present(main);
+}
+
+void AppWindow::showPairingWhenNoDialog()
+{
+    if (!ModalDialogs::anyOpen()) {
+        m_pairingPending = false;
+        showPairing();
+        return;
+    }
+    if (m_pairingPending)
+        return;
+    m_pairingPending = true;
+    // Queued: the swap runs once the dialog's stack has unwound, and checks again (another
+    // dialog may have opened by then).
+    connect(&ModalDialogs::instance(), &ModalDialogs::allClosed, this, [this] {
+        m_pairingPending = false;
+        showPairingWhenNoDialog();
+    }, static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::SingleShotConnection));
 }

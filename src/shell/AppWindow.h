@@ -22,6 +22,10 @@ public:
     // The flow: pairing screen first; main window after a pairing; back on a lost phone.
     void showPairing();
     void showMain();
+    // Back to pairing once no modal dialog is open: a dialog's nested event loop runs on the
+    // stack of the screen that opened it, and the swap deletes that screen.
+    void showPairingWhenNoDialog();
+    bool isPairingPending() const { return m_pairingPending; }
 
 Q_SIGNALS:
     void contentChanged(QWidget* screen);
@@ -31,4 +35,5 @@ private:
 
     QVBoxLayout* m_layout = nullptr;
     QPointer<QWidget> m_content;
+    bool m_pairingPending = false;
 };

@@ -1,5 +1,7 @@
 #include "widgets/Dialogs.h"
 
+#include "widgets/ModalDialogs.h"
+
 #include <QCheckBox>
 #include <QDesktopServices>
 #include <QDialog>
@@ -51,6 +53,13 @@ QDialogButtonBox* buttonBox(const QString& ok, const QString& cancel, QDialog* d
     return buttons;
 }
 
+// Dialogs belong to the long-lived top-level window, never to a screen: a screen can be
+// deleted while its dialog is open, and a dialog must not go with it mid-loop.
+QWidget* topLevel(QWidget* parent)
+{
+    return parent ? parent->window() : nullptr;
+}
+
 class RealDialogs final : public Dialogs
 {
 public:
@@ -62,7 +71,8 @@ public:
     int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons,
             Style style) override
     {
-        QMessageBox box(iconOf(style), title, message, QMessageBox::NoButton, parent);
+        const ModalDialogs::Scope open;
+        QMessageBox box(iconOf(style), title, message, QMessageBox::NoButton, topLevel(parent));
         box.setText(title);
         box.setInformativeText(message);
         box.setStyleSheet(QStringLiteral("QLabel#qt_msgbox_label, QLabel#qt_msgbox_informativelabel { min-width: 300px; }"));
@@ -83,7 +93,8 @@ public:
     {
         // Laid out as an alert: the title as a heading, the question in the body, then a field
         // 300 points wide that has the focus.
-        QDialog dialog(parent);
+        const ModalDialogs::Scope open;
+        QDialog dialog(topLevel(parent));
         dialog.setWindowTitle(title);
         dialog.setAccessibleName(title);
         auto* layout = new QVBoxLayout(&dialog);
@@ -115,7 +126,8 @@ public:
                                           const QStringList& items, const QString& okButton,
                                           const QString& cancelButton) override
     {
-        QDialog dialog(parent);
+        const ModalDialogs::Scope open;
+        QDialog dialog(topLevel(parent));
         dialog.setWindowTitle(title);
         dialog.setAccessibleName(title);
         auto* layout = new QVBoxLayout(&dialog);
@@ -196,7 +208,8 @@ public:
     QStringList chooseFiles(QWidget* parent, const QString& folder) override
     {
         // Read-only: the dialog offers no "Create New Folder", renaming or deleting.
-        return QFileDialog::getOpenFileNames(parent, QString(), folder, QString(), nullptr, QFileDialog::ReadOnly);
+        const ModalDialogs::Scope open;
+        return QFileDialog::getOpenFileNames(topLevel(parent), QString(), folder, QString(), nullptr, QFileDialog::ReadOnly);
     }
 
     bool openPath(const QString& path) override { return QDesktopServices::openUrl(QUrl::fromLocalFile(path)); }

@@ -154,7 +154,18 @@ void TestApiClient::errorStatusesOverTheWire_data()
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("body"); // "-": no body
     QTest::addColumn<QString>("description");
-    QTest::newRow("400 message") << "create" << 400 << "{\"message\":\"Name too long\"}" << "Bad request: Name too long";
+    // Judged by the status whatever error kind Qt gives it (400 and 418 arrive as protocol
+    // errors, 407 as a proxy error): a body that is no group is a decoding failure first.
+    QTest::newRow("400 message on a record") << "create" << 400 << "{\"message\":\"Name too long\"}" << "decoding";
+    QTest::newRow("400 with a group on a record") << "create" << 400 << "{\"id\":7,\"name\":\"X\",\"ownerEmail\":\"a@b\"}" << "ok";
+    QTest::newRow("400 bare on a list") << "fetch" << 400 << "-" << "Bad request: Bad request";
+    QTest::newRow("400 on delete succeeds") << "delete" << 400 << "{\"message\":\"x\"}" << "ok";
+    QTest::newRow("407 bare on a record") << "update" << 407 << "-" << "HTTP error 407";
+    QTest::newRow("407 on a list") << "candidates" << 407 << "-" << "HTTP error 407";
+    QTest::newRow("407 on add succeeds") << "add" << 407 << "-" << "ok";
+    QTest::newRow("418 bare on a list") << "fetch" << 418 << "-" << "HTTP error 418";
+    QTest::newRow("418 on a record") << "create" << 418 << "-" << "HTTP error 418";
+    QTest::newRow("418 on delete succeeds") << "delete" << 418 << "-" << "ok";
     QTest::newRow("400 bare") << "create" << 400 << "-" << "Bad request: Bad request";
     QTest::newRow("401") << "fetch" << 401 << "-" << "Not authenticated. Please scan QR code with iOS app first.";
     // A body that is not the expected record fails decoding before the status is looked at.

@@ -6,6 +6,8 @@
 #include <QJsonDocument>
 #include <QTest>
 
+#include <limits>
+
 namespace {
 
 template<typename T>
@@ -32,6 +34,8 @@ private Q_SLOTS:
     void createdOnForms();
     void groupRequiredAndOptionalFields_data();
     void groupRequiredAndOptionalFields();
+    void idsStayExactIn64Bits_data();
+    void idsStayExactIn64Bits();
     void identityIsTheId();
     void summaryAndBodies();
     void errorDescriptions_data();
@@ -127,6 +131,34 @@ void TestApiRecords::groupRequiredAndOptionalFields()
     const QByteArray list = "[{\"id\":1,\"name\":\"A\"}," + group.toUtf8() + "]";
     if (!group.startsWith(u'['))
         QTEST(ok(RecordDecoding::groupListBody(list)), "decodes");
+}
+
+void TestApiRecords::idsStayExactIn64Bits_data()
+{
+    QTest::addColumn<QByteArray>("id");
+    QTest::addColumn<qint64>("expected"); // 0: refused
+    QTest::newRow("2^53 + 1") << QByteArray("9007199254740993") << Q_INT64_C(9007199254740993);
+    QTest::newRow("largest") << QByteArray("9223372036854775807") << std::numeric_limits<qint64>::max();
+    QTest::newRow("negative beyond 2^53") << QByteArray("-9007199254740995") << Q_INT64_C(-9007199254740995);
+    QTest::newRow("beyond 64 bits") << QByteArray("18446744073709551616") << Q_INT64_C(0);
+    QTest::newRow("fraction") << QByteArray("12.25") << Q_INT64_C(0);
+}
+
+void TestApiRecords::idsStayExactIn64Bits()
+{
+    QFETCH(QByteArray, id);
+    QFETCH(qint64, expected);
+    const auto decoded = RecordDecoding::groupBody("{\"id\":" + id + ",\"name\":\"G\",\"groupMembers\":[{\"id\":" + id
+                                                   + ",\"fullName\":\"M\",\"email\":\"m@x\"}]}");
+    QCOMPARE(ok(decoded), expected != 0);
+    if (expected == 0)
+        return;
+    const GroupPtr group = std::get<GroupPtr>(decoded);
+    QCOMPARE(group->id, expected);
+    QCOMPARE(group->groupMembers.at(0).id, expected);
+    // And back out unchanged in a request body.
+    QCOMPARE(QJsonDocument(AddUsersToGroupRequest { { expected } }.toJson()).toJson(QJsonDocument::Compact),
+             "{\"users\":[" + id + "]}");
 }
 
 void TestApiRecords::identityIsTheId()

@@ -146,7 +146,8 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
     fault->archive = d.value(u"archive").toString();
     fault->times = d.value(u"times").toInt(0);
     static const QStringList archives { QString(), u"escape"_qs, u"absolute"_qs, u"symlink"_qs, u"corrupt"_qs,
-                                        u"empty"_qs, u"unmatched"_qs, u"bomb"_qs };
+                                        u"empty"_qs, u"unmatched"_qs, u"bomb"_qs, u"longName"_qs,
+                                        u"controlChar"_qs, u"leadingDot"_qs, u"subfolder"_qs };
     if (!archives.contains(fault->archive))
         return false;
     std::lock_guard lock(m_mutex);
@@ -644,6 +645,16 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
             entries = { { QStringLiteral("/tmp/varnex-absolute.txt"), {}, QByteArrayLiteral("absolute\n") } };
         else if (kind == u"symlink")
             entries = { { QStringLiteral("link.vx"), {}, {}, 0, QStringLiteral("/etc/passwd") } };
+        // The next three keep the real results and add one entry with a name no desktop can
+        // take, after them: all or nothing is what they test.
+        else if (kind == u"longName")
+            entries.append({ QString(303, u'n') + u".txt.vx", {}, QByteArrayLiteral("long\n") });
+        else if (kind == u"controlChar")
+            entries.append({ QStringLiteral("bell\x07.txt.vx"), {}, QByteArrayLiteral("bell\n") });
+        else if (kind == u"leadingDot")
+            entries.append({ QStringLiteral(".hidden.vx"), {}, QByteArrayLiteral("hidden\n") });
+        else if (kind == u"subfolder") // harmless: a folder and a file in it, to be skipped
+            entries += { { QStringLiteral("extra/"), {}, {} }, { QStringLiteral("extra/inner.txt.vx"), {}, QByteArrayLiteral("inner\n") } };
         else if (kind == u"unmatched")
             entries.append({ QStringLiteral("not-uploaded.bin"), {}, QByteArrayLiteral("surprise\n") });
         else if (kind == u"bomb") {

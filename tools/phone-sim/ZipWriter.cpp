@@ -34,6 +34,12 @@ bool writeEntry(archive* a, const Entry& entry)
         archive_entry_set_size(e.get(), 0);
         return archive_write_header(a, e.get()) == ARCHIVE_OK;
     }
+    if (entry.name.endsWith(u'/')) { // a directory entry
+        archive_entry_set_filetype(e.get(), AE_IFDIR);
+        archive_entry_set_perm(e.get(), 0755);
+        archive_entry_set_size(e.get(), 0);
+        return archive_write_header(a, e.get()) == ARCHIVE_OK;
+    }
     archive_entry_set_filetype(e.get(), AE_IFREG);
     archive_entry_set_perm(e.get(), 0644);
 

@@ -9,7 +9,7 @@ namespace ZipWriter {
 
 struct Entry
 {
-    QString name;           // the name inside the archive, written as given
+    QString name;           // the name inside the archive, written as given; "x/" is a directory
     QString sourcePath;     // file whose bytes form the entry, or
     QByteArray data;        // the entry's bytes when no sourcePath
     qint64 repeatZeros = 0; // or that many zero bytes (for expansion tests)
