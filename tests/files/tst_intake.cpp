@@ -9,6 +9,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using Buttons = IntakeList::Buttons;
 Q_DECLARE_METATYPE(IntakeList::Kind)
 
@@ -38,6 +40,7 @@ class TestIntake : public QObject
 private Q_SLOTS:
     void admission_data();
     void admission();
+    void onlyRegularFilesAreAdmitted();
     void buttonUnit_data();
     void buttonUnit();
     void recipientsCompleteTheOperationRule();
@@ -82,6 +85,23 @@ void TestIntake::admission()
     QCOMPARE(list.buttons().markAll, !list.files().isEmpty());
     for (const auto& f : list.files())
         QVERIFY(!f->isChecked);
+}
+
+void TestIntake::onlyRegularFilesAreAdmitted()
+{
+    QTemporaryDir dir;
+    touch(dir.filePath(u"report.pdf"_qs));
+    QVERIFY(QFile::link(dir.filePath(u"report.pdf"_qs), dir.filePath(u"link.pdf"_qs))); // a link to a file is a file
+    QCOMPARE(::mkfifo(QFile::encodeName(dir.filePath(u"pipe.txt"_qs)).constData(), 0600), 0);
+    QDir().mkpath(dir.filePath(u"folder.txt"_qs));
+    QDir().mkpath(dir.filePath(u"folder.vx"_qs));
+    IntakeList encrypt(IntakeList::Kind::Encrypt);
+    QVERIFY(encrypt.addFiles({ dir.filePath(u"pipe.txt"_qs), dir.filePath(u"report.pdf"_qs), dir.filePath(u"folder.txt"_qs),
+                               u"/dev/null"_qs, dir.filePath(u"link.pdf"_qs) }));
+    QCOMPARE(names(encrypt.files()), (QStringList { u"report.pdf"_qs, u"link.pdf"_qs }));
+    IntakeList decrypt(IntakeList::Kind::Decrypt);
+    QVERIFY(decrypt.addFiles({ dir.filePath(u"folder.vx"_qs) }));
+    QVERIFY(decrypt.files().isEmpty());
 }
 
 void TestIntake::buttonUnit_data()

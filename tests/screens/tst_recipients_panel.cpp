@@ -65,6 +65,7 @@ private Q_SLOTS:
     void groupNameValidation_data();
     void groupNameValidation();
     void groupLifecycleAgainstThePhone();
+    void groupDialogsPrefillAndWarn();
     void phoneChangeSignalsReload();
     void screenshot();
     void dialogScreenshots();
@@ -255,6 +256,40 @@ void TestRecipientsPanel::groupLifecycleAgainstThePhone()
     dialogs.answers.enqueue(0); // Delete
     panel()->menuDeleteGroup(id);
     QTRY_VERIFY(!store()->groupById(id));
+}
+
+void TestRecipientsPanel::groupDialogsPrefillAndWarn()
+{
+    FakeDialogs dialogs;
+    // Create: an empty field with the "Group name" hint; a bad name is an Error warning.
+    dialogs.answers.enqueue(u"   "_qs);
+    panel()->createGroupButtonClicked();
+    QCOMPARE(dialogs.shown.at(0).kind, QStringLiteral("askText"));
+    QCOMPARE(dialogs.shown.at(0).initialText, QString());
+    QCOMPARE(dialogs.shown.at(0).placeholder, QStringLiteral("Group name"));
+    QCOMPARE(dialogs.shown.at(1).title, QStringLiteral("Error"));
+    QCOMPARE(dialogs.shown.at(1).style, Dialogs::Style::Warning);
+    // Rename: the field starts with the group's name.
+    const qint64 family = groupIdByName(store(), u"Family"_qs);
+    panel()->menuEditGroup(family); // cancelled
+    QCOMPARE(dialogs.shown.at(2).initialText, QStringLiteral("Family"));
+    QCOMPARE(dialogs.shown.at(2).placeholder, QStringLiteral("Group name"));
+    // Delete: refused while members remain, then confirmed, both as warnings.
+    panel()->menuDeleteGroup(family);
+    QCOMPARE(dialogs.shown.at(3).title, QStringLiteral("Cannot Delete Group"));
+    QCOMPARE(dialogs.shown.at(3).style, Dialogs::Style::Warning);
+    dialogs.answers.enqueue(u"Shortlived"_qs);
+    panel()->createGroupButtonClicked();
+    QTRY_VERIFY(groupIdByName(store(), u"Shortlived"_qs) > 0);
+    dialogs.answers.enqueue(0);
+    panel()->menuDeleteGroup(groupIdByName(store(), u"Shortlived"_qs));
+    QCOMPARE(dialogs.shown.last().title, QStringLiteral("Delete Group"));
+    QCOMPARE(dialogs.shown.last().options, (QStringList { u"Delete"_qs, u"Cancel"_qs }));
+    QCOMPARE(dialogs.shown.last().style, Dialogs::Style::Warning);
+    QTRY_VERIFY(groupIdByName(store(), u"Shortlived"_qs) < 0);
+    // Every dialog belongs to the window, through the screen that opened it.
+    for (const auto& shown : dialogs.shown)
+        QCOMPARE(shown.parent ? shown.parent->window() : nullptr, m_screen->window());
 }
 
 void TestRecipientsPanel::phoneChangeSignalsReload()
