@@ -17,7 +17,9 @@
 #include <QJsonArray>
 #include <QLabel>
 #include <QPushButton>
+#include <QPointer>
 #include <QRandomGenerator>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -70,6 +72,9 @@ private Q_SLOTS:
     void failedEncryptionTellsAndFinishes();
     void overlayCountsTheWaitAndCancelsOnEscape();
     void mainThreadStaysResponsive();
+    void cancelKeepsMarksAndRecipients();
+    void hostileReplyIsToldNotSwallowed();
+    void screenDestroyedMidOperation();
 
 private:
     void waitForRecipients(EncryptViewController& screen);
@@ -276,6 +281,72 @@ void TestOperationScreens::mainThreadStaysResponsive()
     QVERIFY2(worst < 150, qPrintable(QStringLiteral("stalled %1 ms").arg(worst)));
     QVERIFY(dialogs.shown.isEmpty());
     QVERIFY(!stage.isEmpty());
+}
+
+void TestOperationScreens::cancelKeepsMarksAndRecipients()
+{
+    FakeDialogs dialogs;
+    write(m_files + u"/a.txt"_qs, "a");
+    EncryptViewController encrypt;
+    waitForRecipients(encrypt);
+    AssociationsStore* store = encrypt.recipients->store();
+    store->clickRow(userRow(store, u"ben.ortiz@example.com"_qs));
+    encrypt.addFiles({ m_files + u"/a.txt"_qs });
+    encrypt.intakeList()->flip(0);
+    // The phone takes its time: the user gives up waiting.
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
+    encrypt.encryptFiles();
+    QVERIFY(encrypt.overlay());
+    QTest::mouseClick(encrypt.overlay()->cancelButton(), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 5000);
+    QVERIFY(dialogs.shown.isEmpty());
+    QVERIFY(encrypt.filesToEncrypt().at(0)->isChecked);
+    QCOMPARE(store->selectedRecipientEmails(), QStringList { u"ben.ortiz@example.com"_qs });
+    QVERIFY(encrypt.isOperationEnabled);
+    m_sim->clearFaults();
+}
+
+void TestOperationScreens::hostileReplyIsToldNotSwallowed()
+{
+    FakeDialogs dialogs;
+    write(m_files + u"/a.txt"_qs, "a");
+    EncryptViewController encrypt;
+    waitForRecipients(encrypt);
+    AssociationsStore* store = encrypt.recipients->store();
+    store->clickRow(userRow(store, u"ben.ortiz@example.com"_qs));
+    encrypt.addFiles({ m_files + u"/a.txt"_qs });
+    encrypt.intakeList()->flip(0);
+    const QStringList before = QDir(*WorkingFolders::encryptedFilesFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, u"longName"_qs } }));
+    encrypt.encryptFiles();
+    QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);
+    QCOMPARE(dialogs.shown.size(), 1);
+    QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Encryption failed"));
+    QVERIFY(dialogs.shown.at(0).message.startsWith(u"The phone's reply could not be saved: "));
+    QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Critical);
+    QCOMPARE(QDir(*WorkingFolders::encryptedFilesFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
+}
+
+void TestOperationScreens::screenDestroyedMidOperation()
+{
+    FakeDialogs dialogs;
+    write(m_files + u"/a.txt.vx"_qs, "a");
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"noAnswer"_qs, true } }));
+    auto* decrypt = new DecryptViewController;
+    decrypt->addFiles({ m_files + u"/a.txt.vx"_qs });
+    decrypt->intakeList()->flip(0);
+    decrypt->uploadForDecryption();
+    QPointer<OperationTask> task = decrypt->runningTask();
+    QVERIFY(task);
+    QSignalSpy progress(task.data(), &OperationTask::progress);
+    QTRY_VERIFY_WITH_TIMEOUT(progress.size() >= 2, 5000);
+    // The window swapping back to pairing deletes the screen with its running task.
+    delete decrypt;
+    QVERIFY(!task);
+    QTest::qWait(50); // nothing of the gone task may arrive
+    QVERIFY(dialogs.shown.isEmpty());
+    QCOMPARE(QDir(*WorkingFolders::decryptedFilesFolder()).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList());
+    m_sim->clearFaults();
 }
 
 QTEST_MAIN(TestOperationScreens)
