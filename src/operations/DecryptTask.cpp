@@ -52,14 +52,14 @@ OperationTask::Result DecryptTask::run()
     for (const Intake& f : m_files) {
         const QString name = File(f.path).fileName();
         const QString sent = UniqueNames::asInPartHeader(name);
-        const auto entry = std::find_if(entries.begin(), entries.end(), [&](const SafeArchive::Entry& e) {
-            return e.name == name || e.name == sent;
-        });
+        const auto entry = std::find_if(entries.begin(), entries.end(),
+            [&](const SafeArchive::Entry& e) { return e.name == name || e.name == sent; });
         if (entry == entries.end()) {
             Log::line(u"Cannot copy " + name + u": the phone sent no such file");
             continue;
         }
-        if (std::any_of(landings.begin(), landings.end(), [&](const auto& l) { return l.tempPath == entry->tempPath; }))
+        if (std::any_of(landings.begin(), landings.end(),
+                [&](const auto& l) { return l.tempPath == entry->tempPath; }))
             continue; // two intake files of one name: the result lands once
         landings.append({ entry->tempPath, name });
     }

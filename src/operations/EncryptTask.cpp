@@ -16,7 +16,8 @@ QString failedTitle()
 
 } // namespace
 
-EncryptTask::EncryptTask(QStringList files, QString recipients, QString resultsFolder, QString url, QObject* parent)
+EncryptTask::EncryptTask(
+    QStringList files, QString recipients, QString resultsFolder, QString url, QObject* parent)
     : OperationTask(std::move(url), std::move(resultsFolder), failedTitle(), parent)
     , m_files(std::move(files))
     , m_recipients(std::move(recipients))
@@ -31,14 +32,16 @@ QStringList EncryptTask::stagedNames(const QStringList& files, const QString& re
     return names;
 }
 
-QList<MultipartUpload::Part> EncryptTask::parts(const QStringList& files, const QStringList& staged, const QString& recipients)
+QList<MultipartUpload::Part> EncryptTask::parts(
+    const QStringList& files, const QStringList& staged, const QString& recipients)
 {
     QList<MultipartUpload::Part> parts { { QStringLiteral("emails"), recipients.toUtf8(), {}, {}, {} },
-                                         { QStringLiteral("type"), clientType().toUtf8(), {}, {}, {} } };
+        { QStringLiteral("type"), clientType().toUtf8(), {}, {}, {} } };
     for (int i = 0; i < files.size(); ++i) {
         // Named by the staged name without its last extension, filed by the staged name; the
         // bytes stream from the user's own file.
-        parts.append({ File(staged.at(i)).fileName(), {}, files.at(i), staged.at(i), MultipartUpload::contentTypeFor(staged.at(i)) });
+        parts.append({ File(staged.at(i)).fileName(), {}, files.at(i), staged.at(i),
+            MultipartUpload::contentTypeFor(staged.at(i)) });
     }
     return parts;
 }

@@ -58,7 +58,9 @@ size_t readSource(char* buffer, size_t size, size_t count, void* user)
     do
         n = wanted > 0 ? ::read(s->fd, buffer, size_t(wanted)) : 0;
     while (n < 0 && errno == EINTR);
-    struct stat st {};
+    struct stat st
+    {
+    };
     const bool last = offset + n >= s->size;
     if (n < 0 || (wanted > 0 && n == 0) || (last && (::fstat(s->fd, &st) != 0 || st.st_size != s->size))) {
         s->transfer->problem = n < 0 ? Problem::FileUnreadable : Problem::FileChanged;
@@ -71,7 +73,8 @@ size_t readSource(char* buffer, size_t size, size_t count, void* user)
 int seekSource(void* user, curl_off_t offset, int origin)
 {
     auto* s = static_cast<Source*>(user);
-    return origin == SEEK_SET && ::lseek(s->fd, offset, SEEK_SET) == offset ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+    return origin == SEEK_SET && ::lseek(s->fd, offset, SEEK_SET) == offset ? CURL_SEEKFUNC_OK
+                                                                            : CURL_SEEKFUNC_FAIL;
 }
 
 size_t writeReply(char* data, size_t size, size_t count, void* user)
@@ -116,7 +119,8 @@ QString contentTypeFor(const QString& fileName)
 }
 
 Outcome send(const QString& url, const QList<Part>& parts, const QString& replyPath,
-             const std::function<void(const Progress&)>& onProgress, const std::atomic<bool>& cancel, qint64 replyLimit)
+    const std::function<void(const Progress&)>& onProgress, const std::atomic<bool>& cancel,
+    qint64 replyLimit)
 {
     static CurlInit init;
     Outcome outcome;
@@ -136,7 +140,9 @@ Outcome send(const QString& url, const QList<Part>& parts, const QString& replyP
         source.path = part.filePath;
         source.transfer = &transfer;
         source.fd = ::open(QFile::encodeName(part.filePath).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        struct stat st {};
+        struct stat st
+        {
+        };
         if (source.fd < 0 || ::fstat(source.fd, &st) != 0 || !S_ISREG(st.st_mode)) {
             outcome.problem = Problem::FileUnreadable;
             outcome.problemDetail = part.filePath;
@@ -149,8 +155,10 @@ Outcome send(const QString& url, const QList<Part>& parts, const QString& replyP
         curl_mime_type(p, part.contentType.toUtf8().constData());
     }
 
-    const int replyFd = ::open(QFile::encodeName(replyPath).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    std::unique_ptr<std::FILE, decltype(&std::fclose)> reply(replyFd >= 0 ? ::fdopen(replyFd, "wb") : nullptr, std::fclose);
+    const int replyFd
+        = ::open(QFile::encodeName(replyPath).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    std::unique_ptr<std::FILE, decltype(&std::fclose)> reply(
+        replyFd >= 0 ? ::fdopen(replyFd, "wb") : nullptr, std::fclose);
     if (!reply) {
         outcome.problem = Problem::ReplyNotWritten;
         outcome.problemDetail = QString::fromLocal8Bit(std::strerror(errno));
@@ -161,8 +169,8 @@ Outcome send(const QString& url, const QList<Part>& parts, const QString& replyP
     char error[CURL_ERROR_SIZE] = {};
     const QByteArray address = url.toUtf8();
     // Bodies go with a Content-Length and without waiting for "100 Continue".
-    std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(curl_slist_append(nullptr, "Expect:"),
-                                                                        curl_slist_free_all);
+    std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(
+        curl_slist_append(nullptr, "Expect:"), curl_slist_free_all);
     curl_easy_setopt(curl.get(), CURLOPT_URL, address.constData());
     curl_easy_setopt(curl.get(), CURLOPT_MIMEPOST, mime.get());
     curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
@@ -212,7 +220,8 @@ Outcome send(const QString& url, const QList<Part>& parts, const QString& replyP
     }
     outcome.status = int(status);
     outcome.replyBytes = transfer.received;
-    outcome.cancelled = cancel.load() || (code == CURLE_ABORTED_BY_CALLBACK && transfer.problem == Problem::None);
+    outcome.cancelled
+        = cancel.load() || (code == CURLE_ABORTED_BY_CALLBACK && transfer.problem == Problem::None);
     outcome.problem = transfer.problem;
     outcome.problemDetail = transfer.problemDetail;
     if (code != CURLE_OK)

@@ -17,9 +17,9 @@ namespace MultipartUpload {
 struct Part
 {
     QString name;
-    QByteArray value;    // a text part, or
-    QString filePath;    // a file part streamed from here,
-    QString filename;    //   with this filename
+    QByteArray value; // a text part, or
+    QString filePath; // a file part streamed from here,
+    QString filename; //   with this filename
     QString contentType; //   and content type
 };
 
@@ -34,13 +34,13 @@ struct Outcome
 {
     enum class Problem {
         None,
-        FileUnreadable,  // a file could not be opened, or is no regular file
-        FileChanged,     // a file changed size while it was sent
-        ReplyTooLarge,   // the reply went past the limit
+        FileUnreadable, // a file could not be opened, or is no regular file
+        FileChanged, // a file changed size while it was sent
+        ReplyTooLarge, // the reply went past the limit
         ReplyNotWritten, // the reply could not be written
     };
 
-    int status = 0;  // 0 when no HTTP answer arrived
+    int status = 0; // 0 when no HTTP answer arrived
     QString failure; // the transfer's failure, empty when it completed
     bool cancelled = false;
     qint64 replyBytes = 0;
@@ -52,8 +52,8 @@ struct Outcome
 // most `replyLimit` bytes). `onProgress` is called from the transfer's thread; the transfer
 // stops within a tenth of a second once `cancel` turns true, at any stage.
 Outcome send(const QString& url, const QList<Part>& parts, const QString& replyPath,
-             const std::function<void(const Progress&)>& onProgress, const std::atomic<bool>& cancel,
-             qint64 replyLimit = std::numeric_limits<qint64>::max());
+    const std::function<void(const Progress&)>& onProgress, const std::atomic<bool>& cancel,
+    qint64 replyLimit = std::numeric_limits<qint64>::max());
 
 // The content type a file part gets from its extension.
 QString contentTypeFor(const QString& fileName);

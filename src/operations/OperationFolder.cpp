@@ -44,13 +44,16 @@ bool writeAll(int fd, const QByteArray& data)
 int lockLeftoverMarker(const QString& folder)
 {
     const int fd = ::open(encoded(folder + u'/' + QLatin1String(OperationFolder::markerName)).constData(),
-                          O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+        O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return -1;
-    struct stat st {};
+    struct stat st
+    {
+    };
     char head[sizeof markerMagic - 1] = {};
     const bool ours = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::getuid()
-        && ::read(fd, head, sizeof head) == ssize_t(sizeof head) && std::memcmp(head, markerMagic, sizeof head) == 0;
+        && ::read(fd, head, sizeof head) == ssize_t(sizeof head)
+        && std::memcmp(head, markerMagic, sizeof head) == 0;
     if (!ours || ::flock(fd, LOCK_EX | LOCK_NB) != 0) {
         ::close(fd);
         return -1;
@@ -71,7 +74,8 @@ OperationFolder::~OperationFolder()
     remove();
 }
 
-std::unique_ptr<OperationFolder> OperationFolder::create(const QString& parent, const QString& id, QString* error)
+std::unique_ptr<OperationFolder> OperationFolder::create(
+    const QString& parent, const QString& id, QString* error)
 {
     const QString path = parent + u'/' + id;
     auto fail = [&](const QString& what) {
@@ -84,16 +88,19 @@ std::unique_ptr<OperationFolder> OperationFolder::create(const QString& parent, 
     // The marker is written and locked under a temporary name, then renamed: a cleanup that
     // runs at the same moment never sees an unlocked marker of a live operation.
     const QString temp = path + u'/' + QLatin1String(markerName) + u".new";
-    const int fd = ::open(encoded(temp).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    const int fd
+        = ::open(encoded(temp).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) {
         const auto result = fail(u"Cannot mark " + path);
         QDir(path).removeRecursively();
         return result;
     }
-    const QByteArray content = QByteArray(markerMagic) + "pid " + QByteArray::number(QCoreApplication::applicationPid())
-        + "\nstarted " + QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toLatin1() + '\n';
+    const QByteArray content = QByteArray(markerMagic) + "pid "
+        + QByteArray::number(QCoreApplication::applicationPid()) + "\nstarted "
+        + QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toLatin1() + '\n';
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || !writeAll(fd, content)
-        || ::rename(encoded(temp).constData(), encoded(path + u'/' + QLatin1String(markerName)).constData()) != 0) {
+        || ::rename(encoded(temp).constData(), encoded(path + u'/' + QLatin1String(markerName)).constData())
+            != 0) {
         const auto result = fail(u"Cannot mark " + path);
         ::close(fd);
         QDir(path).removeRecursively();
@@ -116,7 +123,8 @@ int OperationFolder::removeLeftovers(const QString& folder)
 {
     int removed = 0;
     const QDir dir(folder);
-    for (const QString& name : dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks)) {
+    for (const QString& name :
+        dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks)) {
         const QString path = dir.filePath(name);
         const int fd = lockLeftoverMarker(path);
         if (fd < 0)

@@ -20,7 +20,8 @@ public:
     OperationFolder& operator=(const OperationFolder&) = delete;
 
     // Makes `parent`/`id`, marked and locked; nothing (with `error` set) when it cannot.
-    static std::unique_ptr<OperationFolder> create(const QString& parent, const QString& id, QString* error = nullptr);
+    static std::unique_ptr<OperationFolder> create(
+        const QString& parent, const QString& id, QString* error = nullptr);
 
     QString path() const { return m_path; }
 

@@ -64,12 +64,15 @@ void OperationTask::start()
     m_worker = std::thread([this] {
         const Result result = run();
         // Dropped by Qt when the task is gone by then.
-        QMetaObject::invokeMethod(this, [this, result] {
-            if (m_worker.joinable())
-                m_worker.join();
-            m_running = false;
-            Q_EMIT finished(result);
-        }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this,
+            [this, result] {
+                if (m_worker.joinable())
+                    m_worker.join();
+                m_running = false;
+                Q_EMIT finished(result);
+            },
+            Qt::QueuedConnection);
     });
 }
 
@@ -80,8 +83,8 @@ void OperationTask::report(Stage stage, qint64 done, qint64 total)
     if (now - m_lastReport < 50 && done < total)
         return;
     m_lastReport = now;
-    QMetaObject::invokeMethod(this, [this, stage, done, total] { Q_EMIT progress(stage, done, total); },
-                              Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this, stage, done, total] { Q_EMIT progress(stage, done, total); }, Qt::QueuedConnection);
 }
 
 qint64 OperationTask::freeSpace() const
@@ -147,9 +150,9 @@ QString reasonOf(const SafeArchive::Result& unpacked)
 
 } // namespace
 
-std::variant<OperationTask::Result, OperationTask::Received>
-OperationTask::sendAndUnpack(const QList<MultipartUpload::Part>& parts, qint64 uploadBytes,
-                             const std::optional<QString>& refusal400, int fileMode)
+std::variant<OperationTask::Result, OperationTask::Received> OperationTask::sendAndUnpack(
+    const QList<MultipartUpload::Part>& parts, qint64 uploadBytes, const std::optional<QString>& refusal400,
+    int fileMode)
 {
     // The reply and its unpacked files both need room: refuse before sending anything.
     if (freeSpace() - reserveBytes < 2 * uploadBytes)
@@ -214,8 +217,8 @@ OperationTask::sendAndUnpack(const QList<MultipartUpload::Part>& parts, qint64 u
 
     report(Stage::Unpacking, 0, 1);
     const SafeArchive::Result unpacked = SafeArchive::extract(
-        zip, unpackFolder, freeSpace() - reserveBytes, [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); },
-        &m_cancel, fileMode);
+        zip, unpackFolder, freeSpace() - reserveBytes,
+        [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &m_cancel, fileMode);
     if (!QFile::remove(zip))
         Log::line(QStringLiteral("Cannot delete zip archive"));
     if (cancelled())

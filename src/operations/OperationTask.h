@@ -34,7 +34,7 @@ public:
     struct Result
     {
         Outcome outcome = Outcome::Failed;
-        QString title;   // empty when nothing is to be shown
+        QString title; // empty when nothing is to be shown
         QString message;
         QStringList written; // the result files that landed
     };
@@ -79,12 +79,15 @@ protected:
     };
     // Sends the parts, stores the reply and unpacks it. `refusal400` is the message of a 400
     // status, when it has one of its own.
-    std::variant<Result, Received> sendAndUnpack(const QList<MultipartUpload::Part>& parts, qint64 uploadBytes,
-                                                 const std::optional<QString>& refusal400, int fileMode);
+    std::variant<Result, Received> sendAndUnpack(const QList<MultipartUpload::Part>& parts,
+        qint64 uploadBytes, const std::optional<QString>& refusal400, int fileMode);
     // Moves the files in, all or none; the result to report.
     Result landAll(const QList<SafeArchive::Landing>& landings);
 
-    Result failedWith(const QString& message) const { return { Outcome::Failed, m_failureTitle, message, {} }; }
+    Result failedWith(const QString& message) const
+    {
+        return { Outcome::Failed, m_failureTitle, message, {} };
+    }
     Result connectionFailed() const;
     static Result cancelledResult() { return { Outcome::Cancelled, {}, {}, {} }; }
     bool cancelled() const { return m_cancel.load(); }

@@ -82,9 +82,12 @@ int copyExclusive(const QByteArray& from, const QByteArray& to)
     const int in = ::open(from.constData(), O_RDONLY | O_CLOEXEC);
     if (in < 0)
         return -1;
-    struct stat st {};
+    struct stat st
+    {
+    };
     ::fstat(in, &st);
-    const int out = ::open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, st.st_mode & 0777);
+    const int out
+        = ::open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, st.st_mode & 0777);
     if (out < 0) {
         const int saved = errno;
         ::close(in);
@@ -149,7 +152,7 @@ bool isSafeEntryName(const QString& name)
 }
 
 Result extract(const QString& archivePath, const QString& stagingFolder, qint64 budgetBytes,
-               const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode)
+    const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode)
 {
     if (QFileInfo(archivePath).size() <= 0)
         return fail(stagingFolder, Failure::Broken, QStringLiteral("empty reply"));
@@ -157,7 +160,8 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
 
     std::unique_ptr<archive, ReadCloser> a(archive_read_new());
     archive_read_support_format_zip(a.get());
-    if (archive_read_open_filename(a.get(), QFile::encodeName(archivePath).constData(), 16 * 1024) != ARCHIVE_OK)
+    if (archive_read_open_filename(a.get(), QFile::encodeName(archivePath).constData(), 16 * 1024)
+        != ARCHIVE_OK)
         return fail(stagingFolder, Failure::Broken, QString::fromUtf8(archive_error_string(a.get())));
 
     Result result;
@@ -174,13 +178,15 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
             return fail(stagingFolder, Failure::TooManyEntries, {});
         const char* rawName = archive_entry_pathname_utf8(entry);
         if (!rawName)
-            return fail(stagingFolder, Failure::BadName, QString::fromLocal8Bit(archive_entry_pathname(entry)));
+            return fail(
+                stagingFolder, Failure::BadName, QString::fromLocal8Bit(archive_entry_pathname(entry)));
         const QString name = QString::fromUtf8(rawName);
         const Path where = classify(name);
         if (where == Path::Refuse)
             return fail(stagingFolder, Failure::BadName, name);
         const auto type = archive_entry_filetype(entry);
-        if (archive_entry_hardlink(entry) || archive_entry_symlink(entry) || (type != AE_IFREG && type != AE_IFDIR))
+        if (archive_entry_hardlink(entry) || archive_entry_symlink(entry)
+            || (type != AE_IFREG && type != AE_IFDIR))
             return fail(stagingFolder, Failure::NotAPlainFile, name);
         // Folders and what they hold are no results: skipped, as if they were not there.
         if (type == AE_IFDIR || where == Path::Skip)
@@ -191,7 +197,8 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
             return fail(stagingFolder, Failure::NoSpace, name);
 
         const QString temp = stagingFolder + QStringLiteral("/%1.part").arg(result.entries.size());
-        const int fd = ::open(QFile::encodeName(temp).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
+        const int fd = ::open(
+            QFile::encodeName(temp).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
         if (fd < 0)
             return fail(stagingFolder, Failure::CannotWrite, QString::fromLocal8Bit(std::strerror(errno)));
         qint64 size = 0;
@@ -227,15 +234,18 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
         if (written > limit || (!ok && writeErrno == ENOSPC))
             return fail(stagingFolder, Failure::NoSpace, name);
         if (!ok)
-            return fail(stagingFolder, Failure::CannotWrite, QString::fromLocal8Bit(std::strerror(writeErrno)));
+            return fail(
+                stagingFolder, Failure::CannotWrite, QString::fromLocal8Bit(std::strerror(writeErrno)));
         if (r != ARCHIVE_EOF && r != ARCHIVE_OK)
-            return fail(stagingFolder, Failure::Broken, name + u": " + QString::fromUtf8(archive_error_string(a.get())));
+            return fail(stagingFolder, Failure::Broken,
+                name + u": " + QString::fromUtf8(archive_error_string(a.get())));
     }
     result.ok = true;
     return result;
 }
 
-QString moveIn(const QString& tempPath, const QString& folder, const std::function<QString(int)>& nameFor, QString* error)
+QString moveIn(const QString& tempPath, const QString& folder, const std::function<QString(int)>& nameFor,
+    QString* error)
 {
     const QByteArray from = QFile::encodeName(tempPath);
     for (int counter = 0; counter < 100000; ++counter) {
@@ -259,9 +269,10 @@ std::optional<QStringList> landAll(const QList<Landing>& landings, const QString
     QStringList landed;
     for (const Landing& landing : landings) {
         const QString& name = landing.name;
-        const QString path = moveIn(landing.tempPath, folder, [&name](int counter) {
-            return counter == 0 ? name : UniqueNames::withCounter(name, counter);
-        }, error);
+        const QString path = moveIn(
+            landing.tempPath, folder,
+            [&name](int counter) { return counter == 0 ? name : UniqueNames::withCounter(name, counter); },
+            error);
         if (path.isEmpty()) {
             for (const QString& done : std::as_const(landed))
                 QFile::remove(done);

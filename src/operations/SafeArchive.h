@@ -20,7 +20,7 @@ enum class Failure { None, BadName, NotAPlainFile, TooManyEntries, NoSpace, Brok
 
 struct Entry
 {
-    QString name;     // as named in the archive
+    QString name; // as named in the archive
     QString tempPath; // where it was written, inside the staging folder
     qint64 size = 0;
 };
@@ -41,15 +41,15 @@ bool isSafeEntryName(const QString& name);
 // volume), each file created exclusively with `mode`, flushed to disk. On failure the staging
 // folder's contents are removed again.
 Result extract(const QString& archive, const QString& stagingFolder, qint64 budgetBytes,
-               const std::function<void(qint64 done, qint64 total)>& onProgress = {},
-               const std::atomic<bool>* cancel = nullptr, int mode = 0600);
+    const std::function<void(qint64 done, qint64 total)>& onProgress = {},
+    const std::atomic<bool>* cancel = nullptr, int mode = 0600);
 
 // Moves a staged file into `folder` under the first name `nameFor(counter)` that is free,
 // never replacing an existing file: an exclusive hard link, or where the file system has
 // none, a rename that refuses to replace, or an exclusive copy. Returns the final path, or
 // nothing with `error` set.
-QString moveIn(const QString& tempPath, const QString& folder, const std::function<QString(int counter)>& nameFor,
-               QString* error = nullptr);
+QString moveIn(const QString& tempPath, const QString& folder,
+    const std::function<QString(int counter)>& nameFor, QString* error = nullptr);
 
 struct Landing
 {

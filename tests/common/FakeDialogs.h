@@ -47,25 +47,28 @@ public:
         shown.append({ QStringLiteral("alert"), title, message, {}, style, {}, {}, parent });
         spin();
     }
-    int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons, Style style) override
+    int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons,
+        Style style) override
     {
         shown.append({ QStringLiteral("ask"), title, message, buttons, style, {}, {}, parent });
         spin();
         return answers.isEmpty() ? -1 : answers.dequeue().toInt();
     }
-    std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message, const QString& initialText,
-                                   const QString& placeholder, const QString& ok, const QString& cancel) override
+    std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message,
+        const QString& initialText, const QString& placeholder, const QString& ok,
+        const QString& cancel) override
     {
-        shown.append({ QStringLiteral("askText"), title, message, { ok, cancel }, Style::Informational, initialText,
-                       placeholder, parent });
+        shown.append({ QStringLiteral("askText"), title, message, { ok, cancel }, Style::Informational,
+            initialText, placeholder, parent });
         spin();
         const QVariant answer = answers.isEmpty() ? QVariant() : answers.dequeue();
         return answer.isValid() ? std::optional<QString>(answer.toString()) : std::nullopt;
     }
     std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title, const QString& message,
-                                          const QStringList& items, const QString&, const QString&) override
+        const QStringList& items, const QString&, const QString&) override
     {
-        shown.append({ QStringLiteral("chooseItems"), title, message, items, Style::Informational, {}, {}, parent });
+        shown.append(
+            { QStringLiteral("chooseItems"), title, message, items, Style::Informational, {}, {}, parent });
         spin();
         const QVariant answer = answers.isEmpty() ? QVariant() : answers.dequeue();
         return answer.isValid() ? std::optional<QList<int>>(answer.value<QList<int>>()) : std::nullopt;

@@ -53,7 +53,8 @@ void TestShellLifetime::initTestCase()
 void TestShellLifetime::phoneLeavesWhileADialogIsOpen_data()
 {
     QTest::addColumn<QString>("dialog");
-    for (const char* dialog : { "create group", "file chooser", "delete group", "remove member", "operation failure" })
+    for (const char* dialog :
+        { "create group", "file chooser", "delete group", "remove member", "operation failure" })
         QTest::newRow(dialog) << QString::fromLatin1(dialog);
 }
 
@@ -109,7 +110,8 @@ void TestShellLifetime::phoneLeavesWhileADialogIsOpen()
         for (const auto& g : panel->store()->groups)
             family = g->groupMembers.isEmpty() ? family : g->id;
         QVERIFY(family > 0);
-        dialogs.answers.enqueue(dialog == u"delete group" ? QVariant(0) : QVariant::fromValue(QList<int> { 0 }));
+        dialogs.answers.enqueue(
+            dialog == u"delete group" ? QVariant(0) : QVariant::fromValue(QList<int> { 0 }));
         if (dialog == u"delete group")
             panel->menuDeleteGroup(family); // a group with members: an alert
         else
