@@ -42,17 +42,21 @@ bool isWellFormedUrl(const QString& text)
     }
     // Character set alone accepts things like "http://[bad"; let the strict parser judge the
     // structure (authority, IPv6 literal, port).
-    return QUrl(text, QUrl::StrictMode).isValid();
+    const QUrl url(text, QUrl::StrictMode);
+    // Every call to the phone's group API is built on this URL: only a web address with a
+    // host will do (not file:, ftp: or a bare path).
+    const QString scheme = url.scheme().toLower();
+    return url.isValid() && (scheme == u"http" || scheme == u"https") && !url.host().isEmpty();
 }
 
 void setBaseURL(const QString& text)
 {
     if (!isWellFormedUrl(text)) {
-        Log::line(QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: ") + text);
+        Log::line(QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: ") + Log::escaped(text));
         return;
     }
     Settings::setString(Settings::baseUrlKey, text);
-    Log::line(QStringLiteral("[BaseUrlStore] ✅ Base URL set: ") + text);
+    Log::line(QStringLiteral("[BaseUrlStore] ✅ Base URL set: ") + Log::escaped(text));
 }
 
 bool hasBaseURL()

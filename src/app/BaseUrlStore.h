@@ -5,9 +5,9 @@
 // The only writer of the stored base URL of the phone's service.
 namespace BaseUrlStore {
 
-// True when text is a well-formed absolute or relative URL reference: only characters a
-// URL may carry, valid percent escapes, and a parseable authority. Rejects, for instance,
-// any text holding a space.
+// True when text is a well-formed http or https URL with a host: only characters a URL may
+// carry, valid percent escapes, and a parseable authority. Rejects, for instance, any text
+// holding a space, a relative reference, or a file: or ftp: URL.
 bool isWellFormedUrl(const QString& text);
 
 // Stores text unchanged when it is well formed and logs the outcome either way.

@@ -19,4 +19,9 @@ void setObserver(std::function<void(const QString&)> observer);
 // backslashes escaped.
 QString debugQuoted(const QString& text);
 
+// Text from the network made safe for one log line: control characters (line breaks, escape
+// sequences), bidirectional overrides and backslashes become visible escapes, so a peer can
+// neither forge extra lines nor hide what it sent.
+QString escaped(const QString& text);
+
 } // namespace Log

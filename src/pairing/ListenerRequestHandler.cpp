@@ -3,6 +3,8 @@
 #include "app/BaseUrlStore.h"
 #include "app/Session.h"
 #include "app/Settings.h"
+#include "pairing/LocalAddressRule.h"
+#include "pairing/PairingGate.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,8 +14,12 @@ std::optional<int> screenListenerRequestHead(const ListenerRequest& head)
 {
     if (head.hasOrigin)
         return 403;
+    if (head.headSize > maxListenerHeadSize)
+        return 431;
     if (head.isChunked || head.contentLength > maxListenerBodySize)
         return 413;
+    if (head.hasContentEncoding)
+        return 415;
     return std::nullopt;
 }
 
@@ -61,7 +67,12 @@ ListenerOutcome handleListenerRequest(const ListenerRequest& request)
         return outcome;
 
     if (request.path == "/myInformation") {
-        outcome.pairing = parsePairingMessage(request.method, request.path, request.body);
+        auto message = parsePairingMessage(request.method, request.path, request.body);
+        if (message && !LocalAddressRule::isLocalIPv4Literal(message->ip)) {
+            outcome.refusal = QStringLiteral("\"ip\" is not a local IPv4 address: ") + message->ip;
+            message.reset();
+        }
+        outcome.pairing = std::move(message);
         outcome.status = outcome.pairing ? 200 : 400;
     } else if (request.path == "/updateAssociates") {
         outcome.associatesChanged = true;
@@ -73,19 +84,23 @@ ListenerOutcome handleListenerRequest(const ListenerRequest& request)
     return outcome;
 }
 
-void applyListenerOutcome(const ListenerOutcome& outcome)
+void applyPairingMessage(const PairingMessage& message)
 {
     Session& session = Session::instance();
-    if (outcome.pairing) {
-        const PairingMessage& message = *outcome.pairing;
-        session.setPhoneIPAddress(message.ip);
-        session.setMobileDeviceName(message.mobileDeviceName);
-        if (message.email)
-            Settings::setString(Settings::userEmailKey, *message.email);
-        if (message.baseURL)
-            BaseUrlStore::setBaseURL(*message.baseURL);
-        session.setPhoneConnected(true);
-    }
+    session.setPhoneIPAddress(message.ip);
+    session.setMobileDeviceName(message.mobileDeviceName);
+    if (message.email)
+        Settings::setString(Settings::userEmailKey, *message.email);
+    if (message.baseURL)
+        BaseUrlStore::setBaseURL(*message.baseURL);
+    session.setPhoneConnected(true);
+}
+
+void applyListenerOutcome(const ListenerOutcome& outcome, const QString& peer)
+{
+    Session& session = Session::instance();
+    if (outcome.pairing)
+        PairingGate::instance().offer(*outcome.pairing, peer);
     if (outcome.associatesChanged)
         session.markAssociatesUpdated();
     if (outcome.groupsChanged)

@@ -9,15 +9,18 @@
 // the session changes to apply out.
 
 inline constexpr qint64 maxListenerBodySize = 64 * 1024;
+inline constexpr qint64 maxListenerHeadSize = 8 * 1024;
 
 struct ListenerRequest
 {
     QByteArray method;
     QByteArray path;
     QByteArray body;
-    bool hasOrigin = false;        // browsers send Origin on every cross-site POST
-    bool isChunked = false;        // a body of unknown length
-    qint64 contentLength = -1;     // -1 when the header is absent
+    bool hasOrigin = false;          // browsers send Origin on every cross-site POST
+    bool isChunked = false;          // a body of unknown length
+    qint64 contentLength = -1;       // -1 when the header is absent
+    bool hasContentEncoding = false; // a compressed body could inflate past every cap
+    qint64 headSize = 0;             // request line and header lines, in bytes
 };
 
 struct PairingMessage
@@ -34,10 +37,12 @@ struct ListenerOutcome
     std::optional<PairingMessage> pairing;
     bool associatesChanged = false;
     bool groupsChanged = false;
+    QString refusal; // why a well-formed pairing message was refused (for the log)
 };
 
-// The checks that need only the request head: Origin (403) and body size (413). Nothing
-// when the request may go on to be read.
+// The checks that need only the request head: Origin (403), head size (431), body size or
+// unknown length (413), any content encoding (415). Nothing when the request may go on to be
+// read.
 std::optional<int> screenListenerRequestHead(const ListenerRequest& head);
 
 // Extracts the pairing object from a request's text as the phone's listener always has: the
@@ -46,8 +51,15 @@ std::optional<int> screenListenerRequestHead(const ListenerRequest& head);
 std::optional<PairingMessage> parsePairingMessage(const QByteArray& method, const QByteArray& path,
                                                   const QByteArray& body);
 
+// Routes one whole request. A pairing message whose "ip" is not a local IPv4 literal answers
+// 400 and carries no pairing, since every later request to the phone is built from it.
 ListenerOutcome handleListenerRequest(const ListenerRequest& request);
 
-// Writes an outcome's changes into the session: address, name, e-mail and base URL first,
-// the connected flag last, so that whoever sees the flag sees the values.
-void applyListenerOutcome(const ListenerOutcome& outcome);
+// Writes a pairing message into the session: address, name, e-mail and base URL first, the
+// connected flag last, so that whoever sees the flag sees the values.
+void applyPairingMessage(const PairingMessage& message);
+
+// Applies an outcome: change signals move their stamps; a pairing message goes through the
+// pairing gate, which decides whether it applies now or waits for the user. peer is the
+// sender's address.
+void applyListenerOutcome(const ListenerOutcome& outcome, const QString& peer = {});

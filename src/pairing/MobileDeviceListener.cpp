@@ -2,36 +2,228 @@
 
 #include "app/Log.h"
 #include "pairing/ListenerRequestHandler.h"
+#include "pairing/LocalAddressRule.h"
+#include "pairing/PairingGate.h"
+#include "pairing/PairingRateLimiter.h"
 
 #include <QLoggingCategory>
 
-#include <httplib.h>
+#include <arpa/inet.h>
+#include <microhttpd.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <condition_variable>
+#include <cstdarg>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
 
 Q_LOGGING_CATEGORY(lcListener, "varnex.pairing", QtInfoMsg)
 
 namespace {
 
-ListenerRequest headOf(const httplib::Request& req)
+using Clock = std::chrono::steady_clock;
+
+// One request in progress: its head as the handler sees it, and the body read so far.
+struct RequestState
+{
+    ListenerRequest request;
+    QString peer;
+};
+
+QString peerOf(const sockaddr* address)
+{
+    if (!address || address->sa_family != AF_INET)
+        return {};
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(address)->sin_addr, text, sizeof(text));
+    return QString::fromLatin1(text);
+}
+
+bool isLocalPeer(const sockaddr* address)
+{
+    if (!address || address->sa_family != AF_INET)
+        return false;
+    return LocalAddressRule::isLocalIPv4(ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr));
+}
+
+MHD_Result addToHeadSize(void* cls, MHD_ValueKind, const char* key, const char* value)
+{
+    // name, ": ", value, line end
+    *static_cast<qint64*>(cls) += qint64(std::strlen(key)) + (value ? qint64(std::strlen(value)) : 0) + 4;
+    return MHD_YES;
+}
+
+ListenerRequest headOf(MHD_Connection* connection, const char* url, const char* method, const char* version)
 {
     ListenerRequest head;
-    head.method = QByteArray::fromStdString(req.method);
-    head.path = QByteArray::fromStdString(req.path);
-    head.hasOrigin = req.has_header("Origin");
-    const std::string encoding = req.get_header_value("Transfer-Encoding");
-    head.isChunked = !encoding.empty() && encoding != "identity";
-    if (req.has_header("Content-Length")) {
+    head.method = QByteArray(method);
+    head.path = QByteArray(url);
+    head.hasOrigin = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Origin") != nullptr;
+    const char* transfer = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Transfer-Encoding");
+    head.isChunked = transfer && qstricmp(transfer, "identity") != 0;
+    const char* encoding = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Content-Encoding");
+    head.hasContentEncoding = encoding && qstricmp(encoding, "identity") != 0;
+    if (const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Content-Length")) {
         bool ok = false;
-        head.contentLength = QByteArray::fromStdString(req.get_header_value("Content-Length")).toLongLong(&ok);
-        if (!ok)
+        head.contentLength = QByteArray(length).trimmed().toLongLong(&ok);
+        if (!ok || head.contentLength < 0)
             head.contentLength = maxListenerBodySize + 1; // unreadable length: refuse
     }
+    qint64 size = qint64(std::strlen(method) + std::strlen(url) + std::strlen(version)) + 4;
+    MHD_get_connection_values(connection, MHD_HEADER_KIND, addToHeadSize, &size);
+    MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, addToHeadSize, &size);
+    head.headSize = size;
     return head;
+}
+
+MHD_Result answer(MHD_Connection* connection, int status)
+{
+    MHD_Response* response = MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT);
+    // One request per connection: whatever follows an answer is never parsed as a request.
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
+    const MHD_Result queued = MHD_queue_response(connection, unsigned(status), response);
+    MHD_destroy_response(response);
+    return queued;
+}
+
+void logFromLibrary(void*, const char* format, va_list arguments)
+{
+    char text[512];
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    qCDebug(lcListener) << "server:" << QByteArray(text).trimmed();
 }
 
 } // namespace
 
-MobileDeviceListener::MobileDeviceListener(quint16 port)
+struct MobileDeviceListener::Impl
+{
+    explicit Impl(const ListenerLimits& limits)
+        : limits(limits)
+        , rateLimiter(limits.pairingBurst, limits.pairingWindow)
+    {
+    }
+
+    struct Open
+    {
+        int fd = -1;
+        Clock::time_point opened;
+        bool settled = false; // arrived whole, or already dropped
+    };
+
+    ListenerLimits limits;
+    PairingRateLimiter rateLimiter;
+    MHD_Daemon* daemon = nullptr;
+
+    std::mutex mutex;
+    std::unordered_map<MHD_Connection*, Open> open;
+    std::condition_variable wake;
+    bool stopping = false;
+    std::thread sweeper;
+
+    void settle(MHD_Connection* connection)
+    {
+        std::lock_guard lock(mutex);
+        if (auto it = open.find(connection); it != open.end())
+            it->second.settled = true;
+    }
+
+    // The library's own time-out restarts with every byte, so a peer sending one byte a
+    // second would hold its connection for ever. Shutting the socket down makes the server
+    // thread see the end of the stream and close the connection itself; the table entry goes
+    // (under the same lock) before the library closes the descriptor, so a reused descriptor
+    // is never touched.
+    void sweep()
+    {
+        const auto tick = std::clamp(limits.requestDeadline / 10, std::chrono::milliseconds(20),
+                                     std::chrono::milliseconds(200));
+        std::unique_lock lock(mutex);
+        while (!stopping) {
+            wake.wait_for(lock, tick);
+            const auto now = Clock::now();
+            for (auto& [connection, entry] : open) {
+                if (!entry.settled && now - entry.opened >= limits.requestDeadline) {
+                    entry.settled = true;
+                    ::shutdown(entry.fd, SHUT_RDWR);
+                    qCDebug(lcListener) << "dropped a request that did not arrive in time";
+                }
+            }
+        }
+    }
+
+    static MHD_Result acceptPolicy(void*, const sockaddr* address, socklen_t)
+    {
+        // Only the local network may talk to the listener at all.
+        return isLocalPeer(address) ? MHD_YES : MHD_NO;
+    }
+
+    static void notifyConnection(void* cls, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code)
+    {
+        auto* self = static_cast<Impl*>(cls);
+        std::lock_guard lock(self->mutex);
+        if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+            const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+            self->open[connection] = Open { info ? info->connect_fd : -1, Clock::now(), !info };
+        } else {
+            self->open.erase(connection);
+        }
+    }
+
+    static void requestCompleted(void*, MHD_Connection*, void** context, MHD_RequestTerminationCode)
+    {
+        delete static_cast<RequestState*>(*context);
+        *context = nullptr;
+    }
+
+    static MHD_Result access(void* cls, MHD_Connection* connection, const char* url, const char* method,
+                             const char* version, const char* uploadData, size_t* uploadDataSize, void** context)
+    {
+        auto* self = static_cast<Impl*>(cls);
+        auto* state = static_cast<RequestState*>(*context);
+        if (!state) {
+            // The head has arrived: refuse what must not be read before reading it.
+            ListenerRequest head = headOf(connection, url, method, version);
+            const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+            const QString peer = peerOf(info ? info->client_addr : nullptr);
+            if (auto refusal = screenListenerRequestHead(head)) {
+                self->settle(connection);
+                qCInfo(lcListener).noquote() << "refused" << head.method << Log::escaped(QString::fromLatin1(head.path))
+                                             << "from" << peer << "->" << *refusal;
+                return answer(connection, *refusal);
+            }
+            if (head.method == "POST" && head.path == "/myInformation" && !self->rateLimiter.admit(peer)) {
+                self->settle(connection);
+                qCInfo(lcListener) << "too many pairing messages from" << peer;
+                return answer(connection, MHD_HTTP_TOO_MANY_REQUESTS);
+            }
+            *context = new RequestState { std::move(head), peer };
+            return MHD_YES;
+        }
+        if (*uploadDataSize > 0) {
+            // The length was checked against the cap, so the body fits; guard anyway.
+            QByteArray& body = state->request.body;
+            const qint64 room = maxListenerBodySize + 1 - body.size();
+            body.append(uploadData, qsizetype(std::min<qint64>(room, qint64(*uploadDataSize))));
+            *uploadDataSize = 0;
+            return MHD_YES;
+        }
+        self->settle(connection);
+        const ListenerOutcome outcome = handleListenerRequest(state->request);
+        if (!outcome.refusal.isEmpty())
+            Log::line(u"[MobileDeviceListener] Refused a pairing message from " + state->peer + u": "
+                      + Log::escaped(outcome.refusal));
+        applyListenerOutcome(outcome, state->peer);
+        qCDebug(lcListener) << state->request.method << state->request.path << "from" << state->peer << "->"
+                            << outcome.status;
+        return answer(connection, outcome.status);
+    }
+};
+
+MobileDeviceListener::MobileDeviceListener(quint16 port, ListenerLimits limits)
     : m_port(port)
+    , m_impl(std::make_unique<Impl>(limits))
 {
 }
 
@@ -42,68 +234,57 @@ MobileDeviceListener::~MobileDeviceListener()
 
 bool MobileDeviceListener::start()
 {
-    if (m_server)
+    if (m_impl->daemon)
         return true;
-    auto server = std::make_unique<httplib::Server>();
-    server->set_payload_max_length(size_t(maxListenerBodySize));
-    server->set_read_timeout(5, 0);
-    // The library's default also sets SO_REUSEPORT, which would let a second instance share
-    // the port and receive half of the phone's messages; a busy port must fail instead.
-    server->set_socket_options([](socket_t sock) {
-        int yes = 1;
-        ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
-    });
-    server->set_write_timeout(5, 0);
+    PairingGate::instance(); // made on this (the main) thread, before any request
 
-    // Refuse before the body is read: browsers' cross-site posts and oversized bodies.
-    server->set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
-        if (auto refusal = screenListenerRequestHead(headOf(req))) {
-            res.status = *refusal;
-            return httplib::Server::HandlerResponse::Handled;
-        }
-        return httplib::Server::HandlerResponse::Unhandled;
-    });
-
-    auto handler = [](const httplib::Request& req, httplib::Response& res) {
-        ListenerRequest request = headOf(req);
-        request.body = QByteArray::fromStdString(req.body);
-        const ListenerOutcome outcome = handleListenerRequest(request);
-        applyListenerOutcome(outcome);
-        res.status = outcome.status;
-        qCDebug(lcListener) << request.method << request.path << "->" << outcome.status;
-    };
-    server->Post("/myInformation", handler);
-    server->Post("/updateAssociates", handler);
-    server->Post("/updateGroups", handler);
-
-    int bound = 0;
-    if (m_port == 0) {
-        bound = server->bind_to_any_port("0.0.0.0");
-    } else {
-        bound = server->bind_to_port("0.0.0.0", m_port) ? m_port : -1;
-    }
-    if (bound <= 0) {
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(m_port);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    const ListenerLimits& limits = m_impl->limits;
+    const unsigned idleSeconds = unsigned(std::max<qint64>(
+        1, std::chrono::duration_cast<std::chrono::seconds>(limits.requestDeadline).count()));
+    // One internal epoll thread serves every connection; the head and the library's buffers of
+    // a connection live in a 16 KiB pool, so a head over 8 KiB is refused by the handler and
+    // one much larger by the library itself. The library's default address reuse does not
+    // share the port, so a second instance fails to bind instead of stealing messages.
+    m_impl->daemon = MHD_start_daemon(
+        MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_ERROR_LOG, m_port, &Impl::acceptPolicy, nullptr,
+        &Impl::access, m_impl.get(),
+        MHD_OPTION_SOCK_ADDR, &address,
+        MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections,
+        MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.perPeerConnections,
+        MHD_OPTION_CONNECTION_TIMEOUT, idleSeconds,
+        MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(16 * 1024),
+        MHD_OPTION_NOTIFY_CONNECTION, &Impl::notifyConnection, m_impl.get(),
+        MHD_OPTION_NOTIFY_COMPLETED, &Impl::requestCompleted, nullptr,
+        MHD_OPTION_EXTERNAL_LOGGER, &logFromLibrary, nullptr,
+        MHD_OPTION_END);
+    if (!m_impl->daemon) {
         Log::line(QStringLiteral("[MobileDeviceListener] ❌ Cannot listen on port %1: the phone cannot pair until it is free")
                       .arg(m_port));
         return false;
     }
-    m_boundPort = quint16(bound);
-    m_server = std::move(server);
-    m_thread = std::thread([server = m_server.get()] { server->listen_after_bind(); });
-    // stop() only stops a server that is already running: wait for it, so that a quick stop
-    // cannot be lost.
-    while (!m_server->is_running())
-        std::this_thread::yield();
+    const MHD_DaemonInfo* info = MHD_get_daemon_info(m_impl->daemon, MHD_DAEMON_INFO_BIND_PORT);
+    m_boundPort = info ? info->port : m_port;
+    m_impl->stopping = false;
+    m_impl->sweeper = std::thread([impl = m_impl.get()] { impl->sweep(); });
     return true;
 }
 
 void MobileDeviceListener::stop()
 {
-    if (!m_server)
+    if (!m_impl->daemon)
         return;
-    m_server->stop();
-    if (m_thread.joinable())
-        m_thread.join();
-    m_server.reset();
+    {
+        std::lock_guard lock(m_impl->mutex);
+        m_impl->stopping = true;
+    }
+    m_impl->wake.notify_all();
+    m_impl->sweeper.join();
+    MHD_stop_daemon(m_impl->daemon);
+    m_impl->daemon = nullptr;
+    m_impl->open.clear();
     m_boundPort = 0;
 }

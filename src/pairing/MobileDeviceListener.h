@@ -2,22 +2,33 @@
 
 #include <QtGlobal>
 
+#include <chrono>
 #include <memory>
-#include <thread>
 
-namespace httplib {
-class Server;
-}
+// The bars the listener holds against a hostile local network. The defaults are the
+// application's; tests shorten the time-based ones.
+struct ListenerLimits
+{
+    unsigned perPeerConnections = 16;
+    unsigned totalConnections = 256;
+    // A request must arrive whole this soon after its connection opened, however slowly it
+    // trickles in; idle connections are dropped after the same time.
+    std::chrono::milliseconds requestDeadline { 5000 };
+    int pairingBurst = 10;
+    std::chrono::milliseconds pairingWindow { 10000 };
+};
 
 // The desktop's small HTTP server that the phone calls to pair and to announce changes.
-// Handlers run on the server library's threads and only write the session values.
+// One event-driven thread serves every connection, so a slow or idle peer never holds up
+// another's pairing message; each connection carries one request and is closed after its
+// answer, so nothing can hide in a body. Handlers only write the session values.
 class MobileDeviceListener
 {
 public:
     static constexpr quint16 defaultPort = 8888;
 
     // port 0 picks a free port (tests); the application uses defaultPort.
-    explicit MobileDeviceListener(quint16 port = defaultPort);
+    explicit MobileDeviceListener(quint16 port = defaultPort, ListenerLimits limits = {});
     ~MobileDeviceListener();
 
     MobileDeviceListener(const MobileDeviceListener&) = delete;
@@ -31,9 +42,10 @@ public:
     // The bound port once started, else 0.
     quint16 port() const { return m_boundPort; }
 
+    struct Impl;
+
 private:
     quint16 m_port;
     quint16 m_boundPort = 0;
-    std::unique_ptr<httplib::Server> m_server;
-    std::thread m_thread;
+    std::unique_ptr<Impl> m_impl;
 };

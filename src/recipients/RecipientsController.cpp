@@ -31,9 +31,18 @@ RecipientsController::RecipientsController(AssociationsStore* store, QObject* pa
         }
         updateTick();
     });
-    // The phone's change signals take effect at once; the tick stays as the fallback.
-    connect(&Session::instance(), &Session::associatesUpdated, this, &RecipientsController::updateTick);
-    connect(&Session::instance(), &Session::groupsUpdated, this, &RecipientsController::updateTick);
+    // The phone's change signals take effect within half a second; the tick stays as the
+    // fallback. The timer is not restarted by later signals, so a steady stream of them still
+    // leads to a look every 500 ms rather than postponing it for ever.
+    m_changeSignals.setSingleShot(true);
+    m_changeSignals.setInterval(changeSignalDebounceMilliseconds);
+    connect(&m_changeSignals, &QTimer::timeout, this, &RecipientsController::updateTick);
+    auto onSignal = [this] {
+        if (!m_changeSignals.isActive())
+            m_changeSignals.start();
+    };
+    connect(&Session::instance(), &Session::associatesUpdated, this, onSignal);
+    connect(&Session::instance(), &Session::groupsUpdated, this, onSignal);
     connect(&GroupNotifications::instance(), &GroupNotifications::groupMembersChanged, this, [this] {
         QPointer<RecipientsController> self(this);
         QTimer::singleShot(membersChangedDelayMilliseconds, this, [self] {
@@ -58,16 +67,29 @@ void RecipientsController::postGroupMembersChanged()
 
 void RecipientsController::loadUsers()
 {
+    if (m_users.inFlight) {
+        m_users.again = true;
+        return;
+    }
+    fetchUsers();
+}
+
+void RecipientsController::fetchUsers()
+{
+    m_users = { true, false };
     QNetworkReply* reply = PhoneService::network()->get(QNetworkRequest(QUrl(Session::instance().phoneServiceUrl(u"/getUsers"))));
     connect(reply, &QNetworkReply::finished, this, [this, reply] {
         reply->deleteLater();
+        m_users.inFlight = false;
         const bool answered = reply->error() == QNetworkReply::NoError;
         if (!answered || !m_store->setUsersFromReply(reply->readAll())) {
             Log::line(QStringLiteral("\"Cannot extract users from mobile app\""));
-            return;
+        } else {
+            Q_EMIT usersLoaded(!m_store->users.isEmpty());
+            refreshGroups();
         }
-        Q_EMIT usersLoaded(!m_store->users.isEmpty());
-        refreshGroups();
+        if (m_users.again)
+            fetchUsers();
     });
 }
 
@@ -78,10 +100,23 @@ void RecipientsController::refreshGroups()
         m_store->rebuildAssociations();
         return;
     }
-    NetworkClient::shared().fetchGroups(*user, this, [this](const APIResult<QList<GroupPtr>>& result) {
+    if (m_groups.inFlight) {
+        m_groups.again = true;
+        return;
+    }
+    fetchGroups(*user);
+}
+
+void RecipientsController::fetchGroups(const QString& user)
+{
+    m_groups = { true, false };
+    NetworkClient::shared().fetchGroups(user, this, [this](const APIResult<QList<GroupPtr>>& result) {
+        m_groups.inFlight = false;
         if (result.isSuccess())
             m_store->setGroups(result.value());
         m_store->rebuildAssociations(); // on failure, with the groups already held
+        if (m_groups.again)
+            refreshGroups(); // reads the signed-in user afresh
     });
 }
 

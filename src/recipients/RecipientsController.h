@@ -7,9 +7,11 @@
 #include <QTimer>
 
 // Keeps the associations store in step with the phone: loads the users and the groups,
-// notices the phone's change signals (at once through the session's signals, and by a
-// 3-second tick as the fallback), refreshes the groups 0.8 s after a group's members changed,
-// and tells the phone when the desktop changed its groups.
+// notices the phone's change signals (through the session's signals, at most once per 500 ms,
+// and by a 3-second tick as the fallback), refreshes the groups 0.8 s after a group's members
+// changed, and tells the phone when the desktop changed its groups. However many signals a
+// phone (or a host pretending to be one) sends, at most one users fetch and one groups fetch
+// are in flight, with at most one more of each queued behind them.
 class RecipientsController : public QObject
 {
     Q_OBJECT
@@ -19,6 +21,7 @@ public:
 
     static constexpr int tickMilliseconds = 3000;
     static constexpr int membersChangedDelayMilliseconds = 800;
+    static constexpr int changeSignalDebounceMilliseconds = 500;
 
     // Starts the tick and loads the users once (the screen's view has loaded).
     void start();
@@ -35,10 +38,23 @@ Q_SIGNALS:
     void usersLoaded(bool anyUsers);
 
 private:
+    // One kind of fetch: whether one is on the wire, and whether another was asked for
+    // meanwhile (it runs once the current one ends, however often it was asked for).
+    struct FetchState
+    {
+        bool inFlight = false;
+        bool again = false;
+    };
+    void fetchUsers();
+    void fetchGroups(const QString& user);
+
     AssociationsStore* m_store;
     QDateTime m_lastChange;
     QDateTime m_lastGroupsChange;
     QTimer m_tick;
+    QTimer m_changeSignals;
+    FetchState m_users;
+    FetchState m_groups;
 };
 
 // Carries the "GroupMembersChanged" notice across the process.

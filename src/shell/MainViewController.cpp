@@ -2,9 +2,11 @@
 
 #include "app/Session.h"
 #include "app/Texts.h"
+#include "pairing/PairingGate.h"
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
+#include "screens/PairingRequestBar.h"
 #include "shell/ConnectionWatchdog.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
@@ -13,6 +15,7 @@
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
+#include <QPushButton>
 #include <QLoggingCategory>
 #include <QStackedLayout>
 #include <QSvgWidget>
@@ -69,7 +72,7 @@ MainViewController::MainViewController(QWidget* parent)
     , m_watchdog(new ConnectionWatchdog(watchdogPeriod, pingTimeout, this))
 {
     setObjectName(QStringLiteral("main_vc"));
-    connect(m_watchdog, &ConnectionWatchdog::connectionLost, this, &MainViewController::connectionLost);
+    connect(m_watchdog, &ConnectionWatchdog::connectionLost, this, &MainViewController::leave);
     viewDidLoad();
 }
 
@@ -155,9 +158,16 @@ void MainViewController::viewDidLoad()
     m_stack = new QStackedLayout(container);
     m_stack->setContentsMargins(0, 0, 0, 0);
 
+    // Another phone asking to pair shows here, above everything, until answered.
+    pairingRequestBar = new PairingRequestBar(this);
+    auto* barRow = new QHBoxLayout;
+    barRow->setContentsMargins(20, 10, 20, 0);
+    barRow->addWidget(pairingRequestBar);
+
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
+    layout->addLayout(barRow);
     layout->addLayout(header);
     layout->addWidget(panel, 1);
 
@@ -170,6 +180,15 @@ void MainViewController::viewDidLoad()
         m_stack->addWidget(screen);
     m_stack->setCurrentWidget(vc1);
 
+    connect(vc3, &AboutViewController::disconnectRequested, this, [this] {
+        PairingGate::instance().disconnect();
+        leave();
+    });
+    // A switch to another phone, or the same phone re-pairing under a new name.
+    connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &MainViewController::updateTitle);
+
+    setTabOrder(pairingRequestBar->switchButton, pairingRequestBar->ignoreButton);
+    setTabOrder(pairingRequestBar->ignoreButton, encryptButtonTest);
     setTabOrder(encryptButtonTest, decryptButtonCustom);
     setTabOrder(decryptButtonCustom, aboutButton);
     qCInfo(lcMain, "🔵 MainViewController viewDidLoad finished");
@@ -194,7 +213,22 @@ void MainViewController::viewDidAppear()
 void MainViewController::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
-    window()->setWindowTitle(Texts::varnexDesktopConnected() + Session::instance().mobileDeviceName() + u')');
+    updateTitle();
+}
+
+void MainViewController::updateTitle()
+{
+    if (isVisible() && !m_left)
+        window()->setWindowTitle(Texts::varnexDesktopConnected() + Session::instance().mobileDeviceName() + u')');
+}
+
+void MainViewController::leave()
+{
+    // The watchdog and Disconnect may both see the phone gone; the window goes back once.
+    if (m_left)
+        return;
+    m_left = true;
+    Q_EMIT connectionLost();
 }
 
 void MainViewController::showScreen(QWidget* screen)

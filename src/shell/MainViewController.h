@@ -8,6 +8,7 @@ class ConnectionWatchdog;
 class CustomButton;
 class DecryptViewController;
 class EncryptViewController;
+class PairingRequestBar;
 class QStackedLayout;
 class QToolButton;
 
@@ -41,6 +42,7 @@ public:
     EncryptViewController* vc1 = nullptr;
     DecryptViewController* vc2 = nullptr;
     AboutViewController* vc3 = nullptr;
+    PairingRequestBar* pairingRequestBar = nullptr;
 
     // The colour the Encrypt tab's backing shows (dark orange once Decrypt was selected).
     QColor encryptButtonBackground() const;
@@ -57,8 +59,11 @@ private:
     void viewDidAppear();
     void showScreen(QWidget* screen);
     void setAboutIcon(const QString& name);
+    void updateTitle();
+    void leave();
 
     ConnectionWatchdog* m_watchdog = nullptr;
     QStackedLayout* m_stack = nullptr;
     QString m_aboutIcon;
+    bool m_left = false;
 };

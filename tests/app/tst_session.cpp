@@ -44,7 +44,11 @@ void TestSession::baseUrlValidation_data()
     QTest::addColumn<bool>("accepted");
     QTest::newRow("http with slash") << "http://192.168.1.20:8080/" << true;
     QTest::newRow("no trailing slash") << "http://192.168.1.20:8080" << true;
-    QTest::newRow("relative reference") << "api/v1" << true;
+    QTest::newRow("https") << "https://phone.local/" << true;
+    QTest::newRow("relative reference") << "api/v1" << false;
+    QTest::newRow("file scheme") << "file:///etc/passwd" << false;
+    QTest::newRow("ftp scheme") << "ftp://10.0.0.7/" << false;
+    QTest::newRow("no host") << "http:/path" << false;
     QTest::newRow("escaped space") << "http://host/a%20b" << true;
     QTest::newRow("ipv6 literal") << "http://[fe80::1]:8080/" << true;
     QTest::newRow("space") << "http://host/a b" << false;

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QString>
+#include <QtGlobal>
+
+#include <optional>
+
+// Which IPv4 addresses count as "this local network": private (10/8, 172.16/12, 192.168/16),
+// link-local (169.254/16), shared (100.64/10) and loopback (127/8). A phone on the LAN is
+// always in one of them; anything else is either a public host or not an address at all, and
+// must never end up in the URLs the desktop sends the user's files to.
+namespace LocalAddressRule {
+
+// A strict dotted-quad literal: four decimal pieces of 1 to 3 digits, each 0..255, without
+// leading zeros (which some parsers read as octal), nothing before or after.
+std::optional<quint32> parseIPv4(const QString& text);
+
+bool isLocalIPv4(quint32 address);
+
+// The "ip" member of a pairing message: a literal in one of the local ranges.
+bool isLocalIPv4Literal(const QString& text);
+
+} // namespace LocalAddressRule
