@@ -31,6 +31,9 @@ public:
     void updateTick();
     static void notifyPhoneGroupsUpdated();
 
+    // True while a fetch is on the wire or change signals wait for their look.
+    bool isBusy() const { return m_users.inFlight || m_groups.inFlight || m_changeSignals.isActive(); }
+
     // A process-wide notice that a group's members or name changed.
     static void postGroupMembersChanged();
 

@@ -4,8 +4,6 @@
 
 #include <QObject>
 
-#include <httplib.h>
-
 #include <memory>
 
 // Declared apart from its bodies: moc cannot read the raw JSON strings the tests use.
@@ -20,17 +18,25 @@ private Q_SLOTS:
     void routing_data();
     void routing();
     void pairingOverHttp();
-    void emptyEmailKeepsStoredOneAndMissingIpEmptiesAddress();
-    void invalidBaseUrlKeepsOldOneButStillPairs();
-    void refusedBodiesChangeNothing_data();
-    void refusedBodiesChangeNothing();
+    void ipMustBeALocalIPv4Literal_data();
+    void ipMustBeALocalIPv4Literal();
+    void emptyEmailKeepsTheStoredOne();
+    void badBaseUrlIsLoggedEscapedAndPairingStands_data();
+    void badBaseUrlIsLoggedEscapedAndPairingStands();
+    void refusedRequestsChangeNothing_data();
+    void refusedRequestsChangeNothing();
+    void nothingHidesBehindARefusedHead();
+    void lengthlessChangeSignalIsAnsweredWithoutReadingOn();
     void changeSignalsMoveOnlyTheirStamp();
-    void abuseIsRefused();
+    void slowHeadIsDroppedWhileAnotherPeerPairs();
+    void perPeerConnectionCap();
+    void totalConnectionCap();
+    void pairingBurstsAnswer429UntilTheWindowPasses();
     void malformedRequestsDoNotHurtIt();
     void concurrentRequests();
     void busyPortIsReportedAndTolerated();
 
 private:
-    httplib::Result post(const char* path, const std::string& body, httplib::Headers headers = {});
+    int post(const QByteArray& path, const QByteArray& body, const QByteArray& headers = {}, const char* source = "127.0.0.1");
     std::unique_ptr<MobileDeviceListener> m_listener;
 };
