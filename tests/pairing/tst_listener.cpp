@@ -398,7 +398,15 @@ void TestListener::pairingBurstsAnswer429UntilTheWindowPasses()
     // Change signals and other peers are not held back.
     QCOMPARE(LoopbackClient::exchange(listener.port(), LoopbackClient::request("POST", "/updateGroups", {})), 200);
     QCOMPARE(pair("Other host", "127.0.0.9"), 200);
-    QTRY_COMPARE_WITH_TIMEOUT(pair("Recovered"), 200, 5000);
+    // The window slides: once the oldest message leaves it, one more is let through. (QTRY
+    // evaluates its condition once more after success, hence the remembered status.)
+    int status = 0;
+    auto recovered = [&] {
+        if (status != 200)
+            status = pair("Recovered");
+        return status == 200;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(recovered(), 5000);
     QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Recovered"));
 }
 
