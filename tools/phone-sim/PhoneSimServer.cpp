@@ -284,6 +284,9 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
 
 void PhoneSimServer::logRequest(const httplib::Request& req, const QJsonArray& parts, bool withBody)
 {
+    // A delayed request is logged on arrival; its handler must not log it a second time.
+    if (requestLogged)
+        return;
     QJsonObject headers;
     for (const auto& [name, value] : req.headers) {
         if (name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT")
