@@ -59,8 +59,10 @@ double pairOnce(quint16 port, int* status)
         return -1;
     timeval limit { 10, 0 };
     ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-    const QByteArray request = "POST /myInformation HTTP/1.1\r\nHost: desktop\r\nContent-Type: application/json\r\n"
-                               "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+    const QByteArray request
+        = "POST /myInformation HTTP/1.1\r\nHost: desktop\r\nContent-Type: application/json\r\n"
+          "Content-Length: "
+        + QByteArray::number(body.size()) + "\r\n\r\n" + body;
     ::send(fd, request.constData(), size_t(request.size()), MSG_NOSIGNAL);
     char answer[256] = {};
     const ssize_t got = ::recv(fd, answer, sizeof(answer) - 1, 0);
@@ -74,11 +76,11 @@ double curlOnce(quint16 port, int* status)
 {
     QProcess curl;
     curl.start(QStringLiteral("curl"),
-               { QStringLiteral("-s"), QStringLiteral("-o"), QStringLiteral("/dev/null"), QStringLiteral("-m"),
-                 QStringLiteral("10"), QStringLiteral("--interface"), QStringLiteral("127.0.0.1"), QStringLiteral("-w"),
-                 QStringLiteral("%{http_code} %{time_total}"), QStringLiteral("-H"),
-                 QStringLiteral("Content-Type: application/json"), QStringLiteral("--data-binary"),
-                 QString::fromUtf8(body), QStringLiteral("http://127.0.0.1:%1/myInformation").arg(port) });
+        { QStringLiteral("-s"), QStringLiteral("-o"), QStringLiteral("/dev/null"), QStringLiteral("-m"),
+            QStringLiteral("10"), QStringLiteral("--interface"), QStringLiteral("127.0.0.1"),
+            QStringLiteral("-w"), QStringLiteral("%{http_code} %{time_total}"), QStringLiteral("-H"),
+            QStringLiteral("Content-Type: application/json"), QStringLiteral("--data-binary"),
+            QString::fromUtf8(body), QStringLiteral("http://127.0.0.1:%1/myInformation").arg(port) });
     if (!curl.waitForFinished(15000))
         return -1;
     const QList<QByteArray> out = curl.readAllStandardOutput().split(' ');
@@ -176,7 +178,8 @@ struct Attack
             for (int& fd : idle) {
                 char probe;
                 const ssize_t got = fd < 0 ? 0 : ::recv(fd, &probe, 1, MSG_DONTWAIT);
-                if (fd < 0 || got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOTCONN))
+                if (fd < 0 || got == 0
+                    || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOTCONN))
                     reopen(fd);
             }
             for (int waited = 0; waited < 10 && !stop; ++waited)
@@ -258,17 +261,20 @@ int main(int argc, char* argv[])
     listener.waitForFinished(5000);
 
     std::printf("pairing latency, median of 5 (max), seconds\n");
-    std::printf("  no attack:    listener %.4f (%.4f)   curl %.4f (%.4f)\n", median(calm.ours), maximum(calm.ours),
-                median(calm.curl), maximum(calm.curl));
+    std::printf("  no attack:    listener %.4f (%.4f)   curl %.4f (%.4f)\n", median(calm.ours),
+        maximum(calm.ours), median(calm.curl), maximum(calm.curl));
     std::printf("  under attack: listener %.4f (%.4f)   curl %.4f (%.4f)\n", median(flooded.ours),
-                maximum(flooded.ours), median(flooded.curl), maximum(flooded.curl));
-    std::printf("  failed or non-200 answers: %d without, %d under attack\n", calm.failures, flooded.failures);
+        maximum(flooded.ours), median(flooded.curl), maximum(flooded.curl));
+    std::printf(
+        "  failed or non-200 answers: %d without, %d under attack\n", calm.failures, flooded.failures);
     std::printf("attacker: %ld connections opened, %ld closed by the listener\n", attack.opened.load(),
-                attack.closedByListener.load());
-    std::printf("listener memory: RSS %lld KiB before the attack, %lld KiB under it (peak %lld KiB): %+lld KiB\n",
-                rssBefore, rssAfter, rssPeak, rssAfter - rssBefore);
+        attack.closedByListener.load());
+    std::printf(
+        "listener memory: RSS %lld KiB before the attack, %lld KiB under it (peak %lld KiB): %+lld KiB\n",
+        rssBefore, rssAfter, rssPeak, rssAfter - rssBefore);
     const bool fast = flooded.failures == 0 && maximum(flooded.ours) < 1.0 && maximum(flooded.curl) < 1.0;
     const bool lean = rssAfter - rssBefore < 20 * 1024;
-    std::printf("bar (answered within 1 s under attack, memory grows < 20 MB): %s\n", fast && lean ? "met" : "NOT met");
+    std::printf("bar (answered within 1 s under attack, memory grows < 20 MB): %s\n",
+        fast && lean ? "met" : "NOT met");
     return fast && lean ? 0 : 2;
 }

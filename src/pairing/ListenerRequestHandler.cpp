@@ -23,8 +23,8 @@ std::optional<int> screenListenerRequestHead(const ListenerRequest& head)
     return std::nullopt;
 }
 
-std::optional<PairingMessage> parsePairingMessage(const QByteArray& method, const QByteArray& path,
-                                                  const QByteArray& body)
+std::optional<PairingMessage> parsePairingMessage(
+    const QByteArray& method, const QByteArray& path, const QByteArray& body)
 {
     // The request's printable text: its request line, then the body, then a line end.
     const QByteArray text = method + ' ' + path + " HTTP/1.1\n" + body + '\n';

@@ -16,18 +16,18 @@ struct ListenerRequest
     QByteArray method;
     QByteArray path;
     QByteArray body;
-    bool hasOrigin = false;          // browsers send Origin on every cross-site POST
-    bool isChunked = false;          // a body of unknown length
-    qint64 contentLength = -1;       // -1 when the header is absent
+    bool hasOrigin = false; // browsers send Origin on every cross-site POST
+    bool isChunked = false; // a body of unknown length
+    qint64 contentLength = -1; // -1 when the header is absent
     bool hasContentEncoding = false; // a compressed body could inflate past every cap
-    qint64 headSize = 0;             // request line and header lines, in bytes
+    qint64 headSize = 0; // request line and header lines, in bytes
 };
 
 struct PairingMessage
 {
-    QString ip;                    // empty when missing or not a string
-    QString mobileDeviceName;      // empty when missing or not a string
-    std::optional<QString> email;  // only a non-empty string
+    QString ip; // empty when missing or not a string
+    QString mobileDeviceName; // empty when missing or not a string
+    std::optional<QString> email; // only a non-empty string
     std::optional<QString> baseURL; // only a non-empty string
 };
 
@@ -48,8 +48,8 @@ std::optional<int> screenListenerRequestHead(const ListenerRequest& head);
 // Extracts the pairing object from a request's text as the phone's listener always has: the
 // text after the first "{" up to the next "{" is the object. So a flat object is accepted and
 // an array, a nested object or array, or a "{" inside a string fail.
-std::optional<PairingMessage> parsePairingMessage(const QByteArray& method, const QByteArray& path,
-                                                  const QByteArray& body);
+std::optional<PairingMessage> parsePairingMessage(
+    const QByteArray& method, const QByteArray& path, const QByteArray& body);
 
 // Routes one whole request. A pairing message whose "ip" is not a local IPv4 literal answers
 // 400 and carries no pairing, since every later request to the phone is built from it.

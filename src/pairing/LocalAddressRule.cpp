@@ -36,12 +36,12 @@ bool isLocalIPv4(quint32 address)
         int prefix;
     };
     static constexpr std::array<Range, 6> ranges { {
-        { 0x0A000000, 8 },  // 10.0.0.0/8
+        { 0x0A000000, 8 }, // 10.0.0.0/8
         { 0xAC100000, 12 }, // 172.16.0.0/12
         { 0xC0A80000, 16 }, // 192.168.0.0/16
         { 0xA9FE0000, 16 }, // 169.254.0.0/16
         { 0x64400000, 10 }, // 100.64.0.0/10
-        { 0x7F000000, 8 },  // 127.0.0.0/8
+        { 0x7F000000, 8 }, // 127.0.0.0/8
     } };
     for (const Range& range : ranges) {
         const quint32 mask = ~quint32(0) << (32 - range.prefix);

@@ -46,7 +46,8 @@ bool isLocalPeer(const sockaddr* address)
 {
     if (!address || address->sa_family != AF_INET)
         return false;
-    return LocalAddressRule::isLocalIPv4(ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr));
+    return LocalAddressRule::isLocalIPv4(
+        ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr));
 }
 
 MHD_Result addToHeadSize(void* cls, MHD_ValueKind, const char* key, const char* value)
@@ -137,8 +138,8 @@ struct MobileDeviceListener::Impl
     // is never touched.
     void sweep()
     {
-        const auto tick = std::clamp(limits.requestDeadline / 10, std::chrono::milliseconds(20),
-                                     std::chrono::milliseconds(200));
+        const auto tick = std::clamp(
+            limits.requestDeadline / 10, std::chrono::milliseconds(20), std::chrono::milliseconds(200));
         std::unique_lock lock(mutex);
         while (!stopping) {
             wake.wait_for(lock, tick);
@@ -159,12 +160,14 @@ struct MobileDeviceListener::Impl
         return isLocalPeer(address) ? MHD_YES : MHD_NO;
     }
 
-    static void notifyConnection(void* cls, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code)
+    static void notifyConnection(
+        void* cls, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code)
     {
         auto* self = static_cast<Impl*>(cls);
         std::lock_guard lock(self->mutex);
         if (code == MHD_CONNECTION_NOTIFY_STARTED) {
-            const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+            const MHD_ConnectionInfo* info
+                = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
             self->open[connection] = Open { info ? info->connect_fd : -1, Clock::now(), !info };
         } else {
             self->open.erase(connection);
@@ -178,19 +181,21 @@ struct MobileDeviceListener::Impl
     }
 
     static MHD_Result access(void* cls, MHD_Connection* connection, const char* url, const char* method,
-                             const char* version, const char* uploadData, size_t* uploadDataSize, void** context)
+        const char* version, const char* uploadData, size_t* uploadDataSize, void** context)
     {
         auto* self = static_cast<Impl*>(cls);
         auto* state = static_cast<RequestState*>(*context);
         if (!state) {
             // The head has arrived: refuse what must not be read before reading it.
             ListenerRequest head = headOf(connection, url, method, version);
-            const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+            const MHD_ConnectionInfo* info
+                = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
             const QString peer = peerOf(info ? info->client_addr : nullptr);
             if (auto refusal = screenListenerRequestHead(head)) {
                 self->settle(connection);
-                qCInfo(lcListener).noquote() << "refused" << head.method << Log::escaped(QString::fromLatin1(head.path))
-                                             << "from" << peer << "->" << *refusal;
+                qCInfo(lcListener).noquote()
+                    << "refused" << head.method << Log::escaped(QString::fromLatin1(head.path)) << "from"
+                    << peer << "->" << *refusal;
                 return answer(connection, *refusal);
             }
             if (head.method == "POST" && head.path == "/myInformation" && !self->rateLimiter.admit(peer)) {
@@ -213,7 +218,7 @@ struct MobileDeviceListener::Impl
         const ListenerOutcome outcome = handleListenerRequest(state->request);
         if (!outcome.refusal.isEmpty())
             Log::line(u"[MobileDeviceListener] Refused a pairing message from " + state->peer + u": "
-                      + Log::escaped(outcome.refusal));
+                + Log::escaped(outcome.refusal));
         applyListenerOutcome(outcome, state->peer);
         qCDebug(lcListener) << state->request.method << state->request.path << "from" << state->peer << "->"
                             << outcome.status;
@@ -249,20 +254,16 @@ bool MobileDeviceListener::start()
     // a connection live in a 16 KiB pool, so a head over 8 KiB is refused by the handler and
     // one much larger by the library itself. The library's default address reuse does not
     // share the port, so a second instance fails to bind instead of stealing messages.
-    m_impl->daemon = MHD_start_daemon(
-        MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_ERROR_LOG, m_port, &Impl::acceptPolicy, nullptr,
-        &Impl::access, m_impl.get(),
-        MHD_OPTION_SOCK_ADDR, &address,
-        MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections,
-        MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.perPeerConnections,
-        MHD_OPTION_CONNECTION_TIMEOUT, idleSeconds,
-        MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(16 * 1024),
-        MHD_OPTION_NOTIFY_CONNECTION, &Impl::notifyConnection, m_impl.get(),
-        MHD_OPTION_NOTIFY_COMPLETED, &Impl::requestCompleted, nullptr,
-        MHD_OPTION_EXTERNAL_LOGGER, &logFromLibrary, nullptr,
-        MHD_OPTION_END);
+    m_impl->daemon = MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_ERROR_LOG,
+        m_port, &Impl::acceptPolicy, nullptr, &Impl::access, m_impl.get(), MHD_OPTION_SOCK_ADDR, &address,
+        MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+        limits.perPeerConnections, MHD_OPTION_CONNECTION_TIMEOUT, idleSeconds,
+        MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(16 * 1024), MHD_OPTION_NOTIFY_CONNECTION,
+        &Impl::notifyConnection, m_impl.get(), MHD_OPTION_NOTIFY_COMPLETED, &Impl::requestCompleted, nullptr,
+        MHD_OPTION_EXTERNAL_LOGGER, &logFromLibrary, nullptr, MHD_OPTION_END);
     if (!m_impl->daemon) {
-        Log::line(QStringLiteral("[MobileDeviceListener] ❌ Cannot listen on port %1: the phone cannot pair until it is free")
+        Log::line(QStringLiteral(
+            "[MobileDeviceListener] ❌ Cannot listen on port %1: the phone cannot pair until it is free")
                       .arg(m_port));
         return false;
     }

@@ -27,7 +27,8 @@ PairingGate::PairingGate()
 bool PairingGate::isSamePhone(const PairingMessage& message)
 {
     const QString storedEmail = Settings::string(Settings::userEmailKey).value_or(QString());
-    return message.ip == Session::instance().phoneIPAddress() && message.email.value_or(QString()) == storedEmail;
+    return message.ip == Session::instance().phoneIPAddress()
+        && message.email.value_or(QString()) == storedEmail;
 }
 
 PairingGate::Decision PairingGate::offer(const PairingMessage& message, const QString& peer)
@@ -43,8 +44,9 @@ PairingGate::Decision PairingGate::offer(const PairingMessage& message, const QS
     m_pending = PendingPairing { id, message, peer };
     const auto hold = m_holdTime;
     lock.unlock();
-    Log::line(QStringLiteral("[PairingGate] Another phone asks to pair: \"%1\" (%2) from %3; waiting for the user")
-                  .arg(Log::escaped(message.mobileDeviceName), message.ip, peer));
+    Log::line(
+        QStringLiteral("[PairingGate] Another phone asks to pair: \"%1\" (%2) from %3; waiting for the user")
+            .arg(Log::escaped(message.mobileDeviceName), message.ip, peer));
     QMetaObject::invokeMethod(
         this, [this, id, hold] { QTimer::singleShot(hold, this, [this, id] { ignorePending(id); }); },
         Qt::QueuedConnection);

@@ -52,8 +52,10 @@ PairingRequestBar::PairingRequestBar(QWidget* parent)
     layout->addWidget(switchButton);
     layout->addWidget(ignoreButton);
 
-    connect(switchButton, &QPushButton::clicked, this, [this] { PairingGate::instance().acceptPending(m_pendingId); });
-    connect(ignoreButton, &QPushButton::clicked, this, [this] { PairingGate::instance().ignorePending(m_pendingId); });
+    connect(switchButton, &QPushButton::clicked, this,
+        [this] { PairingGate::instance().acceptPending(m_pendingId); });
+    connect(ignoreButton, &QPushButton::clicked, this,
+        [this] { PairingGate::instance().ignorePending(m_pendingId); });
     connect(&PairingGate::instance(), &PairingGate::pendingChanged, this, &PairingRequestBar::refresh);
     refresh();
 }
@@ -69,7 +71,8 @@ void PairingRequestBar::refresh()
     m_pendingId = pending->id;
     //: Main window bar: another phone sent a pairing message. %1 is its name, %2 its address.
     //% "%1 (%2) wants to pair with this computer"
-    messageLabel->setText(qtTrId("pairingRequestText").arg(displayName(pending->message.mobileDeviceName), pending->message.ip));
+    messageLabel->setText(qtTrId("pairingRequestText")
+                              .arg(displayName(pending->message.mobileDeviceName), pending->message.ip));
     setAccessibleName(messageLabel->text());
     show();
 }

@@ -45,7 +45,8 @@ public:
 
     bool send(const QByteArray& bytes)
     {
-        return m_fd >= 0 && ::send(m_fd, bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) == bytes.size();
+        return m_fd >= 0
+            && ::send(m_fd, bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) == bytes.size();
     }
 
     // Reads what arrives until the listener closes the connection or timeoutMs pass.
@@ -83,7 +84,7 @@ public:
     int status() const { return m_received.startsWith("HTTP/1.") ? m_received.mid(9, 3).toInt() : 0; }
 
     static QByteArray request(const QByteArray& method, const QByteArray& path, const QByteArray& body,
-                              const QByteArray& extraHeaders = {})
+        const QByteArray& extraHeaders = {})
     {
         return method + ' ' + path + " HTTP/1.1\r\nHost: desktop\r\n" + extraHeaders
             + "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;

@@ -10,7 +10,6 @@
 #include <QTest>
 #include <QTimer>
 
-
 // The phone's change signals, sent as fast as a host can send them, against the fetches they
 // cause on the phone (counted from the simulator's request log).
 class TestChangeSignals : public QObject
@@ -35,7 +34,8 @@ int fetches(PhoneSimProcess& sim, const QString& pathPart)
     int n = 0;
     for (const auto& r : sim.requests()) {
         const QJsonObject request = r.toObject();
-        n += request.value(u"method").toString() == u"GET" && request.value(u"path").toString().contains(pathPart);
+        n += request.value(u"method").toString() == u"GET"
+            && request.value(u"path").toString().contains(pathPart);
     }
     return n;
 }
@@ -51,8 +51,8 @@ void TestChangeSignals::initTestCase()
 void TestChangeSignals::burstsAreCoalesced_data()
 {
     QTest::addColumn<int>("signals");
-    QTest::addColumn<int>("pauseMs");       // between two signals of a kind
-    QTest::addColumn<int>("usersDelayMs");  // how long the phone takes to list its users
+    QTest::addColumn<int>("pauseMs"); // between two signals of a kind
+    QTest::addColumn<int>("usersDelayMs"); // how long the phone takes to list its users
     QTest::newRow("one of each") << 1 << 0 << 0;
     QTest::newRow("a flood of 100 each") << 100 << 0 << 0;
     // Half a second's look: a steady stream gives a fetch per look, not per signal.
@@ -91,7 +91,8 @@ void TestChangeSignals::burstsAreCoalesced()
     phone.setInterval(pauseMs);
     connect(&phone, &QTimer::timeout, this, [&] {
         do {
-            LoopbackClient::exchange(listener.port(), LoopbackClient::request("POST", "/updateAssociates", {}));
+            LoopbackClient::exchange(
+                listener.port(), LoopbackClient::request("POST", "/updateAssociates", {}));
             LoopbackClient::exchange(listener.port(), LoopbackClient::request("POST", "/updateGroups", {}));
         } while (++sent < signals && pauseMs == 0);
         if (sent == signals)
@@ -110,7 +111,11 @@ void TestChangeSignals::burstsAreCoalesced()
     const int users = fetches(*m_sim, u"/getUsers"_qs);
     const int groups = fetches(*m_sim, u"/groups/"_qs);
     const QByteArray counts = QStringLiteral("%1 signals each in %2 ms: %3 users and %4 groups fetches")
-                                  .arg(signals).arg(streamMs).arg(users).arg(groups).toUtf8();
+                                  .arg(signals)
+                                  .arg(streamMs)
+                                  .arg(users)
+                                  .arg(groups)
+                                  .toUtf8();
     qInfo("%s", counts.constData());
     QVERIFY2(users >= 1 && users <= std::min(looks, answers), counts.constData());
     QVERIFY2(groups >= 1 && groups <= 2 * looks, counts.constData());

@@ -22,8 +22,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QByteArray phoneMessage =
-    R"({"ip":"10.0.0.7","mobileDeviceName":"My phone","email":"ann@example.com","baseURL":"http://10.0.0.7:8080/"})";
+const QByteArray phoneMessage
+    = R"({"ip":"10.0.0.7","mobileDeviceName":"My phone","email":"ann@example.com","baseURL":"http://10.0.0.7:8080/"})";
 
 QByteArray pairingRequest(const QByteArray& body, const QByteArray& headers = {})
 {
@@ -50,9 +50,11 @@ void TestListener::init()
     QVERIFY(m_listener->port() > 0);
 }
 
-int TestListener::post(const QByteArray& path, const QByteArray& body, const QByteArray& headers, const char* source)
+int TestListener::post(
+    const QByteArray& path, const QByteArray& body, const QByteArray& headers, const char* source)
 {
-    return LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", path, body, headers), source);
+    return LoopbackClient::exchange(
+        m_listener->port(), LoopbackClient::request("POST", path, body, headers), source);
 }
 
 void TestListener::pairingExtraction_data()
@@ -61,23 +63,37 @@ void TestListener::pairingExtraction_data()
     QTest::addColumn<bool>("accepted");
     QTest::addColumn<QString>("ip");
     QTest::addColumn<QString>("name");
-    QTest::newRow("all members")
-        << QByteArray(R"({"ip":"10.0.0.7","mobileDeviceName":"Ann’s phone","email":"a@b.c","baseURL":"http://10.0.0.7:8080/"})")
-        << true << "10.0.0.7" << "Ann’s phone";
-    QTest::newRow("pretty printed") << QByteArray("{\n  \"ip\" : \"1.2.3.4\"\n}\n") << true << "1.2.3.4" << "";
-    QTest::newRow("no members") << QByteArray("{}") << true << "" << "";
-    QTest::newRow("non-string members") << QByteArray(R"({"ip":5,"mobileDeviceName":null})") << true << "" << "";
-    QTest::newRow("text before object") << QByteArray(R"(x={"ip":"1.1.1.1"})") << true << "1.1.1.1" << "";
-    QTest::newRow("array of objects") << QByteArray(R"([{"ip":"1.1.1.1"}])") << false << "" << "";
-    QTest::newRow("nested object") << QByteArray(R"({"ip":"1.1.1.1","x":{"y":1}})") << false << "" << "";
+    QTest::newRow("all members") << QByteArray(
+        R"({"ip":"10.0.0.7","mobileDeviceName":"Ann’s phone","email":"a@b.c","baseURL":"http://10.0.0.7:8080/"})")
+                                 << true << "10.0.0.7"
+                                 << "Ann’s phone";
+    QTest::newRow("pretty printed") << QByteArray("{\n  \"ip\" : \"1.2.3.4\"\n}\n") << true << "1.2.3.4"
+                                    << "";
+    QTest::newRow("no members") << QByteArray("{}") << true << ""
+                                << "";
+    QTest::newRow("non-string members") << QByteArray(R"({"ip":5,"mobileDeviceName":null})") << true << ""
+                                        << "";
+    QTest::newRow("text before object") << QByteArray(R"(x={"ip":"1.1.1.1"})") << true << "1.1.1.1"
+                                        << "";
+    QTest::newRow("array of objects") << QByteArray(R"([{"ip":"1.1.1.1"}])") << false << ""
+                                      << "";
+    QTest::newRow("nested object") << QByteArray(R"({"ip":"1.1.1.1","x":{"y":1}})") << false << ""
+                                   << "";
     // Only a "{" cuts the text, so an array of plain values slips through, as it always has.
-    QTest::newRow("array of scalars") << QByteArray(R"({"ip":"1.1.1.1","x":[1]})") << true << "1.1.1.1" << "";
-    QTest::newRow("brace in string") << QByteArray(R"({"ip":"1.{1"})") << false << "" << "";
-    QTest::newRow("no brace") << QByteArray("ip=1.1.1.1") << false << "" << "";
-    QTest::newRow("empty") << QByteArray() << false << "" << "";
-    QTest::newRow("only brace") << QByteArray("{") << false << "" << "";
-    QTest::newRow("not json") << QByteArray("{ip:1}") << false << "" << "";
-    QTest::newRow("trailing text") << QByteArray(R"({"ip":"1"} tail)") << false << "" << "";
+    QTest::newRow("array of scalars") << QByteArray(R"({"ip":"1.1.1.1","x":[1]})") << true << "1.1.1.1"
+                                      << "";
+    QTest::newRow("brace in string") << QByteArray(R"({"ip":"1.{1"})") << false << ""
+                                     << "";
+    QTest::newRow("no brace") << QByteArray("ip=1.1.1.1") << false << ""
+                              << "";
+    QTest::newRow("empty") << QByteArray() << false << ""
+                           << "";
+    QTest::newRow("only brace") << QByteArray("{") << false << ""
+                                << "";
+    QTest::newRow("not json") << QByteArray("{ip:1}") << false << ""
+                              << "";
+    QTest::newRow("trailing text") << QByteArray(R"({"ip":"1"} tail)") << false << ""
+                                   << "";
 }
 
 void TestListener::pairingExtraction()
@@ -129,7 +145,8 @@ void TestListener::pairingOverHttp()
     QCOMPARE(Settings::string(Settings::baseUrlKey), QStringLiteral("http://10.0.0.7:8080/"));
     QVERIFY(session.isPhoneConnected());
     QTRY_COMPARE(connected.size(), 1);
-    QCOMPARE(log.lines(), QStringList { QStringLiteral("[BaseUrlStore] ✅ Base URL set: http://10.0.0.7:8080/") });
+    QCOMPARE(
+        log.lines(), QStringList { QStringLiteral("[BaseUrlStore] ✅ Base URL set: http://10.0.0.7:8080/") });
 }
 
 void TestListener::ipMustBeALocalIPv4Literal_data()
@@ -166,9 +183,10 @@ void TestListener::ipMustBeALocalIPv4Literal()
     QFETCH(QString, ip);
     QFETCH(bool, accepted);
     LogCapture log;
-    QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, u"Phone"_qs }, { u"email"_qs, u"e@x.y"_qs },
-                          { u"baseURL"_qs, u"http://10.0.0.7:8080/"_qs } };
-    QCOMPARE(post("/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)), accepted ? 200 : 400);
+    QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, u"Phone"_qs },
+        { u"email"_qs, u"e@x.y"_qs }, { u"baseURL"_qs, u"http://10.0.0.7:8080/"_qs } };
+    QCOMPARE(
+        post("/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)), accepted ? 200 : 400);
     if (accepted) {
         QCOMPARE(Session::instance().phoneIPAddress(), ip);
         QVERIFY(Session::instance().isPhoneConnected());
@@ -177,7 +195,8 @@ void TestListener::ipMustBeALocalIPv4Literal()
     verifyNothingChanged();
     QCOMPARE(log.lines().size(), 1);
     const QString line = log.lines().at(0);
-    QVERIFY2(line.startsWith(u"[MobileDeviceListener] Refused a pairing message from 127.0.0.1: "), qPrintable(line));
+    QVERIFY2(line.startsWith(u"[MobileDeviceListener] Refused a pairing message from 127.0.0.1: "),
+        qPrintable(line));
     QVERIFY2(!line.contains(u'\n'), qPrintable(line)); // peer text cannot forge log lines
 }
 
@@ -194,14 +213,20 @@ void TestListener::badBaseUrlIsLoggedEscapedAndPairingStands_data()
 {
     QTest::addColumn<QString>("baseURL");
     QTest::addColumn<QString>("logged");
-    QTest::newRow("space") << "http://new host/" << "http://new host/";
-    QTest::newRow("file") << "file:///home/ann/" << "file:///home/ann/";
-    QTest::newRow("ftp") << "ftp://10.0.0.7/" << "ftp://10.0.0.7/";
-    QTest::newRow("no scheme") << "10.0.0.7:8080/" << "10.0.0.7:8080/";
-    QTest::newRow("javascript") << "javascript:alert(1)" << "javascript:alert(1)";
+    QTest::newRow("space") << "http://new host/"
+                           << "http://new host/";
+    QTest::newRow("file") << "file:///home/ann/"
+                          << "file:///home/ann/";
+    QTest::newRow("ftp") << "ftp://10.0.0.7/"
+                         << "ftp://10.0.0.7/";
+    QTest::newRow("no scheme") << "10.0.0.7:8080/"
+                               << "10.0.0.7:8080/";
+    QTest::newRow("javascript") << "javascript:alert(1)"
+                                << "javascript:alert(1)";
     QTest::newRow("forged log line") << "x\n[BaseUrlStore] ✅ Base URL set: http://evil/"
                                      << "x\\u000a[BaseUrlStore] ✅ Base URL set: http://evil/";
-    QTest::newRow("terminal escape") << "\x1b[2Jhttp://a/" << "\\u001b[2Jhttp://a/";
+    QTest::newRow("terminal escape") << "\x1b[2Jhttp://a/"
+                                     << "\\u001b[2Jhttp://a/";
 }
 
 void TestListener::badBaseUrlIsLoggedEscapedAndPairingStands()
@@ -225,7 +250,8 @@ void TestListener::refusedRequestsChangeNothing_data()
     QTest::newRow("array") << pairingRequest(R"([{"ip":"10.9.9.9"}])") << 400;
     QTest::newRow("nested") << pairingRequest(R"({"ip":"10.9.9.9","n":{"a":1}})") << 400;
     QTest::newRow("no ip") << pairingRequest(R"({"mobileDeviceName":"x"})") << 400;
-    QTest::newRow("from a web page") << pairingRequest(phoneMessage, "Origin: http://evil.example\r\n") << 403;
+    QTest::newRow("from a web page") << pairingRequest(phoneMessage, "Origin: http://evil.example\r\n")
+                                     << 403;
     QTest::newRow("null origin") << pairingRequest(phoneMessage, "Origin: null\r\n") << 403;
     QTest::newRow("gzip") << pairingRequest(phoneMessage, "Content-Encoding: gzip\r\n") << 415;
     QTest::newRow("deflate") << pairingRequest(phoneMessage, "Content-Encoding: deflate\r\n") << 415;
@@ -233,11 +259,14 @@ void TestListener::refusedRequestsChangeNothing_data()
         << pairingRequest(R"({"ip":"10.9.9.9","pad":")" + QByteArray(65 * 1024, 'x') + R"("})") << 413;
     QTest::newRow("length over 64 KiB, nothing sent")
         << QByteArray("POST /myInformation HTTP/1.1\r\nHost: d\r\nContent-Length: 70000\r\n\r\n") << 413;
-    QTest::newRow("chunked")
-        << QByteArray("POST /myInformation HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n{\"ip\"\r\n0\r\n\r\n")
-        << 413;
-    QTest::newRow("head just over 8 KiB") << pairingRequest(phoneMessage, "X-Pad: " + QByteArray(8200, 'a') + "\r\n") << 431;
-    QTest::newRow("head of 20 KiB") << pairingRequest(phoneMessage, "X-Pad: " + QByteArray(20000, 'a') + "\r\n") << 431;
+    QTest::newRow("chunked") << QByteArray("POST /myInformation HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: "
+                                           "chunked\r\n\r\n5\r\n{\"ip\"\r\n0\r\n\r\n")
+                             << 413;
+    QTest::newRow("head just over 8 KiB")
+        << pairingRequest(phoneMessage, "X-Pad: " + QByteArray(8200, 'a') + "\r\n") << 431;
+    QTest::newRow("head of 20 KiB") << pairingRequest(
+        phoneMessage, "X-Pad: " + QByteArray(20000, 'a') + "\r\n")
+                                    << 431;
     QByteArray manyHeaders;
     for (int i = 0; i < 2000; ++i)
         manyHeaders += "A" + QByteArray::number(i) + ": b\r\n";
@@ -268,7 +297,7 @@ void TestListener::nothingHidesBehindARefusedHead()
     const QByteArray inner = pairingRequest(phoneMessage);
     LoopbackClient client(m_listener->port());
     client.send("POST /updateGroups HTTP/1.1\r\nHost: d\r\nOrigin: http://evil.example\r\nContent-Length: "
-                + QByteArray::number(inner.size()) + "\r\n\r\n");
+        + QByteArray::number(inner.size()) + "\r\n\r\n");
     QVERIFY(client.waitForAnything(5000));
     QCOMPARE(client.status(), 403);
     client.send(inner); // may fail once the listener has closed: either way it must not count
@@ -313,7 +342,8 @@ void TestListener::changeSignalsMoveOnlyTheirStamp()
     QCOMPARE(session.groupsUpdatedAt(), groupsAfter);
     QVERIFY(!session.isPhoneConnected());
 
-    QCOMPARE(LoopbackClient::exchange(m_listener->port(), "GET /updateGroups HTTP/1.1\r\nHost: d\r\n\r\n"), 404);
+    QCOMPARE(
+        LoopbackClient::exchange(m_listener->port(), "GET /updateGroups HTTP/1.1\r\nHost: d\r\n\r\n"), 404);
     QCOMPARE(session.groupsUpdatedAt(), groupsAfter);
 }
 
@@ -388,7 +418,8 @@ void TestListener::pairingBurstsAnswer429UntilTheWindowPasses()
     MobileDeviceListener listener(0, limits);
     QVERIFY(listener.start());
     auto pair = [&](const char* name, const char* source = "127.0.0.1") {
-        const QByteArray body = R"({"ip":"10.0.0.7","email":"ann@example.com","mobileDeviceName":")" + QByteArray(name) + "\"}";
+        const QByteArray body
+            = R"({"ip":"10.0.0.7","email":"ann@example.com","mobileDeviceName":")" + QByteArray(name) + "\"}";
         return LoopbackClient::exchange(listener.port(), pairingRequest(body), source);
     };
     for (int i = 0; i < 10; ++i)
@@ -396,7 +427,8 @@ void TestListener::pairingBurstsAnswer429UntilTheWindowPasses()
     QCOMPARE(pair("Eleventh"), 429);
     QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Phone"));
     // Change signals and other peers are not held back.
-    QCOMPARE(LoopbackClient::exchange(listener.port(), LoopbackClient::request("POST", "/updateGroups", {})), 200);
+    QCOMPARE(
+        LoopbackClient::exchange(listener.port(), LoopbackClient::request("POST", "/updateGroups", {})), 200);
     QCOMPARE(pair("Other host", "127.0.0.9"), 200);
     // The window slides: once the oldest message leaves it, one more is let through. (QTRY
     // evaluates its condition once more after success, hence the remembered status.)
@@ -417,8 +449,11 @@ void TestListener::malformedRequestsDoNotHurtIt()
         QByteArrayLiteral("POST /myInformation HTTP/1.1\r\nContent-Length: -5\r\n\r\n{}"),
         QByteArrayLiteral("POST /myInformation HTTP/1.1\r\nContent-Length: 1e3\r\n\r\n{}"),
         QByteArrayLiteral("POST /myInformation HTTP/1.1\r\nContent-Length: 10\r\n\r\n{\"i"), // cut short
-        QByteArrayLiteral("POST /myInformation HTTP/1.1\r\nContent-Length: 5\r\nContent-Length: 500\r\n\r\n{}"),
-        QByteArrayLiteral("GET / HTTP/9.9\r\n" "X: " "\r\n\r\n"),
+        QByteArrayLiteral(
+            "POST /myInformation HTTP/1.1\r\nContent-Length: 5\r\nContent-Length: 500\r\n\r\n{}"),
+        QByteArrayLiteral("GET / HTTP/9.9\r\n"
+                          "X: "
+                          "\r\n\r\n"),
         QByteArrayLiteral("POST /myInformation HTTP/1.1\r\n Folded: x\r\n\r\n"),
         QByteArray(20000, 'A') + "\r\n\r\n",
     };
@@ -440,9 +475,12 @@ void TestListener::concurrentRequests()
         clients.emplace_back([port, i, &ok] {
             const QByteArray source = "127.0.3." + QByteArray::number(i + 1);
             for (int n = 0; n < 20; ++n) {
-                const QByteArray body = "{\"ip\":\"10.0." + QByteArray::number(i) + "." + QByteArray::number(n) + "\"}";
+                const QByteArray body
+                    = "{\"ip\":\"10.0." + QByteArray::number(i) + "." + QByteArray::number(n) + "\"}";
                 const QByteArray path = n % 2 ? "/myInformation" : "/updateGroups";
-                if (LoopbackClient::exchange(port, LoopbackClient::request("POST", path, body), source.constData()) == 200)
+                if (LoopbackClient::exchange(
+                        port, LoopbackClient::request("POST", path, body), source.constData())
+                    == 200)
                     ++ok;
             }
         });

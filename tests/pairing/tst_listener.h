@@ -37,6 +37,7 @@ private Q_SLOTS:
     void busyPortIsReportedAndTolerated();
 
 private:
-    int post(const QByteArray& path, const QByteArray& body, const QByteArray& headers = {}, const char* source = "127.0.0.1");
+    int post(const QByteArray& path, const QByteArray& body, const QByteArray& headers = {},
+        const char* source = "127.0.0.1");
     std::unique_ptr<MobileDeviceListener> m_listener;
 };

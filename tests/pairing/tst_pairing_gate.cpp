@@ -30,7 +30,7 @@ private Q_SLOTS:
 
 private:
     int pair(const QString& ip, const QString& email, const QString& name = u"Phone"_qs,
-             const QString& baseURL = u"http://10.0.0.7:8080/"_qs);
+        const QString& baseURL = u"http://10.0.0.7:8080/"_qs);
     void connectFirstPhone();
     std::unique_ptr<MobileDeviceListener> m_listener;
 };
@@ -44,14 +44,15 @@ void TestPairingGate::init()
     QVERIFY(m_listener->start());
 }
 
-int TestPairingGate::pair(const QString& ip, const QString& email, const QString& name, const QString& baseURL)
+int TestPairingGate::pair(
+    const QString& ip, const QString& email, const QString& name, const QString& baseURL)
 {
     QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name }, { u"baseURL"_qs, baseURL } };
     if (!email.isNull())
         message.insert(u"email"_qs, email);
     return LoopbackClient::exchange(m_listener->port(),
-                                    LoopbackClient::request("POST", "/myInformation",
-                                                            QJsonDocument(message).toJson(QJsonDocument::Compact)));
+        LoopbackClient::request(
+            "POST", "/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)));
 }
 
 void TestPairingGate::connectFirstPhone()
@@ -66,10 +67,14 @@ void TestPairingGate::whenAMessageTakesEffect_data()
     QTest::addColumn<QString>("ip");
     QTest::addColumn<QString>("email");
     QTest::addColumn<bool>("appliedAtOnce");
-    QTest::newRow("pairing screen: any phone") << false << "10.0.0.99" << "eve@example.com" << true;
-    QTest::newRow("same phone re-pairs") << true << "10.0.0.7" << "ann@example.com" << true;
-    QTest::newRow("same address, other user") << true << "10.0.0.7" << "eve@example.com" << false;
-    QTest::newRow("same user, other address") << true << "10.0.0.99" << "ann@example.com" << false;
+    QTest::newRow("pairing screen: any phone") << false << "10.0.0.99"
+                                               << "eve@example.com" << true;
+    QTest::newRow("same phone re-pairs") << true << "10.0.0.7"
+                                         << "ann@example.com" << true;
+    QTest::newRow("same address, other user") << true << "10.0.0.7"
+                                              << "eve@example.com" << false;
+    QTest::newRow("same user, other address") << true << "10.0.0.99"
+                                              << "ann@example.com" << false;
     QTest::newRow("same address, no e-mail") << true << "10.0.0.7" << QString() << false;
 }
 
@@ -108,7 +113,8 @@ void TestPairingGate::switchAppliesTheWaitingMessage()
 {
     connectFirstPhone();
     QSignalSpy applied(&PairingGate::instance(), &PairingGate::pairingApplied);
-    QCOMPARE(pair(u"10.0.0.99"_qs, u"bob@example.com"_qs, u"Bob's phone"_qs, u"http://10.0.0.99:8080/"_qs), 200);
+    QCOMPARE(
+        pair(u"10.0.0.99"_qs, u"bob@example.com"_qs, u"Bob's phone"_qs, u"http://10.0.0.99:8080/"_qs), 200);
     QTRY_VERIFY(PairingGate::instance().pending());
     QVERIFY(PairingGate::instance().acceptPending(PairingGate::instance().pending()->id));
     QCOMPARE(Session::instance().phoneIPAddress(), QStringLiteral("10.0.0.99"));
@@ -153,7 +159,8 @@ void TestPairingGate::aNewerRequestReplacesTheWaitingOne()
     QTRY_VERIFY(PairingGate::instance().pending());
     const quint64 first = PairingGate::instance().pending()->id;
     QCOMPARE(pair(u"10.0.0.99"_qs, u"eve@example.com"_qs, u"Second"_qs), 200);
-    QTRY_COMPARE(PairingGate::instance().pending().value_or(PendingPairing {}).message.mobileDeviceName, QStringLiteral("Second"));
+    QTRY_COMPARE(PairingGate::instance().pending().value_or(PendingPairing {}).message.mobileDeviceName,
+        QStringLiteral("Second"));
     // A Switch meant for the first one must not apply the second.
     QVERIFY(!PairingGate::instance().acceptPending(first));
     QCOMPARE(Session::instance().phoneIPAddress(), QStringLiteral("10.0.0.7"));

@@ -70,14 +70,18 @@ void TestPairingWindow::init()
     Session::instance().setPhoneServicePortForTesting(m_sim->port());
     m_listener = std::make_unique<MobileDeviceListener>(0);
     QVERIFY(m_listener->start());
-    const QByteArray phone = R"({"ip":"127.0.0.1","mobileDeviceName":"Ann's phone","email":"ann@example.com","baseURL":"http://127.0.0.1:8080/"})";
-    QCOMPARE(LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", "/myInformation", phone)), 200);
+    const QByteArray phone
+        = R"({"ip":"127.0.0.1","mobileDeviceName":"Ann's phone","email":"ann@example.com","baseURL":"http://127.0.0.1:8080/"})";
+    QCOMPARE(LoopbackClient::exchange(
+                 m_listener->port(), LoopbackClient::request("POST", "/myInformation", phone)),
+        200);
     m_window = std::make_unique<AppWindow>();
     m_window->showMain();
     m_window->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
     QVERIFY(mainOf(*m_window));
-    QTRY_COMPARE(m_window->windowTitle(), QStringLiteral("Varnex Dekstop Application (Connected: Ann's phone)"));
+    QTRY_COMPARE(
+        m_window->windowTitle(), QStringLiteral("Varnex Dekstop Application (Connected: Ann's phone)"));
 }
 
 void TestPairingWindow::cleanup()
@@ -88,11 +92,11 @@ void TestPairingWindow::cleanup()
 
 void TestPairingWindow::askToPair(const QString& name, const QString& ip)
 {
-    const QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name }, { u"email"_qs, u"eve@example.com"_qs },
-                                { u"baseURL"_qs, QString(u"http://" + ip + u":8080/") } };
-    QCOMPARE(LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", "/myInformation",
-                                                                                  QJsonDocument(message).toJson())),
-             200);
+    const QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name },
+        { u"email"_qs, u"eve@example.com"_qs }, { u"baseURL"_qs, QString(u"http://" + ip + u":8080/") } };
+    QCOMPARE(LoopbackClient::exchange(m_listener->port(),
+                 LoopbackClient::request("POST", "/myInformation", QJsonDocument(message).toJson())),
+        200);
 }
 
 void TestPairingWindow::switchTakesTheOtherPhone()
@@ -102,7 +106,8 @@ void TestPairingWindow::switchTakesTheOtherPhone()
     QWidget* focused = QApplication::focusWidget();
     askToPair(u"Eve's phone"_qs);
     QTRY_VERIFY(bar->isVisible());
-    QCOMPARE(bar->messageLabel->text(), QStringLiteral("Eve's phone (10.0.0.99) wants to pair with this computer"));
+    QCOMPARE(bar->messageLabel->text(),
+        QStringLiteral("Eve's phone (10.0.0.99) wants to pair with this computer"));
     QCOMPARE(QApplication::focusWidget(), focused); // a keystroke meant elsewhere cannot answer it
     QCOMPARE(bar->switchButton->accessibleName(), QStringLiteral("Switch"));
     QCOMPARE(bar->ignoreButton->accessibleName(), QStringLiteral("Ignore"));
@@ -116,7 +121,8 @@ void TestPairingWindow::switchTakesTheOtherPhone()
     QTRY_VERIFY(!bar->isVisible());
     QCOMPARE(Session::instance().phoneIPAddress(), QStringLiteral("10.0.0.99"));
     QCOMPARE(Settings::string(Settings::userEmailKey), QStringLiteral("eve@example.com"));
-    QTRY_COMPARE(m_window->windowTitle(), QStringLiteral("Varnex Dekstop Application (Connected: Eve's phone)"));
+    QTRY_COMPARE(
+        m_window->windowTitle(), QStringLiteral("Varnex Dekstop Application (Connected: Eve's phone)"));
     AboutViewController* about = mainOf(*m_window)->vc3;
     QCOMPARE(about->pairedPhone->text(), QStringLiteral("Paired with Eve's phone (10.0.0.99)"));
     QVERIFY(mainOf(*m_window)); // still the main window
