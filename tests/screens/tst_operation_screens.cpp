@@ -78,6 +78,7 @@ private Q_SLOTS:
 
 private:
     void waitForRecipients(EncryptViewController& screen);
+    void readyToEncrypt(EncryptViewController& screen);
     QTemporaryDir m_home;
     QString m_files;
     std::unique_ptr<PhoneSimProcess> m_sim;
@@ -111,6 +112,16 @@ void TestOperationScreens::waitForRecipients(EncryptViewController& screen)
     screen.resize(1100, 650);
     screen.show();
     QTRY_VERIFY_WITH_TIMEOUT(screen.recipients->store()->groups.size() >= 2, 5000);
+}
+
+// One marked file, a.txt, and one recipient: ENCRYPT is on.
+void TestOperationScreens::readyToEncrypt(EncryptViewController& screen)
+{
+    write(m_files + u"/a.txt"_qs, "a");
+    waitForRecipients(screen);
+    screen.recipients->store()->clickRow(userRow(screen.recipients->store(), u"ben.ortiz@example.com"_qs));
+    screen.addFiles({ m_files + u"/a.txt"_qs });
+    screen.intakeList()->flip(0);
 }
 
 void TestOperationScreens::encryptChecksRecipientsThenFiles()
@@ -286,13 +297,8 @@ void TestOperationScreens::mainThreadStaysResponsive()
 void TestOperationScreens::cancelKeepsMarksAndRecipients()
 {
     FakeDialogs dialogs;
-    write(m_files + u"/a.txt"_qs, "a");
     EncryptViewController encrypt;
-    waitForRecipients(encrypt);
-    AssociationsStore* store = encrypt.recipients->store();
-    store->clickRow(userRow(store, u"ben.ortiz@example.com"_qs));
-    encrypt.addFiles({ m_files + u"/a.txt"_qs });
-    encrypt.intakeList()->flip(0);
+    readyToEncrypt(encrypt);
     // The phone takes its time: the user gives up waiting.
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     encrypt.encryptFiles();
@@ -301,7 +307,7 @@ void TestOperationScreens::cancelKeepsMarksAndRecipients()
     QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 5000);
     QVERIFY(dialogs.shown.isEmpty());
     QVERIFY(encrypt.filesToEncrypt().at(0)->isChecked);
-    QCOMPARE(store->selectedRecipientEmails(), QStringList { u"ben.ortiz@example.com"_qs });
+    QCOMPARE(encrypt.recipients->store()->selectedRecipientEmails(), QStringList { u"ben.ortiz@example.com"_qs });
     QVERIFY(encrypt.isOperationEnabled);
     m_sim->clearFaults();
 }
@@ -309,13 +315,8 @@ void TestOperationScreens::cancelKeepsMarksAndRecipients()
 void TestOperationScreens::hostileReplyIsToldNotSwallowed()
 {
     FakeDialogs dialogs;
-    write(m_files + u"/a.txt"_qs, "a");
     EncryptViewController encrypt;
-    waitForRecipients(encrypt);
-    AssociationsStore* store = encrypt.recipients->store();
-    store->clickRow(userRow(store, u"ben.ortiz@example.com"_qs));
-    encrypt.addFiles({ m_files + u"/a.txt"_qs });
-    encrypt.intakeList()->flip(0);
+    readyToEncrypt(encrypt);
     const QStringList before = QDir(*WorkingFolders::encryptedFilesFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, u"longName"_qs } }));
     encrypt.encryptFiles();
