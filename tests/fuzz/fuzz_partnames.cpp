@@ -1,0 +1,80 @@
+// File names as users have them (quotes, dots, newlines, 300 characters, any script): each
+// line of the input names a file to send, or with a leading "+" a result already on disk. The
+// upload names and parts are made by the code the operations run, and must never take an
+// earlier result's name nor carry a path.
+#include "FuzzSupport.h"
+
+#include "operations/DecryptTask.h"
+#include "operations/EncryptTask.h"
+#include "operations/UniqueNames.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cstdlib>
+
+namespace {
+
+void check(bool ok)
+{
+    if (!ok)
+        std::abort();
+}
+
+// Only names a file system can hold become files.
+bool touch(const QString& folder, const QString& name)
+{
+    if (name.isEmpty() || name == u"." || name == u".." || name.contains(u'/') || name.contains(QChar(0))
+        || QFile::encodeName(name).size() > 255)
+        return false;
+    QFile file(folder + u'/' + name);
+    return file.open(QIODevice::WriteOnly);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
+{
+    FuzzSupport::start(argc, argv);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size > 4096)
+        return 0;
+    const QString root = FuzzSupport::scratch().path() + QStringLiteral("/names");
+    QDir(root).removeRecursively();
+    const QString sources = root + QStringLiteral("/sources");
+    const QString results = root + QStringLiteral("/results");
+    check(QDir().mkpath(sources) && QDir().mkpath(results));
+
+    QStringList files;
+    QList<DecryptTask::Intake> intake;
+    const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data), qsizetype(size));
+    for (const QString& line : text.split(u'\n')) {
+        if (line.startsWith(u'+')) {
+            touch(results, line.mid(1));
+        } else if (touch(sources, line) && !files.contains(sources + u'/' + line)) {
+            files.append(sources + u'/' + line);
+            intake.append({ files.last(), true });
+        }
+        const QString counted = UniqueNames::withCounter(line, 1);
+        check(counted != line); // else landing would try the same taken name again and again
+    }
+
+    const QStringList staged = EncryptTask::stagedNames(files, results);
+    check(staged.size() == files.size());
+    for (const QString& name : staged) {
+        check(!name.contains(u'/'));
+        check(!QFileInfo::exists(results + u'/' + name + u".vx"));
+    }
+    for (const auto& parts : { EncryptTask::parts(files, staged, QStringLiteral("ann@example.com")), DecryptTask::parts(intake) }) {
+        for (const MultipartUpload::Part& part : parts) {
+            check(!part.name.contains(u'/') && !part.filename.contains(u'/'));
+            check(part.filePath.isEmpty() || QFileInfo(part.filePath).absolutePath() == QFileInfo(sources).absoluteFilePath());
+            check(!part.contentType.isEmpty() || part.filePath.isEmpty());
+        }
+    }
+    return 0;
+}
