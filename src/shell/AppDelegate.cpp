@@ -11,6 +11,20 @@
 #include <QLockFile>
 #include <QStandardPaths>
 
+namespace {
+
+// The phone posts to the default port. The test suite runs the real program while other runs
+// (and maybe an installed copy) hold that port, so it moves the listener with
+// VARNEX_LISTENER_PORT (0: any free port); nothing else sets it.
+quint16 listenerPort()
+{
+    bool set = false;
+    const int port = qEnvironmentVariableIntValue("VARNEX_LISTENER_PORT", &set);
+    return set && port >= 0 && port <= 65535 ? quint16(port) : MobileDeviceListener::defaultPort;
+}
+
+} // namespace
+
 AppDelegate::AppDelegate() = default;
 AppDelegate::~AppDelegate() = default;
 
@@ -44,7 +58,7 @@ void AppDelegate::applicationDidFinishLaunching()
         if (folder)
             OperationFolder::removeLeftovers(*folder);
     }
-    m_listener = std::make_unique<MobileDeviceListener>(MobileDeviceListener::defaultPort);
+    m_listener = std::make_unique<MobileDeviceListener>(listenerPort());
     m_listener->start();
     StoredSession::log();
 }

@@ -58,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
 
     // Free space as a small disk would have it: bombs meet the limit quickly.
-    const qint64 freeBytes = 8 * 1024 * 1024;
+    const qint64 freeBytes = 1024 * 1024;
     const SafeArchive::Result result = SafeArchive::extract(zip, staging, freeBytes);
     const QStringList left = QDir(staging).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
     if (!result.ok) {

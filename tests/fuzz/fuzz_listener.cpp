@@ -57,12 +57,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::abort(); // the listener is gone
     sendAll(fd, data, size);
     ::shutdown(fd, SHUT_WR);
-    // Read until the listener closes; it must do so well within its own read time-out.
+    // Read until the listener closes. Its read and keep-alive time-outs (5 s each) bound that
+    // even for a peer that stops mid-request; far beyond them the listener is stuck.
     char buffer[4096];
     pollfd waiting { fd, POLLIN, 0 };
     while (true) {
-        if (::poll(&waiting, 1, 10000) != 1)
-            std::abort(); // neither an answer nor a close: the peer holds a worker
+        if (::poll(&waiting, 1, 25000) != 1)
+            std::abort(); // neither an answer nor a close: a worker is held for good
         if (::recv(fd, buffer, sizeof(buffer), 0) <= 0)
             break;
     }

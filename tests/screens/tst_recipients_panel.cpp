@@ -1,15 +1,18 @@
+#include "api/APIError.h"
 #include "api/NetworkClient.h"
 #include "app/Session.h"
 #include "app/Settings.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/PhoneSimProcess.h"
+#include "common/Settle.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AssociatedUserCellView.h"
 #include "screens/EncryptViewController.h"
 #include "screens/RecipientsPanel.h"
 #include "storage/WorkingFolders.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QLineEdit>
@@ -30,6 +33,23 @@ int countRequests(PhoneSimProcess& sim, const QString& method, const QString& pa
     for (const auto& r : sim.requests())
         n += r.toObject().value(u"method").toString() == method && r.toObject().value(u"path").toString() == path;
     return n;
+}
+
+// Runs the event loop until a deadline: a request that was queued by mistake has reached the
+// phone by then, so none arriving means none was sent.
+bool noneArrives(PhoneSimProcess& sim, const QString& method, const QString& path)
+{
+    return !QTest::qWaitFor([&] { return countRequests(sim, method, path) > 0; }, 1000);
+}
+
+// Milliseconds from now until the phone has seen `count` such requests; -1 if it never does.
+qint64 msUntil(PhoneSimProcess& sim, const QString& method, const QString& path, int count)
+{
+    QElapsedTimer clock;
+    clock.start();
+    if (!QTest::qWaitFor([&] { return countRequests(sim, method, path) >= count; }, 10000))
+        return -1;
+    return clock.elapsed();
 }
 
 qint64 groupIdByName(AssociationsStore* store, const QString& name)
@@ -66,6 +86,8 @@ private Q_SLOTS:
     void groupNameValidation();
     void groupLifecycleAgainstThePhone();
     void groupDialogsPrefillAndWarn();
+    void failuresSayWhatFailed_data();
+    void failuresSayWhatFailed();
     void phoneChangeSignalsReload();
     void screenshot();
     void dialogScreenshots();
@@ -106,6 +128,8 @@ void TestRecipientsPanel::cleanup()
 {
     m_screen.reset();
     Session::instance().setPhoneConnected(false);
+    m_sim->clearFaults();
+    NetworkClient::shared().setTimeouts(NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
 }
 
 void TestRecipientsPanel::loadsAndChecksRecipients()
@@ -187,7 +211,7 @@ void TestRecipientsPanel::groupNameValidation()
     QCOMPARE(dialogs.shown.size(), 2);
     QCOMPARE(dialogs.shown.at(1).title, QStringLiteral("Error"));
     QCOMPARE(dialogs.shown.at(1).message, message);
-    QCOMPARE(countRequests(*m_sim, u"POST"_qs, u"/v2/groups"_qs), 0);
+    QVERIFY(noneArrives(*m_sim, u"POST"_qs, u"/v2/groups"_qs));
 }
 
 void TestRecipientsPanel::groupLifecycleAgainstThePhone()
@@ -201,7 +225,8 @@ void TestRecipientsPanel::groupLifecycleAgainstThePhone()
     QCOMPARE(dialogs.shown.at(0).options, (QStringList { u"Create"_qs, u"Cancel"_qs }));
     QTRY_VERIFY(groupIdByName(store(), u"Climbers"_qs) > 0);
     const qint64 id = groupIdByName(store(), u"Climbers"_qs);
-    QTRY_COMPARE(countRequests(*m_sim, u"POST"_qs, u"/updateGroups"_qs), 1); // the phone is told
+    const QString updateGroups = u"/updateGroups"_qs;
+    QTRY_COMPARE(countRequests(*m_sim, u"POST"_qs, updateGroups), 1); // the phone is told
 
     // A taken name: the phone's conflict, as the user reads it.
     dialogs.answers.enqueue(u"Family"_qs);
@@ -215,13 +240,23 @@ void TestRecipientsPanel::groupLifecycleAgainstThePhone()
     QVERIFY(!menuAction(menu.get(), u"Remove Member"_qs)->isEnabled());
 
     // Rename: same name sends nothing, a new one is saved.
+    const QString groupPath = QStringLiteral("/v2/groups/%1").arg(id);
     dialogs.answers.enqueue(u"Climbers"_qs);
     menuAction(menu.get(), u"Edit Group"_qs)->trigger();
-    QCOMPARE(countRequests(*m_sim, u"PATCH"_qs, QStringLiteral("/v2/groups/%1").arg(id)), 0);
+    QVERIFY(noneArrives(*m_sim, u"PATCH"_qs, groupPath));
+    // A new name: saved, the phone told, and the groups fetched again at once and once more
+    // 0.8 s later (the members-changed notice).
+    const QString fetchGroups = u"/v2/groups/"_qs + owner;
+    const int fetches = countRequests(*m_sim, u"GET"_qs, fetchGroups);
     dialogs.answers.enqueue(u"Alpinists"_qs);
     panel()->menuEditGroup(id);
     QCOMPARE(dialogs.shown.last().message, QStringLiteral("Enter new group name:"));
+    QVERIFY(msUntil(*m_sim, u"PATCH"_qs, groupPath, 1) >= 0);
+    QVERIFY(msUntil(*m_sim, u"GET"_qs, fetchGroups, fetches + 1) >= 0);
+    const qint64 refreshedAfter = msUntil(*m_sim, u"GET"_qs, fetchGroups, fetches + 2);
+    QVERIFY2(refreshedAfter >= 600, qPrintable(QString::number(refreshedAfter)));
     QTRY_COMPARE(store()->groupById(id) ? store()->groupById(id)->name : QString(), QStringLiteral("Alpinists"));
+    QTRY_COMPARE(countRequests(*m_sim, u"POST"_qs, updateGroups), 2);
 
     // Add members: nothing ticked sends nothing; two ticked are added.
     dialogs.answers.enqueue(QVariant::fromValue(QList<int> {}));
@@ -229,11 +264,15 @@ void TestRecipientsPanel::groupLifecycleAgainstThePhone()
     QTRY_COMPARE(dialogs.shown.last().kind, QStringLiteral("chooseItems"));
     QCOMPARE(dialogs.shown.last().title, QStringLiteral("Add Users to 'Alpinists'"));
     QCOMPARE(dialogs.shown.last().options.size(), 12);
-    QCOMPARE(countRequests(*m_sim, u"POST"_qs, QStringLiteral("/v2/groups/%1/users/add").arg(id)), 0);
+    QVERIFY(noneArrives(*m_sim, u"POST"_qs, groupPath + u"/users/add"));
     const int shown = dialogs.shown.size();
     dialogs.answers.enqueue(QVariant::fromValue(QList<int> { 0, 2 }));
     panel()->menuAddMember(id);
     QTRY_COMPARE(dialogs.shown.size(), shown + 1);
+    // The phone hears of it 0.3 s after the members were saved.
+    QVERIFY(msUntil(*m_sim, u"POST"_qs, groupPath + u"/users/add", 1) >= 0);
+    const qint64 addTold = msUntil(*m_sim, u"POST"_qs, updateGroups, 3);
+    QVERIFY2(addTold >= 200, qPrintable(QString::number(addTold)));
     QTRY_COMPARE_WITH_TIMEOUT(store()->groupById(id)->groupMembers.size(), 2, 3000);
 
     // Delete is refused while members remain.
@@ -245,6 +284,9 @@ void TestRecipientsPanel::groupLifecycleAgainstThePhone()
     dialogs.answers.enqueue(QVariant::fromValue(QList<int> { 0, 1 }));
     panel()->menuRemoveMember(id);
     QCOMPARE(dialogs.shown.last().title, QStringLiteral("Remove Users from 'Alpinists'"));
+    QVERIFY(msUntil(*m_sim, u"POST"_qs, groupPath + u"/users/remove", 1) >= 0);
+    const qint64 removeTold = msUntil(*m_sim, u"POST"_qs, updateGroups, 4);
+    QVERIFY2(removeTold >= 200, qPrintable(QString::number(removeTold)));
     QTRY_COMPARE_WITH_TIMEOUT(store()->groupById(id)->groupMembers.size(), 0, 3000);
     panel()->menuRemoveMember(id);
     QCOMPARE(dialogs.shown.last().message, QStringLiteral("No members to remove"));
@@ -253,9 +295,67 @@ void TestRecipientsPanel::groupLifecycleAgainstThePhone()
     QCOMPARE(dialogs.shown.last().message,
              QStringLiteral("Are you sure you want to delete 'Alpinists'? This action cannot be undone."));
     QVERIFY(store()->groupById(id));
+    QVERIFY(noneArrives(*m_sim, u"DELETE"_qs, groupPath));
     dialogs.answers.enqueue(0); // Delete
     panel()->menuDeleteGroup(id);
     QTRY_VERIFY(!store()->groupById(id));
+    QTRY_COMPARE(countRequests(*m_sim, u"POST"_qs, updateGroups), 5);
+}
+
+void TestRecipientsPanel::failuresSayWhatFailed_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QString>("method");
+    QTest::addColumn<QString>("path"); // %1: the group's id
+    QTest::addColumn<QVariant>("answer");
+    QTest::addColumn<QString>("prefix");
+    const QVariant first = QVariant::fromValue(QList<int> { 0 });
+    QTest::newRow("rename") << "rename" << "PATCH" << "/v2/groups/%1" << QVariant(u"Relatives"_qs) << "Failed to update group: ";
+    QTest::newRow("load users") << "add" << "GET" << "/v2/groups/%1/users/*" << first << "Failed to load users: ";
+    QTest::newRow("add") << "add" << "POST" << "/v2/groups/%1/users/add" << first << "Failed to add users: ";
+    QTest::newRow("remove") << "remove" << "POST" << "/v2/groups/%1/users/remove" << first << "Failed to remove users: ";
+    QTest::newRow("delete") << "delete" << "DELETE" << "/v2/groups/%1" << QVariant(0) << "Failed to delete group: ";
+}
+
+void TestRecipientsPanel::failuresSayWhatFailed()
+{
+    QFETCH(QString, action);
+    QFETCH(QString, method);
+    QFETCH(QString, path);
+    QFETCH(QVariant, answer);
+    QFETCH(QString, prefix);
+    qint64 id = groupIdByName(store(), u"Family"_qs); // two members
+    if (action == u"delete") {
+        // Only an empty group can be deleted: one made on the phone, as another desktop would.
+        QCOMPARE(m_sim->post("/v2/groups", { { u"username"_qs, owner }, { u"name"_qs, u"Spare"_qs } }), 201);
+        Session::instance().markGroupsUpdated();
+        QTRY_VERIFY(groupIdByName(store(), u"Spare"_qs) > 0);
+        id = groupIdByName(store(), u"Spare"_qs);
+    }
+    // No answer in time: a failure for every kind of call (an answer without a body counts as
+    // done whatever its status).
+    QVERIFY(m_sim->setFault({ { u"method"_qs, method }, { u"path"_qs, path.arg(id) }, { u"noAnswer"_qs, true } }));
+    NetworkClient::shared().setTimeouts(std::chrono::milliseconds(500), std::chrono::seconds(5));
+    FakeDialogs dialogs;
+    dialogs.answers.enqueue(answer);
+    if (action == u"rename")
+        panel()->menuEditGroup(id);
+    else if (action == u"add")
+        panel()->menuAddMember(id);
+    else if (action == u"remove")
+        panel()->menuRemoveMember(id);
+    else
+        panel()->menuDeleteGroup(id);
+    QTRY_VERIFY(!dialogs.shown.isEmpty() && dialogs.shown.last().title == u"Error");
+    const QString message = dialogs.shown.last().message;
+    QVERIFY2(message.startsWith(prefix + APIError::networkError(QString()).description()) && message.size() > prefix.size() + 16,
+             qPrintable(message));
+    if (action == u"delete") {
+        m_sim->clearFaults();
+        auto deleted = std::make_shared<bool>(false);
+        NetworkClient::shared().deleteGroup(id, nullptr, [deleted](const auto& r) { *deleted = r.isSuccess(); });
+        QTRY_VERIFY(*deleted);
+    }
 }
 
 void TestRecipientsPanel::groupDialogsPrefillAndWarn()
@@ -312,7 +412,7 @@ void TestRecipientsPanel::screenshot()
     store()->toggleGroupChecked(groupIdByName(store(), u"Project Apollo"_qs));
     store()->clickRow(0);
     m_screen->resize(1052, 600);
-    QTest::qWait(100);
+    QVERIFY(waitUntilDrawingSettles(m_screen.get()));
     m_screen->grab().save(out + u"/encrypt-recipients.png"_qs);
 }
 
@@ -322,13 +422,19 @@ void TestRecipientsPanel::dialogScreenshots()
     if (out.isEmpty())
         QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
     // The real dialogs: each is captured once it shows, then cancelled.
-    auto capture = [&out](const QString& name) {
-        QTimer::singleShot(400, [out, name] {
-            if (QWidget* dialog = QApplication::activeModalWidget()) {
-                dialog->grab().save(out + u"/dialog-" + name + u".png");
-                dialog->close();
-            }
+    int captured = 0;
+    auto capture = [this, &out, &captured](const QString& name) {
+        auto* poll = new QTimer(this);
+        connect(poll, &QTimer::timeout, this, [poll, out, name, &captured] {
+            QWidget* dialog = QApplication::activeModalWidget();
+            if (!dialog || !dialog->isVisible())
+                return;
+            dialog->grab().save(out + u"/dialog-" + name + u".png");
+            dialog->close();
+            ++captured;
+            poll->deleteLater();
         });
+        poll->start(100);
     };
     const qint64 family = groupIdByName(store(), u"Family"_qs);
     capture(u"create"_qs);
@@ -341,7 +447,7 @@ void TestRecipientsPanel::dialogScreenshots()
     panel()->menuDeleteGroup(family);
     capture(u"add-members"_qs);
     panel()->menuAddMember(family);
-    QTest::qWait(1500); // the candidates come from the phone first
+    QTRY_COMPARE_WITH_TIMEOUT(captured, 5, 10000); // the candidates come from the phone first
     {
         FakeDialogs make;
         make.answers.enqueue(u"Empty"_qs);
@@ -352,6 +458,7 @@ void TestRecipientsPanel::dialogScreenshots()
     panel()->menuDeleteGroup(groupIdByName(store(), u"Empty"_qs));
     capture(u"error"_qs);
     panel()->showErrorAlert(u"Conflict: A group with this name already exists"_qs);
+    QTRY_COMPARE(captured, 7);
 }
 
 QTEST_MAIN(TestRecipientsPanel)

@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <dirent.h>
+
 namespace {
 
 void touch(const QString& path, qint64 size = 0)
@@ -133,17 +135,32 @@ void TestStorage::equalityIgnoresMarks()
 void TestStorage::listingFiltersNamesAndKeepsPlatformOrder()
 {
     QTemporaryDir dir;
-    for (const char* name : { "report.pdf", "archive.tar.gz", ".DS_Store", "README", "notes.", ".hidden.txt", "x.vx" })
+    for (const char* name : { ".DS_Store", "README", "notes.", ".hidden.txt" })
         touch(dir.filePath(QString::fromLatin1(name)));
+    // Enough names, made out of order, that the directory's own order is no sorted one.
+    QStringList kept;
+    for (int i : { 7, 2, 11, 0, 9, 4, 1, 10, 5, 8, 3, 6 })
+        kept.append(QStringLiteral("file-%1.txt").arg(i, 2, 10, QLatin1Char('0')));
+    kept << u"archive.tar.gz"_qs << u"x.vx"_qs;
+    for (const QString& name : kept)
+        touch(dir.filePath(name));
     QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("folder.d")));
+    kept.append(u"folder.d"_qs);
 
     const auto files = listWorkingFolder(dir.path());
     QVERIFY(files);
-    QStringList listed = names(*files);
-    // The order is the file system's; compare as sets, then check it matches readdir order.
-    QStringList sorted = listed;
-    sorted.sort();
-    QCOMPARE(sorted, (QStringList { u"archive.tar.gz"_qs, u"folder.d"_qs, u"report.pdf"_qs, u"x.vx"_qs }));
+    // The order is the file system's own, as readdir gives it.
+    QStringList platformOrder;
+    DIR* d = ::opendir(QFile::encodeName(dir.path()).constData());
+    QVERIFY(d);
+    while (const dirent* entry = ::readdir(d)) {
+        const QString name = QFile::decodeName(entry->d_name);
+        if (kept.contains(name))
+            platformOrder.append(name);
+    }
+    ::closedir(d);
+    QCOMPARE(platformOrder.size(), kept.size());
+    QCOMPARE(names(*files), platformOrder);
     for (const auto& file : *files) {
         QVERIFY(!file->isChecked);
         QVERIFY(file->filePath->startsWith(dir.path() + u'/'));
