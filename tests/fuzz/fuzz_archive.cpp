@@ -4,21 +4,15 @@
 // keeps its content.
 #include "FuzzSupport.h"
 
-#include "operations/OperationTask.h"
 #include "operations/SafeArchive.h"
 
 #include <QDir>
 #include <QFile>
 
 #include <cstdlib>
+#include <optional>
 
 namespace {
-
-// The landing step of every operation, reached as the tasks reach it.
-struct Landing : OperationTask
-{
-    using OperationTask::land;
-};
 
 const QByteArray userContent = QByteArrayLiteral("the user's own file");
 
@@ -65,14 +59,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         check(left.isEmpty() && result.entries.isEmpty());
     } else {
         qint64 total = 0;
+        QList<SafeArchive::Landing> landings;
         for (const SafeArchive::Entry& entry : result.entries) {
             check(SafeArchive::isSafeEntryName(entry.name));
             check(QFileInfo(entry.tempPath).absolutePath() == QFileInfo(staging).absoluteFilePath());
             total += entry.size;
-            const QString landed = Landing::land(entry, entry.name, results);
-            check(landed.isEmpty() || QFileInfo(landed).absolutePath() == QFileInfo(results).absoluteFilePath());
+            landings.append({ entry.tempPath, entry.name });
         }
-        check(total <= qMin<qint64>(freeBytes, qint64(double(size) * SafeArchive::maxExpansion)));
+        check(total <= freeBytes);
+        QString error;
+        const std::optional<QStringList> landed = SafeArchive::landAll(landings, results, &error);
+        const QStringList there = QDir(results).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+        if (landed) {
+            check(landed->size() == landings.size() && there.size() == landings.size() + 1);
+            for (const QString& path : *landed)
+                check(QFileInfo(path).absolutePath() == QFileInfo(results).absoluteFilePath());
+        } else {
+            check(there == QStringList { QStringLiteral("report.pdf") }); // all or nothing
+        }
     }
     QFile user(existing);
     check(user.open(QIODevice::ReadOnly) && user.readAll() == userContent);

@@ -74,6 +74,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             check(!part.name.contains(u'/') && !part.filename.contains(u'/'));
             check(part.filePath.isEmpty() || QFileInfo(part.filePath).absolutePath() == QFileInfo(sources).absoluteFilePath());
             check(!part.contentType.isEmpty() || part.filePath.isEmpty());
+            // A name must not end its header line or its quoted string early.
+            const QString header = UniqueNames::asInPartHeader(part.filename);
+            check(!header.contains(u'"') && !header.contains(u'\r') && !header.contains(u'\n'));
         }
     }
     return 0;
