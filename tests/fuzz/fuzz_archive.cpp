@@ -54,7 +54,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // Free space as a small disk would have it: bombs meet the limit quickly.
     const qint64 freeBytes = 1024 * 1024;
     const SafeArchive::Result result = SafeArchive::extract(zip, staging, freeBytes);
-    const QStringList left = QDir(staging).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+    const QStringList left
+        = QDir(staging).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
     if (!result.ok) {
         check(left.isEmpty() && result.entries.isEmpty());
     } else {
@@ -69,7 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         check(total <= freeBytes);
         QString error;
         const std::optional<QStringList> landed = SafeArchive::landAll(landings, results, &error);
-        const QStringList there = QDir(results).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+        const QStringList there
+            = QDir(results).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
         if (landed) {
             check(landed->size() == landings.size() && there.size() == landings.size() + 1);
             for (const QString& path : *landed)

@@ -69,10 +69,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         check(!name.contains(u'/'));
         check(!QFileInfo::exists(results + u'/' + name + u".vx"));
     }
-    for (const auto& parts : { EncryptTask::parts(files, staged, QStringLiteral("ann@example.com")), DecryptTask::parts(intake) }) {
+    for (const auto& parts : { EncryptTask::parts(files, staged, QStringLiteral("ann@example.com")),
+             DecryptTask::parts(intake) }) {
         for (const MultipartUpload::Part& part : parts) {
             check(!part.name.contains(u'/') && !part.filename.contains(u'/'));
-            check(part.filePath.isEmpty() || QFileInfo(part.filePath).absolutePath() == QFileInfo(sources).absoluteFilePath());
+            check(part.filePath.isEmpty()
+                || QFileInfo(part.filePath).absolutePath() == QFileInfo(sources).absoluteFilePath());
             check(!part.contentType.isEmpty() || part.filePath.isEmpty());
             // A name must not end its header line or its quoted string early.
             const QString header = UniqueNames::asInPartHeader(part.filename);

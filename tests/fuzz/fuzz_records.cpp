@@ -14,8 +14,7 @@
 
 namespace {
 
-template<typename T>
-void describe(const APIResult<T>& result)
+template <typename T> void describe(const APIResult<T>& result)
 {
     // The description is what the user reads; building it must hold for any answer.
     if (!result.isSuccess() && result.error().description().isEmpty())
@@ -34,7 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size < 2)
         return 0;
-    static constexpr std::array<int, 12> statuses { 200, 201, 204, 301, 400, 401, 403, 404, 409, 422, 500, 503 };
+    static constexpr std::array<int, 12> statuses { 200, 201, 204, 301, 400, 401, 403, 404, 409, 422, 500,
+        503 };
     const uint8_t call = data[0] % 4;
     const uint8_t how = data[1];
     const QByteArray body(reinterpret_cast<const char*>(data + 2), qsizetype(size - 2));
@@ -61,7 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         describe(AnswerJudging::judgeNoContent(exchange));
         // The record decoders also meet values inside larger documents.
         const QJsonDocument document = QJsonDocument::fromJson(body);
-        const QJsonValue value = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
+        const QJsonValue value
+            = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
         (void)RecordDecoding::group(value);
         (void)RecordDecoding::member(value);
         (void)RecordDecoding::createdOn(value);

@@ -210,7 +210,8 @@ void TestPairingScreen::leavesOnceWhenAPhonePairs()
     QVERIFY(!accepted.wait(QRCodeViewController::waiterMilliseconds + 500));
     Session::instance().setPhoneConnected(true);
     QCOMPARE(accepted.size(), 1);
-    QVERIFY(!accepted.wait(QRCodeViewController::waiterMilliseconds + 500)); // the poll finds nothing more to do
+    QVERIFY(
+        !accepted.wait(QRCodeViewController::waiterMilliseconds + 500)); // the poll finds nothing more to do
     QCOMPARE(accepted.size(), 1);
 }
 

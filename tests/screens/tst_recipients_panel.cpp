@@ -51,7 +51,8 @@ bool arrivesWithin(PhoneSimProcess& sim, const QString& method, const QString& p
 // `quietMs`, then one within a generous deadline. Without the delay it would already be there.
 bool arrivesLater(PhoneSimProcess& sim, const QString& method, const QString& path, int count, int quietMs)
 {
-    return !arrivesWithin(sim, method, path, count, quietMs) && arrivesWithin(sim, method, path, count, 10000);
+    return !arrivesWithin(sim, method, path, count, quietMs)
+        && arrivesWithin(sim, method, path, count, 10000);
 }
 
 qint64 groupIdByName(AssociationsStore* store, const QString& name)
@@ -131,7 +132,8 @@ void TestRecipientsPanel::cleanup()
     m_screen.reset();
     Session::instance().setPhoneConnected(false);
     m_sim->clearFaults();
-    NetworkClient::shared().setTimeouts(NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
+    NetworkClient::shared().setTimeouts(
+        NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
 }
 
 void TestRecipientsPanel::loadsAndChecksRecipients()
@@ -309,11 +311,21 @@ void TestRecipientsPanel::failuresSayWhatFailed_data()
     QTest::addColumn<QVariant>("answer");
     QTest::addColumn<QString>("prefix");
     const QVariant first = QVariant::fromValue(QList<int> { 0 });
-    QTest::newRow("rename") << "rename" << "PATCH" << "/v2/groups/%1" << QVariant(u"Relatives"_qs) << "Failed to update group: ";
-    QTest::newRow("load users") << "add" << "GET" << "/v2/groups/%1/users/*" << first << "Failed to load users: ";
-    QTest::newRow("add") << "add" << "POST" << "/v2/groups/%1/users/add" << first << "Failed to add users: ";
-    QTest::newRow("remove") << "remove" << "POST" << "/v2/groups/%1/users/remove" << first << "Failed to remove users: ";
-    QTest::newRow("delete") << "delete" << "DELETE" << "/v2/groups/%1" << QVariant(0) << "Failed to delete group: ";
+    QTest::newRow("rename") << "rename"
+                            << "PATCH"
+                            << "/v2/groups/%1" << QVariant(u"Relatives"_qs) << "Failed to update group: ";
+    QTest::newRow("load users") << "add"
+                                << "GET"
+                                << "/v2/groups/%1/users/*" << first << "Failed to load users: ";
+    QTest::newRow("add") << "add"
+                         << "POST"
+                         << "/v2/groups/%1/users/add" << first << "Failed to add users: ";
+    QTest::newRow("remove") << "remove"
+                            << "POST"
+                            << "/v2/groups/%1/users/remove" << first << "Failed to remove users: ";
+    QTest::newRow("delete") << "delete"
+                            << "DELETE"
+                            << "/v2/groups/%1" << QVariant(0) << "Failed to delete group: ";
 }
 
 void TestRecipientsPanel::failuresSayWhatFailed()
@@ -333,7 +345,8 @@ void TestRecipientsPanel::failuresSayWhatFailed()
     }
     // No answer in time: a failure for every kind of call (an answer without a body counts as
     // done whatever its status).
-    QVERIFY(m_sim->setFault({ { u"method"_qs, method }, { u"path"_qs, path.arg(id) }, { u"noAnswer"_qs, true } }));
+    QVERIFY(m_sim->setFault(
+        { { u"method"_qs, method }, { u"path"_qs, path.arg(id) }, { u"noAnswer"_qs, true } }));
     NetworkClient::shared().setTimeouts(std::chrono::milliseconds(500), std::chrono::seconds(5));
     FakeDialogs dialogs;
     dialogs.answers.enqueue(answer);
@@ -347,12 +360,14 @@ void TestRecipientsPanel::failuresSayWhatFailed()
         panel()->menuDeleteGroup(id);
     QTRY_VERIFY(!dialogs.shown.isEmpty() && dialogs.shown.last().title == u"Error");
     const QString message = dialogs.shown.last().message;
-    QVERIFY2(message.startsWith(prefix + APIError::networkError(QString()).description()) && message.size() > prefix.size() + 16,
-             qPrintable(message));
+    QVERIFY2(message.startsWith(prefix + APIError::networkError(QString()).description())
+            && message.size() > prefix.size() + 16,
+        qPrintable(message));
     if (action == u"delete") {
         m_sim->clearFaults();
         auto deleted = std::make_shared<bool>(false);
-        NetworkClient::shared().deleteGroup(id, nullptr, [deleted](const auto& r) { *deleted = r.isSuccess(); });
+        NetworkClient::shared().deleteGroup(
+            id, nullptr, [deleted](const auto& r) { *deleted = r.isSuccess(); });
         QTRY_VERIFY(*deleted);
     }
 }

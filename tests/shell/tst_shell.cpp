@@ -18,9 +18,9 @@
 #include <QImage>
 #include <QLabel>
 #include <QPushButton>
-#include <QToolButton>
 #include <QSignalSpy>
 #include <QTest>
+#include <QToolButton>
 
 using namespace std::chrono_literals;
 
@@ -152,8 +152,10 @@ void TestShell::navigationLooks()
     const QList<QWidget*> screens { main.vc1, main.vc2, main.vc3 };
     QCOMPARE(main.currentScreen(), screens.at(screen));
     // What is drawn, once the tabs' animations are over.
-    QTRY_VERIFY2(looksLike(main.encryptButtonTest, encryptTab), qPrintable(drawnLook(main.encryptButtonTest)));
-    QTRY_VERIFY2(looksLike(main.decryptButtonCustom, decryptTab), qPrintable(drawnLook(main.decryptButtonCustom)));
+    QTRY_VERIFY2(
+        looksLike(main.encryptButtonTest, encryptTab), qPrintable(drawnLook(main.encryptButtonTest)));
+    QTRY_VERIFY2(
+        looksLike(main.decryptButtonCustom, decryptTab), qPrintable(drawnLook(main.decryptButtonCustom)));
     QCOMPARE(main.encryptButtonTest->isChecked(), encryptTab.on);
     QCOMPARE(main.decryptButtonCustom->isChecked(), decryptTab.on);
     QTEST(main.aboutIconName(), "icon");
