@@ -124,11 +124,11 @@ QString reasonOf(const SafeArchive::Result& unpacked)
     case Failure::BadName:
         //: Why a reply was not saved; %1 is the refused name
         //% "it holds a file whose name cannot be used (%1)"
-        return qtTrId("replyBadName").arg(unpacked.detail.left(80));
+        return qtTrId("replyBadName").arg(SafeArchive::printableName(unpacked.detail));
     case Failure::NotAPlainFile:
         //: Why a reply was not saved; %1 is the entry's name
         //% "it holds a link or a special file (%1)"
-        return qtTrId("replyNotAPlainFile").arg(unpacked.detail.left(80));
+        return qtTrId("replyNotAPlainFile").arg(SafeArchive::printableName(unpacked.detail));
     case Failure::TooManyEntries:
         //: Why a reply was not saved
         //% "it holds more than %1 files"

@@ -151,6 +151,21 @@ bool isSafeEntryName(const QString& name)
     return true;
 }
 
+QString printableName(const QString& name)
+{
+    QList<uint> shown = name.toUcs4();
+    for (uint& c : shown) {
+        if (isForbiddenCharacter(c))
+            c = 0xfffd;
+    }
+    // Unbroken names do not wrap: beyond this a dialog would cut them off at its edge.
+    constexpr qsizetype longest = 60;
+    constexpr qsizetype side = (longest - 1) / 2;
+    if (shown.size() > longest)
+        shown = shown.first(side) + QList<uint> { 0x2026 } + shown.last(side);
+    return QString::fromUcs4(reinterpret_cast<const char32_t*>(shown.constData()), shown.size());
+}
+
 Result extract(const QString& archivePath, const QString& stagingFolder, qint64 budgetBytes,
     const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode)
 {
@@ -277,7 +292,7 @@ std::optional<QStringList> landAll(const QList<Landing>& landings, const QString
             for (const QString& done : std::as_const(landed))
                 QFile::remove(done);
             if (error)
-                *error = name + u": " + *error;
+                *error = printableName(name) + u": " + *error;
             return std::nullopt;
         }
         landed.append(path);

@@ -37,6 +37,10 @@ struct Result
 // formatting characters, no leading dot, no "/" or "\".
 bool isSafeEntryName(const QString& name);
 
+// A name as a dialog may show it: the characters no result may carry replaced by U+FFFD, and
+// a long one shortened in the middle, so a hostile name can neither garble nor overflow it.
+QString printableName(const QString& name);
+
 // Unpacks `archive` into `stagingFolder` (which must exist, empty, on the destination's
 // volume), each file created exclusively with `mode`, flushed to disk. On failure the staging
 // folder's contents are removed again.

@@ -19,6 +19,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -88,8 +90,6 @@ private Q_SLOTS:
     void encryptWireFormat();
     void failuresBecomeTheirDialogs_data();
     void failuresBecomeTheirDialogs();
-    void hostileRepliesLeaveTheResultsAlone_data();
-    void hostileRepliesLeaveTheResultsAlone();
     void cancelMidUploadLeavesNoTrace();
     void namesAResultMayCarry_data();
     void namesAResultMayCarry();
@@ -99,6 +99,8 @@ private Q_SLOTS:
     void landingWithoutHardLinks();
     void hostileRepliesAreRefusedWholeAndTold_data();
     void hostileRepliesAreRefusedWholeAndTold();
+    void harmlessExtrasOfAReply_data();
+    void harmlessExtrasOfAReply();
     void freeSpaceLimits_data();
     void freeSpaceLimits();
     void filesThatChangeWhileSentEndTheOperation_data();
@@ -171,7 +173,7 @@ void TestOperations::uniqueNames()
 void TestOperations::hostileArchivesLeaveNoTrace_data()
 {
     QTest::addColumn<QString>("kind");
-    for (const char* kind : { "escape", "absolute", "symlink", "corrupt", "bomb", "truncated" })
+    for (const char* kind : { "escape", "absolute", "symlink", "corrupt", "bomb", "truncated", "cancelled" })
         QTest::newRow(kind) << QString::fromLatin1(kind);
 }
 
@@ -191,7 +193,7 @@ void TestOperations::hostileArchivesLeaveNoTrace()
         QVERIFY(ZipWriter::write(zip, { good, { u"sub/inner.txt"_qs, {}, "x" } }));
     else if (kind == u"corrupt")
         write(zip, "PK\x03\x04 definitely not a zip");
-    else if (kind == u"bomb")
+    else if (kind == u"bomb" || kind == u"cancelled")
         QVERIFY(ZipWriter::write(zip, { good, { u"bomb.bin"_qs, {}, {}, 50LL * 1024 * 1024 } }, true));
     else {
         QVERIFY(ZipWriter::write(zip, { good, { u"big.bin"_qs, {}, randomBytes(200000, 1) } }));
@@ -201,9 +203,23 @@ void TestOperations::hostileArchivesLeaveNoTrace()
     const QString staging = m_encrypted + u"/OP/unpack";
     QDir().mkpath(staging);
     const QStringList before = snapshot(m_encrypted);
-    const SafeArchive::Result result = SafeArchive::extract(zip, staging, kind == u"bomb" ? 10LL << 20 : 1LL << 40);
+    // Cancel arrives while the big entry is being written: it stops there, not at its end.
+    std::atomic<bool> cancel { false };
+    int reportsAfterCancel = 0;
+    const auto onProgress = [&](qint64 done, qint64) {
+        if (cancel)
+            ++reportsAfterCancel;
+        else if (kind == u"cancelled" && done > (1 << 20))
+            cancel = true;
+    };
+    const SafeArchive::Result result
+        = SafeArchive::extract(zip, staging, kind == u"bomb" ? 10LL << 20 : 1LL << 40, onProgress, &cancel);
     QVERIFY(!result.ok);
     QVERIFY(result.failure != SafeArchive::Failure::None);
+    if (kind == u"cancelled") {
+        QCOMPARE(int(result.failure), int(SafeArchive::Failure::Cancelled));
+        QVERIFY2(reportsAfterCancel <= 1, qPrintable(QString::number(reportsAfterCancel)));
+    }
     QCOMPARE(snapshot(m_encrypted), before);
     QVERIFY(!QFileInfo::exists(m_dir.filePath(u"escape.txt"_qs)) && !QFileInfo::exists(m_dir.filePath(u"abs.txt"_qs)));
 }
@@ -346,28 +362,6 @@ void TestOperations::failuresBecomeTheirDialogs()
     QVERIFY(QDir(m_encrypted).isEmpty() && QDir(m_decrypted).isEmpty());
 }
 
-void TestOperations::hostileRepliesLeaveTheResultsAlone_data()
-{
-    QTest::addColumn<QString>("kind");
-    for (const char* kind : { "escape", "absolute", "symlink", "corrupt", "empty" })
-        QTest::newRow(kind) << QString::fromLatin1(kind);
-}
-
-void TestOperations::hostileRepliesLeaveTheResultsAlone()
-{
-    QFETCH(QString, kind);
-    write(m_files + u"/a.txt"_qs, "bytes");
-    write(m_encrypted + u"/earlier.pdf.vx"_qs, "earlier");
-    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, kind } }));
-    const QStringList before = snapshot(m_encrypted);
-    EncryptTask encrypt({ m_files + u"/a.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
-    const auto result = runTask(encrypt);
-    QVERIFY(result.written.isEmpty());
-    QCOMPARE(snapshot(m_encrypted), before);
-    QVERIFY(!QFileInfo::exists(u"/tmp/varnex-absolute.txt"_qs));
-    QVERIFY(!QFileInfo::exists(m_encrypted + u"/../escape.txt"_qs));
-}
-
 void TestOperations::cancelMidUploadLeavesNoTrace()
 {
     write(m_files + u"/big.bin"_qs, randomBytes(64 * 1024 * 1024, 4));
@@ -449,28 +443,35 @@ void TestOperations::namesAResultMayCarry_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("safe");
-    QTest::newRow("plain") << "report.pdf.vx" << true;
-    QTest::newRow("quotes and spaces") << "say \"hi\" now.txt" << true;
-    QTest::newRow("255 bytes") << QString(251, u'a') + u".txt" << true;
-    QTest::newRow("256 bytes") << QString(252, u'a') + u".txt" << false;
-    QTest::newRow("127 two-byte letters") << QString(127, QChar(0xe9)) << true;
-    QTest::newRow("128 two-byte letters") << QString(128, QChar(0xe9)) << false;
-    QTest::newRow("control character") << "bell\x07.txt" << false;
-    QTest::newRow("line feed") << "two\nlines.txt" << false;
-    QTest::newRow("C1 control") << u"x\u0085.txt"_qs << false;
-    QTest::newRow("right-to-left override") << u"photo\u202Egpj.exe"_qs << false;
-    QTest::newRow("isolate") << u"a\u2067b.txt"_qs << false;
-    QTest::newRow("leading dot") << ".bashrc" << false;
-    QTest::newRow("dot dot") << ".." << false;
-    QTest::newRow("slash") << "a/b.txt" << false;
-    QTest::newRow("backslash") << "a\\b.txt" << false;
-    QTest::newRow("empty") << "" << false;
+    QTest::addColumn<QString>("shown"); // in a dialog; empty: the name itself
+    const QString elided = QString(29, u'a') + QChar(0x2026) + QString(25, u'a') + u".txt";
+    const QString e29 = QString(29, QChar(0xe9));
+    const auto faces = [](int n) { return QString::fromUcs4(QList<char32_t>(n, U'\U0001F600').constData(), n); };
+    QTest::newRow("plain") << "report.pdf.vx" << true << QString();
+    QTest::newRow("quotes and spaces") << "say \"hi\" now.txt" << true << QString();
+    QTest::newRow("255 bytes") << QString(251, u'a') + u".txt" << true << elided;
+    QTest::newRow("256 bytes") << QString(252, u'a') + u".txt" << false << elided;
+    QTest::newRow("127 two-byte letters") << QString(127, QChar(0xe9)) << true << e29 + QChar(0x2026) + e29;
+    QTest::newRow("128 two-byte letters") << QString(128, QChar(0xe9)) << false << e29 + QChar(0x2026) + e29;
+    QTest::newRow("80 faces, cut between pairs") << faces(80) << false << faces(29) + QChar(0x2026) + faces(29);
+    QTest::newRow("control character") << "bell\x07.txt" << false << u"bell\uFFFD.txt"_qs;
+    QTest::newRow("line feed") << "two\nlines.txt" << false << u"two\uFFFDlines.txt"_qs;
+    QTest::newRow("C1 control") << u"x\u0085.txt"_qs << false << u"x\uFFFD.txt"_qs;
+    QTest::newRow("right-to-left override") << u"photo\u202Egpj.exe"_qs << false << u"photo\uFFFDgpj.exe"_qs;
+    QTest::newRow("isolate") << u"a\u2067b.txt"_qs << false << u"a\uFFFDb.txt"_qs;
+    QTest::newRow("leading dot") << ".bashrc" << false << QString();
+    QTest::newRow("dot dot") << ".." << false << QString();
+    QTest::newRow("slash") << "a/b.txt" << false << QString();
+    QTest::newRow("backslash") << "a\\b.txt" << false << QString();
+    QTest::newRow("empty") << "" << false << QString();
 }
 
 void TestOperations::namesAResultMayCarry()
 {
     QFETCH(QString, name);
+    QFETCH(QString, shown);
     QTEST(SafeArchive::isSafeEntryName(name), "safe");
+    QCOMPARE(SafeArchive::printableName(name), shown.isEmpty() ? name : shown);
 }
 
 void TestOperations::subFolderEntriesAreSkipped()
@@ -508,7 +509,7 @@ void TestOperations::landingIsAllOrNothing()
                                                { staging + u"/1.part"_qs, QString(300, u'n') + u".vx" } },
                                              m_encrypted, &error);
     QVERIFY(!landed);
-    QVERIFY(error.startsWith(QString(300, u'n')));
+    QVERIFY2(error.startsWith(QString(29, u'n') + QChar(0x2026) + QString(26, u'n') + u".vx: "), qPrintable(error));
     QVERIFY(!QFileInfo::exists(m_encrypted + u"/good.txt.vx"_qs));
     QCOMPARE(QDir(m_encrypted).entryList(QDir::Files), QStringList { u"earlier.vx"_qs });
     QCOMPARE(snapshot(m_encrypted).filter(u"earlier"_qs), before);
@@ -576,8 +577,56 @@ void TestOperations::hostileRepliesAreRefusedWholeAndTold()
     QCOMPARE(int(result.outcome), int(OperationTask::Outcome::Failed));
     QCOMPARE(result.title, encrypt ? QStringLiteral("Encryption failed") : QStringLiteral("Decryption failed"));
     QVERIFY2(result.message.startsWith(prefixReplyNotSaved) && result.message.endsWith(u'.'), qPrintable(result.message));
+    // The phone's names cannot garble the dialog or run past its edge.
+    QVERIFY(result.message.size() < 200);
+    QVERIFY(std::none_of(result.message.begin(), result.message.end(), [](QChar c) { return c.unicode() < 0x20; }));
     QVERIFY(result.written.isEmpty());
     QCOMPARE(snapshot(results), before); // nothing partial, no operation folder
+    QVERIFY(!QFileInfo::exists(u"/tmp/varnex-absolute.txt"_qs));
+    QVERIFY(!QFileInfo::exists(results + u"/../escape.txt"_qs));
+}
+
+void TestOperations::harmlessExtrasOfAReply_data()
+{
+    QTest::addColumn<bool>("encrypt");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QStringList>("landed"); // besides good.txt(.vx)
+    QTest::newRow("encrypt, a sub-folder") << true << "subfolder" << QStringList {};
+    QTest::newRow("decrypt, a sub-folder") << false << "subfolder" << QStringList {};
+    // The encrypted-results folder takes the whole archive; decrypted results only match uploads.
+    QTest::newRow("encrypt, an unmatched entry") << true << "unmatched" << QStringList { u"not-uploaded.bin"_qs };
+    QTest::newRow("decrypt, an unmatched entry") << false << "unmatched" << QStringList {};
+}
+
+void TestOperations::harmlessExtrasOfAReply()
+{
+    QFETCH(bool, encrypt);
+    QFETCH(QString, kind);
+    QFETCH(QStringList, landed);
+    write(m_files + u"/good.txt"_qs, "good bytes");
+    std::unique_ptr<OperationTask> task;
+    QString results = m_encrypted;
+    QString good = u"good.txt.vx"_qs;
+    if (encrypt) {
+        task = std::make_unique<EncryptTask>(QStringList { m_files + u"/good.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
+    } else {
+        EncryptTask first({ m_files + u"/good.txt"_qs }, u"alex.morgan@example.com;"_qs, m_files, url("/encryptFile/"));
+        QCOMPARE(int(runTask(first).outcome), int(OperationTask::Outcome::Succeeded));
+        task = std::make_unique<DecryptTask>(QList<DecryptTask::Intake> { { m_files + u"/good.txt.vx"_qs, true } }, m_decrypted,
+                                             url("/decryptFile/"));
+        results = m_decrypted;
+        good = u"good.txt"_qs;
+    }
+    QVERIFY(m_sim->setFault({ { u"path"_qs, encrypt ? u"/encryptFile/"_qs : u"/decryptFile/"_qs }, { u"archive"_qs, kind } }));
+    const auto result = runTask(*task);
+    QCOMPARE(int(result.outcome), int(OperationTask::Outcome::Succeeded));
+    QVERIFY(result.title.isEmpty());
+    landed.append(good);
+    landed.sort();
+    // No folder, nothing from inside one, no operation folder left behind.
+    QCOMPARE(QDir(results).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), landed);
+    if (!encrypt)
+        QCOMPARE(read(m_decrypted + u"/good.txt"_qs), QByteArray("good bytes"));
 }
 
 void TestOperations::freeSpaceLimits_data()
@@ -690,6 +739,8 @@ void TestOperations::cancelReachesEveryStage_data()
                              << OperationTask::Stage::Sending;
     QTest::newRow("waiting for the phone") << QJsonObject { { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } } << 0
                                            << OperationTask::Stage::Waiting;
+    QTest::newRow("receiving") << QJsonObject { { u"path"_qs, u"/encryptFile/"_qs }, { u"stallAfterBytes"_qs, 100000 } } << 0
+                               << OperationTask::Stage::Receiving;
 }
 
 void TestOperations::cancelReachesEveryStage()

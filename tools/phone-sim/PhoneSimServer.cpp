@@ -26,6 +26,7 @@ struct PhoneSimServer::Fault
     std::string contentType = "application/json";
     int delayMs = 0;
     qint64 closeAfterBytes = -1;
+    bool stall = false; // with closeAfterBytes: hold the connection silent instead of dropping it
     bool noAnswer = false;
     QString archive;
     int times = 0; // 0: until cleared
@@ -142,6 +143,10 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
         fault->contentType = d.value(u"contentType").toString().toStdString();
     fault->delayMs = d.value(u"delayMs").toInt(0);
     fault->closeAfterBytes = d.contains(u"closeAfterBytes") ? qint64(d.value(u"closeAfterBytes").toDouble()) : -1;
+    if (d.contains(u"stallAfterBytes")) {
+        fault->closeAfterBytes = qint64(d.value(u"stallAfterBytes").toDouble());
+        fault->stall = true;
+    }
     fault->noAnswer = d.value(u"noAnswer").toBool(false);
     fault->archive = d.value(u"archive").toString();
     fault->times = d.value(u"times").toInt(0);
@@ -261,15 +266,22 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
     }
     if (fault->closeAfterBytes >= 0) {
         const qint64 cut = fault->closeAfterBytes;
+        const bool stall = fault->stall;
+        const quint64 generation = m_faultGeneration.load();
         res.status = fault->status > 0 ? fault->status : 200;
         res.set_content_provider(size_t(cut + 4096), fault->contentType,
-                                 [cut](size_t offset, size_t, httplib::DataSink& sink) {
+                                 [this, cut, stall, generation](size_t offset, size_t, httplib::DataSink& sink) {
                                      if (qint64(offset) < cut) {
                                          const std::string part(size_t(cut - qint64(offset)), '[');
                                          sink.write(part.data(), part.size());
                                          return true;
                                      }
-                                     return false; // the connection drops mid-body
+                                     // Mid-body: silent until the faults are cleared, or dropped.
+                                     for (int i = 0; stall && i < 1200 && m_faultGeneration.load() == generation
+                                          && !m_stopping;
+                                          ++i)
+                                         std::this_thread::sleep_for(50ms);
+                                     return false;
                                  });
         return true;
     }
