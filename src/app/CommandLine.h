@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+// What the program prints instead of starting, and the status it exits with.
+struct CommandLineAnswer
+{
+    int exitCode = 0;
+    QString output; // for standard output when exitCode is 0, standard error otherwise
+};
+
+// The program takes no options of its own: it answers --help and --version, and refuses
+// anything it does not know. Nothing means "start the application". Qt's own window-system
+// options (-platform, -style, ...) are let through for QApplication to take.
+std::optional<CommandLineAnswer> answerCommandLine(const QStringList& arguments);
