@@ -67,9 +67,10 @@ void TestSession::baseUrlValidation()
     LogCapture log;
     BaseUrlStore::setBaseURL(url);
     QCOMPARE(Settings::string(Settings::baseUrlKey), accepted ? url : QStringLiteral("http://old/"));
-    QCOMPARE(log.lines(), QStringList { (accepted ? QStringLiteral("[BaseUrlStore] ✅ Base URL set: ")
-                                                  : QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: "))
-                                        + url });
+    QCOMPARE(log.lines(),
+        QStringList { (accepted ? QStringLiteral("[BaseUrlStore] ✅ Base URL set: ")
+                                : QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: "))
+            + url });
 }
 
 void TestSession::completeSessionRule_data()
@@ -137,14 +138,16 @@ void TestSession::startupOfTheRealProgram_data()
     QTest::addColumn<QVariant>("email");
     QTest::addColumn<QVariant>("baseURL");
     QTest::addColumn<QStringList>("expected");
-    const QString waiting = QStringLiteral("[AppDelegate] ⚠️ User not authenticated - waiting for QR code scan from iOS");
+    const QString waiting
+        = QStringLiteral("[AppDelegate] ⚠️ User not authenticated - waiting for QR code scan from iOS");
     QTest::newRow("fresh account") << QVariant() << QVariant() << QStringList { waiting };
     QTest::newRow("complete") << QVariant(u"ann@example.com"_qs) << QVariant(u"http://10.0.0.7:8080/"_qs)
-                              << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: ann@example.com"),
-                                               QStringLiteral("[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/") };
+                              << QStringList { QStringLiteral(
+                                                   "[AppDelegate] ✅ User authenticated: ann@example.com"),
+                                     QStringLiteral("[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/") };
     QTest::newRow("empty e-mail") << QVariant(QString(u""_qs)) << QVariant(u"http://h/"_qs)
                                   << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: "),
-                                                   QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
+                                         QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
     QTest::newRow("no base URL") << QVariant(u"ann@example.com"_qs) << QVariant() << QStringList { waiting };
 }
 
@@ -176,9 +179,8 @@ void TestSession::startupOfTheRealProgram()
         program.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
         QVERIFY(program.waitForStarted());
         QByteArray output;
-        QTRY_VERIFY_WITH_TIMEOUT((output += program.readAllStandardOutput(),
-                                  output.contains(expected.last().toUtf8())),
-                                 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (output += program.readAllStandardOutput(), output.contains(expected.last().toUtf8())), 20000);
         program.terminate();
         QVERIFY(program.waitForFinished(10000));
 
