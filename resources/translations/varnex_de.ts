@@ -227,5 +227,75 @@ Select deselect all files button</extracomment>
         <extracomment>Decrypting text</extracomment>
         <translation>WIRD ENTSCHLÜSSELT</translation>
     </message>
+    <message id="aboutButton">
+        <source>About</source>
+        <extracomment>Name and tool tip of the About navigation button</extracomment>
+        <translation>Info</translation>
+    </message>
+    <message id="tabShown">
+        <source>Shown</source>
+        <extracomment>Accessible description of the navigation tab whose screen is shown</extracomment>
+        <translation>Angezeigt</translation>
+    </message>
+    <message id="transferSpeed">
+        <source>%1/s</source>
+        <extracomment>Transfer speed, %1 is an amount such as 12.3 MB</extracomment>
+        <translation>%1/s</translation>
+    </message>
+    <message id="transferSpeedAndTimeLeft">
+        <source>%1 · %2 left</source>
+        <extracomment>Speed and time left of a transfer, as in &quot;12.3 MB/s · 0:42 left&quot;</extracomment>
+        <translation>%1 · noch %2</translation>
+    </message>
+    <message id="searchRecipientsName">
+        <source>Search recipients</source>
+        <extracomment>Accessible name of the recipients search field</extracomment>
+        <translation>Empfänger suchen</translation>
+    </message>
+    <message id="groupOptions">
+        <source>Group options</source>
+        <extracomment>Tool tip and accessible name of a group&apos;s menu button</extracomment>
+        <translation>Gruppenoptionen</translation>
+    </message>
+    <message id="chooseFilesTip">
+        <source>Choose files to add, or drop them on the list</source>
+        <extracomment>Tool tip of the choose files button</extracomment>
+        <translation>Dateien zum Hinzufügen auswählen oder auf die Liste ziehen</translation>
+    </message>
+    <message id="emptyIntakeHint">
+        <source>Drop files here or press %1</source>
+        <extracomment>Shown in an empty list of files to encrypt or decrypt; %1 is the choose files button&apos;s title</extracomment>
+        <translation>Dateien hierher ziehen oder %1 drücken</translation>
+    </message>
+    <message id="timeWaited">
+        <source>Waiting for %1</source>
+        <extracomment>Under the progress while the phone works, %1 is a time such as 0:42</extracomment>
+        <translation>Wartezeit: %1</translation>
+    </message>
+    <message id="pairingCodeName">
+        <source>Pairing QR code</source>
+        <extracomment>Accessible name of the pairing QR code</extracomment>
+        <translation>QR-Code zum Koppeln</translation>
+    </message>
+    <message id="computerAddressName">
+        <source>Computer address</source>
+        <extracomment>Accessible name of the computer&apos;s address on the pairing screen</extracomment>
+        <translation>Adresse des Computers</translation>
+    </message>
+    <message id="addressChoiceName">
+        <source>Address shown in the code</source>
+        <extracomment>Accessible name of the choice of address on the pairing screen</extracomment>
+        <translation>Im Code gezeigte Adresse</translation>
+    </message>
+    <message id="addressChoiceTip">
+        <source>This computer has several network addresses: choose the one your phone can reach</source>
+        <extracomment>Tool tip of the choice of address on the pairing screen</extracomment>
+        <translation>Dieser Computer hat mehrere Netzwerkadressen: Wählen Sie die, die Ihr Telefon erreichen kann</translation>
+    </message>
+    <message id="operationProgress">
+        <source>Progress</source>
+        <extracomment>Accessible name of the progress bar of an encryption or decryption</extracomment>
+        <translation>Fortschritt</translation>
+    </message>
 </context>
 </TS>
