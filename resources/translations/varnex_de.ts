@@ -297,5 +297,281 @@ Select deselect all files button</extracomment>
         <extracomment>Accessible name of the progress bar of an encryption or decryption</extracomment>
         <translation>Fortschritt</translation>
     </message>
+    <message id="notEnoughFreeSpace">
+        <source>There is not enough free space in %1.</source>
+        <extracomment>Dialog description when the results would not fit on the disk; %1 is the results folder</extracomment>
+        <translation>In %1 ist nicht genügend Speicherplatz frei.</translation>
+    </message>
+    <message id="replyNotSaved">
+        <source>The phone&apos;s reply could not be saved: %1.</source>
+        <extracomment>Dialog description when the phone&apos;s reply cannot be stored; %1 says why</extracomment>
+        <translation>Die Antwort des Telefons konnte nicht gespeichert werden: %1.</translation>
+    </message>
+    <message id="replyBadName">
+        <source>it holds a file whose name cannot be used (%1)</source>
+        <extracomment>Why a reply was not saved; %1 is the refused name</extracomment>
+        <translation>sie enthält eine Datei, deren Name nicht verwendet werden kann (%1)</translation>
+    </message>
+    <message id="replyNotAPlainFile">
+        <source>it holds a link or a special file (%1)</source>
+        <extracomment>Why a reply was not saved; %1 is the entry&apos;s name</extracomment>
+        <translation>sie enthält einen Verweis oder eine Spezialdatei (%1)</translation>
+    </message>
+    <message id="replyTooManyEntries">
+        <source>it holds more than %1 files</source>
+        <extracomment>Why a reply was not saved</extracomment>
+        <translation>sie enthält mehr als %1 Dateien</translation>
+    </message>
+    <message id="replyCannotWrite">
+        <source>a file could not be written (%1)</source>
+        <extracomment>Why a reply was not saved; %1 is the system&apos;s reason</extracomment>
+        <translation>eine Datei konnte nicht geschrieben werden (%1)</translation>
+    </message>
+    <message id="replyBroken">
+        <source>it is damaged or not a zip archive</source>
+        <extracomment>Why a reply was not saved</extracomment>
+        <translation>sie ist beschädigt oder kein ZIP-Archiv</translation>
+    </message>
+    <message id="fileChangedWhileSent">
+        <source>%1 changed while it was being sent. Nothing was saved; please try again.</source>
+        <extracomment>Dialog description when a file changed size while it was being sent; %1 is its name</extracomment>
+        <translation>%1 wurde während des Sendens geändert. Es wurde nichts gespeichert; bitte versuchen Sie es erneut.</translation>
+    </message>
+    <message id="replyEmpty">
+        <source>it is empty</source>
+        <extracomment>Why a reply was not saved</extracomment>
+        <translation>sie ist leer</translation>
+    </message>
+    <message id="resultsNotMovedIn">
+        <source>The results could not be moved into %1: %2.</source>
+        <extracomment>Dialog description when the results cannot be put into their folder; %1 is the folder, %2 why</extracomment>
+        <translation>Die Ergebnisse konnten nicht nach %1 verschoben werden: %2.</translation>
+    </message>
+    <message id="alreadyRunningTitle">
+        <source>Varnex Desktop is already running</source>
+        <extracomment>Dialog title when the program is started a second time</extracomment>
+        <translation>Varnex Desktop läuft bereits</translation>
+    </message>
+    <message id="alreadyRunningDescription">
+        <source>Use the window that is already open. Only one Varnex Desktop can run at a time.</source>
+        <extracomment>Dialog description when the program is started a second time</extracomment>
+        <translation>Bitte verwenden Sie das bereits geöffnete Fenster. Es kann immer nur ein Varnex Desktop laufen.</translation>
+    </message>
+    <message id="aboutDisconnect">
+        <source>Disconnect</source>
+        <extracomment>About screen: forget the paired phone and show the pairing screen again</extracomment>
+        <translation>Trennen</translation>
+    </message>
+    <message id="aboutPairedWith">
+        <source>Paired with %1 (%2)</source>
+        <extracomment>About screen: the phone this computer is paired with. %1 is its name, %2 its address.</extracomment>
+        <translation>Gekoppelt mit %1 (%2)</translation>
+    </message>
+    <message id="pairingRequestSwitch">
+        <source>Switch</source>
+        <extracomment>Main window bar: switch to the phone that asks to pair</extracomment>
+        <translation>Wechseln</translation>
+    </message>
+    <message id="pairingRequestIgnore">
+        <source>Ignore</source>
+        <extracomment>Main window bar: keep the current phone</extracomment>
+        <translation>Ignorieren</translation>
+    </message>
+    <message id="pairingRequestText">
+        <source>%1 (%2) wants to pair with this computer</source>
+        <extracomment>Main window bar: another phone sent a pairing message. %1 is its name, %2 its address.</extracomment>
+        <translation>%1 (%2) möchte sich mit diesem Computer koppeln</translation>
+    </message>
+    <message id="createGroupButton">
+        <source>CREATE GROUP</source>
+        <extracomment>Button under the recipients that creates a group</extracomment>
+        <translation>GRUPPE ERSTELLEN</translation>
+    </message>
+    <message id="groupErrorTitle">
+        <source>Error</source>
+        <extracomment>Title of the alert that tells why a group change failed</extracomment>
+        <translation>Fehler</translation>
+    </message>
+    <message id="groupCreateTitle">
+        <source>Create New Group</source>
+        <extracomment>Title of the dialog that names a new group</extracomment>
+        <translation>Neue Gruppe erstellen</translation>
+    </message>
+    <message id="groupCreatePrompt">
+        <source>Enter group name:</source>
+        <translation>Gruppennamen eingeben:</translation>
+    </message>
+    <message id="groupCreateButton">
+        <source>Create</source>
+        <extracomment>Button that creates the group</extracomment>
+        <translation>Erstellen</translation>
+    </message>
+    <message id="groupNotConnected">
+        <source>Not connected. Please scan QR code with iOS app first.</source>
+        <translation>Nicht verbunden. Bitte scannen Sie zuerst den QR-Code mit der iOS-App.</translation>
+    </message>
+    <message id="groupMenuEdit">
+        <source>Edit Group</source>
+        <extracomment>Group menu item</extracomment>
+        <translation>Gruppe bearbeiten</translation>
+    </message>
+    <message id="groupMenuAddMember">
+        <source>Add Member</source>
+        <extracomment>Group menu item</extracomment>
+        <translation>Mitglied hinzufügen</translation>
+    </message>
+    <message id="groupMenuRemoveMember">
+        <source>Remove Member</source>
+        <extracomment>Group menu item</extracomment>
+        <translation>Mitglied entfernen</translation>
+    </message>
+    <message id="groupMenuDelete">
+        <source>Delete Group</source>
+        <extracomment>Group menu item</extracomment>
+        <translation>Gruppe löschen</translation>
+    </message>
+    <message id="groupEditTitle">
+        <source>Edit Group</source>
+        <extracomment>Title of the dialog that renames a group</extracomment>
+        <translation>Gruppe bearbeiten</translation>
+    </message>
+    <message id="groupEditPrompt">
+        <source>Enter new group name:</source>
+        <translation>Neuen Gruppennamen eingeben:</translation>
+    </message>
+    <message id="groupSaveButton">
+        <source>Save</source>
+        <extracomment>Button that renames the group</extracomment>
+        <translation>Speichern</translation>
+    </message>
+    <message id="groupUpdateFailed">
+        <source>Failed to update group: %1</source>
+        <translation>Die Gruppe konnte nicht geändert werden: %1</translation>
+    </message>
+    <message id="groupAddUsersTitle">
+        <source>Add Users to &apos;%1&apos;</source>
+        <extracomment>Title of the dialog that adds members; %1 is the group&apos;s name</extracomment>
+        <translation>Benutzer zu „%1“ hinzufügen</translation>
+    </message>
+    <message id="groupNoUsersAvailable">
+        <source>No users available</source>
+        <translation>Keine Benutzer verfügbar</translation>
+    </message>
+    <message id="groupNoMembersToRemove">
+        <source>No members to remove</source>
+        <translation>Keine Mitglieder zum Entfernen</translation>
+    </message>
+    <message id="groupRemoveUsersTitle">
+        <source>Remove Users from &apos;%1&apos;</source>
+        <extracomment>Title of the dialog that removes members; %1 is the group&apos;s name</extracomment>
+        <translation>Benutzer aus „%1“ entfernen</translation>
+    </message>
+    <message id="groupAddFailed">
+        <source>Failed to add users: %1</source>
+        <translation>Die Benutzer konnten nicht hinzugefügt werden: %1</translation>
+    </message>
+    <message id="groupRemoveFailed">
+        <source>Failed to remove users: %1</source>
+        <translation>Die Benutzer konnten nicht entfernt werden: %1</translation>
+    </message>
+    <message id="groupCannotDeleteTitle">
+        <source>Cannot Delete Group</source>
+        <translation>Gruppe kann nicht gelöscht werden</translation>
+    </message>
+    <message id="groupCannotDeleteText">
+        <source>Please remove all members from &apos;%1&apos; before deleting the group.</source>
+        <extracomment>%1 is the group&apos;s name</extracomment>
+        <translation>Bitte entfernen Sie alle Mitglieder aus „%1“, bevor Sie die Gruppe löschen.</translation>
+    </message>
+    <message id="groupDeleteTitle">
+        <source>Delete Group</source>
+        <extracomment>Title of the dialog that confirms deleting a group</extracomment>
+        <translation>Gruppe löschen</translation>
+    </message>
+    <message id="groupDeleteQuestion">
+        <source>Are you sure you want to delete &apos;%1&apos;? This action cannot be undone.</source>
+        <extracomment>%1 is the group&apos;s name</extracomment>
+        <translation>Möchten Sie „%1“ wirklich löschen? Das kann nicht rückgängig gemacht werden.</translation>
+    </message>
+    <message id="groupDeleteButton">
+        <source>Delete</source>
+        <extracomment>Button that deletes the group</extracomment>
+        <translation>Löschen</translation>
+    </message>
+    <message id="groupDeleteFailed">
+        <source>Failed to delete group: %1</source>
+        <translation>Die Gruppe konnte nicht gelöscht werden: %1</translation>
+    </message>
+    <message id="groupNamePlaceholder">
+        <source>Group name</source>
+        <extracomment>Placeholder of the group name field</extracomment>
+        <translation>Gruppenname</translation>
+    </message>
+    <message id="groupLoadUsersFailed">
+        <source>Failed to load users: %1</source>
+        <translation>Die Benutzer konnten nicht geladen werden: %1</translation>
+    </message>
+    <message id="dialogOK">
+        <source>OK</source>
+        <extracomment>Button that accepts a dialog</extracomment>
+        <translation>OK</translation>
+    </message>
+    <message id="dialogCancel">
+        <source>Cancel</source>
+        <extracomment>Button that declines a dialog</extracomment>
+        <translation>Abbrechen</translation>
+    </message>
+    <message id="groupMemberCount" numerus="yes">
+        <source>%n member(s)</source>
+        <extracomment>Under a group&apos;s name: how many members it has</extracomment>
+        <translation>
+            <numerusform>%n Mitglied</numerusform>
+            <numerusform>%n Mitglieder</numerusform>
+        </translation>
+    </message>
+    <message id="groupNameEmpty">
+        <source>Group name cannot be empty</source>
+        <translation>Der Gruppenname darf nicht leer sein</translation>
+    </message>
+    <message id="groupNameRule">
+        <source>Group name must start with a letter and contain only letters and numbers (2-250 characters)</source>
+        <translation>Der Gruppenname muss mit einem Buchstaben beginnen und darf nur Buchstaben und Ziffern enthalten (2–250 Zeichen)</translation>
+    </message>
+    <message id="apiDecodingError">
+        <source>Decoding error: %1</source>
+        <translation>Antwort nicht lesbar: %1</translation>
+    </message>
+    <message id="apiNetworkError">
+        <source>Network error: %1</source>
+        <translation>Netzwerkfehler: %1</translation>
+    </message>
+    <message id="apiBadRequest">
+        <source>Bad request: %1</source>
+        <translation>Ungültige Anfrage: %1</translation>
+    </message>
+    <message id="apiNotFound">
+        <source>Not found: %1</source>
+        <translation>Nicht gefunden: %1</translation>
+    </message>
+    <message id="apiConflict">
+        <source>Conflict: %1</source>
+        <translation>Konflikt: %1</translation>
+    </message>
+    <message id="apiHttpError">
+        <source>HTTP error %1</source>
+        <translation>HTTP-Fehler %1</translation>
+    </message>
+    <message id="apiInvalidURL">
+        <source>Invalid URL</source>
+        <translation>Ungültige URL</translation>
+    </message>
+    <message id="apiInvalidResponse">
+        <source>Invalid response from server</source>
+        <translation>Ungültige Antwort vom Server</translation>
+    </message>
+    <message id="apiNotAuthenticated">
+        <source>Not authenticated. Please scan QR code with iOS app first.</source>
+        <translation>Nicht angemeldet. Bitte scannen Sie zuerst den QR-Code mit der iOS-App.</translation>
+    </message>
 </context>
 </TS>

@@ -4,25 +4,34 @@ QString APIError::description() const
 {
     switch (m_kind) {
     case Kind::decodingError:
-        return QStringLiteral("Decoding error: ") + m_text;
+        //% "Decoding error: %1"
+        return qtTrId("apiDecodingError").arg(m_text);
     case Kind::networkError:
-        return QStringLiteral("Network error: ") + m_text;
+        //% "Network error: %1"
+        return qtTrId("apiNetworkError").arg(m_text);
     case Kind::error:
         return m_text;
     case Kind::badRequest:
-        return QStringLiteral("Bad request: ") + m_text;
+        //% "Bad request: %1"
+        return qtTrId("apiBadRequest").arg(m_text);
     case Kind::notFound:
-        return QStringLiteral("Not found: ") + m_text;
+        //% "Not found: %1"
+        return qtTrId("apiNotFound").arg(m_text);
     case Kind::conflict:
-        return QStringLiteral("Conflict: ") + m_text;
+        //% "Conflict: %1"
+        return qtTrId("apiConflict").arg(m_text);
     case Kind::httpError:
-        return QStringLiteral("HTTP error ") + QString::number(m_statusCode);
+        //% "HTTP error %1"
+        return qtTrId("apiHttpError").arg(m_statusCode);
     case Kind::invalidURL:
-        return QStringLiteral("Invalid URL");
+        //% "Invalid URL"
+        return qtTrId("apiInvalidURL");
     case Kind::invalidResponse:
-        return QStringLiteral("Invalid response from server");
+        //% "Invalid response from server"
+        return qtTrId("apiInvalidResponse");
     case Kind::notAuthenticated:
-        return QStringLiteral("Not authenticated. Please scan QR code with iOS app first.");
+        //% "Not authenticated. Please scan QR code with iOS app first."
+        return qtTrId("apiNotAuthenticated");
     }
     return {};
 }

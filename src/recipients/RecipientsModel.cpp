@@ -135,7 +135,9 @@ QVariant RecipientsModel::data(const QModelIndex& index, int role) const
         case GroupIdRole:
             return g.id;
         case MemberCountRole:
-            return QString(QString::number(g.groupMembers.size()) + u" member(s)");
+            //: Under a group's name: how many members it has
+            //% "%n member(s)"
+            return qtTrId("groupMemberCount", int(g.groupMembers.size()));
         case ExpandedRole:
             return m_store->expandedGroupIds.contains(g.id);
         }

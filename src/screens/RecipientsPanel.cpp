@@ -25,6 +25,48 @@ namespace {
 
 using Kind = AssociatedUserRowType::Kind;
 
+QString groupNamePlaceholder()
+{
+    //: Placeholder of the group name field
+    //% "Group name"
+    return qtTrId("groupNamePlaceholder");
+}
+
+// The texts that tell a failed group change. They live out here because lupdate does not
+// read the English text of an id inside a lambda that is passed as an argument.
+QString usersNotLoaded(const APIError& error)
+{
+    //% "Failed to load users: %1"
+    return qtTrId("groupLoadUsersFailed").arg(error.description());
+}
+
+QString groupNotUpdated(const APIError& error)
+{
+    //% "Failed to update group: %1"
+    return qtTrId("groupUpdateFailed").arg(error.description());
+}
+
+QString groupNotDeleted(const APIError& error)
+{
+    //% "Failed to delete group: %1"
+    return qtTrId("groupDeleteFailed").arg(error.description());
+}
+
+QString membersNotChanged(bool add, const APIError& error)
+{
+    //% "Failed to add users: %1"
+    const QString added = qtTrId("groupAddFailed");
+    //% "Failed to remove users: %1"
+    const QString removed = qtTrId("groupRemoveFailed");
+    return (add ? added : removed).arg(error.description());
+}
+
+QString noUsersAvailable()
+{
+    //% "No users available"
+    return qtTrId("groupNoUsersAvailable");
+}
+
 } // namespace
 
 RecipientsTableView::RecipientsTableView(AssociatedUserCellView* cell, QWidget* parent)
@@ -141,7 +183,9 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     //: Select deselect all users button
     //% "SELECT/DESELECT ALL"
     selectDeselectAllUsersButton = new QPushButton(qtTrId("selectDeselectAll"), this);
-    createGroupButton = new QPushButton(QStringLiteral("CREATE GROUP"), this);
+    //: Button under the recipients that creates a group
+    //% "CREATE GROUP"
+    createGroupButton = new QPushButton(qtTrId("createGroupButton"), this);
     for (QPushButton* b : { createGroupButton, selectDeselectAllUsersButton }) {
         b->setStyleSheet(amberButtonStyle() + QStringLiteral("QPushButton { font-size: 11px; padding: 7px 12px; }"));
         b->setAccessibleName(b->text());
@@ -195,7 +239,9 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
 
 void RecipientsPanel::showErrorAlert(const QString& message)
 {
-    Dialogs::current().alert(this, QStringLiteral("Error"), message, Dialogs::Style::Warning);
+    //: Title of the alert that tells why a group change failed
+    //% "Error"
+    Dialogs::current().alert(this, qtTrId("groupErrorTitle"), message, Dialogs::Style::Warning);
 }
 
 void RecipientsPanel::afterGroupChange()
@@ -209,9 +255,16 @@ void RecipientsPanel::createGroupButtonClicked()
     // Every dialog runs a nested event loop: the panel may be gone when it returns (the phone
     // left and the window went back to pairing), so each one is followed by this check.
     const QPointer<RecipientsPanel> self(this);
-    const auto typed = Dialogs::current().askText(this, QStringLiteral("Create New Group"), QStringLiteral("Enter group name:"),
-                                                  QString(), QStringLiteral("Group name"), QStringLiteral("Create"),
-                                                  QStringLiteral("Cancel"));
+    //: Title of the dialog that names a new group
+    //% "Create New Group"
+    const QString title = qtTrId("groupCreateTitle");
+    //% "Enter group name:"
+    const QString prompt = qtTrId("groupCreatePrompt");
+    //: Button that creates the group
+    //% "Create"
+    const QString create = qtTrId("groupCreateButton");
+    const auto typed = Dialogs::current().askText(
+        this, title, prompt, QString(), groupNamePlaceholder(), create, Dialogs::cancelText());
     if (!self || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
@@ -219,7 +272,8 @@ void RecipientsPanel::createGroupButtonClicked()
         return showErrorAlert(verdict.message);
     const auto user = Settings::string(Settings::userEmailKey);
     if (!user)
-        return showErrorAlert(QStringLiteral("Not connected. Please scan QR code with iOS app first."));
+        //% "Not connected. Please scan QR code with iOS app first."
+        return showErrorAlert(qtTrId("groupNotConnected"));
     NetworkClient::shared().createGroup(*user, *verdict.name, this, [this](const APIResult<GroupPtr>& result) {
         if (!result.isSuccess())
             return showErrorAlert(result.error().description());
@@ -235,13 +289,22 @@ QMenu* RecipientsPanel::buildGroupMenu(qint64 groupId)
         return nullptr;
     auto* menu = new QMenu(this);
     menu->setAccessibleName(AssociatedUserCellView::groupOptionsText());
-    menu->addAction(QStringLiteral("Edit Group"), this, [this, groupId] { menuEditGroup(groupId); });
+    //: Group menu item
+    //% "Edit Group"
+    menu->addAction(qtTrId("groupMenuEdit"), this, [this, groupId] { menuEditGroup(groupId); });
     menu->addSeparator();
-    menu->addAction(QStringLiteral("Add Member"), this, [this, groupId] { menuAddMember(groupId); });
-    QAction* remove = menu->addAction(QStringLiteral("Remove Member"), this, [this, groupId] { menuRemoveMember(groupId); });
+    //: Group menu item
+    //% "Add Member"
+    menu->addAction(qtTrId("groupMenuAddMember"), this, [this, groupId] { menuAddMember(groupId); });
+    //: Group menu item
+    //% "Remove Member"
+    QAction* remove = menu->addAction(
+        qtTrId("groupMenuRemoveMember"), this, [this, groupId] { menuRemoveMember(groupId); });
     remove->setEnabled(!group->groupMembers.isEmpty());
     menu->addSeparator();
-    menu->addAction(QStringLiteral("Delete Group"), this, [this, groupId] { menuDeleteGroup(groupId); });
+    //: Group menu item
+    //% "Delete Group"
+    menu->addAction(qtTrId("groupMenuDelete"), this, [this, groupId] { menuDeleteGroup(groupId); });
     return menu;
 }
 
@@ -260,9 +323,16 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
     if (!group)
         return;
     const QPointer<RecipientsPanel> self(this);
-    const auto typed = Dialogs::current().askText(this, QStringLiteral("Edit Group"), QStringLiteral("Enter new group name:"),
-                                                  group->name, QStringLiteral("Group name"), QStringLiteral("Save"),
-                                                  QStringLiteral("Cancel"));
+    //: Title of the dialog that renames a group
+    //% "Edit Group"
+    const QString title = qtTrId("groupEditTitle");
+    //% "Enter new group name:"
+    const QString prompt = qtTrId("groupEditPrompt");
+    //: Button that renames the group
+    //% "Save"
+    const QString save = qtTrId("groupSaveButton");
+    const auto typed = Dialogs::current().askText(
+        this, title, prompt, group->name, groupNamePlaceholder(), save, Dialogs::cancelText());
     if (!self || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
@@ -272,7 +342,7 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
         return;
     NetworkClient::shared().updateGroup(groupId, *verdict.name, this, [this](const APIResult<GroupPtr>& result) {
         if (!result.isSuccess())
-            return showErrorAlert(u"Failed to update group: " + result.error().description());
+            return showErrorAlert(groupNotUpdated(result.error()));
         RecipientsController::postGroupMembersChanged();
         afterGroupChange();
     });
@@ -285,14 +355,16 @@ void RecipientsPanel::menuAddMember(qint64 groupId)
         return;
     const auto user = Settings::string(Settings::userEmailKey);
     if (!user)
-        return showErrorAlert(u"Failed to load users: " + APIError::notAuthenticated().description());
-    const QString title = u"Add Users to '" + group->name + u"'";
+        return showErrorAlert(usersNotLoaded(APIError::notAuthenticated()));
+    //: Title of the dialog that adds members; %1 is the group's name
+    //% "Add Users to '%1'"
+    const QString title = qtTrId("groupAddUsersTitle").arg(group->name);
     NetworkClient::shared().fetchUsersNotAssociated(
         groupId, *user, this, [this, groupId, title](const APIResult<QList<GroupMemberModel>>& result) {
             if (!result.isSuccess())
-                return showErrorAlert(u"Failed to load users: " + result.error().description());
+                return showErrorAlert(usersNotLoaded(result.error()));
             if (result.value().isEmpty())
-                return showErrorAlert(QStringLiteral("No users available"));
+                return showErrorAlert(noUsersAvailable());
             memberPicker(groupId, title, result.value(), true);
         });
 }
@@ -303,8 +375,11 @@ void RecipientsPanel::menuRemoveMember(qint64 groupId)
     if (!group)
         return;
     if (group->groupMembers.isEmpty())
-        return showErrorAlert(QStringLiteral("No members to remove"));
-    memberPicker(groupId, u"Remove Users from '" + group->name + u"'", group->groupMembers, false);
+        //% "No members to remove"
+        return showErrorAlert(qtTrId("groupNoMembersToRemove"));
+    //: Title of the dialog that removes members; %1 is the group's name
+    //% "Remove Users from '%1'"
+    memberPicker(groupId, qtTrId("groupRemoveUsersTitle").arg(group->name), group->groupMembers, false);
 }
 
 void RecipientsPanel::memberPicker(qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add)
@@ -313,8 +388,8 @@ void RecipientsPanel::memberPicker(qint64 groupId, const QString& title, const Q
     for (const GroupMemberModel& c : candidates)
         items.append(c.fullName + u'\n' + c.email);
     const QPointer<RecipientsPanel> self(this);
-    const auto chosen = Dialogs::current().chooseItems(this, title, QString(), items, QStringLiteral("OK"),
-                                                       QStringLiteral("Cancel"));
+    const auto chosen = Dialogs::current().chooseItems(
+        this, title, QString(), items, Dialogs::okText(), Dialogs::cancelText());
     if (!self || !chosen || chosen->isEmpty())
         return;
     QList<qint64> ids;
@@ -322,7 +397,7 @@ void RecipientsPanel::memberPicker(qint64 groupId, const QString& title, const Q
         ids.append(candidates.at(index).id);
     auto done = [this, add](const APIResult<NoContent>& result) {
         if (!result.isSuccess())
-            return showErrorAlert((add ? u"Failed to add users: "_qs : u"Failed to remove users: "_qs) + result.error().description());
+            return showErrorAlert(membersNotChanged(add, result.error()));
         QPointer<RecipientsPanel> self(this);
         QTimer::singleShot(300, this, [self] {
             if (self)
@@ -341,21 +416,31 @@ void RecipientsPanel::menuDeleteGroup(qint64 groupId)
     if (!group)
         return;
     if (!group->groupMembers.isEmpty()) {
-        Dialogs::current().alert(this, QStringLiteral("Cannot Delete Group"),
-                                 u"Please remove all members from '" + group->name + u"' before deleting the group.",
-                                 Dialogs::Style::Warning);
+        //% "Cannot Delete Group"
+        const QString title = qtTrId("groupCannotDeleteTitle");
+        //: %1 is the group's name
+        //% "Please remove all members from '%1' before deleting the group."
+        const QString text = qtTrId("groupCannotDeleteText").arg(group->name);
+        Dialogs::current().alert(this, title, text, Dialogs::Style::Warning);
         return;
     }
     const QPointer<RecipientsPanel> self(this);
+    //: Title of the dialog that confirms deleting a group
+    //% "Delete Group"
+    const QString title = qtTrId("groupDeleteTitle");
+    //: %1 is the group's name
+    //% "Are you sure you want to delete '%1'? This action cannot be undone."
+    const QString question = qtTrId("groupDeleteQuestion").arg(group->name);
+    //: Button that deletes the group
+    //% "Delete"
+    const QString remove = qtTrId("groupDeleteButton");
     const int answer = Dialogs::current().ask(
-        this, QStringLiteral("Delete Group"),
-        u"Are you sure you want to delete '" + group->name + u"'? This action cannot be undone.",
-        { QStringLiteral("Delete"), QStringLiteral("Cancel") }, Dialogs::Style::Warning);
+        this, title, question, { remove, Dialogs::cancelText() }, Dialogs::Style::Warning);
     if (!self || answer != 0)
         return;
     NetworkClient::shared().deleteGroup(groupId, this, [this](const APIResult<NoContent>& result) {
         if (!result.isSuccess())
-            return showErrorAlert(u"Failed to delete group: " + result.error().description());
+            return showErrorAlert(groupNotDeleted(result.error()));
         afterGroupChange();
     });
 }

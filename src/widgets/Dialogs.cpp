@@ -65,7 +65,7 @@ class RealDialogs final : public Dialogs
 public:
     void alert(QWidget* parent, const QString& title, const QString& message, Style style) override
     {
-        ask(parent, title, message, { QStringLiteral("OK") }, style);
+        ask(parent, title, message, { okText() }, style);
     }
 
     int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons,
@@ -233,4 +233,18 @@ void Dialogs::setCurrent(Dialogs* dialogs)
 void showAlert(QWidget* parent, const QString& title, const QString& message, Dialogs::Style style)
 {
     Dialogs::current().alert(parent, title, message, style);
+}
+
+QString Dialogs::okText()
+{
+    //: Button that accepts a dialog
+    //% "OK"
+    return qtTrId("dialogOK");
+}
+
+QString Dialogs::cancelText()
+{
+    //: Button that declines a dialog
+    //% "Cancel"
+    return qtTrId("dialogCancel");
 }

@@ -44,6 +44,10 @@ public:
     static Dialogs& current();
     // Installs `dialogs` (not owned) for the process; nullptr restores the real ones.
     static void setCurrent(Dialogs* dialogs);
+
+    // The buttons that accept and decline a dialog, in the user's language.
+    static QString okText();
+    static QString cancelText();
 };
 
 // The single "OK" dialog of the file screens.

@@ -1,5 +1,6 @@
 #include "api/NetworkClient.h"
 #include "app/Settings.h"
+#include "app/Translations.h"
 #include "common/PhoneSimProcess.h"
 
 #include <QJsonArray>
@@ -57,6 +58,7 @@ private:
 
 void TestApiClient::initTestCase()
 {
+    installTranslations(*QCoreApplication::instance());
     m_sim = std::make_unique<PhoneSimProcess>();
     QVERIFY(m_sim->isRunning());
 }

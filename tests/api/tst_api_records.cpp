@@ -1,6 +1,7 @@
 #include "api/APIError.h"
 #include "api/AnswerJudging.h"
 #include "api/RecordDecoding.h"
+#include "app/Translations.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -28,6 +29,8 @@ class TestApiRecords : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // Texts are shown through the English catalogue, as in the program.
+    void initTestCase() { installTranslations(*QCoreApplication::instance()); }
     void groupMembersFallback_data();
     void groupMembersFallback();
     void createdOnForms_data();

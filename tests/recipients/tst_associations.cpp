@@ -1,4 +1,5 @@
 #include "app/Settings.h"
+#include "app/Translations.h"
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
 
@@ -58,6 +59,8 @@ class TestAssociations : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // Texts are shown through the English catalogue, as in the program.
+    void initTestCase() { installTranslations(*QCoreApplication::instance()); }
     void init() { Settings::open()->clear(); }
     void sortIsOrdinalAndStable();
     void search_data();
