@@ -275,8 +275,16 @@ void CheckableListView::announceRows(int first, int last, const QList<int>& role
     QAccessible::State changed;
     changed.checked = marks;
     changed.expanded = changed.collapsed = folds;
-    for (int row = first; row <= last; ++row) {
-        if (QAccessibleInterface* iface = accessibleRow(row)) {
+    // Only rows assistive technology has asked for are announced: a refresh of thousands of
+    // rows must not make thousands of interfaces.
+    // The ids are copied first: a listener may ask for more rows while it is told.
+    QList<QAccessible::Id> ids;
+    for (auto it = m_rowIds.cbegin(); it != m_rowIds.cend(); ++it) {
+        if (it.key() >= first && it.key() <= last)
+            ids.append(it.value());
+    }
+    for (const QAccessible::Id id : std::as_const(ids)) {
+        if (QAccessibleInterface* iface = QAccessible::accessibleInterface(id)) {
             QAccessibleStateChangeEvent event(iface, changed);
             QAccessible::updateAccessibility(&event);
         }
