@@ -211,17 +211,22 @@ CheckableListView::~CheckableListView()
 
 void CheckableListView::setModel(QAbstractItemModel* model)
 {
-    if (QAbstractItemModel* old = this->model())
-        disconnect(old, nullptr, this, nullptr);
+    if (model == this->model())
+        return;
+    // Only the connections made below (lambdas and the slots of this class) go with the old
+    // model; the view's own are the base class's business.
+    for (const QMetaObject::Connection& c : std::as_const(m_modelConnections))
+        disconnect(c);
+    m_modelConnections.clear();
     forgetAccessibleRows();
     QListView::setModel(model);
     if (!model)
         return;
-    connect(model, &QAbstractItemModel::modelAboutToBeReset, this, [this] {
+    m_modelConnections << connect(model, &QAbstractItemModel::modelAboutToBeReset, this, [this] {
         m_savedRow = currentIndex().row();
         m_savedScroll = verticalScrollBar()->value();
     });
-    connect(model, &QAbstractItemModel::modelReset, this, [this] {
+    m_modelConnections << connect(model, &QAbstractItemModel::modelReset, this, [this] {
         forgetAccessibleRows();
         const int rows = this->model()->rowCount(rootIndex());
         if (m_savedRow < 0 || rows == 0)
@@ -232,9 +237,10 @@ void CheckableListView::setModel(QAbstractItemModel* model)
         verticalScrollBar()->setValue(m_savedScroll);
     });
     for (auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
-        connect(model, signal, this, &CheckableListView::forgetAccessibleRows);
-    connect(model, &QAbstractItemModel::layoutChanged, this, &CheckableListView::forgetAccessibleRows);
-    connect(model, &QAbstractItemModel::dataChanged, this,
+        m_modelConnections << connect(model, signal, this, &CheckableListView::forgetAccessibleRows);
+    m_modelConnections << connect(
+        model, &QAbstractItemModel::layoutChanged, this, &CheckableListView::forgetAccessibleRows);
+    m_modelConnections << connect(model, &QAbstractItemModel::dataChanged, this,
         [this](const QModelIndex& first, const QModelIndex& last, const QList<int>& roles) {
             announceRows(first.row(), last.row(), roles);
         });

@@ -52,6 +52,7 @@ private:
     int m_expandedRole = -1;
     QString m_emptyText;
     QHash<int, QAccessible::Id> m_rowIds;
+    QList<QMetaObject::Connection> m_modelConnections;
     int m_savedRow = -1;
     int m_savedScroll = 0;
 };
