@@ -2,6 +2,7 @@
 
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
+#include "widgets/MarkBox.h"
 
 #include <cmath>
 
@@ -40,19 +41,6 @@ void drawCard(QPainter* p, const QRect& r, const QColor& fill, qreal radius, boo
     p->drawRoundedRect(QRectF(r), radius, radius);
 }
 
-void drawCheckBox(QPainter* p, const QRect& box, bool checked)
-{
-    p->setPen(QPen(checked ? orange : idle, 1.5));
-    p->setBrush(checked ? amber : QColor(Qt::white));
-    p->drawRoundedRect(QRectF(box).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
-    if (checked) {
-        p->setPen(QPen(Qt::white, 2.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-        p->drawPolyline(QList<QPointF> { QPointF(box.left() + 4.5, box.center().y() + 0.5),
-                                         QPointF(box.left() + 7.8, box.bottom() - 4.5),
-                                         QPointF(box.right() - 3.8, box.top() + 5) });
-    }
-}
-
 void drawPerson(QPainter* p, const QPointF& centre, qreal size, const QColor& color)
 {
     p->setPen(Qt::NoPen);
@@ -75,7 +63,7 @@ AssociatedUserCellView::AssociatedUserCellView(QObject* parent)
 QRect AssociatedUserCellView::checkBoxRect(const QRect& row) const
 {
     const QRect c = card(row);
-    return QRect(c.left() + 12, c.center().y() - 9, 18, 18);
+    return QRect(c.left() + 12, c.center().y() - MarkBox::boxSize / 2, MarkBox::boxSize, MarkBox::boxSize);
 }
 
 QRect AssociatedUserCellView::disclosureRect(const QRect& row) const
@@ -171,7 +159,7 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
 
     const QRect c = card(row);
     drawCard(p, c, Qt::white, 10, true);
-    drawCheckBox(p, checkBoxRect(row), checked);
+    MarkBox::paint(p, checkBoxRect(row), checked);
     if (option.state.testFlag(QStyle::State_HasFocus)) {
         p->setPen(QPen(orange, 1, Qt::DotLine));
         p->setBrush(Qt::NoBrush);

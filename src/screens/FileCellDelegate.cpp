@@ -1,6 +1,7 @@
 #include "screens/FileCellDelegate.h"
 
 #include "files/FileListModel.h"
+#include "widgets/MarkBox.h"
 
 #include <QApplication>
 #include <QIcon>
@@ -10,7 +11,7 @@
 namespace {
 
 constexpr int margin = 14;
-constexpr int checkSize = 18;
+constexpr int checkSize = MarkBox::boxSize;
 constexpr int previewSize = 26;
 constexpr int sizeWidth = 84;
 constexpr int typeWidth = 64;
@@ -68,21 +69,7 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
     if (m_outlets.isChecked) {
         const QRect box = checkBoxRect(row);
         const bool checked = index.data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked;
-        p->setPen(QPen(checked ? QColor(254, 173, 2) : QColor(190, 190, 190), 1.5));
-        p->setBrush(checked ? QColor(255, 192, 0) : QColor(Qt::white));
-        p->drawRoundedRect(QRectF(box).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
-        if (checked) {
-            p->setPen(QPen(Qt::white, 2.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-            const QPointF a(box.left() + 4.5, box.center().y() + 0.5);
-            const QPointF b(box.left() + 7.8, box.bottom() - 4.5);
-            const QPointF c(box.right() - 3.8, box.top() + 5);
-            p->drawPolyline(QList<QPointF> { a, b, c });
-        }
-        if (option.state.testFlag(QStyle::State_HasFocus)) {
-            p->setPen(QPen(QColor(254, 173, 2), 1, Qt::DotLine));
-            p->setBrush(Qt::NoBrush);
-            p->drawRoundedRect(QRectF(box).adjusted(-3, -3, 3, 3), 5, 5);
-        }
+        MarkBox::paint(p, box, checked, option.state.testFlag(QStyle::State_HasFocus));
         left = box.right() + 12;
     }
     int right = row.right() - margin;

@@ -112,12 +112,36 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     chooseFilesButton->setProperty("state", 1);
     openFolderButton->setProperty("state", 1);
 
+    // The intake title and its buttons sit together, with the screen's rule right under them:
+    // the strokes share the width of that group, so they join into one rule that starts under
+    // the title and ends under the last button, whatever the window's width.
     auto* intakeHeader = new QHBoxLayout;
+    intakeHeader->setSpacing(10);
     intakeHeader->addWidget(intakeText);
-    intakeHeader->addStretch();
     intakeHeader->addWidget(chooseFilesButton);
     intakeHeader->addWidget(selectDeselectAllButton);
     intakeHeader->addWidget(removeFilesButton);
+    auto* lines = new QHBoxLayout;
+    lines->setSpacing(0);
+    for (int i = 0; i < m_settings.lineCount; ++i) {
+        auto* line = new Line(this);
+        line->setFixedHeight(12);
+        // A stroke is 285 points long: a share wider than that would leave a gap, so the
+        // strokes stay side by side and the rule ends early instead (long translations).
+        line->setMaximumWidth(285);
+        line->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+        lines->addWidget(line, 1);
+        m_lines.append(line);
+    }
+    lines->addStretch(0);
+    auto* headerBlock = new QVBoxLayout;
+    headerBlock->setSpacing(0);
+    headerBlock->addLayout(intakeHeader);
+    headerBlock->addSpacing(6);
+    headerBlock->addLayout(lines);
+    auto* header = new QHBoxLayout;
+    header->addLayout(headerBlock);
+    header->addStretch(1);
     auto* resultHeader = new QHBoxLayout;
     resultHeader->addWidget(resultText);
     resultHeader->addStretch();
@@ -125,17 +149,7 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
 
     auto* files = new QVBoxLayout;
     files->setSpacing(8);
-    files->addLayout(intakeHeader);
-    auto* lines = new QHBoxLayout;
-    lines->setSpacing(0);
-    for (int i = 0; i < m_settings.lineCount; ++i) {
-        auto* line = new Line(this);
-        line->setFixedHeight(12);
-        // Each stroke sits in the middle of its share of the width; shares narrower than a
-        // stroke join into one rule.
-        lines->addWidget(line, 1, Qt::AlignHCenter);
-    }
-    files->addLayout(lines);
+    files->addLayout(header);
     files->addWidget(boxed(intakeTable, this), 3);
     files->addSpacing(10);
     files->addLayout(resultHeader);

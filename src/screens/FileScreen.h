@@ -12,6 +12,7 @@ class FileListModel;
 class OperationTask;
 class ProgressOverlay;
 class FileTableView;
+class Line;
 class QHBoxLayout;
 class QLabel;
 class QPushButton;
@@ -65,6 +66,8 @@ public:
     QPushButton* selectDeselectAllButton = nullptr;
     QPushButton* operationButton = nullptr;
     QPushButton* openFolderButton = nullptr;
+    // The decorating strokes under the intake title, left to right.
+    const QList<Line*>& lines() const { return m_lines; }
     // The overlay of the operation under way, if any.
     ProgressOverlay* overlay() const { return m_overlay; }
     OperationTask* runningTask() const { return m_task; }
@@ -94,6 +97,7 @@ private:
     FileListModel* m_intakeModel;
     FileListModel* m_resultModel;
     QHBoxLayout* m_columns;
+    QList<Line*> m_lines;
     ProgressOverlay* m_overlay = nullptr;
     OperationTask* m_task = nullptr;
 };

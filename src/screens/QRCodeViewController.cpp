@@ -4,6 +4,7 @@
 #include "app/Settings.h"
 #include "app/Texts.h"
 #include "pairing/AddressFinder.h"
+#include "widgets/Colors.h"
 #include "widgets/RoundedPanel.h"
 
 #include <QComboBox>
@@ -98,6 +99,7 @@ void QRCodeViewController::viewDidLoad()
 
     auto* box = new RoundedPanel(Qt::white, 35, RoundedPanel::AllCorners, this);
     qrCodeWhiteBackground = box;
+    box->setPalette(Colors::lightPalette(box->palette()));
     auto* shadow = new QGraphicsDropShadowEffect(box);
     shadow->setBlurRadius(12);
     shadow->setOffset(0, 0);

@@ -133,23 +133,7 @@ void MainViewController::viewDidLoad()
     // The grey panel with its one rounded corner, holding the screens.
     auto* panel = new RoundedPanel(Colors::grayColor, 35, RoundedPanel::TopLeft, this);
     grayBackground = panel;
-    // The panel is light whatever the system's colour scheme, so the screens' text, which
-    // follows the palette, stays dark on it also when the desktop uses a dark palette.
-    QPalette light = panel->palette();
-    for (auto group : { QPalette::Active, QPalette::Inactive }) {
-        light.setColor(group, QPalette::Window, Colors::grayColor);
-        light.setColor(group, QPalette::WindowText, QColor(45, 45, 45));
-        light.setColor(group, QPalette::Base, Qt::white);
-        light.setColor(group, QPalette::AlternateBase, Colors::grayColor);
-        light.setColor(group, QPalette::Text, QColor(45, 45, 45));
-        light.setColor(group, QPalette::Button, QColor(235, 235, 235));
-        light.setColor(group, QPalette::ButtonText, QColor(45, 45, 45));
-        light.setColor(group, QPalette::PlaceholderText, QColor(150, 150, 150));
-    }
-    light.setColor(QPalette::Disabled, QPalette::WindowText, QColor(150, 150, 150));
-    light.setColor(QPalette::Disabled, QPalette::Text, QColor(150, 150, 150));
-    light.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(150, 150, 150));
-    panel->setPalette(light);
+    panel->setPalette(Colors::lightPalette(panel->palette()));
     container = new QWidget(panel);
     container->setObjectName(QStringLiteral("container"));
     auto* panelLayout = new QVBoxLayout(panel);

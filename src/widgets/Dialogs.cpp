@@ -1,5 +1,6 @@
 #include "widgets/Dialogs.h"
 
+#include "widgets/MarkBox.h"
 #include "widgets/ModalDialogs.h"
 
 #include <QCheckBox>
@@ -8,11 +9,13 @@
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QGridLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QTreeView>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -145,7 +148,7 @@ public:
         auto* rowsLayout = new QVBoxLayout(rows);
         rowsLayout->setContentsMargins(10, 6, 10, 6);
         rowsLayout->setSpacing(0);
-        QList<QCheckBox*> boxes;
+        QList<MarkBox*> boxes;
         QFont nameFont = dialog.font();
         nameFont.setPointSize(13);
         nameFont.setWeight(QFont::Medium);
@@ -162,7 +165,7 @@ public:
             grid->setContentsMargins(0, 4, 0, 4);
             grid->setHorizontalSpacing(8);
             grid->setVerticalSpacing(0);
-            auto* box = new QCheckBox(row);
+            auto* box = new MarkBox(row);
             box->setAccessibleName(mail.isEmpty() ? name : name + u", " + mail);
             auto* nameLabel = new QLabel(name, row);
             nameLabel->setFont(nameFont);
@@ -209,7 +212,24 @@ public:
     {
         // Read-only: the dialog offers no "Create New Folder", renaming or deleting.
         const ModalDialogs::Scope open;
-        return QFileDialog::getOpenFileNames(topLevel(parent), QString(), folder, QString(), nullptr, QFileDialog::ReadOnly);
+        QFileDialog dialog(topLevel(parent), QString(), folder);
+        dialog.setFileMode(QFileDialog::ExistingFiles);
+        dialog.setOption(QFileDialog::ReadOnly);
+        // ReadOnly only greys the new-folder button of Qt's own dialog out; it goes altogether.
+        if (auto* newFolder = dialog.findChild<QWidget*>(QStringLiteral("newFolderButton")))
+            newFolder->hide();
+        // Room for the name, size, type and date columns without cutting them short: the
+        // figures take what they need and the name the rest.
+        dialog.resize(dialog.sizeHint().expandedTo(QSize(800, 500)));
+        if (auto* details = dialog.findChild<QTreeView*>(QStringLiteral("treeView"))) {
+            QHeaderView* columns = details->header();
+            columns->setStretchLastSection(false);
+            columns->setSectionResizeMode(QHeaderView::ResizeToContents);
+            columns->setSectionResizeMode(0, QHeaderView::Stretch);
+        }
+        if (dialog.exec() != QDialog::Accepted)
+            return {};
+        return dialog.selectedFiles();
     }
 
     bool openPath(const QString& path) override { return QDesktopServices::openUrl(QUrl::fromLocalFile(path)); }

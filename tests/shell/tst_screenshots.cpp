@@ -15,18 +15,24 @@
 #include "storage/WorkingFolders.h"
 #include "widgets/CustomButton.h"
 #include "widgets/Dialogs.h"
+#include "widgets/Line.h"
+#include "widgets/MarkBox.h"
 #include "widgets/ProgressOverlay.h"
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
+#include <QToolTip>
 
 using namespace std::chrono_literals;
 
@@ -52,6 +58,41 @@ QPalette darkPalette()
     p.setColor(QPalette::Disabled, QPalette::WindowText, QColor(120, 120, 120));
     p.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(120, 120, 120));
     return p;
+}
+
+// WCAG's contrast ratio of two opaque colours (1 to 21); 4.5 is enough for body text.
+double contrast(const QColor& a, const QColor& b)
+{
+    auto luminance = [](const QColor& c) {
+        auto channel = [](double v) { return v <= 0.03928 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); };
+        return 0.2126 * channel(c.redF()) + 0.7152 * channel(c.greenF()) + 0.0722 * channel(c.blueF());
+    };
+    const double la = luminance(a), lb = luminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+// `color` as it shows over `background` (labels may draw in a translucent secondary colour).
+QColor over(const QColor& color, const QColor& background)
+{
+    const double a = color.alphaF();
+    return QColor::fromRgbF(float(color.redF() * a + background.redF() * (1 - a)),
+        float(color.greenF() * a + background.greenF() * (1 - a)),
+        float(color.blueF() * a + background.blueF() * (1 - a)));
+}
+
+// Every visible label of a dialog or menu stands out from the window behind it, whatever the palette.
+void verifyReadable(QWidget* top)
+{
+    const QColor window = top->palette().color(QPalette::Window);
+    for (QLabel* label : top->findChildren<QLabel*>()) {
+        if (!label->isVisible() || label->text().isEmpty() || !label->pixmap().isNull())
+            continue;
+        const QColor text = over(label->palette().color(label->foregroundRole()), window);
+        QVERIFY2(contrast(text, window) >= 3.0, qPrintable(label->text()));
+    }
+    // Check boxes carry their own colours: the platform's can vanish on a dark window.
+    for (QCheckBox* box : top->findChildren<QCheckBox*>())
+        QVERIFY2(qobject_cast<MarkBox*>(box), qPrintable(box->accessibleName()));
 }
 
 GroupPtr group(qint64 id, const QString& name, const QStringList& members)
@@ -135,7 +176,9 @@ void TestScreenshots::screens()
     m_suffix = u"@%1x-%2"_qs.arg(scale).arg(dark ? u"dark"_qs : u"light"_qs);
 
     // Pairing: the code keeps whole 15-point modules, inside its white box.
-    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"192.168.100.200"_qs }; });
+    QRCodeViewController::setAddressSourceForTesting([] {
+        return QStringList { u"192.168.100.200"_qs, u"10.0.0.7"_qs };
+    });
     {
         AppWindow window;
         auto* screen = new QRCodeViewController;
@@ -181,6 +224,25 @@ void TestScreenshots::screens()
             QCOMPARE(bottom, main.grayBackground->mapTo(&main, QPoint()).y());
         }
     }
+
+    // The strokes under each intake title join into one rule, from under the title to under
+    // the last button: no gap between them and nothing hanging past the buttons.
+    for (FileScreen* screen : { static_cast<FileScreen*>(main.vc1), static_cast<FileScreen*>(main.vc2) }) {
+        const bool decrypt = screen == main.vc2;
+        if (decrypt)
+            main.selectDecrypt();
+        const QList<Line*> lines = screen->lines();
+        QCOMPARE(lines.size(), decrypt ? 2 : 3);
+        const auto x = [screen](QWidget* w) { return w->mapTo(screen, QPoint()).x(); };
+        QCOMPARE(x(lines.first()), x(screen->intakeText));
+        for (int i = 1; i < lines.size(); ++i) {
+            QCOMPARE(x(lines.at(i)), x(lines.at(i - 1)) + lines.at(i - 1)->width());
+            QVERIFY(lines.at(i - 1)->width() <= 286); // a wider share would leave a gap
+        }
+        const int end = x(lines.last()) + std::min(lines.last()->width(), 286);
+        QCOMPARE(end, x(screen->removeFilesButton) + screen->removeFilesButton->width());
+    }
+    main.selectEncrypt();
 
     EncryptViewController* encrypt = main.vc1;
     // The focus border is always there, clear until focused: focus changes neither size nor title.
@@ -229,9 +291,19 @@ void TestScreenshots::screens()
             QWidget* dialog = QApplication::activeModalWidget();
             if (!dialog)
                 return;
-            if (auto* edit = dialog->findChild<QLineEdit*>()) {
+            // Closed whatever the checks find, so that a failure does not leave the test waiting.
+            auto close = qScopeGuard([dialog] { dialog->close(); });
+            auto* edit = dialog->findChild<QLineEdit*>();
+            if (edit && !qobject_cast<QFileDialog*>(dialog)) {
                 QCOMPARE(edit->width(), 300);
                 QVERIFY(edit->hasFocus());
+            }
+            verifyReadable(dialog);
+            if (auto* files = qobject_cast<QFileDialog*>(dialog)) {
+                // Choosing files creates nothing: no "Create New Folder" anywhere.
+                QVERIFY(files->testOption(QFileDialog::ReadOnly));
+                if (auto* newFolder = files->findChild<QWidget*>(u"newFolderButton"_qs))
+                    QVERIFY(!newFolder->isVisible());
             }
             const QList<QCheckBox*> boxes = dialog->findChildren<QCheckBox*>();
             for (QCheckBox* box : boxes)
@@ -243,7 +315,6 @@ void TestScreenshots::screens()
             }
             save(dialog, u"dialog-"_qs + name);
             seen.append(name);
-            dialog->close();
         });
     };
     capture(u"create"_qs);
@@ -254,7 +325,36 @@ void TestScreenshots::screens()
         { u"Ann Lee\nann.lee@example.com"_qs, u"Chen Wei\nchen@example.com"_qs,
             u"Bartholomew Featherstonehaugh-Montgomery\nbartholomew.f@example.com"_qs },
         u"OK"_qs, u"Cancel"_qs);
-    QCOMPARE(seen, QStringList({ u"create"_qs, u"members"_qs }));
+    capture(u"message"_qs);
+    Dialogs::current().alert(&main, u"Error"_qs,
+        u"Group name must start with a letter and contain only letters and numbers (2-250 characters)"_qs,
+        Dialogs::Style::Warning);
+    capture(u"files"_qs);
+    const QStringList chosen = Dialogs::current().chooseFiles(&main, m_home.path());
+    QVERIFY(chosen.isEmpty());
+    QCOMPARE(seen, QStringList({ u"create"_qs, u"members"_qs, u"message"_qs, u"files"_qs }));
+
+    // The group menu and a tool tip: the system's own, in the system's palette.
+    std::unique_ptr<QMenu> menu(encrypt->recipients->buildGroupMenu(1));
+    QVERIFY(menu);
+    menu->popup(main.mapToGlobal(QPoint(700, 300)));
+    QVERIFY(QTest::qWaitForWindowExposed(menu.get()));
+    const QColor menuText = menu->palette().color(QPalette::Text);
+    QVERIFY(contrast(menuText, menu->palette().color(QPalette::Window)) >= 4.5);
+    save(menu.get(), u"menu-group"_qs);
+    menu->close();
+    QToolTip::showText(main.mapToGlobal(QPoint(300, 120)), encrypt->chooseFilesButton->toolTip(), &main);
+    QWidget* tip = nullptr;
+    QTRY_VERIFY((tip = [] {
+        for (QWidget* w : QApplication::topLevelWidgets())
+            if (w->inherits("QTipLabel") && w->isVisible())
+                return w;
+        return static_cast<QWidget*>(nullptr);
+    }()));
+    QVERIFY(contrast(tip->palette().color(QPalette::ToolTipText), tip->palette().color(QPalette::ToolTipBase))
+        >= 4.5);
+    save(tip, u"tooltip"_qs);
+    QToolTip::hideText();
 }
 
 QTEST_MAIN(TestScreenshots)
