@@ -125,6 +125,25 @@ AssociatedUserCellView::Part AssociatedUserCellView::hitTest(int kind, const QRe
     return Part::Row;
 }
 
+AssociatedUserCellView::PhoneLayout AssociatedUserCellView::phoneLayout(
+    const QString& phone, const QString& name, int lineWidth, const QFont& font)
+{
+    // The phone takes what the name leaves, and at least 45% of the line; it is shortened
+    // with "..." rather than dropped.
+    QFont small = font;
+    small.setPointSize(9);
+    QFont bold = font;
+    bold.setPointSize(10);
+    bold.setBold(true);
+    const int nameWidth = QFontMetrics(bold).horizontalAdvance(name);
+    const int room = std::max(lineWidth * 45 / 100, lineWidth - nameWidth - 10);
+    // Rounded up: a width rounded down makes elidedText() shorten a number that fits.
+    const int width = std::min(int(std::ceil(QFontMetricsF(small).horizontalAdvance(phone))), room);
+    if (width <= 0)
+        return {};
+    return { QFontMetrics(small).elidedText(phone, Qt::ElideRight, width), width };
+}
+
 QSize AssociatedUserCellView::sizeHint(const QStyleOptionViewItem&, const QModelIndex& index) const
 {
     return QSize(300, Kind(index.data(RecipientsModel::KindRole).toInt()) == Kind::groupMember ? memberHeight : cardHeight);
@@ -195,22 +214,14 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
     const QFontMetrics smallMetrics(small);
     QRect top(textLeft, c.top() + 8, textRight - textLeft, c.height() / 2 - 6);
     if (kind == Kind::user) {
-        // The phone takes what the name leaves, and at least 45% of the line; it is shortened
-        // with "..." rather than dropped.
-        const QString phone = index.data(RecipientsModel::PhoneRole).toString();
-        QFont bold = font;
-        bold.setPointSize(10);
-        bold.setBold(true);
-        const int nameWidth = QFontMetrics(bold).horizontalAdvance(index.data(RecipientsModel::NameRole).toString());
-        const int room = std::max(top.width() * 45 / 100, top.width() - nameWidth - 10);
-        // Rounded up: a width rounded down makes elidedText() shorten a number that fits.
-        const int w = std::min(int(std::ceil(QFontMetricsF(small).horizontalAdvance(phone))), room);
-        if (w > 0) {
+        const PhoneLayout phone = phoneLayout(index.data(RecipientsModel::PhoneRole).toString(),
+            index.data(RecipientsModel::NameRole).toString(), top.width(), font);
+        if (phone.width > 0) {
             p->setFont(small);
             p->setPen(muted);
-            p->drawText(QRect(textRight - w, top.top(), w, top.height()), Qt::AlignRight | Qt::AlignBottom,
-                        smallMetrics.elidedText(phone, Qt::ElideRight, w));
-            top.setRight(textRight - w - 10);
+            p->drawText(QRect(textRight - phone.width, top.top(), phone.width, top.height()),
+                Qt::AlignRight | Qt::AlignBottom, phone.text);
+            top.setRight(textRight - phone.width - 10);
         }
     }
     font.setPointSize(kind == Kind::user ? 10 : 11);

@@ -29,6 +29,15 @@ public:
     QRect infoRect(const QRect& row) const;
     static QString groupOptionsText();
 
+    // The phone number of a user row as drawn on the name's line (`lineWidth` wide, `font` the
+    // row's font): whole when the name leaves room, else shortened with "...", never dropped.
+    struct PhoneLayout
+    {
+        QString text;
+        int width = 0;
+    };
+    static PhoneLayout phoneLayout(const QString& phone, const QString& name, int lineWidth, const QFont& font);
+
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     // Tool tips by place: the user's summary over the person icon, "Group options" over a

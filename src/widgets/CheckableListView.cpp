@@ -154,6 +154,15 @@ public:
 
     QAccessibleInterface* child(int index) const override { return view()->accessibleRow(index); }
 
+    QString text(QAccessible::Text t) const override
+    {
+        // An empty list tells what sighted users read in its middle.
+        const QString own = QAccessibleWidget::text(t);
+        if (t == QAccessible::Description && own.isEmpty() && childCount() == 0)
+            return view()->emptyText();
+        return own;
+    }
+
     int indexOfChild(const QAccessibleInterface* child) const override
     {
         const auto* row = dynamic_cast<const RowAccessible*>(child);

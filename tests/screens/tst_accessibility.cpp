@@ -123,6 +123,7 @@ private Q_SLOTS:
     void tabOrderReachesEveryControl_data();
     void tabOrderReachesEveryControl();
     void keyboardOnlyJourney();
+    void emptyListSaysWhatToDo();
 
 private:
     QTemporaryDir m_home;
@@ -644,6 +645,23 @@ void TestAccessibility::keyboardOnlyJourney()
     QVERIFY(tabTo(main.decryptButtonCustom));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     QCOMPARE(main.currentScreen(), main.vc2);
+}
+
+void TestAccessibility::emptyListSaysWhatToDo()
+{
+    // The hint painted in an empty intake list reaches a screen reader too, and goes with the
+    // first file.
+    DecryptViewController screen;
+    screen.resize(1100, 650);
+    screen.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&screen));
+    QAccessibleInterface* list = QAccessible::queryAccessibleInterface(screen.intakeTable);
+    const QString hint = list->text(QAccessible::Description);
+    QVERIFY(hint.contains(screen.chooseFilesButton->text()));
+    QVERIFY(!list->text(QAccessible::Name).isEmpty());
+    screen.intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
+    QCOMPARE(list->childCount(), 1);
+    QVERIFY(list->text(QAccessible::Description).isEmpty());
 }
 
 QTEST_MAIN(TestAccessibility)

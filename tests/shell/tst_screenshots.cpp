@@ -5,6 +5,7 @@
 #include "app/Translations.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AboutViewController.h"
+#include "screens/AssociatedUserCellView.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/FileTableView.h"
@@ -19,6 +20,7 @@
 #include "widgets/MarkBox.h"
 #include "widgets/ProgressOverlay.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QFileDialog>
@@ -121,6 +123,8 @@ private Q_SLOTS:
     void initTestCase();
     void screens_data();
     void screens();
+    void phoneNumbers_data();
+    void phoneNumbers();
 
 private:
     // Saves `widget` as `name` when pictures are asked for.
@@ -299,6 +303,15 @@ void TestScreenshots::screens()
                 QVERIFY(edit->hasFocus());
             }
             verifyReadable(dialog);
+            // A screen reader names the dialog and everything in it that takes the keyboard.
+            QVERIFY(!QAccessible::queryAccessibleInterface(dialog)->text(QAccessible::Name).isEmpty());
+            for (QWidget* w : dialog->findChildren<QWidget*>()) {
+                if (!w->isVisible() || w->focusPolicy() == Qt::NoFocus || w->inherits("QScrollBar"))
+                    continue;
+                QVERIFY2(!QAccessible::queryAccessibleInterface(w)->text(QAccessible::Name).isEmpty(),
+                    qPrintable(name + u": "_qs + QString::fromLatin1(w->metaObject()->className())
+                        + u' ' + w->objectName()));
+            }
             if (auto* files = qobject_cast<QFileDialog*>(dialog)) {
                 // Choosing files creates nothing: no "Create New Folder" anywhere.
                 QVERIFY(files->testOption(QFileDialog::ReadOnly));
@@ -355,6 +368,41 @@ void TestScreenshots::screens()
         >= 4.5);
     save(tip, u"tooltip"_qs);
     QToolTip::hideText();
+}
+
+void TestScreenshots::phoneNumbers_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("phone");
+    QTest::addColumn<int>("line");
+    QTest::addColumn<bool>("whole");
+    QTest::newRow("short name") << u"ANN LEE"_qs << u"+44 20 7946 0000"_qs << 360 << true;
+    QTest::newRow("long phone, room") << u"CHEN WEI"_qs << u"+1 (555) 010-0199 ext. 4421"_qs << 360 << true;
+    QTest::newRow("long name") << u"BARTHOLOMEW FEATHERSTONEHAUGH-MONTGOMERY"_qs << u"+1 (555) 010-0199 ext. 4421"_qs
+                               << 360 << false;
+    QTest::newRow("narrow line") << u"ANN LEE"_qs << u"+44 20 7946 0000"_qs << 90 << false;
+    QTest::newRow("no phone") << u"ANN LEE"_qs << QString() << 360 << true;
+}
+
+void TestScreenshots::phoneNumbers()
+{
+    // A phone number is shown whole when the name leaves room, else shortened, never dropped.
+    QFETCH(QString, name);
+    QFETCH(QString, phone);
+    QFETCH(int, line);
+    QFETCH(bool, whole);
+    const auto shown = AssociatedUserCellView::phoneLayout(phone, name, line, QApplication::font());
+    if (phone.isEmpty()) {
+        QVERIFY(shown.text.isEmpty());
+        return;
+    }
+    QVERIFY(shown.width > 0);
+    QVERIFY(shown.width <= line);
+    QCOMPARE(shown.text == phone, whole);
+    if (!whole) {
+        QVERIFY(shown.text.endsWith(QChar(0x2026)));
+        QVERIFY(shown.width >= line * 45 / 100); // the name gives way too
+    }
 }
 
 QTEST_MAIN(TestScreenshots)
