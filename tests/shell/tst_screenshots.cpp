@@ -309,8 +309,8 @@ void TestScreenshots::screens()
                 if (!w->isVisible() || w->focusPolicy() == Qt::NoFocus || w->inherits("QScrollBar"))
                     continue;
                 QVERIFY2(!QAccessible::queryAccessibleInterface(w)->text(QAccessible::Name).isEmpty(),
-                    qPrintable(name + u": "_qs + QString::fromLatin1(w->metaObject()->className())
-                        + u' ' + w->objectName()));
+                    qPrintable(name + u": "_qs + QString::fromLatin1(w->metaObject()->className()) + u' '
+                        + w->objectName()));
             }
             if (auto* files = qobject_cast<QFileDialog*>(dialog)) {
                 // Choosing files creates nothing: no "Create New Folder" anywhere.
@@ -378,8 +378,8 @@ void TestScreenshots::phoneNumbers_data()
     QTest::addColumn<bool>("whole");
     QTest::newRow("short name") << u"ANN LEE"_qs << u"+44 20 7946 0000"_qs << 360 << true;
     QTest::newRow("long phone, room") << u"CHEN WEI"_qs << u"+1 (555) 010-0199 ext. 4421"_qs << 360 << true;
-    QTest::newRow("long name") << u"BARTHOLOMEW FEATHERSTONEHAUGH-MONTGOMERY"_qs << u"+1 (555) 010-0199 ext. 4421"_qs
-                               << 360 << false;
+    QTest::newRow("long name") << u"BARTHOLOMEW FEATHERSTONEHAUGH-MONTGOMERY"_qs
+                               << u"+1 (555) 010-0199 ext. 4421"_qs << 360 << false;
     QTest::newRow("narrow line") << u"ANN LEE"_qs << u"+44 20 7946 0000"_qs << 90 << false;
     QTest::newRow("no phone") << u"ANN LEE"_qs << QString() << 360 << true;
 }
