@@ -58,7 +58,7 @@
     <message id="filesToDecrypt">
         <source>UPLOAD FILES</source>
         <extracomment>Files to decrypt title</extracomment>
-        <translation>DATEIEN HOCHLADEN</translation>
+        <translation>DATEIEN</translation>
     </message>
     <message id="decryptedFiles">
         <source>DECRYPTED FILES</source>
@@ -78,7 +78,7 @@
     <message id="filesToEncrypt">
         <source>UPLOAD FILES</source>
         <extracomment>Files to encrypt title</extracomment>
-        <translation>DATEIEN HOCHLADEN</translation>
+        <translation>DATEIEN</translation>
     </message>
     <message id="encryptedFiles">
         <source>FILES ENCRYPTED</source>
@@ -135,7 +135,7 @@
         <extracomment>Select deselect all users button
 ----------
 Select deselect all files button</extracomment>
-        <translation>ALLE AN/ABWÄHLEN</translation>
+        <translation>ALLE/KEINE</translation>
     </message>
     <message id="search">
         <source>Search</source>
@@ -220,12 +220,12 @@ Select deselect all files button</extracomment>
     <message id="encrypting">
         <source>ENCRYPTING</source>
         <extracomment>Encrypting text</extracomment>
-        <translation>WIRD VERSCHLÜSSELT</translation>
+        <translation>VERSCHLÜSSELUNG</translation>
     </message>
     <message id="decrypting">
         <source>DECRYPTING</source>
         <extracomment>Decrypting text</extracomment>
-        <translation>WIRD ENTSCHLÜSSELT</translation>
+        <translation>ENTSCHLÜSSELUNG</translation>
     </message>
     <message id="aboutButton">
         <source>About</source>

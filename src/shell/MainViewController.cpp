@@ -22,6 +22,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 Q_LOGGING_CATEGORY(lcMain, "varnex.shell")
 
 namespace {
@@ -49,7 +51,8 @@ CustomButton* makeTab(QWidget* backing, const QString& title)
     fill->addWidget(tab);
     // The tab fills its backing, so both stand on the panel at the same height in every state.
     tab->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
-    backing->setFixedSize(170, 46);
+    // Wider when the title needs it (a longer language), so the title is never cut.
+    backing->setFixedSize(std::max(170, tab->sizeHint().width()), 46);
     return tab;
 }
 

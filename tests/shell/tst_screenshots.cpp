@@ -1,7 +1,8 @@
 // Every screen as a person sees it, in the light palette and a dark system palette, at the
-// scale this run has (the test runs once as is and once with QT_SCALE_FACTOR=2). The layout
-// rules that screenshots showed broken are checked in every run; the pictures themselves are
-// saved when VARNEX_SCREENSHOT_DIR is set.
+// scale and in the language this run has (the test runs as is, with QT_SCALE_FACTOR=2, and in
+// German, whose texts are longer). The layout rules that screenshots showed broken, and that
+// no text is cut off, are checked in every run; the pictures themselves are saved when
+// VARNEX_SCREENSHOT_DIR is set.
 #include "app/Translations.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AboutViewController.h"
@@ -20,6 +21,7 @@
 #include "widgets/MarkBox.h"
 #include "widgets/ProgressOverlay.h"
 
+#include <QAbstractButton>
 #include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
@@ -113,6 +115,31 @@ const QByteArray users = R"({"getUsers":[
     {"firstName":"Bartholomew","lastName":"Featherstonehaugh-Montgomery","email":"bartholomew.featherstonehaugh@example.com","phone":"+1 (555) 010-0199 ext. 4421"},
     {"firstName":"Chen","lastName":"Wei","email":"chen@example.com","phone":"+86 10 5555 0100"}]})";
 
+// Labels and buttons too small for their text, so that part of it is cut off.
+QStringList clippedTexts(const QWidget* root)
+{
+    QStringList clipped;
+    const auto tooSmall = [&clipped](const QWidget* widget, const QString& text, QSize needed) {
+        if (widget->width() < needed.width() || widget->height() < needed.height())
+            clipped.append(QString::fromLatin1(widget->parentWidget()->metaObject()->className()) + u" \""
+                + text + u"\" needs " + QString::number(needed.width()) + u'x'
+                + QString::number(needed.height()) + u", has " + QString::number(widget->width()) + u'x'
+                + QString::number(widget->height()));
+    };
+    for (const QLabel* label : root->findChildren<QLabel*>()) {
+        if (!label->isVisibleTo(root) || label->text().isEmpty())
+            continue;
+        const QSize hint = label->sizeHint();
+        // A wrapping label only needs the height its text takes at the width it has.
+        tooSmall(
+            label, label->text(), label->wordWrap() ? QSize(0, label->heightForWidth(label->width())) : hint);
+    }
+    for (const QAbstractButton* button : root->findChildren<QAbstractButton*>())
+        if (button->isVisibleTo(root) && !button->text().isEmpty())
+            tooSmall(button, button->text(), button->sizeHint());
+    return clipped;
+}
+
 } // namespace
 
 class TestScreenshots : public QObject
@@ -160,6 +187,9 @@ void TestScreenshots::save(QWidget* widget, const QString& name)
     const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
     if (!out.isEmpty())
         QVERIFY(widget->grab().save(out + u'/' + name + m_suffix + u".png"_qs));
+    // Checked after saving, so that the picture shows what is cut off.
+    const QStringList clipped = clippedTexts(widget);
+    QVERIFY2(clipped.isEmpty(), qPrintable(name + m_suffix + u": " + clipped.join(u"; ")));
 }
 
 void TestScreenshots::screens_data()
@@ -178,6 +208,9 @@ void TestScreenshots::screens()
     auto restore = qScopeGuard([&original] { QApplication::setPalette(original); });
     const qreal scale = qApp->devicePixelRatio();
     m_suffix = u"@%1x-%2"_qs.arg(scale).arg(dark ? u"dark"_qs : u"light"_qs);
+    const QString language = QLocale().name().section(u'_', 0, 0);
+    if (language != u"en" && language != u"C")
+        m_suffix += u'-' + language;
 
     // Pairing: the code keeps whole 15-point modules, inside its white box.
     QRCodeViewController::setAddressSourceForTesting([] {
@@ -279,8 +312,8 @@ void TestScreenshots::screens()
 
     // The overlay dims the whole window, with readable figures.
     auto* overlay = new EncryptingViewController(encrypt);
-    overlay->setStage(u"Sending 412.0 MB of 1.1 GB"_qs, 412, 1100);
-    overlay->setDetail(u"38.2 MB/s · 0:18 left"_qs);
+    overlay->setStage(qtTrId("stageSending").arg(u"412.0 MB"_qs, u"1.1 GB"_qs), 412, 1100);
+    overlay->setDetail(qtTrId("transferSpeedAndTimeLeft").arg(u"38.2 MB/s"_qs, u"0:18"_qs));
     overlay->show();
     QCOMPARE(overlay->geometry(), window.rect());
     QCOMPARE(overlay->cancelButton()->height(), 34); // a pill: its radius is half its height
@@ -331,17 +364,15 @@ void TestScreenshots::screens()
         });
     };
     capture(u"create"_qs);
-    Dialogs::current().askText(&main, u"Create New Group"_qs, u"Enter group name:"_qs, QString(),
-        u"Group name"_qs, u"Create"_qs, u"Cancel"_qs);
+    Dialogs::current().askText(&main, qtTrId("groupCreateTitle"), qtTrId("groupCreatePrompt"), QString(),
+        qtTrId("groupNamePlaceholder"), qtTrId("groupCreateButton"), Dialogs::cancelText());
     capture(u"members"_qs);
-    Dialogs::current().chooseItems(&main, u"Add Users to 'Family'"_qs, QString(),
+    Dialogs::current().chooseItems(&main, qtTrId("groupAddUsersTitle").arg(u"Family"_qs), QString(),
         { u"Ann Lee\nann.lee@example.com"_qs, u"Chen Wei\nchen@example.com"_qs,
             u"Bartholomew Featherstonehaugh-Montgomery\nbartholomew.f@example.com"_qs },
-        u"OK"_qs, u"Cancel"_qs);
+        Dialogs::okText(), Dialogs::cancelText());
     capture(u"message"_qs);
-    Dialogs::current().alert(&main, u"Error"_qs,
-        u"Group name must start with a letter and contain only letters and numbers (2-250 characters)"_qs,
-        Dialogs::Style::Warning);
+    Dialogs::current().alert(&main, qtTrId("groupErrorTitle"), qtTrId("groupNameRule"), Dialogs::Style::Warning);
     capture(u"files"_qs);
     const QStringList chosen = Dialogs::current().chooseFiles(&main, m_home.path());
     QVERIFY(chosen.isEmpty());
