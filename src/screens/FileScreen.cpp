@@ -116,7 +116,8 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     // the strokes share the width of that group, so they join into one rule that starts under
     // the title and ends under the last button, whatever the window's width.
     auto* intakeHeader = new QHBoxLayout;
-    intakeHeader->setSpacing(10);
+    // Tight enough that the buttons keep their whole titles at the default window width.
+    intakeHeader->setSpacing(8);
     intakeHeader->addWidget(intakeText);
     intakeHeader->addWidget(chooseFilesButton);
     intakeHeader->addWidget(selectDeselectAllButton);
@@ -159,7 +160,8 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     bottom->addWidget(operationButton);
     files->addLayout(bottom);
 
-    m_columns->setSpacing(24);
+    // Room for the file column's header (see above).
+    m_columns->setSpacing(20);
     m_columns->addLayout(files, 3);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
