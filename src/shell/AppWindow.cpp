@@ -33,7 +33,7 @@ void AppWindow::setContent(QWidget* screen)
     if (m_content) {
         m_layout->removeWidget(m_content);
         m_content->hide();
-        m_content->deleteLater();
+        retire(m_content);
     }
     m_content = screen;
     if (screen) {
@@ -42,6 +42,21 @@ void AppWindow::setContent(QWidget* screen)
         screen->setFocus();
     }
     Q_EMIT contentChanged(screen);
+}
+
+void AppWindow::retire(QWidget* screen)
+{
+    if (!ModalDialogs::anyOpen()) {
+        screen->deleteLater();
+        return;
+    }
+    // A dialog that opened while the fade ran has this screen's code on its stack: the screen
+    // goes once no dialog is open (checked again then, as another may have opened).
+    const QPointer<QWidget> guard(screen);
+    ModalDialogs::afterAllClosed(this, [this, guard] {
+        if (guard)
+            retire(guard);
+    });
 }
 
 void AppWindow::present(QWidget* screen)
@@ -80,10 +95,8 @@ void AppWindow::showPairingWhenNoDialog()
     if (m_pairingPending)
         return;
     m_pairingPending = true;
-    // Queued: the swap runs once the dialog's stack has unwound, and checks again (another
-    // dialog may have opened by then).
-    connect(&ModalDialogs::instance(), &ModalDialogs::allClosed, this, [this] {
+    ModalDialogs::afterAllClosed(this, [this] {
         m_pairingPending = false;
         showPairingWhenNoDialog();
-    }, static_cast<Qt::ConnectionType>(Qt::QueuedConnection | Qt::SingleShotConnection));
+    });
 }

@@ -16,7 +16,7 @@ public:
     explicit AppWindow(QWidget* parent = nullptr);
 
     QWidget* content() const { return m_content; }
-    // Replaces the content screen at once; the old one is deleted.
+    // Replaces the content screen at once; the old one is deleted (once no dialog is open).
     void setContent(QWidget* screen);
 
     // The flow: pairing screen first; main window after a pairing; back on a lost phone.
@@ -32,6 +32,7 @@ Q_SIGNALS:
 
 private:
     void present(QWidget* screen);
+    void retire(QWidget* screen);
 
     QVBoxLayout* m_layout = nullptr;
     QPointer<QWidget> m_content;

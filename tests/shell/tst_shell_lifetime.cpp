@@ -35,6 +35,7 @@ private Q_SLOTS:
     void initTestCase();
     void phoneLeavesWhileADialogIsOpen_data();
     void phoneLeavesWhileADialogIsOpen();
+    void dialogOpenedDuringTheFadeKeepsItsScreen();
     void oneInstanceAtATime();
 
 private:
@@ -129,6 +130,41 @@ void TestShellLifetime::phoneLeavesWhileADialogIsOpen()
     QVERIFY(!window.isPairingPending());
     QTRY_VERIFY(!main);
     QVERIFY(!dialogs.shown.isEmpty() || dialog == u"file chooser");
+}
+
+void TestShellLifetime::dialogOpenedDuringTheFadeKeepsItsScreen()
+{
+    PhoneSimProcess& sim = *m_sim;
+    sim.clearFaults();
+    Session::instance().resetForTesting();
+    Session::instance().setPhoneServicePortForTesting(sim.port());
+    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
+    Session::instance().setPhoneConnected(true);
+    MainViewController::setWatchdogTimingForTesting(200ms, 300ms);
+
+    // Shown, so the swap fades; a dialog opens after the swap began (an operation that fails
+    // as the phone leaves does that), and the fade ends inside the dialog's loop.
+    AppWindow window;
+    window.show();
+    window.showMain();
+    QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
+    QVERIFY(main);
+    FakeDialogs dialogs;
+    bool checkedWhileOpen = false;
+    dialogs.whileOpen = [&] {
+        QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<QRCodeViewController*>(window.content()) != nullptr, 5000);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(main); // its code is on this dialog's stack
+        QVERIFY(!main->isVisible());
+        checkedWhileOpen = true;
+    };
+    connect(
+        main.data(), &MainViewController::connectionLost, this, [&] { main->vc1->chooseFiles(); },
+        Qt::QueuedConnection);
+    QVERIFY(sim.setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
+    QTRY_VERIFY_WITH_TIMEOUT(checkedWhileOpen, 10000);
+    QTRY_VERIFY(!main);
+    sim.clearFaults();
 }
 
 void TestShellLifetime::oneInstanceAtATime()
