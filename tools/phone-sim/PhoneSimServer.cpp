@@ -678,7 +678,7 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
         } else if (kind == u"corrupt" || kind == u"empty") {
             cleanup();
             res.status = 200;
-            res.set_content(kind == u"empty" ? std::string() : std::string("PK\x03\x04 this is not a zip archive", 33),
+            res.set_content(kind == u"empty" ? std::string() : std::string("PK\x03\x04 this is not a zip archive"),
                             "application/zip");
             return;
         }
