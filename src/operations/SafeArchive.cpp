@@ -22,7 +22,13 @@ namespace SafeArchive {
 
 namespace {
 
+int renameNoReplace(const char* from, const char* to)
+{
+    return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
+}
+
 int (*linkFunction)(const char*, const char*) = &::link;
+int (*renameFunction)(const char*, const char*) = &renameNoReplace;
 
 bool isForbiddenCharacter(char32_t c)
 {
@@ -121,7 +127,7 @@ int placeExclusive(const QByteArray& from, const QByteArray& to)
     if (errno == EEXIST || errno == ENAMETOOLONG || errno == ENOSPC || errno == EACCES || errno == ENOENT)
         return -1;
     // No hard links here (EPERM, ENOTSUP, EMLINK, ...): a rename that never replaces.
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
+    if (renameFunction(from.constData(), to.constData()) == 0)
         return 0;
     if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP && errno != EXDEV)
         return -1;
@@ -301,9 +307,10 @@ std::optional<QStringList> landAll(const QList<Landing>& landings, const QString
     return landed;
 }
 
-void setLinkFunctionForTesting(int (*link)(const char*, const char*))
+void setLinkFunctionsForTesting(int (*link)(const char*, const char*), int (*noReplace)(const char*, const char*))
 {
     linkFunction = link ? link : &::link;
+    renameFunction = noReplace ? noReplace : &renameNoReplace;
 }
 
 } // namespace SafeArchive

@@ -65,8 +65,10 @@ struct Landing
 // removed again. Returns the final paths, or nothing with `error` set.
 std::optional<QStringList> landAll(const QList<Landing>& landings, const QString& folder, QString* error);
 
-// Test seam: the hard-link call (by default ::link), so a file system without hard links can
-// be played. Pass nullptr to restore it.
-void setLinkFunctionForTesting(int (*link)(const char* from, const char* to));
+// Test seam: the hard-link call (by default ::link) and the rename that never replaces (by
+// default renameat2 with RENAME_NOREPLACE), so file systems without them can be played.
+// Pass nullptr to restore either.
+void setLinkFunctionsForTesting(int (*link)(const char* from, const char* to),
+    int (*renameNoReplace)(const char* from, const char* to) = nullptr);
 
 } // namespace SafeArchive

@@ -141,7 +141,7 @@ void TestOperations::init()
     m_sim->clearFaults();
     m_sim->clearRequests();
     OperationTask::setFreeSpaceProbeForTesting({});
-    SafeArchive::setLinkFunctionForTesting(nullptr);
+    SafeArchive::setLinkFunctionsForTesting(nullptr);
 }
 
 void TestOperations::uniqueNames_data()
@@ -390,6 +390,12 @@ int failingLink(const char*, const char*)
     errno = linkErrno;
     return -1;
 }
+int renameErrno = 0; // 0: the real one
+int failingRename(const char*, const char*)
+{
+    errno = renameErrno;
+    return -1;
+}
 
 mode_t modeOf(const QString& path)
 {
@@ -518,19 +524,26 @@ void TestOperations::landingIsAllOrNothing()
 void TestOperations::landingWithoutHardLinks_data()
 {
     QTest::addColumn<int>("error");
-    QTest::newRow("EPERM (FAT, exFAT)") << EPERM;
-    QTest::newRow("EOPNOTSUPP") << EOPNOTSUPP;
-    QTest::newRow("EMLINK") << EMLINK;
+    QTest::addColumn<int>("renameError"); // 0: the rename that never replaces works
+    QTest::newRow("EPERM (FAT, exFAT)") << EPERM << 0;
+    QTest::newRow("EOPNOTSUPP") << EOPNOTSUPP << 0;
+    QTest::newRow("EMLINK") << EMLINK << 0;
+    // Old kernels, network and FUSE file systems: an exclusive copy is left.
+    QTest::newRow("no no-replace rename either (EINVAL)") << EPERM << EINVAL;
+    QTest::newRow("no no-replace rename either (ENOSYS)") << EPERM << ENOSYS;
 }
 
 void TestOperations::landingWithoutHardLinks()
 {
     QFETCH(int, error);
+    QFETCH(int, renameError);
     linkErrno = error;
-    SafeArchive::setLinkFunctionForTesting(&failingLink);
+    renameErrno = renameError;
+    SafeArchive::setLinkFunctionsForTesting(&failingLink, renameError ? &failingRename : nullptr);
     const QString staging = m_encrypted + u"/OP"_qs;
     QDir().mkpath(staging);
     write(staging + u"/0.part"_qs, "new a");
+    QVERIFY(QFile::setPermissions(staging + u"/0.part"_qs, QFile::ReadOwner | QFile::WriteOwner));
     write(staging + u"/1.part"_qs, "new b");
     write(m_encrypted + u"/a.txt.vx"_qs, "old a");
     QString why;
@@ -541,6 +554,7 @@ void TestOperations::landingWithoutHardLinks()
     QCOMPARE(read(m_encrypted + u"/a.txt.vx"_qs), QByteArray("old a"));
     QCOMPARE(read(m_encrypted + u"/a.txt (1).vx"_qs), QByteArray("new a"));
     QCOMPARE(read(m_encrypted + u"/b.txt.vx"_qs), QByteArray("new b"));
+    QCOMPARE(modeOf(m_encrypted + u"/a.txt (1).vx"_qs), mode_t(0600)); // a copy keeps it private
     QVERIFY(QDir(staging).isEmpty());
 }
 
