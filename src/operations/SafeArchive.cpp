@@ -307,7 +307,8 @@ std::optional<QStringList> landAll(const QList<Landing>& landings, const QString
     return landed;
 }
 
-void setLinkFunctionsForTesting(int (*link)(const char*, const char*), int (*noReplace)(const char*, const char*))
+void setLinkFunctionsForTesting(
+    int (*link)(const char*, const char*), int (*noReplace)(const char*, const char*))
 {
     linkFunction = link ? link : &::link;
     renameFunction = noReplace ? noReplace : &renameNoReplace;
