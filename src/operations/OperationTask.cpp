@@ -224,7 +224,8 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
     if (cancelled())
         return cancelledResult();
     if (!unpacked.ok) {
-        Log::line(u"Cannot unpack the phone's reply: " + unpacked.detail);
+        // The detail may hold a name from the phone: escaped, it cannot forge log lines.
+        Log::line(u"Cannot unpack the phone's reply: " + Log::escaped(unpacked.detail));
         if (unpacked.failure == SafeArchive::Failure::NoSpace)
             return notEnoughSpace();
         return replyNotSaved(reasonOf(unpacked));

@@ -1,6 +1,7 @@
 #include "app/Session.h"
 #include "ZipWriter.h"
 #include "app/Translations.h"
+#include "common/LogCapture.h"
 #include "common/PhoneSimProcess.h"
 #include "operations/DecryptTask.h"
 #include "operations/EncryptTask.h"
@@ -587,13 +588,17 @@ void TestOperations::hostileRepliesAreRefusedWholeAndTold()
     write(results + u"/earlier.txt"_qs, "earlier");
     QVERIFY(m_sim->setFault({ { u"path"_qs, encrypt ? u"/encryptFile/"_qs : u"/decryptFile/"_qs }, { u"archive"_qs, kind } }));
     const QStringList before = snapshot(results);
+    const LogCapture log;
     const auto result = runTask(*task);
     QCOMPARE(int(result.outcome), int(OperationTask::Outcome::Failed));
     QCOMPARE(result.title, encrypt ? QStringLiteral("Encryption failed") : QStringLiteral("Decryption failed"));
     QVERIFY2(result.message.startsWith(prefixReplyNotSaved) && result.message.endsWith(u'.'), qPrintable(result.message));
     // The phone's names cannot garble the dialog or run past its edge.
     QVERIFY(result.message.size() < 200);
-    QVERIFY(std::none_of(result.message.begin(), result.message.end(), [](QChar c) { return c.unicode() < 0x20; }));
+    const auto control = [](QChar c) { return c.unicode() < 0x20; };
+    QVERIFY(std::none_of(result.message.begin(), result.message.end(), control));
+    for (const QString& line : log.lines()) // nor forge log lines
+        QVERIFY2(std::none_of(line.begin(), line.end(), control), qPrintable(line));
     QVERIFY(result.written.isEmpty());
     QCOMPARE(snapshot(results), before); // nothing partial, no operation folder
     QVERIFY(!QFileInfo::exists(u"/tmp/varnex-absolute.txt"_qs));
