@@ -28,6 +28,7 @@ struct PhoneSimServer::Fault
     qint64 closeAfterBytes = -1;
     bool stall = false; // with closeAfterBytes: hold the connection silent instead of dropping it
     bool noAnswer = false;
+    bool hold = false; // the request waits unread until faults are cleared, then is served
     QString archive;
     int times = 0; // 0: until cleared
     int used = 0;
@@ -148,6 +149,7 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
         fault->stall = true;
     }
     fault->noAnswer = d.value(u"noAnswer").toBool(false);
+    fault->hold = d.value(u"hold").toBool(false);
     fault->archive = d.value(u"archive").toString();
     fault->times = d.value(u"times").toInt(0);
     static const QStringList archives { QString(), u"escape"_qs, u"absolute"_qs, u"symlink"_qs, u"corrupt"_qs,
@@ -256,11 +258,13 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
     logRequest(req, {}, false);
     if (fault->delayMs > 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMs));
-    if (fault->noAnswer) {
+    if (fault->noAnswer || fault->hold) {
         // Hold the connection without a word until the fault is cleared (or a long time passes).
         const quint64 generation = m_faultGeneration.load();
         for (int i = 0; i < 1200 && m_faultGeneration.load() == generation && !m_stopping; ++i)
             std::this_thread::sleep_for(50ms);
+        if (fault->hold)
+            return false; // now read and answered as usual
         res.status = 503;
         return true;
     }
