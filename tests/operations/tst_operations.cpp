@@ -119,7 +119,24 @@ private:
     QString m_files;
     std::unique_ptr<PhoneSimProcess> m_sim;
     QString url(const char* path) const { return QStringLiteral("http://127.0.0.1:%1%2").arg(m_sim->port()).arg(QLatin1String(path)); }
+    std::unique_ptr<OperationTask> goodFileTask(bool encrypt, QString* results);
 };
+
+// An operation on one good file ("good bytes"): encrypting it, or decrypting it once it was
+// encrypted for the simulator's own user. `results` is where its results land; nothing when
+// the encryption a decryption needs failed.
+std::unique_ptr<OperationTask> TestOperations::goodFileTask(bool encrypt, QString* results)
+{
+    write(m_files + u"/good.txt"_qs, "good bytes");
+    *results = encrypt ? m_encrypted : m_decrypted;
+    if (encrypt)
+        return std::make_unique<EncryptTask>(QStringList { m_files + u"/good.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
+    EncryptTask first({ m_files + u"/good.txt"_qs }, u"alex.morgan@example.com;"_qs, m_files, url("/encryptFile/"));
+    if (runTask(first).outcome != OperationTask::Outcome::Succeeded)
+        return nullptr;
+    return std::make_unique<DecryptTask>(QList<DecryptTask::Intake> { { m_files + u"/good.txt.vx"_qs, true } }, m_decrypted,
+                                         url("/decryptFile/"));
+}
 
 void TestOperations::initTestCase()
 {
@@ -552,18 +569,9 @@ void TestOperations::hostileRepliesAreRefusedWholeAndTold()
 {
     QFETCH(bool, encrypt);
     QFETCH(QString, kind);
-    write(m_files + u"/good.txt"_qs, "good bytes");
-    std::unique_ptr<OperationTask> task;
-    QString results = m_encrypted;
-    if (encrypt) {
-        task = std::make_unique<EncryptTask>(QStringList { m_files + u"/good.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
-    } else {
-        EncryptTask first({ m_files + u"/good.txt"_qs }, u"alex.morgan@example.com;"_qs, m_encrypted, url("/encryptFile/"));
-        QCOMPARE(int(runTask(first).outcome), int(OperationTask::Outcome::Succeeded));
-        task = std::make_unique<DecryptTask>(QList<DecryptTask::Intake> { { m_encrypted + u"/good.txt.vx"_qs, true } }, m_decrypted,
-                                             url("/decryptFile/"));
-        results = m_decrypted;
-    }
+    QString results;
+    const auto task = goodFileTask(encrypt, &results);
+    QVERIFY(task);
     write(results + u"/earlier.txt"_qs, "earlier");
     QVERIFY(m_sim->setFault({ { u"path"_qs, encrypt ? u"/encryptFile/"_qs : u"/decryptFile/"_qs }, { u"archive"_qs, kind } }));
     const QStringList before = snapshot(results);
@@ -601,25 +609,14 @@ void TestOperations::harmlessExtrasOfAReply()
     QFETCH(bool, encrypt);
     QFETCH(QString, kind);
     QFETCH(QStringList, landed);
-    write(m_files + u"/good.txt"_qs, "good bytes");
-    std::unique_ptr<OperationTask> task;
-    QString results = m_encrypted;
-    QString good = u"good.txt.vx"_qs;
-    if (encrypt) {
-        task = std::make_unique<EncryptTask>(QStringList { m_files + u"/good.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
-    } else {
-        EncryptTask first({ m_files + u"/good.txt"_qs }, u"alex.morgan@example.com;"_qs, m_files, url("/encryptFile/"));
-        QCOMPARE(int(runTask(first).outcome), int(OperationTask::Outcome::Succeeded));
-        task = std::make_unique<DecryptTask>(QList<DecryptTask::Intake> { { m_files + u"/good.txt.vx"_qs, true } }, m_decrypted,
-                                             url("/decryptFile/"));
-        results = m_decrypted;
-        good = u"good.txt"_qs;
-    }
+    QString results;
+    const auto task = goodFileTask(encrypt, &results);
+    QVERIFY(task);
     QVERIFY(m_sim->setFault({ { u"path"_qs, encrypt ? u"/encryptFile/"_qs : u"/decryptFile/"_qs }, { u"archive"_qs, kind } }));
     const auto result = runTask(*task);
     QCOMPARE(int(result.outcome), int(OperationTask::Outcome::Succeeded));
     QVERIFY(result.title.isEmpty());
-    landed.append(good);
+    landed.append(encrypt ? u"good.txt.vx"_qs : u"good.txt"_qs);
     landed.sort();
     // No folder, nothing from inside one, no operation folder left behind.
     QCOMPARE(QDir(results).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), landed);

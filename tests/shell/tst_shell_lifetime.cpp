@@ -33,6 +33,7 @@ class TestShellLifetime : public QObject
 
 private Q_SLOTS:
     void initTestCase();
+    void init();
     void phoneLeavesWhileADialogIsOpen_data();
     void phoneLeavesWhileADialogIsOpen();
     void dialogOpenedDuringTheFadeKeepsItsScreen();
@@ -51,6 +52,20 @@ void TestShellLifetime::initTestCase()
     QVERIFY(m_sim->isRunning());
 }
 
+// Paired with the simulator, which answers pings until a test makes it stop.
+void TestShellLifetime::init()
+{
+    m_sim->clearFaults();
+    Settings::open()->clear();
+    Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
+    Settings::setString(Settings::userEmailKey, u"alex.morgan@example.com"_qs);
+    Session::instance().resetForTesting();
+    Session::instance().setPhoneServicePortForTesting(m_sim->port());
+    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
+    Session::instance().setPhoneConnected(true);
+    MainViewController::setWatchdogTimingForTesting(200ms, 300ms);
+}
+
 void TestShellLifetime::phoneLeavesWhileADialogIsOpen_data()
 {
     QTest::addColumn<QString>("dialog");
@@ -63,15 +78,6 @@ void TestShellLifetime::phoneLeavesWhileADialogIsOpen()
 {
     QFETCH(QString, dialog);
     PhoneSimProcess& sim = *m_sim;
-    sim.clearFaults();
-    Settings::open()->clear();
-    Settings::setString(Settings::baseUrlKey, sim.baseUrl());
-    Settings::setString(Settings::userEmailKey, u"alex.morgan@example.com"_qs);
-    Session::instance().resetForTesting();
-    Session::instance().setPhoneServicePortForTesting(sim.port());
-    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
-    Session::instance().setPhoneConnected(true);
-    MainViewController::setWatchdogTimingForTesting(200ms, 300ms);
 
     // Not shown: without the fade a swap happens at once, so one that came too early shows.
     AppWindow window;
@@ -135,12 +141,6 @@ void TestShellLifetime::phoneLeavesWhileADialogIsOpen()
 void TestShellLifetime::dialogOpenedDuringTheFadeKeepsItsScreen()
 {
     PhoneSimProcess& sim = *m_sim;
-    sim.clearFaults();
-    Session::instance().resetForTesting();
-    Session::instance().setPhoneServicePortForTesting(sim.port());
-    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
-    Session::instance().setPhoneConnected(true);
-    MainViewController::setWatchdogTimingForTesting(200ms, 300ms);
 
     // Shown, so the swap fades; a dialog opens after the swap began (an operation that fails
     // as the phone leaves does that), and the fade ends inside the dialog's loop.
