@@ -260,9 +260,7 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
         std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMs));
     if (fault->noAnswer || fault->hold) {
         // Hold the connection without a word until the fault is cleared (or a long time passes).
-        const quint64 generation = m_faultGeneration.load();
-        for (int i = 0; i < 1200 && m_faultGeneration.load() == generation && !m_stopping; ++i)
-            std::this_thread::sleep_for(50ms);
+        waitForFaultsCleared(m_faultGeneration.load());
         if (fault->hold)
             return false; // now read and answered as usual
         res.status = 503;
@@ -281,10 +279,8 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
                                          return true;
                                      }
                                      // Mid-body: silent until the faults are cleared, or dropped.
-                                     for (int i = 0; stall && i < 1200 && m_faultGeneration.load() == generation
-                                          && !m_stopping;
-                                          ++i)
-                                         std::this_thread::sleep_for(50ms);
+                                     if (stall)
+                                         waitForFaultsCleared(generation);
                                      return false;
                                  });
         return true;
@@ -296,6 +292,12 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
         return true;
     }
     return false; // a pure delay: the request goes on as usual
+}
+
+void PhoneSimServer::waitForFaultsCleared(quint64 generation) const
+{
+    for (int i = 0; i < 1200 && m_faultGeneration.load() == generation && !m_stopping; ++i)
+        std::this_thread::sleep_for(50ms);
 }
 
 void PhoneSimServer::logRequest(const httplib::Request& req, const QJsonArray& parts, bool withBody)

@@ -52,6 +52,8 @@ private:
 
     void routes();
     bool preRoute(const httplib::Request& req, httplib::Response& res);
+    // Returns once the faults were cleared after `generation`, a minute passed, or it stops.
+    void waitForFaultsCleared(quint64 generation) const;
     std::shared_ptr<Fault> takeFault(const std::string& method, const std::string& path, bool archiveFault);
     void logRequest(const httplib::Request& req, const QJsonArray& parts = {}, bool withBody = true);
     void handleOperation(const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& reader,
