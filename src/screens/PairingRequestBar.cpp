@@ -32,7 +32,15 @@ PairingRequestBar::PairingRequestBar(QWidget* parent)
     , ignoreButton(new QPushButton(this))
 {
     setObjectName(QStringLiteral("PairingRequestBar"));
-    setStyleSheet(QStringLiteral("#PairingRequestBar { background: white; border-radius: 10px; }"));
+    // The bar is white whatever the system's colours, so its text and buttons carry their own
+    // colours too (a dark desktop would otherwise give light text on white).
+    setStyleSheet(
+        QStringLiteral("#PairingRequestBar { background: white; border-radius: 10px; }"
+                       "#PairingRequestBar QLabel { color: rgb(45,45,45); }"
+                       "#PairingRequestBar QPushButton { color: rgb(45,45,45); background: rgb(238,238,238);"
+                       " border: 1px solid rgb(200,200,200); border-radius: 6px; padding: 5px 14px; }"
+                       "#PairingRequestBar QPushButton:hover { background: rgb(228,228,228); }"
+                       "#PairingRequestBar QPushButton:focus { border: 2px solid rgb(150,100,0); }"));
     messageLabel->setTextFormat(Qt::PlainText);
     messageLabel->setWordWrap(true);
     //: Main window bar: switch to the phone that asks to pair

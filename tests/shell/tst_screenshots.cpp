@@ -3,18 +3,22 @@
 // German, whose texts are longer). The layout rules that screenshots showed broken, and that
 // no text is cut off, are checked in every run; the pictures themselves are saved when
 // VARNEX_SCREENSHOT_DIR is set.
+#include "app/Session.h"
 #include "app/Translations.h"
+#include "pairing/PairingGate.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AboutViewController.h"
 #include "screens/AssociatedUserCellView.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/FileTableView.h"
+#include "screens/PairingRequestBar.h"
 #include "screens/QRCodeViewController.h"
 #include "screens/RecipientsPanel.h"
 #include "shell/AppWindow.h"
 #include "shell/MainViewController.h"
 #include "storage/WorkingFolders.h"
+#include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/Dialogs.h"
 #include "widgets/Line.h"
@@ -150,6 +154,8 @@ private Q_SLOTS:
     void initTestCase();
     void screens_data();
     void screens();
+    void pairingRequestBar_data() { screens_data(); }
+    void pairingRequestBar();
     void phoneNumbers_data();
     void phoneNumbers();
 
@@ -399,6 +405,49 @@ void TestScreenshots::screens()
         >= 4.5);
     save(tip, u"tooltip"_qs);
     QToolTip::hideText();
+}
+
+void TestScreenshots::pairingRequestBar()
+{
+    // The bar another phone's pairing message brings up: its text against what is really
+    // painted behind it, not against what the palette says.
+    QFETCH(bool, dark);
+    const QPalette original = QApplication::palette();
+    if (dark)
+        QApplication::setPalette(darkPalette());
+    auto restore = qScopeGuard([&original] {
+        QApplication::setPalette(original);
+        PairingGate::instance().resetForTesting();
+        Session::instance().resetForTesting();
+    });
+    Session::instance().setPhoneIPAddress(u"192.168.1.20"_qs);
+    Session::instance().setPhoneConnected(true);
+    QCOMPARE(PairingGate::instance().offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
+                                               u"http://192.168.1.31:8080/"_qs },
+                 u"192.168.1.31"_qs),
+        PairingGate::Decision::Held);
+    QWidget window;
+    QPalette amber = window.palette();
+    amber.setColor(QPalette::Window, Colors::primaryColor);
+    window.setPalette(amber);
+    window.setAutoFillBackground(true);
+    auto* bar = new PairingRequestBar(&window);
+    window.resize(900, 80);
+    bar->setGeometry(20, 10, 860, 56);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QTRY_VERIFY(bar->isVisible());
+    const QImage picture = bar->grab().toImage();
+    const QColor behind = picture.pixelColor(QPoint(6, picture.height() / 2));
+    const QColor text = bar->messageLabel->palette().color(bar->messageLabel->foregroundRole());
+    QVERIFY2(contrast(text, behind) >= 4.5, qPrintable(text.name() + u" on "_qs + behind.name()));
+    for (QPushButton* button : { bar->switchButton, bar->ignoreButton }) {
+        const QImage face = button->grab().toImage();
+        const QColor fill = face.pixelColor(QPoint(face.width() / 2, 3));
+        QVERIFY(contrast(button->palette().color(QPalette::ButtonText), fill) >= 4.5);
+    }
+    m_suffix = u"@%1x-%2"_qs.arg(qApp->devicePixelRatio()).arg(dark ? u"dark"_qs : u"light"_qs);
+    save(&window, u"pairing-request"_qs);
 }
 
 void TestScreenshots::phoneNumbers_data()
