@@ -5,6 +5,7 @@
 // VARNEX_SCREENSHOT_DIR is set.
 #include "app/Session.h"
 #include "app/Translations.h"
+#include "common/Settle.h"
 #include "pairing/PairingGate.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AboutViewController.h"
@@ -191,11 +192,14 @@ void TestScreenshots::initTestCase()
 
 void TestScreenshots::save(QWidget* widget, const QString& name)
 {
-    const QImage picture = widget->grab().toImage();
     // The program's own screens paint their own colours: a dark system palette must not show
-    // through anywhere (light text on a white card, a dark control on the grey panel).
+    // through anywhere (light text on a white card, a dark control on the grey panel). They are
+    // compared once their animations are over.
     static const QStringList own { u"pairing"_qs, u"encrypt-empty"_qs, u"encrypt"_qs, u"decrypt"_qs,
         u"about"_qs };
+    if (own.contains(name))
+        QVERIFY(waitUntilDrawingSettles(widget));
+    const QImage picture = widget->grab().toImage();
     if (own.contains(name)) {
         if (m_suffix.endsWith(u"-light"))
             m_lightPictures.insert(name, picture);
@@ -393,7 +397,8 @@ void TestScreenshots::screens()
             u"Bartholomew Featherstonehaugh-Montgomery\nbartholomew.f@example.com"_qs },
         Dialogs::okText(), Dialogs::cancelText());
     capture(u"message"_qs);
-    Dialogs::current().alert(&main, qtTrId("groupErrorTitle"), qtTrId("groupNameRule"), Dialogs::Style::Warning);
+    Dialogs::current().alert(
+        &main, qtTrId("groupErrorTitle"), qtTrId("groupNameRule"), Dialogs::Style::Warning);
     capture(u"files"_qs);
     const QStringList chosen = Dialogs::current().chooseFiles(&main, m_home.path());
     QVERIFY(chosen.isEmpty());
