@@ -163,6 +163,8 @@ private Q_SLOTS:
 private:
     // Saves `widget` as `name` when pictures are asked for.
     void save(QWidget* widget, const QString& name);
+    // Names the pictures of this run: scale, palette and (other than English) language.
+    void setSuffix(bool dark);
 
     QTemporaryDir m_home;
     QStringList m_files;
@@ -188,6 +190,14 @@ void TestScreenshots::initTestCase()
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write(QByteArray(2'345'678, 'x'));
     }
+}
+
+void TestScreenshots::setSuffix(bool dark)
+{
+    m_suffix = u"@%1x-%2"_qs.arg(qApp->devicePixelRatio()).arg(dark ? u"dark"_qs : u"light"_qs);
+    const QString language = QLocale().name().section(u'_', 0, 0);
+    if (language != u"en" && language != u"C")
+        m_suffix += u'-' + language;
 }
 
 void TestScreenshots::save(QWidget* widget, const QString& name)
@@ -229,11 +239,7 @@ void TestScreenshots::screens()
     if (dark)
         QApplication::setPalette(darkPalette());
     auto restore = qScopeGuard([&original] { QApplication::setPalette(original); });
-    const qreal scale = qApp->devicePixelRatio();
-    m_suffix = u"@%1x-%2"_qs.arg(scale).arg(dark ? u"dark"_qs : u"light"_qs);
-    const QString language = QLocale().name().section(u'_', 0, 0);
-    if (language != u"en" && language != u"C")
-        m_suffix += u'-' + language;
+    setSuffix(dark);
 
     // Pairing: the code keeps whole 15-point modules, inside its white box.
     QRCodeViewController::setAddressSourceForTesting([] {
@@ -467,7 +473,7 @@ void TestScreenshots::pairingRequestBar()
         const QColor fill = face.pixelColor(QPoint(int(6 * face.devicePixelRatio()), face.height() / 2));
         QVERIFY(contrast(button->palette().color(QPalette::ButtonText), fill) >= 4.5);
     }
-    m_suffix = u"@%1x-%2"_qs.arg(qApp->devicePixelRatio()).arg(dark ? u"dark"_qs : u"light"_qs);
+    setSuffix(dark);
     save(&window, u"pairing-request"_qs);
 }
 
