@@ -1,7 +1,6 @@
 #include "app/BaseUrlStore.h"
 #include "app/Session.h"
 #include "app/Settings.h"
-#include "app/StoredSession.h"
 #include "common/LogCapture.h"
 
 #include <QFileInfo>
@@ -22,8 +21,6 @@ private Q_SLOTS:
     void init();
     void baseUrlValidation_data();
     void baseUrlValidation();
-    void completeSessionRule_data();
-    void completeSessionRule();
     void valuesAreSafeAcrossThreadsAndAnnounced();
     void startupOfTheRealProgram_data();
     void startupOfTheRealProgram();
@@ -71,29 +68,6 @@ void TestSession::baseUrlValidation()
         QStringList { (accepted ? QStringLiteral("[BaseUrlStore] ✅ Base URL set: ")
                                 : QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: "))
             + url });
-}
-
-void TestSession::completeSessionRule_data()
-{
-    QTest::addColumn<QVariant>("email");
-    QTest::addColumn<QVariant>("baseURL");
-    QTest::addColumn<bool>("complete");
-    QTest::newRow("both") << QVariant(u"a@b.c"_qs) << QVariant(u"http://h/"_qs) << true;
-    QTest::newRow("empty e-mail counts") << QVariant(QString(u""_qs)) << QVariant(u"http://h/"_qs) << true;
-    QTest::newRow("empty base URL") << QVariant(u"a@b.c"_qs) << QVariant(QString(u""_qs)) << false;
-    QTest::newRow("no e-mail") << QVariant() << QVariant(u"http://h/"_qs) << false;
-    QTest::newRow("nothing") << QVariant() << QVariant() << false;
-}
-
-void TestSession::completeSessionRule()
-{
-    QFETCH(QVariant, email);
-    QFETCH(QVariant, baseURL);
-    if (email.isValid())
-        Settings::setString(Settings::userEmailKey, email.toString());
-    if (baseURL.isValid())
-        Settings::setString(Settings::baseUrlKey, baseURL.toString());
-    QTEST(StoredSession::isComplete(), "complete");
 }
 
 void TestSession::valuesAreSafeAcrossThreadsAndAnnounced()
@@ -149,6 +123,7 @@ void TestSession::startupOfTheRealProgram_data()
                                   << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: "),
                                          QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
     QTest::newRow("no base URL") << QVariant(u"ann@example.com"_qs) << QVariant() << QStringList { waiting };
+    QTest::newRow("empty base URL") << QVariant(u"ann@example.com"_qs) << QVariant(QString(u""_qs)) << QStringList { waiting };
 }
 
 void TestSession::startupOfTheRealProgram()

@@ -3,6 +3,7 @@
 #include "app/Translations.h"
 #include "common/LogCapture.h"
 #include "common/PhoneSimProcess.h"
+#include "common/TestFiles.h"
 #include "operations/DecryptTask.h"
 #include "operations/EncryptTask.h"
 #include "operations/OperationFolder.h"
@@ -15,7 +16,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
-#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -28,18 +28,7 @@
 
 namespace {
 
-void write(const QString& path, const QByteArray& data)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(data);
-}
-
-QByteArray read(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using namespace TestFiles;
 
 // Every name and content hash under a folder: to prove a folder is exactly as it was.
 QStringList snapshot(const QString& folder)
@@ -55,12 +44,10 @@ QStringList snapshot(const QString& folder)
     return result;
 }
 
-QByteArray randomBytes(qsizetype size, quint32 seed)
+mode_t modeOf(const QString& path)
 {
-    QByteArray data(size, Qt::Uninitialized);
-    QRandomGenerator generator(seed);
-    generator.fillRange(reinterpret_cast<quint32*>(data.data()), size / 4);
-    return data;
+    struct stat st {};
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
 }
 
 OperationTask::Result runTask(OperationTask& task, int timeoutMs = 20000)
@@ -110,7 +97,6 @@ private Q_SLOTS:
     void cancelReachesEveryStage();
     void taskDestroyedWhileRunning();
     void refusalSurvivesADroppedConnection();
-    void quotesInNamesSurviveTheRoundTrip();
 
 private:
     QTemporaryDir m_dir;
@@ -272,30 +258,36 @@ void TestOperations::roundTripThroughThePhone()
     const QByteArray report = randomBytes(3 * 1024 * 1024 + 7, 3);
     write(m_files + u"/report.pdf"_qs, report);
     write(m_files + u"/notes"_qs, "no extension here\n");
+    const QString quoted = u"say \"hi\".txt"_qs;
+    write(m_files + u'/' + quoted, "quoted");
     write(m_encrypted + u"/report.pdf.vx"_qs, "an earlier result");
 
-    EncryptTask encrypt({ m_files + u"/report.pdf"_qs, m_files + u"/notes"_qs }, u"amelia.clarke@example.com;"_qs, m_encrypted,
-                        url("/encryptFile/"));
+    EncryptTask encrypt({ m_files + u"/report.pdf"_qs, m_files + u"/notes"_qs, m_files + u'/' + quoted },
+                        u"amelia.clarke@example.com;"_qs, m_encrypted, url("/encryptFile/"));
     QSignalSpy progress(&encrypt, &OperationTask::progress);
     const auto encrypted = runTask(encrypt);
     QCOMPARE(int(encrypted.outcome), int(OperationTask::Outcome::Succeeded));
     QVERIFY(encrypted.title.isEmpty());
     QVERIFY(progress.size() >= 2);
     QCOMPARE(QDir(m_encrypted).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
-             (QStringList { u"notes.vx"_qs, u"report (1).pdf.vx"_qs, u"report.pdf.vx"_qs }));
+             (QStringList { u"notes.vx"_qs, u"report (1).pdf.vx"_qs, u"report.pdf.vx"_qs, quoted + u".vx" }));
     QCOMPARE(read(m_encrypted + u"/report.pdf.vx"_qs), QByteArray("an earlier result"));
 
     write(m_decrypted + u"/report (1).pdf"_qs, "an earlier result");
     const QList<DecryptTask::Intake> intake { { m_encrypted + u"/report (1).pdf.vx"_qs, true },
                                               { m_encrypted + u"/notes.vx"_qs, true },
+                                              { m_encrypted + u'/' + quoted + u".vx", true },
                                               { m_encrypted + u"/report.pdf.vx"_qs, false } };
     DecryptTask decrypt(intake, m_decrypted, url("/decryptFile/"));
     const auto decrypted = runTask(decrypt);
     QCOMPARE(int(decrypted.outcome), int(OperationTask::Outcome::Succeeded));
     QCOMPARE(read(m_decrypted + u"/report (1) (1).pdf"_qs), report);
     QCOMPARE(read(m_decrypted + u"/notes"_qs), QByteArray("no extension here\n"));
-    QCOMPARE(QDir(m_decrypted).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 3);
-    QCOMPARE(QDir(m_encrypted).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 3); // no operation folder left
+    QCOMPARE(read(m_decrypted + u'/' + quoted), QByteArray("quoted"));
+    QCOMPARE(decrypted.written.size(), 3);
+    QCOMPARE(modeOf(m_decrypted + u'/' + quoted), mode_t(0600)); // plaintext is the user's alone
+    QCOMPARE(QDir(m_decrypted).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 4);
+    QCOMPARE(QDir(m_encrypted).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 4); // no operation folder left
 }
 
 void TestOperations::encryptWireFormat()
@@ -392,12 +384,6 @@ int failingRename(const char*, const char*)
 {
     errno = renameErrno;
     return -1;
-}
-
-mode_t modeOf(const QString& path)
-{
-    struct stat st {};
-    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
 }
 
 const QString prefixReplyNotSaved = QStringLiteral("The phone's reply could not be saved: ");
@@ -795,21 +781,6 @@ void TestOperations::refusalSurvivesADroppedConnection()
     const auto result = runTask(decrypt);
     QCOMPARE(int(result.outcome), int(OperationTask::Outcome::Refused));
     QCOMPARE(result.message, QStringLiteral("Some of the files are encrypted for other users"));
-}
-
-void TestOperations::quotesInNamesSurviveTheRoundTrip()
-{
-    const QString name = u"say \"hi\".txt"_qs;
-    write(m_files + u'/' + name, "quoted");
-    EncryptTask encrypt({ m_files + u'/' + name }, u"alex.morgan@example.com;"_qs, m_encrypted, url("/encryptFile/"));
-    QCOMPARE(int(runTask(encrypt).outcome), int(OperationTask::Outcome::Succeeded));
-    QCOMPARE(QDir(m_encrypted).entryList(QDir::Files), QStringList { name + u".vx" });
-    DecryptTask decrypt({ { m_encrypted + u'/' + name + u".vx", true } }, m_decrypted, url("/decryptFile/"));
-    const auto result = runTask(decrypt);
-    QCOMPARE(result.written, QStringList { m_decrypted + u'/' + name });
-    QCOMPARE(read(m_decrypted + u'/' + name), QByteArray("quoted"));
-    // Plaintext is the user's alone.
-    QCOMPARE(modeOf(m_decrypted + u'/' + name), mode_t(0600));
 }
 
 QTEST_GUILESS_MAIN(TestOperations)

@@ -1,5 +1,6 @@
 #include "app/Session.h"
 #include "common/PhoneSimProcess.h"
+#include "common/TestFiles.h"
 #include "pairing/MobileDeviceListener.h"
 
 #include <QDir>
@@ -7,7 +8,6 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QProcess>
-#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -16,6 +16,8 @@
 #include <archive_entry.h>
 
 namespace {
+
+using TestFiles::randomBytes;
 
 using Entries = QList<std::pair<QString, QByteArray>>;
 
@@ -64,14 +66,6 @@ httplib::MultipartFormDataItems encryptItems(const QString& emails, const QList<
     for (const auto& [name, data] : files)
         items.push_back({ name.toStdString(), data.toStdString(), name.toStdString(), "application/octet-stream" });
     return items;
-}
-
-QByteArray randomBytes(qsizetype size)
-{
-    QByteArray data(size, Qt::Uninitialized);
-    QRandomGenerator generator(42);
-    generator.fillRange(reinterpret_cast<quint32*>(data.data()), size / 4);
-    return data;
 }
 
 } // namespace

@@ -43,8 +43,7 @@ private Q_SLOTS:
     void absentAttributesGiveNoValues();
     void equalityIgnoresMarks();
     void listingFiltersNamesAndKeepsPlatformOrder();
-    void unchangedFolderKeepsRecordsAndMarks();
-    void renameOrRemovalReplacesTheList();
+    void refreshReplacesTheListOnlyWhenTheFolderChanges();
     void unreadableFolderLogsAndKeepsTheList();
     void preparingCreatesMissingFoldersOnlyOnce();
     void preparingLogsAFolderItCannotCreate();
@@ -171,7 +170,7 @@ void TestStorage::listingFiltersNamesAndKeepsPlatformOrder()
     QVERIFY(none && none->isEmpty());
 }
 
-void TestStorage::unchangedFolderKeepsRecordsAndMarks()
+void TestStorage::refreshReplacesTheListOnlyWhenTheFolderChanges()
 {
     QTemporaryDir dir;
     touch(dir.filePath(QStringLiteral("a.txt")));
@@ -181,21 +180,10 @@ void TestStorage::unchangedFolderKeepsRecordsAndMarks()
     QCOMPARE(current.size(), 2);
     current.at(1)->isChecked = true;
     const FilePtr kept = current.at(1);
-
+    // Unchanged: the same records, marks and all.
     QVERIFY(!refreshFromFolder(current, dir.path()));
     QCOMPARE(current.at(1).get(), kept.get());
     QVERIFY(current.at(1)->isChecked);
-}
-
-void TestStorage::renameOrRemovalReplacesTheList()
-{
-    QTemporaryDir dir;
-    touch(dir.filePath(QStringLiteral("a.txt")));
-    touch(dir.filePath(QStringLiteral("b.txt")));
-    FileList current;
-    refreshFromFolder(current, dir.path());
-    for (auto& file : current)
-        file->isChecked = true;
 
     QVERIFY(QFile::rename(dir.filePath(QStringLiteral("a.txt")), dir.filePath(QStringLiteral("c.txt"))));
     QVERIFY(refreshFromFolder(current, dir.path()));
