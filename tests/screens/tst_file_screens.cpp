@@ -56,7 +56,6 @@ private Q_SLOTS:
     void chooseFilesStartsInTheRightFolder();
     void previewAndOpenFolderOpenTheRightPaths();
     void clicksAndKeysFlipMarks();
-    void screenshot();
 
 private:
     QTemporaryDir m_home;
@@ -192,31 +191,6 @@ void TestFileScreens::clicksAndKeysFlipMarks()
     QCOMPARE(screen.filesToDecrypt().size(), 1);
     QVERIFY(!screen.removeFilesButton->isEnabled());
     QCOMPARE(screen.removeFilesButton->property("state").toInt(), 0);
-}
-
-void TestFileScreens::screenshot()
-{
-    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
-    if (out.isEmpty())
-        QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
-    for (const char* name : { "Q3 report.pdf.vx", "family photo.jpg.vx", "contract.docx.vx" })
-        touch(*WorkingFolders::encryptedFilesFolder() + u'/' + QString::fromUtf8(name), 180000);
-    for (const char* name : { "Q3 report.pdf", "family photo.jpg" })
-        touch(*WorkingFolders::decryptedFilesFolder() + u'/' + QString::fromUtf8(name), 240000);
-    EncryptViewController encrypt;
-    encrypt.resize(1052, 600);
-    encrypt.addFiles({ m_files + u"/report.pdf"_qs, m_files + u"/notes.txt"_qs, m_files + u"/budget.xlsx"_qs });
-    encrypt.intakeList()->flip(0);
-    encrypt.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&encrypt));
-    encrypt.grab().save(out + u"/encrypt-files.png"_qs);
-    DecryptViewController decrypt;
-    decrypt.resize(1052, 600);
-    decrypt.addFiles({ m_files + u"/report.pdf.vx"_qs, m_files + u"/photo.vx"_qs });
-    decrypt.intakeList()->markAll();
-    decrypt.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&decrypt));
-    decrypt.grab().save(out + u"/decrypt-files.png"_qs);
 }
 
 QTEST_MAIN(TestFileScreens)

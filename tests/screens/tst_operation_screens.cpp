@@ -194,16 +194,6 @@ void TestOperationScreens::roundTripThroughTheScreens()
     // The earlier result was never touched, and no operation folder is left.
     QCOMPARE(read(*WorkingFolders::encryptedFilesFolder() + u"/report.pdf.vx"_qs), QByteArray("an earlier result"));
     QCOMPARE(QDir(*WorkingFolders::decryptedFilesFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 1);
-
-    // Screenshots of both screens after the round trip, when asked for.
-    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
-    if (!out.isEmpty()) {
-        encrypt.resize(1052, 600);
-        decrypt.resize(1052, 600);
-        QVERIFY(waitUntilDrawingSettles(&encrypt) && waitUntilDrawingSettles(&decrypt));
-        encrypt.grab().save(out + u"/encrypt-after-round-trip.png"_qs);
-        decrypt.grab().save(out + u"/decrypt-after-round-trip.png"_qs);
-    }
 }
 
 void TestOperationScreens::failedEncryptionTellsAndFinishes()

@@ -92,7 +92,6 @@ private Q_SLOTS:
     void failuresSayWhatFailed_data();
     void failuresSayWhatFailed();
     void phoneChangeSignalsReload();
-    void screenshot();
     void dialogScreenshots();
 
 private:
@@ -415,19 +414,6 @@ void TestRecipientsPanel::phoneChangeSignalsReload()
     Session::instance().markAssociatesUpdated(); // what the listener does on "/updateAssociates"
     QTRY_COMPARE_WITH_TIMEOUT(int(store()->users.size()), before + 1, 3000);
     m_sim->request("DELETE", "/sim/contacts/mia.wong@example.com");
-}
-
-void TestRecipientsPanel::screenshot()
-{
-    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
-    if (out.isEmpty())
-        QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
-    store()->toggleGroupExpansion(groupIdByName(store(), u"Project Apollo"_qs));
-    store()->toggleGroupChecked(groupIdByName(store(), u"Project Apollo"_qs));
-    store()->clickRow(0);
-    m_screen->resize(1052, 600);
-    QVERIFY(waitUntilDrawingSettles(m_screen.get()));
-    m_screen->grab().save(out + u"/encrypt-recipients.png"_qs);
 }
 
 void TestRecipientsPanel::dialogScreenshots()

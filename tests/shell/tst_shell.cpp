@@ -42,7 +42,6 @@ private Q_SLOTS:
     void pairingReplacesThePairingScreenAtOnce();
     void overlaysShowTheirTextsAndStages();
     void aboutShowsTheVersion();
-    void screenshotTour();
 };
 
 void TestShell::initTestCase()
@@ -305,52 +304,6 @@ void TestShell::aboutShowsTheVersion()
     AboutViewController about;
     QCOMPARE(about.version->text(), QStringLiteral("Version"));
     QCOMPARE(about.versionNum->text(), QStringLiteral("1.0.0"));
-}
-
-void TestShell::screenshotTour()
-{
-    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
-    if (out.isEmpty())
-        QSKIP("set VARNEX_SCREENSHOT_DIR to save screenshots");
-    PhoneSimProcess sim;
-    QVERIFY(sim.isRunning());
-    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"192.168.1.20"_qs }; });
-    MainViewController::setWatchdogTimingForTesting(300ms, 300ms);
-    Session::instance().setPhoneServicePortForTesting(sim.port());
-    AppWindow window;
-    window.resize(1100, 720);
-    window.showPairing();
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QVERIFY(waitUntilDrawingSettles(&window));
-    window.grab().save(out + u"/1-pairing.png"_qs);
-
-    Session::instance().setPhoneIPAddress(u"127.0.0.1"_qs);
-    Session::instance().setMobileDeviceName(u"Alex's Pixel"_qs);
-    Session::instance().setPhoneConnected(true);
-    QTRY_VERIFY(qobject_cast<MainViewController*>(window.content()));
-    auto* main = qobject_cast<MainViewController*>(window.content());
-    QVERIFY(waitUntilDrawingSettles(&window));
-    window.grab().save(out + u"/2-encrypt.png"_qs);
-    main->selectDecrypt();
-    QVERIFY(waitUntilDrawingSettles(&window));
-    window.grab().save(out + u"/3-decrypt.png"_qs);
-    main->selectAbout();
-    QVERIFY(waitUntilDrawingSettles(&window));
-    window.grab().save(out + u"/4-about.png"_qs);
-    main->selectEncrypt();
-    // An operation under way.
-    auto* overlay = new EncryptingViewController(main->vc1);
-    overlay->setStage(QStringLiteral("Sending 412.0 MB of 1.1 GB"), 412, 1100);
-    overlay->show();
-    QVERIFY(waitUntilDrawingSettles(&window));
-    window.grab().save(out + u"/5-encrypting.png"_qs);
-    delete overlay;
-    sim.stop(); // the phone goes away
-    QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<QRCodeViewController*>(window.content()) != nullptr, 5000);
-    QVERIFY(waitUntilDrawingSettles(&window));
-    window.grab().save(out + u"/6-back-to-pairing.png"_qs);
-    QRCodeViewController::setAddressSourceForTesting({});
 }
 
 QTEST_MAIN(TestShell)
