@@ -2,9 +2,11 @@
 
 #include <QFile>
 #include <QRandomGenerator>
+#include <QStringList>
 #include <QTest>
 
-// Files for tests to work on: written whole, read back whole, or filled with repeatable noise.
+// Files for tests to work on: written whole, read back whole, filled with repeatable noise, or
+// named as a list of file records shows them.
 namespace TestFiles {
 
 inline void write(const QString& path, const QByteArray& data)
@@ -26,6 +28,15 @@ inline QByteArray randomBytes(qsizetype size, quint32 seed = 42)
     QRandomGenerator generator(seed);
     generator.fillRange(reinterpret_cast<quint32*>(data.data()), size / 4);
     return data;
+}
+
+// The last path pieces of file records (anything with a `filePath`), in their order.
+template <typename Files> QStringList fileNames(const Files& files)
+{
+    QStringList result;
+    for (const auto& file : files)
+        result.append(file->filePath->section(u'/', -1));
+    return result;
 }
 
 } // namespace TestFiles
