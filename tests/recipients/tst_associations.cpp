@@ -20,7 +20,8 @@ UserPtr user(const QString& first, const QString& last, const QString& email, bo
     return u;
 }
 
-GroupPtr group(qint64 id, const QString& name, const QList<std::pair<QString, QString>>& members = {}, bool checked = false)
+GroupPtr group(qint64 id, const QString& name, const QList<std::pair<QString, QString>>& members = {},
+    bool checked = false)
 {
     auto g = std::make_shared<GroupModel>();
     g->id = id;
@@ -48,8 +49,10 @@ void setUsers(AssociationsStore& store, const QList<UserPtr>& users)
         store.usersFiltered.append(std::make_shared<User>(*u));
 }
 
-const QByteArray twoUsers = R"({"getUsers":[{"firstName":"Ann","lastName":"Lee","email":"ann@x","phone":"1"},{"firstName":"Bo","lastName":"Chan","email":"bo@x","phone":"2"}]})";
-const QByteArray oneUser = R"({"getUsers":[{"firstName":"Ann","lastName":"Lee","email":"ann@x","phone":"1"}]})";
+const QByteArray twoUsers
+    = R"({"getUsers":[{"firstName":"Ann","lastName":"Lee","email":"ann@x","phone":"1"},{"firstName":"Bo","lastName":"Chan","email":"bo@x","phone":"2"}]})";
+const QByteArray oneUser
+    = R"({"getUsers":[{"firstName":"Ann","lastName":"Lee","email":"ann@x","phone":"1"}]})";
 const QByteArray noUsers = R"({"getUsers":[]})";
 
 } // namespace
@@ -70,23 +73,22 @@ private Q_SLOTS:
     void checkedGroupsText();
     void checkedGroupsSurviveAFetch();
     void usersReplyReplacesUsersAndClearsTheirMarks();
-    void rowsFollowExpandedGroups();
-    void clicksToggleWhatTheRowShows();
-    void selectDeselectAll();
+    void rowsFollowExpansionAndClicksToggleWhatTheyShow();
     void modelShowsAndMarksInPlace();
 };
 
 void TestAssociations::sortIsOrdinalAndStable()
 {
     AssociationsStore store;
-    setUsers(store, { user(u"adam"_qs, u"b"_qs, u"adam@x"_qs), user(u"Zoe"_qs, u"A"_qs, u"zoe@x"_qs),
-                      user(u"Team"_qs, QString(), u"team@x"_qs), user(QString(), QString(), u"blank@x"_qs) });
+    setUsers(store,
+        { user(u"adam"_qs, u"b"_qs, u"adam@x"_qs), user(u"Zoe"_qs, u"A"_qs, u"zoe@x"_qs),
+            user(u"Team"_qs, QString(), u"team@x"_qs), user(QString(), QString(), u"blank@x"_qs) });
     store.groups = { group(1, u"Team "_qs), group(2, u"Alpha"_qs) };
     store.rebuildAssociations();
     // " " first, then upper case before lower case; a user before a group of the same name.
     QCOMPARE(names(store.combinedAssociations),
-             (QStringList { u"user_blank@x"_qs, u"group_2"_qs, u"user_team@x"_qs, u"group_1"_qs, u"user_zoe@x"_qs,
-                            u"user_adam@x"_qs }));
+        (QStringList { u"user_blank@x"_qs, u"group_2"_qs, u"user_team@x"_qs, u"group_1"_qs, u"user_zoe@x"_qs,
+            u"user_adam@x"_qs }));
     QCOMPARE(store.combinedAssociations.at(2)->displayName(), QStringLiteral("Team "));
     QCOMPARE(store.combinedAssociationsFiltered.size(), 6);
 }
@@ -103,7 +105,9 @@ void TestAssociations::search_data()
     QTest::newRow("e-mail") << "ph@x" << QStringList { u"user_ph@x"_qs };
     QTest::newRow("member e-mail") << "lee@" << QStringList { u"group_3"_qs };
     QTest::newRow("phone is not searched") << "555 0123" << QStringList {};
-    QTest::newRow("everything") << "" << QStringList { u"user_jo@x"_qs, u"group_3"_qs, u"user_ph@x"_qs, u"group_2"_qs };
+    QTest::newRow("everything") << ""
+                                << QStringList { u"user_jo@x"_qs, u"group_3"_qs, u"user_ph@x"_qs,
+                                       u"group_2"_qs };
 }
 
 void TestAssociations::search()
@@ -126,10 +130,12 @@ void TestAssociations::search()
 void TestAssociations::recipientsAreDistinctAndSorted()
 {
     AssociationsStore store;
-    setUsers(store, { user(u"A"_qs, u"A"_qs, u"a@x"_qs, true), user(u"C"_qs, u"C"_qs, u"c@x"_qs, false),
-                      user(u"N"_qs, u"N"_qs, QString(), true) });
-    store.groups = { group(1, u"G"_qs, { { u"A"_qs, u"a@x"_qs }, { u"B"_qs, u"b@x"_qs }, { u"E"_qs, QString() } }, true),
-                     group(2, u"Empty"_qs, {}, true), group(3, u"Off"_qs, { { u"C"_qs, u"c@x"_qs } }, false) };
+    setUsers(store,
+        { user(u"A"_qs, u"A"_qs, u"a@x"_qs, true), user(u"C"_qs, u"C"_qs, u"c@x"_qs, false),
+            user(u"N"_qs, u"N"_qs, QString(), true) });
+    store.groups = { group(1, u"G"_qs,
+                         { { u"A"_qs, u"a@x"_qs }, { u"B"_qs, u"b@x"_qs }, { u"E"_qs, QString() } }, true),
+        group(2, u"Empty"_qs, {}, true), group(3, u"Off"_qs, { { u"C"_qs, u"c@x"_qs } }, false) };
     QCOMPARE(store.selectedRecipientEmails(), (QStringList { u"a@x"_qs, u"b@x"_qs }));
     QCOMPARE(store.recipientsString(), QStringLiteral("a@x;b@x;"));
     for (const auto& u : store.users)
@@ -170,7 +176,8 @@ void TestAssociations::checkedGroupsSurviveAFetch()
     QCOMPARE(Settings::string("CheckedGroups"), QStringLiteral("test5test12test"));
     // A fresh fetch brings unchecked copies; the stored ids mark them again.
     store.setGroups({ group(5, u"A"_qs), group(12, u"B renamed"_qs), group(13, u"C"_qs) });
-    QVERIFY(store.groupById(5)->isChecked && store.groupById(12)->isChecked && !store.groupById(13)->isChecked);
+    QVERIFY(
+        store.groupById(5)->isChecked && store.groupById(12)->isChecked && !store.groupById(13)->isChecked);
     Settings::setString("CheckedGroups", u"test13test999test"_qs); // a deleted group's id is ignored
     AssociationsStore later;
     later.setGroups({ group(5, u"A"_qs), group(13, u"C"_qs) });
@@ -197,40 +204,27 @@ void TestAssociations::usersReplyReplacesUsersAndClearsTheirMarks()
     QVERIFY(store.users.isEmpty());
 }
 
-void TestAssociations::rowsFollowExpandedGroups()
-{
-    AssociationsStore store;
-    setUsers(store, { user(u"C"_qs, QString(), u"c@x"_qs) });
-    store.groups = { group(1, u"A"_qs, { { u"M1"_qs, u"m1@x"_qs }, { u"M2"_qs, u"m2@x"_qs }, { u"M3"_qs, u"m3@x"_qs } }),
-                     group(2, u"B"_qs) };
-    store.rebuildAssociations();
-    QCOMPARE(store.associatedRowCount(), 3);
-    store.toggleGroupExpansion(1);
-    QCOMPARE(store.associatedRowCount(), 6);
-    using Kind = AssociatedUserRowType::Kind;
-    QList<Kind> kinds;
-    for (int row = 0; row < 6; ++row)
-        kinds.append(store.rowType(row)->kind);
-    QCOMPARE(kinds, (QList<Kind> { Kind::groupHeader, Kind::groupMember, Kind::groupMember, Kind::groupMember,
-                                   Kind::groupHeader, Kind::user }));
-    QCOMPARE(store.rowType(3)->member.email, QStringLiteral("m3@x"));
-    QVERIFY(!store.rowType(6) && !store.rowType(-1));
-    // Members come from the latest fetched copy of the group.
-    store.groups[0] = group(1, u"A"_qs, { { u"New"_qs, u"new@x"_qs } });
-    store.toggleGroupExpansion(2);
-    store.toggleGroupExpansion(2);
-    QCOMPARE(store.associatedRowCount(), 4);
-    QCOMPARE(store.rowType(1)->member.email, QStringLiteral("new@x"));
-}
-
-void TestAssociations::clicksToggleWhatTheRowShows()
+void TestAssociations::rowsFollowExpansionAndClicksToggleWhatTheyShow()
 {
     AssociationsStore store;
     setUsers(store, { user(u"C"_qs, QString(), u"c@x"_qs), user(u"D"_qs, QString(), u"c@x"_qs) });
-    store.groups = { group(1, u"A"_qs, { { u"M1"_qs, u"m1@x"_qs }, { u"M2"_qs, u"m2@x"_qs }, { u"M3"_qs, u"m3@x"_qs } }),
-                     group(2, u"B"_qs) };
+    const QList<std::pair<QString, QString>> three { { u"M1"_qs, u"m1@x"_qs }, { u"M2"_qs, u"m2@x"_qs },
+        { u"M3"_qs, u"m3@x"_qs } };
+    store.groups = { group(1, u"A"_qs, three), group(2, u"B"_qs) };
     store.rebuildAssociations();
+    QCOMPARE(store.associatedRowCount(), 4);
     store.toggleGroupExpansion(1);
+    QCOMPARE(store.associatedRowCount(), 7);
+    using Kind = AssociatedUserRowType::Kind;
+    QList<Kind> kinds;
+    for (int row = 0; row < 7; ++row)
+        kinds.append(store.rowType(row)->kind);
+    QCOMPARE(kinds,
+        (QList<Kind> { Kind::groupHeader, Kind::groupMember, Kind::groupMember, Kind::groupMember,
+            Kind::groupHeader, Kind::user, Kind::user }));
+    QCOMPARE(store.rowType(3)->member.email, QStringLiteral("m3@x"));
+    QVERIFY(!store.rowType(7) && !store.rowType(-1));
+
     QSignalSpy recipients(&store, &AssociationsStore::recipientsChanged);
     QVERIFY(store.clickRow(4)); // B's header
     QVERIFY(store.groupById(2)->isChecked);
@@ -242,24 +236,13 @@ void TestAssociations::clicksToggleWhatTheRowShows()
     QVERIFY(store.usersFiltered.at(0)->isChecked.value_or(false));
     QVERIFY(!store.usersFiltered.at(1)->isChecked.value_or(false));
     QVERIFY(!store.clickRow(99));
-}
 
-void TestAssociations::selectDeselectAll()
-{
-    AssociationsStore store;
-    setUsers(store, { user(u"C"_qs, QString(), u"c@x"_qs), user(u"D"_qs, QString(), u"d@x"_qs, true) });
-    store.groups = { group(1, u"A"_qs, { { u"M1"_qs, u"m1@x"_qs } }) };
-    store.groupsFiltered = store.groups;
-    store.rebuildAssociations();
-    store.selectDeselectAll();
-    QCOMPARE(store.selectedRecipientEmails(), (QStringList { u"c@x"_qs, u"d@x"_qs, u"m1@x"_qs }));
-    QCOMPARE(Settings::string("CheckedGroups"), QStringLiteral("test1test"));
-    store.selectDeselectAll();
-    QVERIFY(store.selectedRecipientEmails().isEmpty());
-    QCOMPARE(Settings::string("CheckedGroups"), QStringLiteral("testtest"));
-    AssociationsStore empty; // nothing at all counts as all checked: it deselects
-    empty.selectDeselectAll();
-    QVERIFY(empty.selectedRecipientEmails().isEmpty());
+    // Members come from the latest fetched copy of the group.
+    store.groups[0] = group(1, u"A"_qs, { { u"New"_qs, u"new@x"_qs } });
+    store.toggleGroupExpansion(2);
+    store.toggleGroupExpansion(2);
+    QCOMPARE(store.associatedRowCount(), 5);
+    QCOMPARE(store.rowType(1)->member.email, QStringLiteral("new@x"));
 }
 
 void TestAssociations::modelShowsAndMarksInPlace()
@@ -277,7 +260,8 @@ void TestAssociations::modelShowsAndMarksInPlace()
     QCOMPARE(model.index(0).data(RecipientsModel::MemberCountRole).toString(), QStringLiteral("2 member(s)"));
     QCOMPARE(model.index(3).data(RecipientsModel::NameRole).toString(), QStringLiteral("ANN LEE"));
     QCOMPARE(model.index(3).data(Qt::ToolTipRole).toString(), QStringLiteral("ann lee"));
-    QCOMPARE(model.index(3).data(RecipientsModel::SummaryRole).toString(), QStringLiteral("ann lee\nann@x\n+1 555 0100"));
+    QCOMPARE(model.index(3).data(RecipientsModel::SummaryRole).toString(),
+        QStringLiteral("ann lee\nann@x\n+1 555 0100"));
     store.applySearch(u"zzz"_qs);
     QCOMPARE(model.rowCount(), 0);
     store.applySearch(QString());
@@ -300,9 +284,19 @@ void TestAssociations::modelShowsAndMarksInPlace()
     // A member row carries no mark.
     QVERIFY(!model.flags(model.index(1)).testFlag(Qt::ItemIsUserCheckable));
     QVERIFY(!model.setData(model.index(1), Qt::Checked, Qt::CheckStateRole));
+    // Everything marked: the button clears all marks, then marks all again.
     store.selectDeselectAll();
+    QVERIFY(store.selectedRecipientEmails().isEmpty());
+    QCOMPARE(Settings::string("CheckedGroups"), QStringLiteral("testtest"));
     QCOMPARE(reset.size(), 0);
     QVERIFY(changed.size() >= 3);
+    store.clickRow(3);
+    store.selectDeselectAll();
+    QCOMPARE(store.selectedRecipientEmails(), QStringList({ u"ann@x"_qs, u"m1@x"_qs, u"m2@x"_qs }));
+    QCOMPARE(Settings::string("CheckedGroups"), QStringLiteral("test1test"));
+    AssociationsStore empty; // nothing at all counts as all checked: it deselects
+    empty.selectDeselectAll();
+    QVERIFY(empty.selectedRecipientEmails().isEmpty());
     // Rows that fold or unfold are other rows: a reset.
     store.toggleGroupExpansion(1);
     QCOMPARE(reset.size(), 1);
