@@ -1,29 +1,41 @@
 #include "app/Session.h"
+#include "app/Settings.h"
 #include "app/Translations.h"
+#include "common/FakeDialogs.h"
 #include "common/PhoneSimProcess.h"
-#include "common/Settle.h"
+#include "files/IntakeList.h"
+#include "pairing/LoopbackClient.h"
+#include "pairing/MobileDeviceListener.h"
+#include "pairing/PairingGate.h"
+#include "recipients/AssociationsStore.h"
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
+#include "screens/PairingRequestBar.h"
 #include "screens/QRCodeViewController.h"
+#include "screens/RecipientsPanel.h"
+#include "shell/AppDelegate.h"
 #include "shell/AppWindow.h"
 #include "shell/MainViewController.h"
+#include "storage/WorkingFolders.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/ProgressOverlay.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QHash>
-#include <QImage>
 #include <QLabel>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
 
 using namespace std::chrono_literals;
 
+// The window's flow with the simulator as the phone: navigation, the title, the bar another
+// phone's pairing message brings up, the return to pairing when the phone goes (also while a
+// dialog is open) or is let go, and a second start.
 class TestShell : public QObject
 {
     Q_OBJECT
@@ -33,29 +45,20 @@ private Q_SLOTS:
     void init();
     void navigationLooks_data();
     void navigationLooks();
-    void screensAreMadeOnceAndKept();
-    void connectedTitle_data();
-    void connectedTitle();
-    void watchdogKeepsAnAnsweringPhone();
-    void watchdogReturnsToPairingWhenThePhoneGoesQuiet_data();
-    void watchdogReturnsToPairingWhenThePhoneGoesQuiet();
-    void pairingReplacesThePairingScreenAtOnce();
-    void overlaysShowTheirTextsAndStages();
-    void aboutShowsTheVersion();
+    void pairing_data();
+    void pairing();
+    void leavingThePhone_data();
+    void leavingThePhone();
+    void phoneLeavesWhileADialogIsOpen_data();
+    void phoneLeavesWhileADialogIsOpen();
+    void dialogOpenedDuringTheFadeKeepsItsScreen();
+    void overlaysCoverTheirWindow();
+    void oneInstanceAtATime();
+
+private:
+    QTemporaryDir m_home;
+    std::unique_ptr<PhoneSimProcess> m_sim;
 };
-
-void TestShell::initTestCase()
-{
-    QCoreApplication::setApplicationVersion(QStringLiteral(VARNEX_VERSION));
-    installTranslations(*QCoreApplication::instance());
-}
-
-void TestShell::init()
-{
-    MainViewController::setWatchdogTimingForTesting(3s, 3s);
-    Session::instance().resetForTesting();
-    Session::instance().setPhoneServicePortForTesting(Session::defaultPhoneServicePort);
-}
 
 struct Look
 {
@@ -72,20 +75,18 @@ int distance(QRgb a, QRgb b)
     return qAbs(qRed(a) - qRed(b)) + qAbs(qGreen(a) - qGreen(b)) + qAbs(qBlue(a) - qBlue(b));
 }
 
-// What a tab shows on screen: its commonest colour is the fill, and the colour inside its
-// title that stands out most from the fill is the title's.
-QString drawnLook(CustomButton* tab)
+// What a tab draws: its commonest colour is the fill; inside its title, the colour that stands
+// out most from the fill is the title's. Both must be the look's, the title within anti-aliasing.
+bool looksLike(CustomButton* tab, const Look& look)
 {
     const QImage image = tab->grab().toImage().convertToFormat(QImage::Format_RGB32);
     QHash<QRgb, int> counts;
+    QRgb fill = image.pixel(0, 0);
     for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x)
-            ++counts[image.pixel(x, y)];
-    }
-    QRgb fill = 0;
-    for (auto it = counts.cbegin(); it != counts.cend(); ++it) {
-        if (it.value() > counts.value(fill))
-            fill = it.key();
+        for (int x = 0; x < image.width(); ++x) {
+            if (++counts[image.pixel(x, y)] > counts.value(fill))
+                fill = image.pixel(x, y);
+        }
     }
     QRgb ink = fill;
     const QRect title = tab->titleRect().toAlignedRect() & image.rect();
@@ -95,18 +96,48 @@ QString drawnLook(CustomButton* tab)
                 ink = image.pixel(x, y);
         }
     }
-    return QColor(fill).name() + u' ' + QColor(ink).name();
+    return fill == look.background.rgb() && distance(ink, look.text.rgb()) <= 48;
 }
 
-// The drawn look a tab should have: the fill exactly, the title's colour within anti-aliasing.
-bool looksLike(CustomButton* tab, const Look& look)
+bool showsPairing(const AppWindow& window)
 {
-    const QStringList drawn = drawnLook(tab).split(u' ');
-    return drawn.at(0) == look.background.name()
-        && distance(QColor(drawn.at(1)).rgb(), look.text.rgb()) <= 48;
+    return qobject_cast<QRCodeViewController*>(window.content()) != nullptr;
+}
+
+QString title(const QString& phone = {}, bool connected = false)
+{
+    return connected ? u"Varnex Dekstop Application (Connected: %1)"_qs.arg(phone)
+                     : u"Varnex Dekstop Application (Not connected)"_qs;
 }
 
 } // namespace
+
+void TestShell::initTestCase()
+{
+    QCoreApplication::setApplicationVersion(QStringLiteral(VARNEX_VERSION));
+    installTranslations(*QCoreApplication::instance());
+    WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
+    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"10.0.0.7"_qs }; });
+}
+
+// Paired with the simulator, which answers pings until a test makes it stop.
+void TestShell::init()
+{
+    if (!m_sim || !m_sim->isRunning())
+        m_sim = std::make_unique<PhoneSimProcess>();
+    QVERIFY(m_sim->isRunning());
+    m_sim->clearFaults();
+    Settings::open()->clear();
+    Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
+    Settings::setString(Settings::userEmailKey, u"alex.morgan@example.com"_qs);
+    Session::instance().resetForTesting();
+    Session::instance().setPhoneServicePortForTesting(m_sim->port());
+    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
+    Session::instance().setPhoneConnected(true);
+    Session::instance().setMobileDeviceName(u"Ann's phone"_qs);
+    PairingGate::instance().resetForTesting();
+    MainViewController::setWatchdogTimingForTesting(200ms, 300ms);
+}
 
 void TestShell::navigationLooks_data()
 {
@@ -119,12 +150,15 @@ void TestShell::navigationLooks_data()
     const Look selected { Colors::grayColor, Colors::primaryColor, false };
     const Look unselected { Colors::darkOrange, Colors::grayColor, true };
     QTest::newRow("fresh") << QStringList {} << 0 << selected << unselected << "info" << false;
-    QTest::newRow("decrypt") << QStringList { u"decrypt"_qs } << 1 << unselected << selected << "info" << true;
-    QTest::newRow("about") << QStringList { u"about"_qs } << 2 << unselected << unselected << "info_fill" << false;
+    QTest::newRow("decrypt") << QStringList { u"decrypt"_qs } << 1 << unselected << selected << "info"
+                             << true;
+    QTest::newRow("about") << QStringList { u"about"_qs } << 2 << unselected << unselected << "info_fill"
+                           << false;
     QTest::newRow("decrypt then encrypt keeps backing")
         << QStringList { u"decrypt"_qs, u"encrypt"_qs } << 0 << selected << unselected << "info" << true;
-    QTest::newRow("about then decrypt") << QStringList { u"about"_qs, u"decrypt"_qs } << 1 << unselected << selected
-                                        << "info" << true;
+    QTest::newRow("round trip") << QStringList { u"decrypt"_qs, u"about"_qs, u"encrypt"_qs, u"about"_qs,
+        u"decrypt"_qs } << 1 << unselected
+                                << selected << "info" << true;
 }
 
 void TestShell::navigationLooks()
@@ -136,174 +170,293 @@ void TestShell::navigationLooks()
     QFETCH(bool, backingDarkOrange);
 
     MainViewController main;
-    main.resize(1100, 720);
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
-    for (const QString& action : actions) {
-        // Through the buttons, as a user would.
-        if (action == u"encrypt")
-            QTest::mouseClick(main.encryptButtonTest, Qt::LeftButton);
-        else if (action == u"decrypt")
-            QTest::mouseClick(main.decryptButtonCustom, Qt::LeftButton);
-        else
-            QTest::mouseClick(main.aboutButton, Qt::LeftButton);
-    }
-    const QList<QWidget*> screens { main.vc1, main.vc2, main.vc3 };
-    QCOMPARE(main.currentScreen(), screens.at(screen));
+    // The screens are made once and kept while hidden.
+    const QList<QPointer<QWidget>> screens { main.vc1, main.vc2, main.vc3 };
+    // Through the buttons, as a user would.
+    const QHash<QString, QWidget*> buttons { { u"encrypt"_qs, main.encryptButtonTest },
+        { u"decrypt"_qs, main.decryptButtonCustom }, { u"about"_qs, main.aboutButton } };
+    for (const QString& action : actions)
+        QTest::mouseClick(buttons.value(action), Qt::LeftButton);
+    QVERIFY(screens.at(screen));
+    QCOMPARE(main.currentScreen(), screens.at(screen).data());
     // What is drawn, once the tabs' animations are over.
-    QTRY_VERIFY2(
-        looksLike(main.encryptButtonTest, encryptTab), qPrintable(drawnLook(main.encryptButtonTest)));
-    QTRY_VERIFY2(
-        looksLike(main.decryptButtonCustom, decryptTab), qPrintable(drawnLook(main.decryptButtonCustom)));
+    QTRY_VERIFY(looksLike(main.encryptButtonTest, encryptTab));
+    QTRY_VERIFY(looksLike(main.decryptButtonCustom, decryptTab));
     QCOMPARE(main.encryptButtonTest->isChecked(), encryptTab.on);
     QCOMPARE(main.decryptButtonCustom->isChecked(), decryptTab.on);
     QTEST(main.aboutIconName(), "icon");
     QCOMPARE(main.encryptButtonBackground() == Colors::darkOrange, backingDarkOrange);
-}
-
-void TestShell::screensAreMadeOnceAndKept()
-{
-    MainViewController main;
-    main.show();
-    QVERIFY(main.vc1 && main.vc2 && main.vc3);
-    auto* label = new QLabel(QStringLiteral("kept"), main.vc2);
-    QPointer<QWidget> encrypt = main.vc1;
-    for (int round = 0; round < 2; ++round) {
-        main.selectDecrypt();
-        main.selectAbout();
-        main.selectEncrypt();
-    }
-    main.selectDecrypt();
-    QCOMPARE(main.currentScreen(), main.vc2);
-    QCOMPARE(label->parentWidget(), main.vc2);
-    QCOMPARE(main.vc1, encrypt.data());
     QCOMPARE(main.encryptButtonTest->title(), QStringLiteral("ENCRYPT"));
     QCOMPARE(main.decryptButtonCustom->title(), QStringLiteral("DECRYPT"));
+    QCOMPARE(main.vc3->version->text(), QStringLiteral("Version"));
+    QCOMPARE(main.vc3->versionNum->text(), QStringLiteral("1.0.0"));
 }
 
-void TestShell::connectedTitle_data()
+void TestShell::pairing_data()
 {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("title");
-    QTest::newRow("named") << "My phone" << "Varnex Dekstop Application (Connected: My phone)";
-    QTest::newRow("no name") << "" << "Varnex Dekstop Application (Connected: )";
+    QTest::addColumn<QString>("first"); // the name of the phone that pairs
+    QTest::addColumn<QString>("other"); // the name of the phone that asks next
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("answer");
+    QTest::newRow("Switch") << u"Ann's phone"_qs << u"Eve's phone"_qs << u"Eve's phone"_qs << u"Switch"_qs;
+    QTest::newRow("Ignore, a phone without a name")
+        << QString() << u"Eve's phone"_qs << u"Eve's phone"_qs << u"Ignore"_qs;
+    // Markup, a line break and a right-to-left override cannot disguise the message.
+    QTest::newRow("no answer to a disguised name")
+        << u"Ann's phone"_qs << u"<b>Ann's phone</b>\n\u202Eenohp\u202C"_qs + QString(300, u'x')
+        << u"<b>Ann's phone</b>enohpxxxxxxxxxxxxxxxx…"_qs << QString();
 }
 
-void TestShell::connectedTitle()
+void TestShell::pairing()
 {
-    QFETCH(QString, name);
-    Session::instance().setMobileDeviceName(name);
-    AppWindow window;
-    window.showMain();
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QTEST(window.windowTitle(), "title");
-}
-
-void TestShell::watchdogKeepsAnAnsweringPhone()
-{
-    PhoneSimProcess sim;
-    QVERIFY(sim.isRunning());
-    Session::instance().setPhoneServicePortForTesting(sim.port());
-    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
-    Session::instance().setPhoneConnected(true);
-    QVERIFY(sim.setFault(QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"status"_qs, 503 } }));
-
-    MainViewController::setWatchdogTimingForTesting(100ms, 300ms);
-    MainViewController main;
-    QSignalSpy lost(&main, &MainViewController::connectionLost);
-    // An error status is still an answer: several rounds later the phone counts as connected.
-    auto pings = [&sim] {
-        int n = 0;
-        for (const auto& request : sim.requests())
-            n += request.toObject().value(u"path").toString() == u"/ping" && request.toObject().value(u"method").toString() == u"GET";
-        return n;
-    };
-    QTRY_VERIFY_WITH_TIMEOUT(pings() >= 4, 5000);
-    QCOMPARE(lost.size(), 0);
-    QVERIFY(Session::instance().isPhoneConnected());
-}
-
-void TestShell::watchdogReturnsToPairingWhenThePhoneGoesQuiet_data()
-{
-    QTest::addColumn<bool>("stopProcess");
-    QTest::newRow("phone stops answering") << false;
-    QTest::newRow("phone is gone") << true;
-}
-
-void TestShell::watchdogReturnsToPairingWhenThePhoneGoesQuiet()
-{
-    QFETCH(bool, stopProcess);
-    PhoneSimProcess sim;
-    QVERIFY(sim.isRunning());
-    Session::instance().setPhoneServicePortForTesting(sim.port());
-    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
-    Session::instance().setPhoneConnected(true);
-
-    // Production timings take 3 to 6 seconds; the same loop runs here ten times faster.
-    MainViewController::setWatchdogTimingForTesting(300ms, 300ms);
-    AppWindow window;
-    window.showMain();
-    window.show();
-    QVERIFY(qobject_cast<MainViewController*>(window.content()));
-    if (stopProcess)
-        sim.stop();
-    else
-        QVERIFY(sim.setFault(QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
-
-    QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<QRCodeViewController*>(window.content()) != nullptr, 5000);
-    QVERIFY(!Session::instance().isPhoneConnected());
-    QTRY_COMPARE(window.windowTitle(), QStringLiteral("Varnex Dekstop Application (Not connected)"));
-    if (!stopProcess)
-        sim.clearFaults();
-}
-
-void TestShell::pairingReplacesThePairingScreenAtOnce()
-{
-    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"10.0.0.7"_qs }; });
+    QFETCH(QString, first);
+    QFETCH(QString, other);
+    QFETCH(QString, answer);
+    if (answer.isEmpty())
+        PairingGate::instance().setHoldTimeForTesting(300ms);
+    // One ping at start, then none: the phone switched to does not exist.
+    MainViewController::setWatchdogTimingForTesting(10min, 3s);
+    Session::instance().setPhoneConnected(false);
+    MobileDeviceListener listener(0);
+    QVERIFY(listener.start());
+    const auto send
+        = [&listener](const QString& name, const QString& ip, const QString& email, const QString& url) {
+              const QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name },
+                  { u"email"_qs, email }, { u"baseURL"_qs, url } };
+              return LoopbackClient::exchange(listener.port(),
+                  LoopbackClient::request("POST", "/myInformation", QJsonDocument(message).toJson()));
+          };
     AppWindow window;
     window.showPairing();
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
-    auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
-    QVERIFY(pairing);
-    QCOMPARE(window.windowTitle(), QStringLiteral("Varnex Dekstop Application (Not connected)"));
-    Session::instance().setMobileDeviceName(QStringLiteral("Pixel"));
+    QVERIFY(showsPairing(window));
+    QCOMPARE(window.windowTitle(), title());
+
     QElapsedTimer clock;
     clock.start();
-    Session::instance().setPhoneConnected(true);
-    // Well within the one-second poll: the signal moves the window on.
+    QCOMPARE(send(first, u"127.0.0.1"_qs, u"ann@example.com"_qs, m_sim->baseUrl()), 200);
+    // Well within the pairing screen's one-second poll: the signal moves the window on.
     QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<MainViewController*>(window.content()) != nullptr, 2000);
     QVERIFY(clock.elapsed() < 900);
-    QTRY_COMPARE(window.windowTitle(), QStringLiteral("Varnex Dekstop Application (Connected: Pixel)"));
-    QRCodeViewController::setAddressSourceForTesting({});
+    QTRY_COMPARE(window.windowTitle(), title(first, true));
+    QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
+    PairingRequestBar* bar = main->pairingRequestBar;
+    QVERIFY(!bar->isVisible());
+
+    QWidget* focused = QApplication::focusWidget();
+    QCOMPARE(send(other, u"10.0.0.99"_qs, u"eve@example.com"_qs, u"http://10.0.0.99:8080/"_qs), 200);
+    QTRY_VERIFY(bar->isVisible());
+    QCOMPARE(bar->messageLabel->textFormat(), Qt::PlainText);
+    QFETCH(QString, shown);
+    QCOMPARE(bar->messageLabel->text(), QString(shown + u" (10.0.0.99) wants to pair with this computer"));
+    QCOMPARE(QApplication::focusWidget(), focused); // a keystroke meant elsewhere cannot answer it
+    QCOMPARE(bar->switchButton->accessibleName(), QStringLiteral("Switch"));
+    QCOMPARE(bar->ignoreButton->accessibleName(), QStringLiteral("Ignore"));
+    QVERIFY(bar->switchButton->focusPolicy() & Qt::TabFocus);
+    // Nothing changes until the user says so.
+    QCOMPARE(window.windowTitle(), title(first, true));
+    QCOMPARE(Session::instance().phoneIPAddress(), QStringLiteral("127.0.0.1"));
+
+    if (answer == u"Switch") {
+        bar->switchButton->setFocus();
+        QTest::keyClick(bar->switchButton, Qt::Key_Space);
+    } else if (answer == u"Ignore") {
+        QTest::mouseClick(bar->ignoreButton, Qt::LeftButton);
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(!bar->isVisible(), 5000);
+    const bool switched = answer == u"Switch";
+    QCOMPARE(Session::instance().phoneIPAddress(), switched ? u"10.0.0.99"_qs : u"127.0.0.1"_qs);
+    QCOMPARE(
+        Settings::string(Settings::userEmailKey), switched ? u"eve@example.com"_qs : u"ann@example.com"_qs);
+    QTRY_COMPARE(window.windowTitle(), title(switched ? other : first, true));
+    QCOMPARE(main->vc3->pairedPhone->text(),
+        switched ? u"Paired with Eve's phone (10.0.0.99)"_qs : u"Paired with %1 (127.0.0.1)"_qs.arg(first));
+    QCOMPARE(window.content(), main.data());
 }
 
-void TestShell::overlaysShowTheirTextsAndStages()
+void TestShell::leavingThePhone_data()
 {
-    QWidget screen;
-    screen.resize(800, 600);
-    EncryptingViewController encrypting(&screen);
-    DecryptingViewController decrypting(&screen);
-    QCOMPARE(encrypting.encrpytingText()->text(), QStringLiteral("ENCRYPTING"));
-    QCOMPARE(decrypting.decryptingText()->text(), QStringLiteral("DECRYPTING"));
-    QCOMPARE(encrypting.geometry(), screen.rect());
-    QSignalSpy cancel(&encrypting, &ProgressOverlay::cancelRequested);
-    screen.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&screen));
-    screen.resize(900, 650);
-    QTRY_COMPARE(encrypting.geometry(), screen.rect());
-    QTest::keyClick(encrypting.cancelButton(), Qt::Key_Space);
+    QTest::addColumn<QString>("event");
+    for (const char* event : { "an error status is an answer", "phone is gone", "Disconnect" })
+        QTest::newRow(event) << QString::fromLatin1(event);
+}
+
+void TestShell::leavingThePhone()
+{
+    QFETCH(QString, event);
+    // Production timings take 3 to 6 seconds; the same loop runs here faster.
+    MainViewController::setWatchdogTimingForTesting(100ms, 300ms);
+    AppWindow window;
+    window.showMain();
+    window.show();
+    QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
+    QVERIFY(main);
+    QSignalSpy lost(main.data(), &MainViewController::connectionLost);
+    if (event == u"Disconnect") {
+        AboutViewController* about = main->vc3;
+        main->selectAbout();
+        QTRY_VERIFY(about->isVisible());
+        QCOMPARE(about->pairedPhone->text(), QStringLiteral("Paired with Ann's phone (127.0.0.1)"));
+        QCOMPARE(about->disconnectButton->accessibleName(), QStringLiteral("Disconnect"));
+        QTest::mouseClick(about->disconnectButton, Qt::LeftButton);
+    } else if (event == u"phone is gone") {
+        m_sim->stop();
+    } else {
+        QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"status"_qs, 503 } }));
+        QVERIFY(m_sim->clearRequests());
+        const auto pings = [this] {
+            const QJsonArray requests = m_sim->requests();
+            return std::count_if(requests.begin(), requests.end(),
+                [](const QJsonValue& r) { return r[u"path"] == u"/ping"_qs && r[u"method"] == u"GET"_qs; });
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(pings() >= 4, 5000);
+        QCOMPARE(lost.size(), 0);
+        QVERIFY(Session::instance().isPhoneConnected());
+        QCOMPARE(window.content(), main.data());
+        return;
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(showsPairing(window), 5000);
+    QVERIFY(!Session::instance().isPhoneConnected());
+    QCOMPARE(lost.size(), 1); // the watchdog also sees the phone gone after Disconnect
+    QTRY_COMPARE(window.windowTitle(), title());
+    // The stored session stays for the next pairing.
+    QCOMPARE(Settings::string(Settings::userEmailKey), QStringLiteral("alex.morgan@example.com"));
+    QCOMPARE(Settings::string(Settings::baseUrlKey), m_sim->baseUrl());
+}
+
+void TestShell::phoneLeavesWhileADialogIsOpen_data()
+{
+    QTest::addColumn<QString>("dialog");
+    for (const char* dialog :
+        { "create group", "file chooser", "delete group", "remove member", "operation failure" })
+        QTest::newRow(dialog) << QString::fromLatin1(dialog);
+}
+
+void TestShell::phoneLeavesWhileADialogIsOpen()
+{
+    QFETCH(QString, dialog);
+    // Not shown: without the fade a swap happens at once, so one that came too early shows.
+    AppWindow window;
+    window.showMain();
+    QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
+    QVERIFY(main);
+    QSignalSpy lost(main.data(), &MainViewController::connectionLost);
+    EncryptViewController* encrypt = main->vc1;
+    RecipientsPanel* panel = encrypt->recipients;
+    QTRY_VERIFY_WITH_TIMEOUT(panel->store()->groups.size() >= 2, 5000);
+
+    FakeDialogs dialogs;
+    bool checkedWhileOpen = false;
+    // Inside the dialog's nested event loop: the phone stops answering, the watchdog notices,
+    // and the window must not pull the screen away from under the open dialog.
+    dialogs.whileOpen = [&] {
+        QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
+        QVERIFY(lost.wait(5000));
+        // Deferred deletions run inside a dialog's loop, as they would in a real one.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(main);
+        QVERIFY(window.isPairingPending());
+        QCOMPARE(window.content(), main.data());
+        checkedWhileOpen = true;
+    };
+
+    const QString file = m_home.filePath(u"notes.txt.vx"_qs);
+    QFile(file).open(QIODevice::WriteOnly);
+    if (dialog == u"create group") {
+        dialogs.answers.enqueue(u"Climbers"_qs);
+        panel->createGroupButtonClicked();
+    } else if (dialog == u"file chooser") {
+        dialogs.filesToChoose = QStringList { m_home.filePath(u"notes.txt"_qs) };
+        encrypt->chooseFiles();
+    } else if (dialog == u"delete group" || dialog == u"remove member") {
+        qint64 family = -1;
+        for (const auto& g : panel->store()->groups)
+            family = g->groupMembers.isEmpty() ? family : g->id;
+        QVERIFY(family > 0);
+        dialogs.answers.enqueue(
+            dialog == u"delete group" ? QVariant(0) : QVariant::fromValue(QList<int> { 0 }));
+        if (dialog == u"delete group")
+            panel->menuDeleteGroup(family); // a group with members: an alert
+        else
+            panel->menuRemoveMember(family);
+    } else {
+        QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"status"_qs, 500 } }));
+        DecryptViewController* decrypt = main->vc2;
+        decrypt->addFiles({ file });
+        decrypt->intakeList()->flip(0);
+        decrypt->uploadForDecryption();
+    }
+    // Back to pairing once the dialog (and any that followed it) closed.
+    QTRY_VERIFY_WITH_TIMEOUT(showsPairing(window), 10000);
+    QVERIFY(checkedWhileOpen);
+    QVERIFY(!window.isPairingPending());
+    QTRY_VERIFY(!main);
+    QVERIFY(!dialogs.shown.isEmpty() || dialog == u"file chooser");
+}
+
+void TestShell::dialogOpenedDuringTheFadeKeepsItsScreen()
+{
+    // Shown, so the swap fades; a dialog opens after the swap began (an operation that fails
+    // as the phone leaves does that), and the fade ends inside the dialog's loop.
+    AppWindow window;
+    window.show();
+    window.showMain();
+    QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
+    QVERIFY(main);
+    FakeDialogs dialogs;
+    bool checkedWhileOpen = false;
+    dialogs.whileOpen = [&] {
+        QTRY_VERIFY_WITH_TIMEOUT(showsPairing(window), 5000);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(main); // its code is on this dialog's stack
+        QVERIFY(!main->isVisible());
+        checkedWhileOpen = true;
+    };
+    connect(
+        main.data(), &MainViewController::connectionLost, this, [&] { main->vc1->chooseFiles(); },
+        Qt::QueuedConnection);
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
+    QTRY_VERIFY_WITH_TIMEOUT(checkedWhileOpen, 10000);
+    QTRY_VERIFY(!main);
+}
+
+void TestShell::overlaysCoverTheirWindow()
+{
+    QWidget window;
+    auto* screen = new QWidget(&window);
+    screen->setGeometry(100, 80, 500, 400);
+    auto* encrypting = new EncryptingViewController(screen);
+    auto* decrypting = new DecryptingViewController(screen);
+    QCOMPARE(encrypting->encrpytingText()->text(), QStringLiteral("ENCRYPTING"));
+    QCOMPARE(decrypting->decryptingText()->text(), QStringLiteral("DECRYPTING"));
+    QSignalSpy cancel(encrypting, &ProgressOverlay::cancelRequested);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    // The whole window, not only the screen, and still when the window grows.
+    window.resize(900, 650);
+    QTRY_COMPARE(encrypting->geometry(), window.rect());
+    QTest::keyClick(encrypting->cancelButton(), Qt::Key_Space);
     QCOMPARE(cancel.size(), 1);
-    encrypting.setStage(QStringLiteral("Sending"), 3'000'000'000LL, 6'000'000'000LL);
-    QCOMPARE(encrypting.stageLabel()->text(), QStringLiteral("Sending"));
 }
 
-void TestShell::aboutShowsTheVersion()
+void TestShell::oneInstanceAtATime()
 {
-    AboutViewController about;
-    QCOMPARE(about.version->text(), QStringLiteral("Version"));
-    QCOMPARE(about.versionNum->text(), QStringLiteral("1.0.0"));
+    FakeDialogs dialogs;
+    {
+        AppDelegate first;
+        QVERIFY(first.claimSingleInstance());
+        AppDelegate second;
+        QVERIFY(!second.claimSingleInstance());
+        QCOMPARE(dialogs.shown.size(), 1);
+        QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Varnex Desktop is already running"));
+    }
+    // The first one ended: the next start runs.
+    AppDelegate next;
+    QVERIFY(next.claimSingleInstance());
+    QCOMPARE(dialogs.shown.size(), 1);
 }
 
 QTEST_MAIN(TestShell)
