@@ -18,7 +18,6 @@
 #include "shell/AppWindow.h"
 #include "shell/MainViewController.h"
 #include "storage/WorkingFolders.h"
-#include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/Dialogs.h"
 #include "widgets/Line.h"
@@ -60,36 +59,6 @@ double contrast(const QColor& a, const QColor& b)
     };
     const double la = luminance(a), lb = luminance(b);
     return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
-}
-
-// A dialog as a person and a screen reader meet it: every label stands out from the window
-// behind it (blended, as labels may draw in a translucent colour), check boxes carry their
-// own colours, and the dialog and whatever takes the keyboard in it have names.
-void verifyDialog(QWidget* top, const QString& name)
-{
-    const QColor window = top->palette().color(QPalette::Window);
-    for (QLabel* label : top->findChildren<QLabel*>()) {
-        if (!label->isVisible() || label->text().isEmpty() || !label->pixmap().isNull())
-            continue;
-        const QColor c = label->palette().color(label->foregroundRole());
-        const double a = c.alphaF();
-        const QColor text = QColor::fromRgbF(float(c.redF() * a + window.redF() * (1 - a)),
-            float(c.greenF() * a + window.greenF() * (1 - a)),
-            float(c.blueF() * a + window.blueF() * (1 - a)));
-        QVERIFY2(contrast(text, window) >= 3.0, qPrintable(label->text()));
-    }
-    for (QCheckBox* box : top->findChildren<QCheckBox*>()) {
-        QVERIFY2(qobject_cast<MarkBox*>(box), qPrintable(box->accessibleName()));
-        QVERIFY(!box->isChecked()); // nothing preselected
-    }
-    QVERIFY(!QAccessible::queryAccessibleInterface(top)->text(QAccessible::Name).isEmpty());
-    for (QWidget* w : top->findChildren<QWidget*>()) {
-        if (!w->isVisible() || w->focusPolicy() == Qt::NoFocus || w->inherits("QScrollBar"))
-            continue;
-        QVERIFY2(!QAccessible::queryAccessibleInterface(w)->text(QAccessible::Name).isEmpty(),
-            qPrintable(name + u": "_qs + QString::fromLatin1(w->metaObject()->className()) + u' '
-                + w->objectName()));
-    }
 }
 
 const QByteArray users = R"({"getUsers":[
@@ -199,7 +168,30 @@ void TestScreenshots::checkNextDialog(const QString& name, QStringList& seen)
             QCOMPARE(edit->width(), 300);
             QTRY_VERIFY(edit->hasFocus());
         }
-        verifyDialog(dialog, name);
+        // Every label stands out from the window behind it (blended, as labels may draw in a
+        // translucent colour), whatever the palette.
+        const QColor window = dialog->palette().color(QPalette::Window);
+        for (QLabel* label : dialog->findChildren<QLabel*>()) {
+            if (!label->isVisible() || label->text().isEmpty() || !label->pixmap().isNull())
+                continue;
+            const QColor c = label->palette().color(label->foregroundRole());
+            const auto blend = [a = c.alphaF()](float ink, float paper) { return ink * a + paper * (1 - a); };
+            const QColor text = QColor::fromRgbF(blend(c.redF(), window.redF()),
+                blend(c.greenF(), window.greenF()), blend(c.blueF(), window.blueF()));
+            QVERIFY2(contrast(text, window) >= 3.0, qPrintable(label->text()));
+        }
+        // Check boxes carry their own colours (the platform's can vanish on a dark window), and
+        // nothing is preselected.
+        const QList<QCheckBox*> boxes = dialog->findChildren<QCheckBox*>();
+        for (QCheckBox* box : boxes)
+            QVERIFY2(qobject_cast<MarkBox*>(box) && !box->isChecked(), qPrintable(box->accessibleName()));
+        // A screen reader names the dialog and everything in it that takes the keyboard.
+        QVERIFY(!QAccessible::queryAccessibleInterface(dialog)->text(QAccessible::Name).isEmpty());
+        for (QWidget* w : dialog->findChildren<QWidget*>()) {
+            if (w->isVisible() && w->focusPolicy() != Qt::NoFocus && !w->inherits("QScrollBar"))
+                QVERIFY2(!QAccessible::queryAccessibleInterface(w)->text(QAccessible::Name).isEmpty(),
+                    qPrintable(name + u": "_qs + QString::fromLatin1(w->metaObject()->className())));
+        }
         if (files) {
             // Choosing files creates nothing: no "Create New Folder" anywhere.
             QVERIFY(files->testOption(QFileDialog::ReadOnly));
@@ -208,7 +200,7 @@ void TestScreenshots::checkNextDialog(const QString& name, QStringList& seen)
         }
         if (auto* scroll = dialog->findChild<QScrollArea*>()) {
             // Sized to its rows, not a fixed large window.
-            QVERIFY(scroll->height() <= dialog->findChildren<QCheckBox*>().size() * 50 + 40);
+            QVERIFY(scroll->height() <= boxes.size() * 50 + 40);
             QVERIFY(scroll->width() <= 560);
         }
         save(dialog, u"dialog-"_qs + name);
@@ -268,11 +260,8 @@ void TestScreenshots::screens()
                                                    u"http://192.168.1.31:8080/"_qs },
                      u"192.168.1.31"_qs),
             PairingGate::Decision::Held);
-        QWidget strip;
-        QPalette amber = strip.palette();
-        amber.setColor(QPalette::Window, Colors::primaryColor);
-        strip.setPalette(amber);
-        strip.setAutoFillBackground(true);
+        AppWindow strip;
+        strip.setMinimumSize(0, 0);
         auto* bar = new PairingRequestBar(&strip);
         strip.resize(900, 80);
         bar->setGeometry(20, 10, 860, 56);
@@ -395,13 +384,10 @@ void TestScreenshots::screens()
     save(menu.get(), u"menu-group"_qs);
     menu->close();
     QToolTip::showText(main.mapToGlobal(QPoint(300, 120)), encrypt->chooseFilesButton->toolTip(), &main);
-    QWidget* tip = nullptr;
-    QTRY_VERIFY((tip = [] {
-        for (QWidget* w : QApplication::topLevelWidgets())
-            if (w->inherits("QTipLabel") && w->isVisible())
-                return w;
-        return static_cast<QWidget*>(nullptr);
-    }()));
+    QTRY_VERIFY(QToolTip::isVisible());
+    const QWidgetList tops = QApplication::topLevelWidgets();
+    QWidget* tip
+        = *std::find_if(tops.begin(), tops.end(), [](QWidget* w) { return w->inherits("QTipLabel"); });
     QVERIFY(contrast(tip->palette().color(QPalette::ToolTipText), tip->palette().color(QPalette::ToolTipBase))
         >= 4.5);
     save(tip, u"tooltip"_qs);
