@@ -1,5 +1,6 @@
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
+#include "common/TestFiles.h"
 #include "files/ResultFolder.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
@@ -17,13 +18,6 @@
 
 namespace {
 
-void touch(const QString& path, int size = 10)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(QByteArray(size, 'x'));
-}
-
 // Drops file URLs on a table's viewport at `position`, as the file manager does.
 bool drop(FileTableView* table, const QStringList& paths, QPoint position)
 {
@@ -38,7 +32,8 @@ bool drop(FileTableView* table, const QStringList& paths, QPoint position)
     QApplication::sendEvent(table->viewport(), &move);
     if (!move.isAccepted())
         return false;
-    QDropEvent dropEvent(QPointF(position), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QDropEvent dropEvent(
+        QPointF(position), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(table->viewport(), &dropEvent);
     return dropEvent.isAccepted();
 }
@@ -69,7 +64,7 @@ void TestFileScreens::initTestCase()
     m_files = m_home.filePath(u"files"_qs);
     QDir().mkpath(m_files);
     for (const char* name : { "report.pdf", "photo.vx", "notes.txt", "budget.xlsx", "report.pdf.vx" })
-        touch(m_files + u'/' + QString::fromLatin1(name), 2048);
+        TestFiles::write(m_files + u'/' + QString::fromLatin1(name), QByteArray(2048, 'x'));
 }
 
 void TestFileScreens::dropsBetweenRowsOnly()
@@ -102,18 +97,20 @@ void TestFileScreens::oneDialogForSeveralRefusals()
     DecryptViewController screen;
     screen.show();
     FakeDialogs dialogs;
-    QVERIFY(drop(screen.filesToDecryptTable(), { m_files + u"/report.pdf"_qs, m_files + u"/photo.vx"_qs, m_files + u"/notes.txt"_qs },
-                 QPoint(40, 5)));
+    QVERIFY(drop(screen.filesToDecryptTable(),
+        { m_files + u"/report.pdf"_qs, m_files + u"/photo.vx"_qs, m_files + u"/notes.txt"_qs },
+        QPoint(40, 5)));
     QCOMPARE(screen.filesToDecrypt().size(), 1);
     QCOMPARE(dialogs.shown.size(), 1);
     QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Some of the files cannot be added"));
     QCOMPARE(dialogs.shown.at(0).message,
-             QStringLiteral("You can only add encrypted files or files that haven't already been uploaded"));
+        QStringLiteral("You can only add encrypted files or files that haven't already been uploaded"));
     QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Informational);
 
     EncryptViewController encrypt;
     encrypt.addFiles({ m_files + u"/photo.vx"_qs });
-    QCOMPARE(dialogs.shown.at(1).message, QStringLiteral("You can only add files that aren't encrypted or uploaded"));
+    QCOMPARE(dialogs.shown.at(1).message,
+        QStringLiteral("You can only add files that aren't encrypted or uploaded"));
     encrypt.addFiles({});
     QCOMPARE(dialogs.shown.size(), 2);
 }
@@ -139,7 +136,7 @@ void TestFileScreens::chooseFilesStartsInTheRightFolder()
 
 void TestFileScreens::previewAndOpenFolderOpenTheRightPaths()
 {
-    touch(*WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs);
+    TestFiles::write(*WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs, "x");
     FakeDialogs dialogs;
     EncryptViewController encrypt;
     encrypt.resize(1100, 650);
@@ -158,11 +155,13 @@ void TestFileScreens::previewAndOpenFolderOpenTheRightPaths()
     QTRY_COMPARE(decrypt.decryptedFiles().size(), 1);
     FileTableView* results = decrypt.decryptedFilesTable();
     const QRect resultRow = results->visualRect(results->model()->index(0, 0));
-    QTest::mouseClick(results->viewport(), Qt::LeftButton, {}, results->cell()->previewRect(resultRow).center());
+    QTest::mouseClick(
+        results->viewport(), Qt::LeftButton, {}, results->cell()->previewRect(resultRow).center());
     decrypt.openVarnexFolder();
-    QCOMPARE(dialogs.opened, (QStringList { m_files + u"/report.pdf"_qs, *WorkingFolders::encryptedFilesFolder(),
-                                            *WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs,
-                                            *WorkingFolders::decryptedFilesFolder() }));
+    QCOMPARE(dialogs.opened,
+        (QStringList { m_files + u"/report.pdf"_qs, *WorkingFolders::encryptedFilesFolder(),
+            *WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs,
+            *WorkingFolders::decryptedFilesFolder() }));
     QCOMPARE(encrypt.filesToEncrypt().at(0)->isChecked, false); // the eye does not mark
 }
 
