@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
 // What every fuzz target shares: an application object, and a home of its own so that nothing
 // a target writes (settings, scratch folders) lands in the real user's files.
@@ -23,14 +24,20 @@ inline QTemporaryDir& scratch()
     return *dir;
 }
 
-inline void start(int* argc, char*** argv)
+// A broken promise of the code under test: libFuzzer and the replay report the input.
+inline void check(bool ok)
 {
-    scratch();
-    static QCoreApplication* app = new QCoreApplication(*argc, *argv);
-    Q_UNUSED(app);
+    if (!ok)
+        std::abort();
 }
 
 } // namespace FuzzSupport
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+// Included by exactly one file of each target, which defines LLVMFuzzerTestOneInput.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
+{
+    FuzzSupport::scratch();
+    static QCoreApplication* app = new QCoreApplication(*argc, *argv);
+    Q_UNUSED(app);
+    return 0;
+}

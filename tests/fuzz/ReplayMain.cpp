@@ -1,12 +1,15 @@
 // Runs a fuzz target over its corpus without libFuzzer, so that the normal and the sanitized
 // builds replay every saved input (seeds and past crashes) as an ordinary test.
-#include "FuzzSupport.h"
-
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char** argv)
 {

@@ -9,26 +9,15 @@
 #include <QDir>
 #include <QFile>
 
-#include <cstdlib>
 #include <optional>
+
+using FuzzSupport::check;
 
 namespace {
 
 const QByteArray userContent = QByteArrayLiteral("the user's own file");
 
-void check(bool ok)
-{
-    if (!ok)
-        std::abort();
-}
-
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
-{
-    FuzzSupport::start(argc, argv);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

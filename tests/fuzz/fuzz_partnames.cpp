@@ -11,15 +11,10 @@
 #include <QDir>
 #include <QFile>
 
-#include <cstdlib>
+
+using FuzzSupport::check;
 
 namespace {
-
-void check(bool ok)
-{
-    if (!ok)
-        std::abort();
-}
 
 // Only names a file system can hold become files.
 bool touch(const QString& folder, const QString& name)
@@ -32,12 +27,6 @@ bool touch(const QString& folder, const QString& name)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
-{
-    FuzzSupport::start(argc, argv);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -10,24 +10,16 @@
 #include <QJsonObject>
 
 #include <array>
-#include <cstdlib>
 
 namespace {
 
 template <typename T> void describe(const APIResult<T>& result)
 {
     // The description is what the user reads; building it must hold for any answer.
-    if (!result.isSuccess() && result.error().description().isEmpty())
-        std::abort();
+    FuzzSupport::check(result.isSuccess() || !result.error().description().isEmpty());
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
-{
-    FuzzSupport::start(argc, argv);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -17,7 +17,9 @@ class LoopbackClient
 public:
     LoopbackClient(quint16 port, const char* source = "127.0.0.1")
     {
-        m_fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const int late = 1; // the local port is picked at connect: many connections, few ports
+        ::setsockopt(m_fd, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &late, sizeof(late));
         sockaddr_in from {};
         from.sin_family = AF_INET;
         inet_pton(AF_INET, source, &from.sin_addr);
@@ -49,33 +51,47 @@ public:
             && ::send(m_fd, bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL) == bytes.size();
     }
 
-    // Reads what arrives until the listener closes the connection or timeoutMs pass.
+    // The peer is done sending: the listener reads the end of the stream after the bytes.
+    void finishSending() { ::shutdown(m_fd, SHUT_WR); }
+
+    // close() then resets the connection: no time-wait, so thousands of short connections do
+    // not use up the local ports.
+    void resetOnClose()
+    {
+        const linger noLinger { 1, 0 };
+        ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &noLinger, sizeof(noLinger));
+    }
+
+    // Reads what arrives until the listener closes (or resets) the connection or timeoutMs pass.
     QByteArray readUntilClosed(int timeoutMs = 10000)
     {
         QElapsedTimer clock;
         clock.start();
-        while (m_fd >= 0 && !m_closed && clock.elapsed() < timeoutMs)
-            readSome(int(timeoutMs - clock.elapsed()));
+        do
+            waitForAnything(int(std::max<qint64>(0, timeoutMs - clock.elapsed())));
+        while (m_fd >= 0 && !m_closed && clock.elapsed() < timeoutMs);
         return m_received;
+    }
+
+    bool closedByPeer(int timeoutMs = 0)
+    {
+        readUntilClosed(timeoutMs);
+        return m_closed;
     }
 
     // Waits up to timeoutMs for any bytes or the end of the stream; false when nothing came.
     bool waitForAnything(int timeoutMs)
     {
-        const qsizetype before = m_received.size();
-        readSome(timeoutMs);
-        return m_closed || m_received.size() > before;
-    }
-
-    // True when the listener has closed (or reset) the connection.
-    bool closedByPeer(int timeoutMs = 0)
-    {
-        QElapsedTimer clock;
-        clock.start();
-        do
-            readSome(int(std::max<qint64>(0, timeoutMs - clock.elapsed())));
-        while (!m_closed && clock.elapsed() < timeoutMs);
-        return m_closed;
+        pollfd entry { m_fd, POLLIN, 0 };
+        if (m_closed || ::poll(&entry, 1, timeoutMs) <= 0)
+            return m_closed;
+        char buffer[4096];
+        const ssize_t got = ::recv(m_fd, buffer, sizeof(buffer), 0);
+        if (got > 0)
+            m_received.append(buffer, got);
+        else
+            m_closed = true;
+        return true;
     }
 
     QByteArray received() const { return m_received; }
@@ -100,19 +116,6 @@ public:
     }
 
 private:
-    void readSome(int timeoutMs)
-    {
-        pollfd entry { m_fd, POLLIN, 0 };
-        if (m_fd < 0 || ::poll(&entry, 1, timeoutMs) <= 0)
-            return;
-        char buffer[4096];
-        const ssize_t got = ::recv(m_fd, buffer, sizeof(buffer), 0);
-        if (got > 0)
-            m_received.append(buffer, got);
-        else
-            m_closed = true;
-    }
-
     int m_fd = -1;
     bool m_closed = false;
     QByteArray m_received;
