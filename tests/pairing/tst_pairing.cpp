@@ -1,0 +1,626 @@
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "common/LogCapture.h"
+#include "common/PhoneSimProcess.h"
+#include "common/SignalCounter.h"
+#include "pairing/ListenerRequestHandler.h"
+#include "pairing/LoopbackClient.h"
+#include "pairing/MobileDeviceListener.h"
+#include "pairing/PairingGate.h"
+#include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsController.h"
+
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+#include <QTimer>
+
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+// The pairing port as phones, web pages and hostile hosts on the LAN reach it: real sockets
+// from several loopback addresses.
+class TestPairing : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void pairingExtraction_data();
+    void pairingExtraction();
+    void pairingOverHttp();
+    void pairingMessageFields_data();
+    void pairingMessageFields();
+    void refusedRequestsChangeNothing_data();
+    void refusedRequestsChangeNothing();
+    void oneRequestPerConnection_data();
+    void oneRequestPerConnection();
+    void slowHeadIsDroppedWhileAnotherPeerPairs();
+    void connectionCaps();
+    void pairingBurstsAnswer429UntilTheWindowPasses();
+    void concurrentRequests();
+    void busyPortIsReportedAndTolerated();
+    void anotherPhoneWaitsForTheUser_data();
+    void anotherPhoneWaitsForTheUser();
+    void changeSignalBurstsAreCoalesced_data();
+    void changeSignalBurstsAreCoalesced();
+
+private:
+    int post(const QByteArray& path, const QByteArray& body);
+    int pair(const QString& ip, const QString& email, const QString& name,
+        const QString& baseURL = u"http://10.0.0.7:8080/"_qs);
+    std::unique_ptr<MobileDeviceListener> m_listener;
+    std::unique_ptr<PhoneSimProcess> m_sim; // started by the first test that needs the phone
+};
+
+namespace {
+
+const QByteArray phoneMessage
+    = R"({"ip":"10.0.0.7","mobileDeviceName":"My phone","email":"ann@example.com","baseURL":"http://10.0.0.7:8080/"})";
+
+QByteArray pairingRequest(const QByteArray& body, const QByteArray& headers = {})
+{
+    return LoopbackClient::request("POST", "/myInformation", body, headers);
+}
+
+void verifyNothingChanged()
+{
+    QVERIFY(!Session::instance().isPhoneConnected());
+    QCOMPARE(Session::instance().phoneIPAddress(), QString());
+    QCOMPARE(Settings::string(Settings::userEmailKey), std::nullopt);
+    QCOMPARE(Settings::string(Settings::baseUrlKey), std::nullopt);
+}
+
+// The phone's GET requests whose path contains `pathPart`.
+int fetches(PhoneSimProcess& sim, const QString& pathPart)
+{
+    int n = 0;
+    for (const auto& r : sim.requests()) {
+        const QJsonObject request = r.toObject();
+        n += request.value(u"method").toString() == u"GET"
+            && request.value(u"path").toString().contains(pathPart);
+    }
+    return n;
+}
+
+} // namespace
+
+void TestPairing::init()
+{
+    Settings::open()->clear();
+    Session::instance().resetForTesting();
+    PairingGate::instance().resetForTesting();
+    m_listener = std::make_unique<MobileDeviceListener>(0);
+    QVERIFY(m_listener->start());
+    QVERIFY(m_listener->port() > 0);
+}
+
+int TestPairing::post(const QByteArray& path, const QByteArray& body)
+{
+    return LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", path, body));
+}
+
+int TestPairing::pair(const QString& ip, const QString& email, const QString& name, const QString& baseURL)
+{
+    QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name }, { u"baseURL"_qs, baseURL } };
+    if (!email.isNull())
+        message.insert(u"email"_qs, email);
+    return post("/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact));
+}
+
+void TestPairing::pairingExtraction_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<bool>("accepted");
+    QTest::addColumn<QString>("ip");
+    QTest::addColumn<QString>("name");
+    const auto row = [](const char* tag, const QByteArray& body, bool accepted, const char* ip = "",
+                         const char* name = "") {
+        QTest::newRow(tag) << body << accepted << QString::fromUtf8(ip) << QString::fromUtf8(name);
+    };
+    row("all members",
+        R"({"ip":"10.0.0.7","mobileDeviceName":"Ann’s phone","email":"a@b.c","baseURL":"http://10.0.0.7:8080/"})",
+        true, "10.0.0.7", "Ann’s phone");
+    row("pretty printed", "{\n  \"ip\" : \"1.2.3.4\"\n}\n", true, "1.2.3.4");
+    row("no members", "{}", true);
+    row("non-string members", R"({"ip":5,"mobileDeviceName":null})", true);
+    row("text before object", R"(x={"ip":"1.1.1.1"})", true, "1.1.1.1");
+    row("array of objects", R"([{"ip":"1.1.1.1"}])", false);
+    row("nested object", R"({"ip":"1.1.1.1","x":{"y":1}})", false);
+    // Only a "{" cuts the text, so an array of plain values slips through, as it always has.
+    row("array of scalars", R"({"ip":"1.1.1.1","x":[1]})", true, "1.1.1.1");
+    row("brace in string", R"({"ip":"1.{1"})", false);
+    row("no brace", "ip=1.1.1.1", false);
+    row("empty", QByteArray(), false);
+    row("only brace", "{", false);
+    row("not json", "{ip:1}", false);
+    row("trailing text", R"({"ip":"1"} tail)", false);
+}
+
+void TestPairing::pairingExtraction()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(bool, accepted);
+    const auto message = parsePairingMessage("POST", "/myInformation", body);
+    QCOMPARE(message.has_value(), accepted);
+    if (message) {
+        QTEST(message->ip, "ip");
+        QTEST(message->mobileDeviceName, "name");
+    }
+}
+
+void TestPairing::pairingOverHttp()
+{
+    SignalCounter connected(&Session::instance(), &Session::phoneConnectedChanged);
+    LoopbackClient client(m_listener->port());
+    QVERIFY(client.send(pairingRequest(phoneMessage)));
+    const QByteArray answer = client.readUntilClosed();
+    QCOMPARE(client.status(), 200);
+    QVERIFY(answer.endsWith("Content-Length: 0\r\n\r\n")); // no body, and the connection closed
+    Session& session = Session::instance();
+    QCOMPARE(session.phoneIPAddress(), QStringLiteral("10.0.0.7"));
+    QCOMPARE(session.mobileDeviceName(), QStringLiteral("My phone"));
+    QCOMPARE(Settings::string(Settings::userEmailKey), QStringLiteral("ann@example.com"));
+    QCOMPARE(Settings::string(Settings::baseUrlKey), QStringLiteral("http://10.0.0.7:8080/"));
+    QVERIFY(session.isPhoneConnected());
+    QTRY_COMPARE(connected.count(), 1);
+
+    // Back on the pairing screen, a message with an empty e-mail keeps the stored one.
+    session.setPhoneConnected(false);
+    QCOMPARE(pair(u"10.0.0.8"_qs, u""_qs, u"Other"_qs), 200);
+    QCOMPARE(session.mobileDeviceName(), QStringLiteral("Other"));
+    QCOMPARE(Settings::string(Settings::userEmailKey), QStringLiteral("ann@example.com"));
+}
+
+void TestPairing::pairingMessageFields_data()
+{
+    QTest::addColumn<QString>("ip");
+    QTest::addColumn<QString>("baseURL");
+    QTest::addColumn<QString>("logged"); // the one log line, or its beginning when it ends in ": "
+    const auto row = [](const char* tag, const QString& ip, const QString& baseURL, const QString& logged) {
+        QTest::newRow(tag) << ip << baseURL << logged;
+    };
+    // "ip" must be an IPv4 literal in a local range, or the message answers 400 and changes nothing.
+    const QString url = u"http://10.0.0.7:8080/"_qs;
+    const QString set = u"[BaseUrlStore] ✅ Base URL set: http://10.0.0.7:8080/"_qs;
+    const QString refused = u"[MobileDeviceListener] Refused a pairing message from 127.0.0.1: "_qs;
+    row("private 10/8", u"10.0.0.7"_qs, url, set);
+    row("private 172.16/12", u"172.31.255.1"_qs, url, set);
+    row("private 192.168/16", u"192.168.1.20"_qs, url, set);
+    row("link-local", u"169.254.10.1"_qs, url, set);
+    row("shared 100.64/10", u"100.127.0.1"_qs, url, set);
+    row("loopback", u"127.0.0.1"_qs, url, set);
+    for (const char* ip : { "172.32.0.1", "100.128.0.1", "8.8.8.8", "evil.example", "evil.example:80/#",
+             "10.0.0.7:80", "10.0.0.7/x", "::1", "fe80::1", "010.0.0.7", "10.0.0.256", "10.0.7", "10.0.0.7.1",
+             "167772167", " 10.0.0.7", "" })
+        row(ip, QString::fromLatin1(ip), url, refused);
+    row("line break", u"10.0.0.7\n[MobileDeviceListener] forged"_qs, url, refused);
+    // A bad base URL is logged escaped, and the pairing stands with the stored base URL.
+    const QString invalid = u"[BaseUrlStore] ❌ ERROR: Invalid URL format: "_qs;
+    for (const char* bad : { "http://new host/", "file:///home/ann/", "ftp://10.0.0.7/", "10.0.0.7:8080/",
+             "javascript:alert(1)" })
+        row(bad, u"10.0.0.7"_qs, QString::fromUtf8(bad), invalid + QString::fromUtf8(bad));
+    row("forged log line", u"10.0.0.7"_qs, u"x\n[BaseUrlStore] ✅ Base URL set: http://evil/"_qs,
+        invalid + u"x\\u000a[BaseUrlStore] ✅ Base URL set: http://evil/");
+    row("terminal escape", u"10.0.0.7"_qs, u"\x1b[2Jhttp://a/"_qs, invalid + u"\\u001b[2Jhttp://a/");
+}
+
+void TestPairing::pairingMessageFields()
+{
+    QFETCH(QString, ip);
+    QFETCH(QString, baseURL);
+    QFETCH(QString, logged);
+    const bool accepted = !logged.startsWith(u"[MobileDeviceListener]");
+    Settings::setString(Settings::baseUrlKey, QStringLiteral("http://old:8080/"));
+    LogCapture log;
+    QCOMPARE(pair(ip, u"e@x.y"_qs, u"Phone"_qs, baseURL), accepted ? 200 : 400);
+    QCOMPARE(Session::instance().isPhoneConnected(), accepted);
+    QCOMPARE(Session::instance().phoneIPAddress(), accepted ? ip : QString());
+    QCOMPARE(Settings::string(Settings::userEmailKey), accepted ? std::optional(u"e@x.y"_qs) : std::nullopt);
+    const bool urlSet = logged.startsWith(u"[BaseUrlStore] ✅");
+    QCOMPARE(Settings::string(Settings::baseUrlKey), urlSet ? baseURL : u"http://old:8080/"_qs);
+    QCOMPARE(log.lines().size(), 1);
+    const QString line = log.lines().at(0);
+    QVERIFY2(logged.endsWith(u": ") ? line.startsWith(logged) : line == logged, qPrintable(line));
+    QVERIFY2(!line.contains(u'\n'), qPrintable(line)); // peer text cannot forge log lines
+}
+
+void TestPairing::refusedRequestsChangeNothing_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<int>("status"); // 0: dropped unanswered
+    QTest::addColumn<bool>("oneAnswer");
+    const auto row = [](const char* tag, const QByteArray& bytes, int status, bool oneAnswer = true) {
+        QTest::newRow(tag) << bytes << status << oneAnswer;
+    };
+    row("array", pairingRequest(R"([{"ip":"10.9.9.9"}])"), 400);
+    row("nested", pairingRequest(R"({"ip":"10.9.9.9","n":{"a":1}})"), 400);
+    row("no ip", pairingRequest(R"({"mobileDeviceName":"x"})"), 400);
+    row("GET", LoopbackClient::request("GET", "/myInformation", phoneMessage), 404);
+    row("PUT", LoopbackClient::request("PUT", "/myInformation", phoneMessage), 404);
+    row("unknown path", LoopbackClient::request("POST", "/myInformation/", phoneMessage), 404);
+    row("from a web page", pairingRequest(phoneMessage, "Origin: http://evil.example\r\n"), 403);
+    row("null origin", pairingRequest(phoneMessage, "Origin: null\r\n"), 403);
+    row("gzip", pairingRequest(phoneMessage, "Content-Encoding: gzip\r\n"), 415);
+    row("deflate", pairingRequest(phoneMessage, "Content-Encoding: deflate\r\n"), 415);
+    row("body over 64 KiB",
+        pairingRequest(R"({"ip":"10.9.9.9","pad":")" + QByteArray(65 * 1024, 'x') + R"("})"), 413);
+    row("length over 64 KiB, nothing sent",
+        "POST /myInformation HTTP/1.1\r\nHost: d\r\nContent-Length: 70000\r\n\r\n", 413);
+    row("chunked",
+        "POST /myInformation HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: "
+        "chunked\r\n\r\n5\r\n{\"ip\"\r\n0\r\n\r\n",
+        413);
+    row("head just over 8 KiB", pairingRequest(phoneMessage, "X-Pad: " + QByteArray(8200, 'a') + "\r\n"),
+        431);
+    row("head of 20 KiB", pairingRequest(phoneMessage, "X-Pad: " + QByteArray(20000, 'a') + "\r\n"), 431);
+    QByteArray manyHeaders;
+    for (int i = 0; i < 2000; ++i)
+        manyHeaders += "A" + QByteArray::number(i) + ": b\r\n";
+    row("2000 header lines", pairingRequest(phoneMessage, manyHeaders), 431);
+    // Without a length the body is not read: an empty body is no pairing message, and the
+    // valid message after the head is never looked at.
+    row("pairing without length", "POST /myInformation HTTP/1.1\r\nHost: d\r\n\r\n" + phoneMessage, 400);
+    // Malformed requests never crash the listener; those it cannot read it drops unanswered. An
+    // unreadable length gets the server library's own answer, whose head it sends twice.
+    row("binary garbage", QByteArray("\x00\x01\x02\xff garbage\r\n\r\n", 17), 0);
+    row("negative length", "POST /myInformation HTTP/1.1\r\nContent-Length: -5\r\n\r\n{}", 400, false);
+    row("length not a number", "POST /myInformation HTTP/1.1\r\nContent-Length: 1e3\r\n\r\n{}", 400, false);
+    row("body cut short", "POST /myInformation HTTP/1.1\r\nContent-Length: 10\r\n\r\n{\"i", 0);
+    row("two lengths", "POST /myInformation HTTP/1.1\r\nContent-Length: 5\r\nContent-Length: 500\r\n\r\n{}",
+        0);
+    row("unknown version", "GET / HTTP/9.9\r\nX: \r\n\r\n", 505);
+    row("folded header", "POST /myInformation HTTP/1.1\r\n Folded: x\r\n\r\n", 400);
+    row("20 KiB request line", QByteArray(20000, 'A') + "\r\n\r\n", 414);
+}
+
+void TestPairing::refusedRequestsChangeNothing()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, status);
+    QFETCH(bool, oneAnswer);
+    LoopbackClient client(m_listener->port());
+    client.send(bytes);
+    if (status != 0) {
+        const QByteArray answer = client.readUntilClosed();
+        QTEST(client.status(), "status");
+        QVERIFY2(client.closedByPeer(), "the listener must answer and close the connection");
+        QVERIFY(!oneAnswer || answer.count("HTTP/1.1 ") == 1);
+    }
+    client.close();
+    verifyNothingChanged();
+    QCOMPARE(post("/updateAssociates", "anything at all [{"), 200); // and the listener still serves
+}
+
+void TestPairing::oneRequestPerConnection_data()
+{
+    QTest::addColumn<QByteArray>("head");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("more"); // sent after the answer, on the same connection
+    QTest::addColumn<int>("groupsSignals");
+    // A page's POST carries Origin; its body is a whole pairing request without one, which must
+    // never be parsed as a second request.
+    const QByteArray inner = pairingRequest(phoneMessage);
+    QTest::newRow("refused head, a request in its body")
+        << "POST /updateGroups HTTP/1.1\r\nHost: d\r\nOrigin: http://evil.example\r\nContent-Length: "
+            + QByteArray::number(inner.size()) + "\r\n\r\n"
+        << 403 << inner << 0;
+    QTest::newRow("change signal without length")
+        << QByteArray("POST /updateGroups HTTP/1.1\r\nHost: d\r\n\r\n") << 200
+        << inner + QByteArray(100 * 1024, 'x') << 1;
+}
+
+void TestPairing::oneRequestPerConnection()
+{
+    QFETCH(QByteArray, head);
+    QFETCH(QByteArray, more);
+    QFETCH(int, groupsSignals);
+    SignalCounter connected(&Session::instance(), &Session::phoneConnectedChanged);
+    SignalCounter groups(&Session::instance(), &Session::groupsUpdated);
+    LoopbackClient client(m_listener->port());
+    client.send(head);
+    QVERIFY(client.waitForAnything(5000));
+    QTEST(client.status(), "status");
+    client.send(more); // may fail once the listener has closed: either way it must not count
+    QCOMPARE(client.readUntilClosed().count("HTTP/1.1 "), 1);
+    QVERIFY(client.closedByPeer());
+    QCOMPARE(post("/updateAssociates", ""), 200); // the listener is idle and well
+    QTRY_COMPARE(groups.count(), groupsSignals);
+    QCOMPARE(connected.count(), 0);
+    verifyNothingChanged();
+}
+
+void TestPairing::slowHeadIsDroppedWhileAnotherPeerPairs()
+{
+    // One byte every 200 ms: the library's idle time-out alone would never fire.
+    LoopbackClient slow(m_listener->port(), "127.0.0.2");
+    LoopbackClient idle(m_listener->port(), "127.0.0.2");
+    QElapsedTimer clock;
+    clock.start();
+    const QByteArray head = "POST /myInformation HTTP/1.1\r\nHost: d\r\nX-Slow: " + QByteArray(100, 'a');
+    int sent = 0;
+    QTimer drip;
+    drip.setInterval(200);
+    connect(&drip, &QTimer::timeout, this, [&] {
+        if (sent < head.size())
+            slow.send(head.mid(sent++, 1));
+    });
+    drip.start();
+
+    QTRY_VERIFY(sent >= 3);
+    QElapsedTimer pairing;
+    pairing.start();
+    QCOMPARE(post("/myInformation", phoneMessage), 200);
+    QVERIFY2(pairing.elapsed() < 1000, "another peer's slow head must not delay the phone");
+    QVERIFY(Session::instance().isPhoneConnected());
+
+    QTRY_VERIFY_WITH_TIMEOUT(slow.closedByPeer(), 10000);
+    const qint64 dropped = clock.elapsed();
+    QVERIFY2(dropped >= 4500 && dropped < 7500, qPrintable(QString::number(dropped)));
+    QVERIFY(slow.received().isEmpty()); // dropped, not answered
+    QVERIFY(idle.closedByPeer(3000));
+}
+
+void TestPairing::connectionCaps()
+{
+    // Sixteen connections from one host fill its share: the next is closed, other hosts are served.
+    std::vector<std::unique_ptr<LoopbackClient>> held;
+    for (int i = 0; i < 16; ++i)
+        held.push_back(std::make_unique<LoopbackClient>(m_listener->port(), "127.0.1.1"));
+    LoopbackClient surplus(m_listener->port(), "127.0.1.1");
+    QVERIFY(surplus.closedByPeer(5000));
+    QCOMPARE(post("/updateAssociates", ""), 200);
+
+    // 256 connections from 16 hosts fill the listener; the next host waits for room.
+    for (int host = 2; host <= 16; ++host) {
+        const QByteArray source = "127.0.1." + QByteArray::number(host);
+        for (int i = 0; i < 16; ++i)
+            held.push_back(std::make_unique<LoopbackClient>(m_listener->port(), source.constData()));
+    }
+    LoopbackClient waiting(m_listener->port(), "127.0.2.1");
+    waiting.send(pairingRequest(phoneMessage));
+    QVERIFY(!waiting.waitForAnything(500));
+    QVERIFY(!Session::instance().isPhoneConnected());
+    held.pop_back();
+    waiting.readUntilClosed();
+    QCOMPARE(waiting.status(), 200);
+    QVERIFY(Session::instance().isPhoneConnected());
+
+    // The held connections are real, served ones.
+    held.front()->send(LoopbackClient::request("POST", "/updateGroups", {}));
+    held.front()->readUntilClosed();
+    QCOMPARE(held.front()->status(), 200);
+}
+
+void TestPairing::pairingBurstsAnswer429UntilTheWindowPasses()
+{
+    ListenerLimits limits;
+    limits.pairingWindow = 1500ms; // the rule's 10 seconds, shortened
+    MobileDeviceListener listener(0, limits);
+    QVERIFY(listener.start());
+    auto pair = [&](const char* name, const char* source = "127.0.0.1") {
+        const QByteArray body
+            = R"({"ip":"10.0.0.7","email":"ann@example.com","mobileDeviceName":")" + QByteArray(name) + "\"}";
+        return LoopbackClient::exchange(listener.port(), pairingRequest(body), source);
+    };
+    for (int i = 0; i < 10; ++i)
+        QCOMPARE(pair("Phone"), 200);
+    QCOMPARE(pair("Eleventh"), 429);
+    QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Phone"));
+    // Change signals and other peers are not held back.
+    QCOMPARE(
+        LoopbackClient::exchange(listener.port(), LoopbackClient::request("POST", "/updateGroups", {})), 200);
+    QCOMPARE(pair("Other host", "127.0.0.9"), 200);
+    // The window slides: once the oldest message leaves it, one more is let through. (QTRY
+    // evaluates its condition once more after success, hence the remembered status.)
+    int status = 0;
+    auto recovered = [&] {
+        if (status != 200)
+            status = pair("Recovered");
+        return status == 200;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(recovered(), 5000);
+    QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Recovered"));
+}
+
+void TestPairing::concurrentRequests()
+{
+    std::vector<std::thread> clients;
+    std::atomic<int> ok { 0 };
+    const quint16 port = m_listener->port();
+    for (int i = 0; i < 8; ++i) {
+        clients.emplace_back([port, i, &ok] {
+            const QByteArray source = "127.0.3." + QByteArray::number(i + 1);
+            for (int n = 0; n < 20; ++n) {
+                const QByteArray body
+                    = "{\"ip\":\"10.0." + QByteArray::number(i) + "." + QByteArray::number(n) + "\"}";
+                const QByteArray path = n % 2 ? "/myInformation" : "/updateGroups";
+                if (LoopbackClient::exchange(
+                        port, LoopbackClient::request("POST", path, body), source.constData())
+                    == 200)
+                    ++ok;
+            }
+        });
+    }
+    for (auto& c : clients)
+        c.join();
+    QCOMPARE(ok.load(), 160);
+    QVERIFY(Session::instance().phoneIPAddress().startsWith(u"10.0."));
+}
+
+void TestPairing::busyPortIsReportedAndTolerated()
+{
+    LogCapture log;
+    MobileDeviceListener second(m_listener->port());
+    QVERIFY(!second.start());
+    QCOMPARE(log.lines().size(), 1);
+    QVERIFY(log.lines().at(0).contains(QString::number(m_listener->port())));
+    QCOMPARE(post("/updateGroups", ""), 200);
+}
+
+// Who may take the place of the connected phone, and when.
+void TestPairing::anotherPhoneWaitsForTheUser_data()
+{
+    QTest::addColumn<QString>("ip");
+    QTest::addColumn<QString>("email");
+    QTest::addColumn<QString>("end"); // how the waiting request ends
+    QTest::addColumn<bool>("switched");
+    QTest::addColumn<bool>("connected");
+    const QString eve = u"eve@example.com"_qs;
+    QTest::newRow("other phone, Switch") << "10.0.0.99" << eve << "Switch" << true << true;
+    QTest::newRow("same user, other address, Switch") << "10.0.0.99"
+                                                      << "ann@example.com"
+                                                      << "Switch" << true << true;
+    QTest::newRow("same address, other user, Ignore") << "10.0.0.7" << eve << "Ignore" << false << true;
+    QTest::newRow("same address, no e-mail, no answer")
+        << "10.0.0.7" << QString() << "no answer" << false << true;
+    QTest::newRow("a newer request") << "10.0.0.99" << eve << "newer" << false << true;
+    QTest::newRow("phone lost") << "10.0.0.99" << eve << "lost" << false << false; // the watchdog's doing
+    QTest::newRow("Disconnect") << "10.0.0.99" << eve << "Disconnect" << false << false;
+}
+
+void TestPairing::anotherPhoneWaitsForTheUser()
+{
+    QFETCH(QString, ip);
+    QFETCH(QString, email);
+    QFETCH(QString, end);
+    QFETCH(bool, switched);
+    QFETCH(bool, connected);
+    PairingGate& gate = PairingGate::instance();
+    gate.setHoldTimeForTesting(end == u"no answer" || end == u"newer" ? 400ms : 60s);
+    QCOMPARE(pair(u"10.0.0.7"_qs, u"ann@example.com"_qs, u"Ann's phone"_qs), 200);
+    QVERIFY(Session::instance().isPhoneConnected());
+    SignalCounter pendingChanged(&gate, &PairingGate::pendingChanged);
+    SignalCounter flag(&Session::instance(), &Session::phoneConnectedChanged);
+    SignalCounter applied(&gate, &PairingGate::pairingApplied);
+
+    QCOMPARE(pair(ip, email, u"Other"_qs, u"http://10.0.0.99:8080/"_qs), 200); // answered either way
+    QTRY_COMPARE(pendingChanged.count(), 1);
+    QCOMPARE(gate.pending().value_or(PendingPairing {}).message.ip, ip);
+    QCOMPARE(gate.pending()->peer, QStringLiteral("127.0.0.1"));
+    const quint64 id = gate.pending()->id;
+    const auto verifyPhone
+        = [](const QString& ip, const QString& name, const QString& email, const QString& baseURL) {
+              QCOMPARE(Session::instance().phoneIPAddress(), ip);
+              QCOMPARE(Session::instance().mobileDeviceName(), name);
+              QCOMPARE(Settings::string(Settings::userEmailKey), email);
+              QCOMPARE(Settings::string(Settings::baseUrlKey), baseURL);
+          };
+    // Nothing of the other phone's is stored until the user says so.
+    const QString annUrl = u"http://10.0.0.7:8080/"_qs;
+    verifyPhone(u"10.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
+
+    if (end == u"Switch") {
+        QVERIFY(gate.acceptPending(id));
+    } else if (end == u"Ignore") {
+        gate.ignorePending(id);
+    } else if (end == u"newer") {
+        QCOMPARE(pair(u"10.0.0.98"_qs, email, u"Second"_qs), 200);
+        QTRY_COMPARE(gate.pending().value_or(PendingPairing {}).message.mobileDeviceName, u"Second"_qs);
+        QVERIFY(!gate.acceptPending(id)); // a Switch meant for the first must not apply the second
+    } else if (end == u"lost") {
+        Session::instance().setPhoneConnected(false);
+    } else if (end == u"Disconnect") {
+        gate.disconnect();
+        QVERIFY(!gate.pending());
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(!gate.pending(), 5000);
+    QVERIFY(!gate.acceptPending(id)); // a late Switch does nothing
+    QCOMPARE(Session::instance().isPhoneConnected(), connected);
+    QTRY_COMPARE(flag.count(), connected ? 0 : 1);
+    QTRY_COMPARE(applied.count(), switched ? 1 : 0);
+    // Disconnect keeps the stored values, as after a lost phone.
+    if (switched)
+        verifyPhone(ip, u"Other"_qs, email, u"http://10.0.0.99:8080/"_qs);
+    else
+        verifyPhone(u"10.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
+
+    // Who pairs at once now: the connected phone, or on the pairing screen any phone.
+    const QString againIp = connected ? Session::instance().phoneIPAddress() : u"10.0.0.50"_qs;
+    const QString againEmail = connected ? *Settings::string(Settings::userEmailKey) : u"zoe@example.com"_qs;
+    QCOMPARE(pair(againIp, againEmail, u"Again"_qs), 200);
+    QCOMPARE(Session::instance().phoneIPAddress(), againIp);
+    QCOMPARE(Session::instance().mobileDeviceName(), u"Again"_qs);
+    QVERIFY(!gate.pending());
+}
+
+// The phone's change signals, sent as fast as a host can send them, against the fetches they
+// cause on the phone (counted from the simulator's request log).
+void TestPairing::changeSignalBurstsAreCoalesced_data()
+{
+    QTest::addColumn<int>("signals");
+    QTest::addColumn<int>("pauseMs"); // between two signals of a kind
+    QTest::addColumn<int>("usersDelayMs"); // how long the phone takes to list its users
+    QTest::newRow("one of each") << 1 << 0 << 0;
+    QTest::newRow("a flood of 100 each") << 100 << 0 << 0;
+    // Half a second's look: a steady stream gives a fetch per look, not per signal.
+    QTest::newRow("a stream for a second") << 100 << 10 << 0;
+    // One fetch in flight: a slow phone is not sent a second request before it answers.
+    QTest::newRow("a stream while the phone is slow") << 60 << 50 << 1000;
+}
+
+void TestPairing::changeSignalBurstsAreCoalesced()
+{
+    QFETCH(int, signals);
+    QFETCH(int, pauseMs);
+    QFETCH(int, usersDelayMs);
+    if (!m_sim)
+        m_sim = std::make_unique<PhoneSimProcess>();
+    QVERIFY(m_sim->isRunning());
+    Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
+    Settings::setString(Settings::userEmailKey, u"alex.morgan@example.com"_qs);
+    Session::instance().setPhoneIPAddress(u"127.0.0.1"_qs);
+    Session::instance().setPhoneServicePortForTesting(m_sim->port());
+    Session::instance().setPhoneConnected(true);
+    m_sim->clearFaults();
+    if (usersDelayMs > 0)
+        QVERIFY(m_sim->setFault({ { u"path"_qs, u"/getUsers"_qs }, { u"delayMs"_qs, usersDelayMs } }));
+    AssociationsStore store;
+    RecipientsController controller(&store);
+    m_sim->clearRequests();
+
+    // The phone's signals come from a timer on this thread (or all at once), so the
+    // controller's own replies are handled in between, as in the program.
+    int sent = 0;
+    QElapsedTimer stream;
+    stream.start();
+    QTimer phone;
+    phone.setInterval(pauseMs);
+    connect(&phone, &QTimer::timeout, this, [&] {
+        do {
+            post("/updateAssociates", {});
+            post("/updateGroups", {});
+        } while (++sent < signals && pauseMs == 0);
+        if (sent == signals)
+            phone.stop();
+    });
+    phone.start();
+    QTRY_VERIFY_WITH_TIMEOUT(sent == signals, 20000);
+    const qint64 streamMs = stream.elapsed();
+    QTRY_VERIFY_WITH_TIMEOUT(fetches(*m_sim, u"/getUsers"_qs) >= 1 && !controller.isBusy(), 20000);
+
+    // A look every half second, and never a second users fetch before the first answered:
+    // the fetches follow the stream's length and the phone's pace, not the signals' count.
+    // Each users reply refreshes the groups once more.
+    const qint64 looks = streamMs / RecipientsController::changeSignalDebounceMilliseconds + 2;
+    const qint64 answers = usersDelayMs > 0 ? streamMs / usersDelayMs + 2 : looks;
+    const int users = fetches(*m_sim, u"/getUsers"_qs);
+    const int groups = fetches(*m_sim, u"/groups/"_qs);
+    const QByteArray counts = QStringLiteral("%1 signals each in %2 ms: %3 users and %4 groups fetches")
+                                  .arg(signals)
+                                  .arg(streamMs)
+                                  .arg(users)
+                                  .arg(groups)
+                                  .toUtf8();
+    qInfo("%s", counts.constData());
+    QVERIFY2(users >= 1 && users <= std::min(looks, answers), counts.constData());
+    QVERIFY2(groups >= 1 && groups <= 2 * looks, counts.constData());
+    QVERIFY(!store.users.isEmpty());
+    m_sim->clearFaults();
+}
+
+QTEST_GUILESS_MAIN(TestPairing)
+#include "tst_pairing.moc"
