@@ -1,0 +1,440 @@
+#include "api/AnswerJudging.h"
+#include "api/NetworkClient.h"
+#include "api/RecordDecoding.h"
+#include "app/Settings.h"
+#include "app/Translations.h"
+#include "common/PhoneSimProcess.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTcpServer>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Runs one call and waits for its single completion.
+template <typename T, typename Call> std::optional<APIResult<T>> await(Call call, int timeoutMs = 10000)
+{
+    std::optional<APIResult<T>> result;
+    int completions = 0;
+    call([&](const APIResult<T>& r) {
+        result = r;
+        ++completions;
+    });
+    if (!QTest::qWaitFor([&] { return completions > 0; }, timeoutMs))
+        return std::nullopt;
+    // A second completion would follow at once, from the same event loop pass or the next.
+    if (QTest::qWaitFor([&] { return completions > 1; }, 100))
+        return std::nullopt;
+    return result;
+}
+
+// What a call's result comes to, for comparing with a table: "ok", "decoding" for a body
+// that did not decode, otherwise the text the user reads.
+template <typename T> QString outcomeOf(const APIResult<T>& result)
+{
+    if (result.isSuccess())
+        return QStringLiteral("ok");
+    const APIError& error = result.error();
+    if (error.kind() == APIError::Kind::decodingError && error.description().startsWith(u"Decoding error: "))
+        return QStringLiteral("decoding");
+    return error.description();
+}
+
+const QString user = QStringLiteral("alex.morgan@example.com");
+const QString notAuthenticated = QStringLiteral("Not authenticated. Please scan QR code with iOS app first.");
+
+} // namespace
+
+// The group API: bodies and answers judged without sockets, then every call against the phone
+// simulator over real sockets.
+class TestApi : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void groupDecoding_data();
+    void groupDecoding();
+    void answerJudging_data();
+    void answerJudging();
+    void groupLifecycleAndWireFormat();
+    void failedExchanges_data();
+    void failedExchanges();
+    void baseUrlIsUsedAsStored();
+    void answersForAGoneScreenAreDropped();
+
+private:
+    std::unique_ptr<PhoneSimProcess> m_sim;
+    QObject m_screen;
+};
+
+void TestApi::initTestCase()
+{
+    installTranslations(*QCoreApplication::instance());
+    m_sim = std::make_unique<PhoneSimProcess>();
+    QVERIFY(m_sim->isRunning());
+}
+
+void TestApi::init()
+{
+    m_sim->clearFaults();
+    m_sim->clearRequests();
+    Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
+    NetworkClient::shared().setTimeouts(
+        NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
+}
+
+void TestApi::groupDecoding_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("group"); // "id name [member id:e-mail...] createdAt msecs", or "refused"
+    const auto row = [](const char* tag, const QByteArray& body, const char* group) {
+        QTest::newRow(tag) << body << QString::fromUtf8(group);
+    };
+    const auto withA
+        = [](const QByteArray& members) -> QByteArray { return "{\"id\":5,\"name\":\"A\"" + members + "}"; };
+    const QByteArray ann = R"({"id":1,"fullName":"Ann Lee","email":"ann@x.org"})";
+    const QByteArray bo = R"({"id":2,"fullName":"Bo Chan","email":"bo@x.org","phoneNumber":null})";
+    // "groupMembers" when it is a list, else "members"; one bad member leaves the group none.
+    row("groupMembers", withA(",\"groupMembers\":[" + ann + "]"), "5 A [1:ann@x.org] -");
+    row("members only", withA(",\"members\":[" + bo + "]"), "5 A [2:bo@x.org] -");
+    row("both", withA(",\"groupMembers\":[" + ann + "],\"members\":[" + bo + "]"), "5 A [1:ann@x.org] -");
+    row("empty groupMembers", withA(",\"groupMembers\":[],\"members\":[" + bo + "]"), "5 A [] -");
+    row("null groupMembers", withA(",\"groupMembers\":null,\"members\":[" + bo + "]"), "5 A [2:bo@x.org] -");
+    row("bad member", withA(",\"groupMembers\":[" + ann + R"(,{"id":3,"fullName":"No Mail"}])"), "5 A [] -");
+    row("no members", withA(""), "5 A [] -");
+    // An unreadable date never fails the group.
+    row("date with fraction", withA(R"(,"createdOn":"2024-03-05T14:07:31.250Z")"), "5 A [] 1709647651250");
+    row("date", withA(R"(,"createdOn":"2024-03-05T14:07:31Z")"), "5 A [] 1709647651000");
+    row("date with offset", withA(R"(,"createdOn":"2024-03-05T15:07:31+01:00")"), "5 A [] 1709647651000");
+    row("epoch milliseconds", withA(R"(,"createdOn":1709647651250)"), "5 A [] 1709647651250");
+    row("not a date", withA(R"(,"createdOn":"next tuesday")"), "5 A [] -");
+    row("date without zone", withA(R"(,"createdOn":"2024-03-05T14:07:31")"), "5 A [] -");
+    row("day only", withA(R"(,"createdOn":"2024-03-05")"), "5 A [] -");
+    row("null date", withA(R"(,"createdOn":null)"), "5 A [] -");
+    row("boolean date", withA(R"(,"createdOn":true)"), "5 A [] -");
+    row("username", withA(R"(,"username":"me@x.org")"), "5 A [] -");
+    row("null username", withA(R"(,"username":null)"), "5 A [] -");
+    row("number username", withA(R"(,"username":5)"), "refused");
+    row("no id", R"({"name":"G"})", "refused");
+    row("string id", R"({"id":"7","name":"G"})", "refused");
+    row("fraction id", R"({"id":7.5,"name":"G"})", "refused");
+    row("no name", R"({"id":7})", "refused");
+    row("error object", R"({"message":"nope"})", "refused");
+    row("array", "[]", "refused");
+    row("not json", "<html>", "refused");
+    // Ids stay exact in 64 bits, in groups, members and request bodies.
+    const auto withId = [](const QByteArray& id) -> QByteArray {
+        return "{\"id\":" + id + ",\"name\":\"G\",\"groupMembers\":[{\"id\":" + id
+            + ",\"fullName\":\"M\",\"email\":\"m@x\"}]}";
+    };
+    row("id 2^53 + 1", withId("9007199254740993"), "9007199254740993 G [9007199254740993:m@x] -");
+    row("largest id", withId("9223372036854775807"), "9223372036854775807 G [9223372036854775807:m@x] -");
+    row("negative id", withId("-9007199254740995"), "-9007199254740995 G [-9007199254740995:m@x] -");
+    row("id beyond 64 bits", withId("18446744073709551616"), "refused");
+}
+
+void TestApi::groupDecoding()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(QString, group);
+    const auto decoded = RecordDecoding::groupBody(body);
+    // One bad element fails a whole list.
+    if (!body.startsWith('['))
+        QCOMPARE(std::holds_alternative<QList<GroupPtr>>(
+                     RecordDecoding::groupListBody("[{\"id\":1,\"name\":\"A\"}," + body + "]")),
+            group != u"refused");
+    if (!std::holds_alternative<GroupPtr>(decoded)) {
+        QCOMPARE(u"refused"_qs, group);
+        return;
+    }
+    const GroupModel& g = *std::get<GroupPtr>(decoded);
+    QStringList members;
+    for (const GroupMemberModel& member : g.groupMembers)
+        members.append(QString::number(member.id) + u':' + member.email);
+    const QString created = g.createdAt ? QString::number(g.createdAt->toMSecsSinceEpoch()) : u"-"_qs;
+    QCOMPARE(QStringLiteral("%1 %2 [%3] %4").arg(g.id).arg(g.name, members.join(u' '), created), group);
+    QCOMPARE(QJsonDocument(AddUsersToGroupRequest { { g.id } }.toJson()).toJson(QJsonDocument::Compact),
+        "{\"users\":[" + QByteArray::number(g.id) + "]}");
+}
+
+void TestApi::answerJudging_data()
+{
+    QTest::addColumn<QString>("call"); // mapFailure, or the judging of a record, a list or no content
+    QTest::addColumn<int>("status"); // 0: no answer
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("failure");
+    QTest::addColumn<QString>("outcome"); // "ok N" (the id or the count), "decoding" or what the user reads
+    const auto row = [](const char* tag, const char* call, int status, const QByteArray& body,
+                         const char* failure, const char* outcome) {
+        QTest::newRow(tag) << QString::fromUtf8(call) << status << body << QString::fromUtf8(failure)
+                           << QString::fromUtf8(outcome);
+    };
+    const char* notAuthenticated = "Not authenticated. Please scan QR code with iOS app first.";
+    row("400 message", "map", 400, R"({"message":"Name missing"})", "", "Bad request: Name missing");
+    row("400 error member", "map", 400, R"({"error":"Oops"})", "", "Bad request: Oops");
+    row("400 message wins", "map", 400, R"({"error":"E","message":"M"})", "", "Bad request: M");
+    row("400 non-string message", "map", 400, R"({"message":5})", "", R"(Bad request: {"message":5})");
+    row("400 plain text", "map", 400, "plain words", "", "Bad request: plain words");
+    row("400 no body", "map", 400, "", "", "Bad request: Bad request");
+    row("400 not UTF-8", "map", 400, "\xff\xfe", "", "Bad request: Bad request");
+    row("401", "map", 401, R"({"message":"x"})", "", notAuthenticated);
+    row("403", "map", 403, "", "", notAuthenticated);
+    row("404", "map", 404, "", "", "Not found: Resource not found");
+    row("404 message", "map", 404, R"({"message":"Group 9"})", "", "Not found: Group 9");
+    row("409", "map", 409, "", "", "Conflict: A group with this name already exists");
+    row("409 message", "map", 409, R"({"message":"Taken"})", "", "Conflict: Taken");
+    row("418 drops message", "map", 418, R"({"message":"tea"})", "", "HTTP error 418");
+    row("599", "map", 599, "", "", "HTTP error 599");
+    row("302 with failure", "map", 302, "", "cut", "Network error: cut");
+    row("600 without failure", "map", 600, "", "", "Invalid response from server");
+    row("no answer", "map", 0, "", "Connection refused", "Network error: Connection refused");
+    row("nothing at all", "map", 0, "", "", "Invalid response from server");
+    const QByteArray group = R"({"id":1,"name":"A"})";
+    row("record 201", "record", 201, group, "", "ok 1");
+    row("record decodes whatever the status", "record", 500, group, "", "ok 1");
+    row("record error object", "record", 409, R"({"message":"Taken"})", "", "decoding");
+    row("record 409 empty", "record", 409, "", "", "Conflict: A group with this name already exists");
+    row("record 200 empty", "record", 200, "", "",
+        "Network error: Response could not be serialized, input data was nil or zero length.");
+    row("record cut off", "record", 200, group, "The network connection was lost.",
+        "Network error: The network connection was lost.");
+    row("list null 200", "list", 200, "null", "", "ok 0");
+    row("list [] 200", "list", 200, "[]", "", "ok 0");
+    row("list empty 200", "list", 200, "", "", "ok 0");
+    row("list blank 200", "list", 200, " \n\t\r\n", "", "ok 0");
+    row("list of two", "list", 200, "[" + group + "," + group + "]", "", "ok 2");
+    row("list 500 empty", "list", 500, "", "", "HTTP error 500");
+    row("list 500 null", "list", 500, "null", "", "decoding");
+    row("list object 200", "list", 200, "{}", "", "decoding");
+    row("no content 404", "none", 404, R"({"message":"x"})", "", "ok 0");
+    row("no content 500", "none", 500, "", "", "ok 0");
+    row("no content cut off", "none", 200, "", "cut", "Network error: cut");
+}
+
+void TestApi::answerJudging()
+{
+    QFETCH(QString, call);
+    QFETCH(int, status);
+    QFETCH(QByteArray, body);
+    QFETCH(QString, failure);
+    const Exchange exchange { status ? std::optional(status) : std::nullopt,
+        status ? std::optional(body) : std::nullopt,
+        failure.isEmpty() ? std::nullopt : std::optional(failure) };
+    QString outcome;
+    const auto judged = [&outcome](const auto& result, auto count) {
+        outcome = outcomeOf(result);
+        if (result.isSuccess())
+            outcome += u' ' + QString::number(count(result.value()));
+    };
+    if (call == u"map")
+        outcome = AnswerJudging::mapFailure(exchange.status, exchange.body, exchange.failure).description();
+    else if (call == u"record")
+        judged(AnswerJudging::judgeRecord(exchange), [](const GroupPtr& g) { return g->id; });
+    else if (call == u"list")
+        judged(AnswerJudging::judgeGroupList(exchange), [](const QList<GroupPtr>& l) { return l.size(); });
+    else
+        judged(AnswerJudging::judgeNoContent(exchange), [](const NoContent&) { return 0; });
+    QTEST(outcome, "outcome");
+}
+
+void TestApi::groupLifecycleAndWireFormat()
+{
+    NetworkClient& client = NetworkClient::shared();
+    const auto created
+        = await<GroupPtr>([&](auto done) { client.createGroup(user, u"Book club"_qs, &m_screen, done); });
+    QVERIFY(created && created->isSuccess());
+    const GroupModel group = *created->value();
+    QCOMPARE(group.name, QStringLiteral("Book club"));
+    QCOMPARE(group.ownerEmail, user);
+    QVERIFY(group.createdAt.has_value());
+    QVERIFY(group.groupMembers.isEmpty());
+
+    const auto candidates = await<QList<GroupMemberModel>>(
+        [&](auto done) { client.fetchUsersNotAssociated(group.id, user, &m_screen, done); });
+    QVERIFY(candidates && candidates->isSuccess() && candidates->value().size() >= 10);
+    const qint64 first = candidates->value().at(0).id;
+    const qint64 second = candidates->value().at(1).id;
+    QCOMPARE(outcomeOf(*await<NoContent>([&](auto done) {
+        client.addUsersToGroup(group.id, { first, second }, &m_screen, done);
+    })),
+        u"ok"_qs);
+    QCOMPARE(outcomeOf(*await<NoContent>(
+                 [&](auto done) { client.removeUsersFromGroup(group.id, { first }, &m_screen, done); })),
+        u"ok"_qs);
+    const auto renamed
+        = await<GroupPtr>([&](auto done) { client.updateGroup(group.id, u"Readers"_qs, &m_screen, done); });
+    QVERIFY(renamed && renamed->isSuccess());
+    QCOMPARE(renamed->value()->name, QStringLiteral("Readers"));
+    QCOMPARE(renamed->value()->groupMembers.size(), 1);
+    QCOMPARE(renamed->value()->groupMembers.at(0).id, second);
+    const auto groups = await<QList<GroupPtr>>([&](auto done) { client.fetchGroups(user, &m_screen, done); });
+    QVERIFY(groups && groups->isSuccess());
+    QVERIFY(std::any_of(groups->value().begin(), groups->value().end(),
+        [&](const GroupPtr& g) { return g->id == group.id && g->name == u"Readers"; }));
+    QCOMPARE(outcomeOf(*await<NoContent>([&](auto done) { client.deleteGroup(group.id, &m_screen, done); })),
+        u"ok"_qs);
+
+    // What went over the wire, call by call: method, path, JSON body (Content-Type with it).
+    const QString id = u"/v2/groups/"_qs + QString::number(group.id);
+    const QStringList expected {
+        u"POST /v2/groups {\"name\":\"Book club\",\"username\":\"alex.morgan@example.com\"}"_qs,
+        u"GET "_qs + id + u"/users/" + user + u"/users-not-associated ",
+        QStringLiteral("POST %1/users/add {\"users\":[%2,%3]}").arg(id).arg(first).arg(second),
+        QStringLiteral("POST %1/users/remove {\"users\":[%2]}").arg(id).arg(first),
+        u"PATCH "_qs + id + u" {\"name\":\"Readers\"}",
+        u"GET /v2/groups/"_qs + user + u' ',
+        u"DELETE "_qs + id + u' ',
+    };
+    QStringList sent;
+    for (const QJsonValue& value : m_sim->requests()) {
+        const QJsonObject r = value.toObject();
+        const QJsonObject headers = r.value(u"headers").toObject();
+        const QString body = r.value(u"body").toString();
+        QCOMPARE(
+            headers.value(u"content-type").toString(), body.isEmpty() ? QString() : u"application/json"_qs);
+        QCOMPARE(r.value(u"query").toString(), QString());
+        sent.append(r.value(u"method").toString() + u' ' + r.value(u"path").toString() + u' ' + body);
+    }
+    QCOMPARE(sent, expected);
+    QCOMPARE(m_sim->requests().at(0).toObject().value(u"headers").toObject().value(u"accept").toString(),
+        QStringLiteral("application/json"));
+}
+
+void TestApi::failedExchanges_data()
+{
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<QJsonObject>("fault");
+    QTest::addColumn<QString>("outcome"); // "ok", "decoding" or what the user reads ("*": any reason)
+    const auto row
+        = [](const QByteArray& tag, const char* call, const QJsonObject& fault, const QString& outcome) {
+              QTest::newRow(tag.constData()) << QString::fromUtf8(call) << fault << outcome;
+          };
+    const auto status = [](int status, const char* body = nullptr) {
+        QJsonObject fault { { u"status"_qs, status } };
+        if (body)
+            fault.insert(u"body"_qs, QString::fromUtf8(body));
+        return fault;
+    };
+    // Judged by the status whatever error kind Qt gives it (400 and 418 arrive as protocol
+    // errors, 407 as a proxy error), and a body that is no group is a decoding failure first.
+    row("400 message on a record", "create", status(400, R"({"message":"Name too long"})"), u"decoding"_qs);
+    row("400 with a group on a record", "create", status(400, R"({"id":7,"name":"X","ownerEmail":"a@b"})"),
+        u"ok"_qs);
+    row("400 bare on a list", "fetch", status(400), u"Bad request: Bad request"_qs);
+    row("400 on delete succeeds", "delete", status(400, R"({"message":"x"})"), u"ok"_qs);
+    row("407 bare on a record", "update", status(407), u"HTTP error 407"_qs);
+    row("407 on a list", "candidates", status(407), u"HTTP error 407"_qs);
+    row("407 on add succeeds", "add", status(407), u"ok"_qs);
+    row("418 bare on a list", "fetch", status(418), u"HTTP error 418"_qs);
+    row("418 on delete succeeds", "delete", status(418), u"ok"_qs);
+    row("401", "fetch", status(401), notAuthenticated);
+    row("401 with a message", "fetch", status(401, R"({"message":"expired"})"), u"decoding"_qs);
+    row("403", "update", status(403), notAuthenticated);
+    row("404", "update", status(404), u"Not found: Resource not found"_qs);
+    row("409", "create", status(409), u"Conflict: A group with this name already exists"_qs);
+    row("502", "fetch", status(502), u"HTTP error 502"_qs);
+    row("500 null on a list", "fetch", status(500, "null"), u"decoding"_qs);
+    row("error object on a record", "create", status(200, R"({"error":"nope"})"), u"decoding"_qs);
+    row("200 null on a list", "candidates", status(200, "null"), u"ok"_qs);
+    row("404 on delete succeeds", "delete", status(404), u"ok"_qs);
+    row("500 on add succeeds", "add", status(500, R"({"message":"x"})"), u"ok"_qs);
+    // Transfers that break: the request time-out ends a silent phone, the resource time-out an
+    // exchange that trickles on.
+    const QJsonObject cut { { u"closeAfterBytes"_qs, 5 } };
+    const QJsonObject slow { { u"delayMs"_qs, 1500 }, { u"requestTimeoutMs"_qs, 300 } };
+    const QJsonObject tooLong { { u"delayMs"_qs, 3000 }, { u"resourceTimeoutMs"_qs, 500 } };
+    const QJsonObject refused { { u"refused"_qs, true } }; // nothing listens at the base URL
+    for (const char* call : { "fetch", "delete" }) {
+        const QByteArray on = QByteArray(", ") + call;
+        row("cut off mid-body" + on, call, cut, u"Network error: *"_qs);
+        row("slow answer" + on, call, slow, u"Network error: *"_qs);
+        row("whole exchange too long" + on, call, tooLong, u"Network error: The request timed out."_qs);
+        row("connection refused" + on, call, refused, u"Network error: *"_qs);
+    }
+}
+
+void TestApi::failedExchanges()
+{
+    QFETCH(QString, call);
+    QFETCH(QJsonObject, fault);
+    QFETCH(QString, outcome);
+    NetworkClient& client = NetworkClient::shared();
+    client.setTimeouts(std::chrono::milliseconds(fault.value(u"requestTimeoutMs").toInt(10000)),
+        std::chrono::milliseconds(fault.value(u"resourceTimeoutMs").toInt(10000)));
+    if (fault.contains(u"refused")) {
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        closed.close(); // nothing listens there any more
+        Settings::setString(
+            Settings::baseUrlKey, QStringLiteral("http://127.0.0.1:%1/").arg(closed.serverPort()));
+    } else {
+        fault.insert(u"path"_qs, u"/v2/groups*"_qs);
+        QVERIFY(m_sim->setFault(fault));
+    }
+
+    QString actual;
+    const auto judged = [&actual](const auto& result) {
+        QVERIFY(result);
+        actual = outcomeOf(*result);
+    };
+    if (call == u"create")
+        judged(await<GroupPtr>([&](auto done) { client.createGroup(user, u"X"_qs, &m_screen, done); }));
+    else if (call == u"update")
+        judged(await<GroupPtr>([&](auto done) { client.updateGroup(1, u"X"_qs, &m_screen, done); }));
+    else if (call == u"fetch")
+        judged(await<QList<GroupPtr>>([&](auto done) { client.fetchGroups(user, &m_screen, done); }));
+    else if (call == u"candidates")
+        judged(await<QList<GroupMemberModel>>(
+            [&](auto done) { client.fetchUsersNotAssociated(1, user, &m_screen, done); }));
+    else if (call == u"delete")
+        judged(await<NoContent>([&](auto done) { client.deleteGroup(1, &m_screen, done); }));
+    else
+        judged(await<NoContent>([&](auto done) { client.addUsersToGroup(1, { 1 }, &m_screen, done); }));
+    if (outcome.endsWith(u'*'))
+        QVERIFY2(actual.startsWith(outcome.chopped(1)) && actual.size() > outcome.size(), qPrintable(actual));
+    else
+        QCOMPARE(actual, outcome);
+}
+
+void TestApi::baseUrlIsUsedAsStored()
+{
+    // Without a base URL, every call answers at once, on this thread, and nothing is sent.
+    Settings::open()->remove(QString::fromLatin1(Settings::baseUrlKey));
+    QStringList outcomes;
+    NetworkClient& client = NetworkClient::shared();
+    const auto collect = [&outcomes](const auto& result) { outcomes.append(outcomeOf(result)); };
+    client.createGroup(user, u"X"_qs, &m_screen, collect);
+    client.fetchGroups(user, &m_screen, collect);
+    client.updateGroup(1, u"X"_qs, &m_screen, collect);
+    client.deleteGroup(1, &m_screen, collect);
+    client.fetchUsersNotAssociated(1, user, &m_screen, collect);
+    client.addUsersToGroup(1, { 1 }, &m_screen, collect);
+    client.removeUsersFromGroup(1, { 1 }, &m_screen, collect);
+    QCOMPARE(outcomes, QStringList(7, notAuthenticated));
+    QVERIFY(!QTest::qWaitFor([&] { return !m_sim->requests().isEmpty(); }, 1000));
+
+    // Without the final "/", the path is glued on as it is.
+    Settings::setString(Settings::baseUrlKey, QStringLiteral("http://127.0.0.1:%1/api").arg(m_sim->port()));
+    QVERIFY(await<QList<GroupPtr>>([&](auto done) { client.fetchGroups(user, &m_screen, done); }));
+    QCOMPARE(m_sim->requests().at(0).toObject().value(u"path").toString(), u"/apiv2/groups/" + user);
+}
+
+void TestApi::answersForAGoneScreenAreDropped()
+{
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/v2/groups*"_qs }, { u"delayMs"_qs, 200 } }));
+    auto* screen = new QObject;
+    int calls = 0;
+    NetworkClient::shared().fetchGroups(user, screen, [&calls](const auto&) { ++calls; });
+    delete screen;
+    QTRY_COMPARE_WITH_TIMEOUT(m_sim->requests().size(), 1, 3000);
+    // The answer comes 0.2 s later; the deadline leaves it ample time to be (wrongly) delivered.
+    QVERIFY(!QTest::qWaitFor([&calls] { return calls > 0; }, 1500));
+}
+
+QTEST_GUILESS_MAIN(TestApi)
+#include "tst_api.moc"
