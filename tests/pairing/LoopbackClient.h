@@ -94,8 +94,6 @@ public:
         return true;
     }
 
-    QByteArray received() const { return m_received; }
-
     // The status of the (first) answer, 0 before one arrived.
     int status() const { return m_received.startsWith("HTTP/1.") ? m_received.mid(9, 3).toInt() : 0; }
 
