@@ -45,8 +45,17 @@ void Session::setMobileDeviceName(const QString& name)
 
 void Session::setPhoneConnected(bool connected)
 {
-    if (m_isPhoneConnected.exchange(connected) != connected)
-        Q_EMIT phoneConnectedChanged(connected);
+    if (m_isPhoneConnected.exchange(connected) == connected)
+        return;
+    if (!connected)
+        ++m_phoneEpoch;
+    Q_EMIT phoneConnectedChanged(connected);
+}
+
+void Session::replacePhone()
+{
+    ++m_phoneEpoch;
+    Q_EMIT phoneReplaced();
 }
 
 QDateTime Session::associatesUpdatedAt() const

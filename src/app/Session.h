@@ -26,6 +26,13 @@ public:
     bool isPhoneConnected() const { return m_isPhoneConnected.load(); }
     void setPhoneConnected(bool connected);
 
+    // Changes whenever the phone the screens were made for is gone: it was lost or disconnected,
+    // or the user switched to another. Work begun under one epoch and finishing under another is
+    // dropped instead of being shown over, or sent to, whatever came next.
+    quint64 phoneEpoch() const { return m_phoneEpoch.load(); }
+    // The user switched to another phone while connected: the screens of the old one go.
+    void replacePhone();
+
     QDateTime associatesUpdatedAt() const;
     QDateTime groupsUpdatedAt() const;
     void markAssociatesUpdated();
@@ -44,6 +51,7 @@ public:
 
 Q_SIGNALS:
     void phoneConnectedChanged(bool connected);
+    void phoneReplaced();
     void associatesUpdated(const QDateTime& at);
     void groupsUpdated(const QDateTime& at);
 
@@ -56,5 +64,6 @@ private:
     QDateTime m_associatesUpdatedAt;
     QDateTime m_groupsUpdatedAt;
     std::atomic<bool> m_isPhoneConnected { false };
+    std::atomic<quint64> m_phoneEpoch { 0 };
     std::atomic<quint16> m_phoneServicePort { defaultPhoneServicePort };
 };

@@ -24,17 +24,18 @@ PairingGate::PairingGate()
     });
 }
 
-bool PairingGate::isSamePhone(const PairingMessage& message)
+bool PairingGate::isSamePhone(const PairingMessage& message, const QString& peer)
 {
     const QString storedEmail = Settings::string(Settings::userEmailKey).value_or(QString());
-    return message.ip == Session::instance().phoneIPAddress()
-        && message.email.value_or(QString()) == storedEmail;
+    const bool sameBase = !message.baseURL || message.baseURL == Settings::string(Settings::baseUrlKey);
+    return peer == message.ip && message.ip == Session::instance().phoneIPAddress()
+        && message.email.value_or(QString()) == storedEmail && sameBase;
 }
 
 PairingGate::Decision PairingGate::offer(const PairingMessage& message, const QString& peer)
 {
     std::unique_lock lock(m_mutex);
-    if (!Session::instance().isPhoneConnected() || isSamePhone(message)) {
+    if (!Session::instance().isPhoneConnected() || isSamePhone(message, peer)) {
         lock.unlock();
         applyPairingMessage(message);
         Q_EMIT pairingApplied();
@@ -69,6 +70,9 @@ bool PairingGate::acceptPending(quint64 id)
     m_pending.reset();
     lock.unlock();
     applyPairingMessage(message);
+    // Fresh screens for the new phone: the old one's people, groups and group ids mean nothing
+    // to it.
+    Session::instance().replacePhone();
     Q_EMIT pendingChanged();
     Q_EMIT pairingApplied();
     return true;

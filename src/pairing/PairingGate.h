@@ -17,10 +17,12 @@ struct PendingPairing
 };
 
 // Decides when a pairing message takes effect. Not connected (the user is looking at the QR
-// code): at once. Connected, from the same phone (same "ip" and same e-mail): at once, as a
-// phone that re-pairs after a restart expects. From a different phone: it waits for the user,
-// who may switch to it or ignore it; unanswered it lapses after holdTime. So no host on the
-// network can silently take the place of the user's phone.
+// code): at once. Connected, from the same phone: at once, as a phone that re-pairs after a
+// restart expects. The same phone means the same "ip" and e-mail, sent from that very address,
+// and no other base URL: "ip" and e-mail travel in plain text, so a host that copies them must
+// not be able to move the base URL (where the user's files go) without being asked. Anything
+// else waits for the user, who may switch to it or ignore it; unanswered it lapses after
+// holdTime. So no host on the network can silently take the place of the user's phone.
 //
 // offer() is called on the listener's thread; everything else on the main thread. Signals
 // reach main-thread receivers queued.
@@ -56,7 +58,7 @@ Q_SIGNALS:
 
 private:
     PairingGate();
-    static bool isSamePhone(const PairingMessage& message);
+    static bool isSamePhone(const PairingMessage& message, const QString& peer);
     void clearPending();
 
     mutable std::mutex m_mutex;

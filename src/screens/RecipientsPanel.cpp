@@ -1,6 +1,7 @@
 #include "screens/RecipientsPanel.h"
 
 #include "api/NetworkClient.h"
+#include "app/Session.h"
 #include "app/Settings.h"
 #include "recipients/AssociationsStore.h"
 #include "recipients/GroupNameRule.h"
@@ -14,12 +15,15 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLoggingCategory>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPointer>
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
+
+Q_LOGGING_CATEGORY(lcRecipientsPanel, "varnex.screens")
 
 namespace {
 
@@ -168,6 +172,7 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     , m_store(new AssociationsStore(this))
     , m_controller(new RecipientsController(m_store, this))
     , m_model(new RecipientsModel(m_store, this))
+    , m_phoneEpoch(Session::instance().phoneEpoch())
 {
     setObjectName(QStringLiteral("recipientsPanel"));
     //: Associated users title
@@ -237,8 +242,27 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     setTabOrder(searchTextField, associatedUsersTable);
 }
 
+bool RecipientsPanel::servesCurrentPhone() const
+{
+    return Session::instance().isPhoneConnected() && Session::instance().phoneEpoch() == m_phoneEpoch;
+}
+
+bool RecipientsPanel::isGone(const QPointer<RecipientsPanel>& self)
+{
+    if (!self)
+        return true;
+    if (self->servesCurrentPhone())
+        return false;
+    qCInfo(lcRecipientsPanel) << "dropped a group change: the phone it was meant for is gone";
+    return true;
+}
+
 void RecipientsPanel::showErrorAlert(const QString& message)
 {
+    // A failure that comes back after the phone was lost or replaced would pop up over the
+    // pairing screen or the next phone's lists.
+    if (isGone(this))
+        return;
     //: Title of the alert that tells why a group change failed
     //% "Error"
     Dialogs::current().alert(this, qtTrId("groupErrorTitle"), message, Dialogs::Style::Warning);
@@ -252,8 +276,9 @@ void RecipientsPanel::afterGroupChange()
 
 void RecipientsPanel::createGroupButtonClicked()
 {
-    // Every dialog runs a nested event loop: the panel may be gone when it returns (the phone
-    // left and the window went back to pairing), so each one is followed by this check.
+    // Every dialog runs a nested event loop: the panel, or the phone it serves, may be gone when
+    // it returns (the window went back to pairing or on to another phone), so each one is
+    // followed by this check.
     const QPointer<RecipientsPanel> self(this);
     //: Title of the dialog that names a new group
     //% "Create New Group"
@@ -265,7 +290,7 @@ void RecipientsPanel::createGroupButtonClicked()
     const QString create = qtTrId("groupCreateButton");
     const auto typed = Dialogs::current().askText(
         this, title, prompt, QString(), groupNamePlaceholder(), create, Dialogs::cancelText());
-    if (!self || !typed)
+    if (isGone(self) || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
     if (!verdict.name)
@@ -333,7 +358,7 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
     const QString save = qtTrId("groupSaveButton");
     const auto typed = Dialogs::current().askText(
         this, title, prompt, group->name, groupNamePlaceholder(), save, Dialogs::cancelText());
-    if (!self || !typed)
+    if (isGone(self) || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
     if (!verdict.name)
@@ -384,13 +409,15 @@ void RecipientsPanel::menuRemoveMember(qint64 groupId)
 
 void RecipientsPanel::memberPicker(qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add)
 {
+    if (isGone(this))
+        return;
     QStringList items;
     for (const GroupMemberModel& c : candidates)
         items.append(c.fullName + u'\n' + c.email);
     const QPointer<RecipientsPanel> self(this);
     const auto chosen = Dialogs::current().chooseItems(
         this, title, QString(), items, Dialogs::okText(), Dialogs::cancelText());
-    if (!self || !chosen || chosen->isEmpty())
+    if (isGone(self) || !chosen || chosen->isEmpty())
         return;
     QList<qint64> ids;
     for (int index : *chosen)
@@ -436,7 +463,7 @@ void RecipientsPanel::menuDeleteGroup(qint64 groupId)
     const QString remove = qtTrId("groupDeleteButton");
     const int answer = Dialogs::current().ask(
         this, title, question, { remove, Dialogs::cancelText() }, Dialogs::Style::Warning);
-    if (!self || answer != 0)
+    if (isGone(self) || answer != 0)
         return;
     NetworkClient::shared().deleteGroup(groupId, this, [this](const APIResult<NoContent>& result) {
         if (!result.isSuccess())

@@ -4,6 +4,7 @@
 
 #include "widgets/CheckableListView.h"
 
+#include <QPointer>
 #include <QWidget>
 
 class AssociatedUserCellView;
@@ -69,10 +70,13 @@ public:
     RecipientsTableView* associatedUsersTable = nullptr;
 
 private:
+    bool servesCurrentPhone() const;
+    static bool isGone(const QPointer<RecipientsPanel>& self);
     void memberPicker(qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add);
     void afterGroupChange();
 
     AssociationsStore* m_store;
     RecipientsController* m_controller;
     RecipientsModel* m_model;
+    const quint64 m_phoneEpoch;
 };

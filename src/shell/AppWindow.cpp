@@ -1,5 +1,6 @@
 #include "shell/AppWindow.h"
 
+#include "app/Session.h"
 #include "app/Texts.h"
 #include "screens/QRCodeViewController.h"
 #include "shell/MainViewController.h"
@@ -24,6 +25,10 @@ AppWindow::AppWindow(QWidget* parent)
     palette.setColor(QPalette::Window, Colors::primaryColor);
     setPalette(palette);
     setAutoFillBackground(true);
+    connect(&Session::instance(), &Session::phoneReplaced, this, [this] {
+        if (m_main)
+            showMain();
+    });
 }
 
 void AppWindow::setContent(QWidget* screen)
@@ -73,6 +78,7 @@ void AppWindow::present(QWidget* screen)
 
 void AppWindow::showPairing()
 {
+    m_main = nullptr;
     auto* pairing = static_cast<QRCodeViewController*>(ScreenFactory::make(QStringLiteral("qrCode_vc")));
     connect(pairing, &QRCodeViewController::pairingAccepted, this, &AppWindow::showMain);
     present(pairing);
@@ -81,7 +87,13 @@ void AppWindow::showPairing()
 void AppWindow::showMain()
 {
     auto* main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
-    connect(main, &MainViewController::connectionLost, this, &AppWindow::showPairingWhenNoDialog);
+    m_main = main;
+    // A replaced main window lives on while its dialogs close; only the current one may lead
+    // back to pairing.
+    connect(main, &MainViewController::connectionLost, this, [this, main] {
+        if (m_main == main)
+            showPairingWhenNoDialog();
+    });
     present(main);
 }
 

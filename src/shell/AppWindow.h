@@ -19,7 +19,8 @@ public:
     // Replaces the content screen at once; the old one is deleted (once no dialog is open).
     void setContent(QWidget* screen);
 
-    // The flow: pairing screen first; main window after a pairing; back on a lost phone.
+    // The flow: pairing screen first; main window after a pairing, and a fresh one when the
+    // user switches to another phone; back on a lost phone.
     void showPairing();
     void showMain();
     // Back to pairing once no modal dialog is open: a dialog's nested event loop runs on the
@@ -36,5 +37,6 @@ private:
 
     QVBoxLayout* m_layout = nullptr;
     QPointer<QWidget> m_content;
+    QPointer<QWidget> m_main; // the main window's content of the phone paired now, if any
     bool m_pairingPending = false;
 };

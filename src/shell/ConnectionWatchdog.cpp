@@ -41,12 +41,15 @@ void ConnectionWatchdog::sendPing()
     QNetworkRequest request(QUrl(Session::instance().phoneServiceUrl(u"/ping")));
     request.setTransferTimeout(int(m_pingTimeout.count()));
     QNetworkReply* reply = PhoneService::network()->get(request);
-    connect(reply, &QNetworkReply::finished, this, [reply] {
+    const quint64 epoch = Session::instance().phoneEpoch();
+    connect(reply, &QNetworkReply::finished, this, [reply, epoch] {
         reply->deleteLater();
         const bool answered = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
-        if (!answered) {
-            qCInfo(lcWatchdog) << "ping got no answer:" << reply->errorString();
+        if (answered)
+            return;
+        qCInfo(lcWatchdog) << "ping got no answer:" << reply->errorString();
+        // A ping sent to a phone the user has since switched away from says nothing of the new one.
+        if (Session::instance().phoneEpoch() == epoch)
             Session::instance().setPhoneConnected(false);
-        }
     });
 }

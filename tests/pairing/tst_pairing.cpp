@@ -43,13 +43,14 @@ private Q_SLOTS:
     void busyPortIsReportedAndTolerated();
     void anotherPhoneWaitsForTheUser_data();
     void anotherPhoneWaitsForTheUser();
+    void aCopiedIdentityWaitsForTheUser();
     void changeSignalBurstsAreCoalesced_data();
     void changeSignalBurstsAreCoalesced();
 
 private:
     int post(const QByteArray& path, const QByteArray& body);
     int pair(const QString& ip, const QString& email, const QString& name,
-        const QString& baseURL = u"http://10.0.0.7:8080/"_qs);
+        const QString& baseURL = u"http://10.0.0.7:8080/"_qs, const char* from = nullptr);
     std::unique_ptr<MobileDeviceListener> m_listener;
     std::unique_ptr<PhoneSimProcess> m_sim; // started by the first test that needs the phone
 };
@@ -101,12 +102,18 @@ int TestPairing::post(const QByteArray& path, const QByteArray& body)
     return LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", path, body));
 }
 
-int TestPairing::pair(const QString& ip, const QString& email, const QString& name, const QString& baseURL)
+int TestPairing::pair(
+    const QString& ip, const QString& email, const QString& name, const QString& baseURL, const char* from)
 {
     QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name }, { u"baseURL"_qs, baseURL } };
     if (!email.isNull())
         message.insert(u"email"_qs, email);
-    return post("/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact));
+    // A phone posts from its own address: loopback ones can be sent from here, others come
+    // from 127.0.0.1.
+    const QByteArray own = ip.startsWith(u"127.") ? ip.toLatin1() : QByteArrayLiteral("127.0.0.1");
+    return LoopbackClient::exchange(m_listener->port(),
+        LoopbackClient::request("POST", "/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)),
+        from ? from : own.constData());
 }
 
 void TestPairing::pairingExtraction_data()
@@ -377,7 +384,7 @@ void TestPairing::pairingBurstsAnswer429UntilTheWindowPasses()
     QVERIFY(listener.start());
     auto pair = [&](const char* name, const char* source = "127.0.0.1") {
         const QByteArray body
-            = R"({"ip":"10.0.0.7","email":"ann@example.com","mobileDeviceName":")" + QByteArray(name) + "\"}";
+            = R"({"ip":"127.0.0.1","email":"ann@example.com","mobileDeviceName":")" + QByteArray(name) + "\"}";
         return LoopbackClient::exchange(listener.port(), pairingRequest(body), source);
     };
     for (int i = 0; i < 10; ++i)
@@ -444,16 +451,20 @@ void TestPairing::anotherPhoneWaitsForTheUser_data()
     QTest::addColumn<bool>("switched");
     QTest::addColumn<bool>("connected");
     const QString eve = u"eve@example.com"_qs;
-    QTest::newRow("other phone, Switch") << "10.0.0.99" << eve << "Switch" << true << true;
-    QTest::newRow("same user, other address, Switch") << "10.0.0.99"
+    QTest::newRow("other phone, Switch") << "127.0.0.99" << eve << "Switch" << true << true;
+    QTest::newRow("same user, other address, Switch") << "127.0.0.99"
                                                       << "ann@example.com"
                                                       << "Switch" << true << true;
-    QTest::newRow("same address, other user, Ignore") << "10.0.0.7" << eve << "Ignore" << false << true;
+    QTest::newRow("same address, other user, Ignore") << "127.0.0.7" << eve << "Ignore" << false << true;
     QTest::newRow("same address, no e-mail, no answer")
-        << "10.0.0.7" << QString() << "no answer" << false << true;
-    QTest::newRow("a newer request") << "10.0.0.99" << eve << "newer" << false << true;
-    QTest::newRow("phone lost") << "10.0.0.99" << eve << "lost" << false << false; // the watchdog's doing
-    QTest::newRow("Disconnect") << "10.0.0.99" << eve << "Disconnect" << false << false;
+        << "127.0.0.7" << QString() << "no answer" << false << true;
+    // A message that would move the base URL, where the user's files go, waits too.
+    QTest::newRow("same address and user, other base URL, Ignore") << "127.0.0.7"
+                                                      << "ann@example.com"
+                                                      << "Ignore" << false << true;
+    QTest::newRow("a newer request") << "127.0.0.99" << eve << "newer" << false << true;
+    QTest::newRow("phone lost") << "127.0.0.99" << eve << "lost" << false << false; // the watchdog's doing
+    QTest::newRow("Disconnect") << "127.0.0.99" << eve << "Disconnect" << false << false;
 }
 
 void TestPairing::anotherPhoneWaitsForTheUser()
@@ -465,16 +476,17 @@ void TestPairing::anotherPhoneWaitsForTheUser()
     QFETCH(bool, connected);
     PairingGate& gate = PairingGate::instance();
     gate.setHoldTimeForTesting(end == u"no answer" || end == u"newer" ? 400ms : 60s);
-    QCOMPARE(pair(u"10.0.0.7"_qs, u"ann@example.com"_qs, u"Ann's phone"_qs), 200);
+    const QString annUrl = u"http://127.0.0.7:8080/"_qs;
+    QCOMPARE(pair(u"127.0.0.7"_qs, u"ann@example.com"_qs, u"Ann's phone"_qs, annUrl), 200);
     QVERIFY(Session::instance().isPhoneConnected());
     SignalCounter pendingChanged(&gate, &PairingGate::pendingChanged);
     SignalCounter flag(&Session::instance(), &Session::phoneConnectedChanged);
     SignalCounter applied(&gate, &PairingGate::pairingApplied);
 
-    QCOMPARE(pair(ip, email, u"Other"_qs, u"http://10.0.0.99:8080/"_qs), 200); // answered either way
+    QCOMPARE(pair(ip, email, u"Other"_qs, u"http://127.0.0.99:8080/"_qs), 200); // answered either way
     QTRY_COMPARE(pendingChanged.count(), 1);
     QCOMPARE(gate.pending().value_or(PendingPairing {}).message.ip, ip);
-    QCOMPARE(gate.pending()->peer, QStringLiteral("127.0.0.1"));
+    QCOMPARE(gate.pending()->peer, ip);
     const quint64 id = gate.pending()->id;
     const auto verifyPhone
         = [](const QString& ip, const QString& name, const QString& email, const QString& baseURL) {
@@ -484,15 +496,14 @@ void TestPairing::anotherPhoneWaitsForTheUser()
               QCOMPARE(Settings::string(Settings::baseUrlKey), baseURL);
           };
     // Nothing of the other phone's is stored until the user says so.
-    const QString annUrl = u"http://10.0.0.7:8080/"_qs;
-    verifyPhone(u"10.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
+    verifyPhone(u"127.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
 
     if (end == u"Switch") {
         QVERIFY(gate.acceptPending(id));
     } else if (end == u"Ignore") {
         gate.ignorePending(id);
     } else if (end == u"newer") {
-        QCOMPARE(pair(u"10.0.0.98"_qs, email, u"Second"_qs), 200);
+        QCOMPARE(pair(u"127.0.0.98"_qs, email, u"Second"_qs), 200);
         QTRY_COMPARE(gate.pending().value_or(PendingPairing {}).message.mobileDeviceName, u"Second"_qs);
         QVERIFY(!gate.acceptPending(id)); // a Switch meant for the first must not apply the second
     } else if (end == u"lost") {
@@ -508,17 +519,31 @@ void TestPairing::anotherPhoneWaitsForTheUser()
     QTRY_COMPARE(applied.count(), switched ? 1 : 0);
     // Disconnect keeps the stored values, as after a lost phone.
     if (switched)
-        verifyPhone(ip, u"Other"_qs, email, u"http://10.0.0.99:8080/"_qs);
+        verifyPhone(ip, u"Other"_qs, email, u"http://127.0.0.99:8080/"_qs);
     else
-        verifyPhone(u"10.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
+        verifyPhone(u"127.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
 
     // Who pairs at once now: the connected phone, or on the pairing screen any phone.
-    const QString againIp = connected ? Session::instance().phoneIPAddress() : u"10.0.0.50"_qs;
+    const QString againIp = connected ? Session::instance().phoneIPAddress() : u"127.0.0.50"_qs;
     const QString againEmail = connected ? *Settings::string(Settings::userEmailKey) : u"zoe@example.com"_qs;
-    QCOMPARE(pair(againIp, againEmail, u"Again"_qs), 200);
+    QCOMPARE(pair(againIp, againEmail, u"Again"_qs, *Settings::string(Settings::baseUrlKey)), 200);
     QCOMPARE(Session::instance().phoneIPAddress(), againIp);
     QCOMPARE(Session::instance().mobileDeviceName(), u"Again"_qs);
     QVERIFY(!gate.pending());
+}
+
+// "ip" and e-mail travel in plain text: a host that copies them is still another phone.
+void TestPairing::aCopiedIdentityWaitsForTheUser()
+{
+    const QString ann = u"ann@example.com"_qs;
+    const QString annUrl = u"http://127.0.0.7:8080/"_qs;
+    QCOMPARE(pair(u"127.0.0.7"_qs, ann, u"Ann's phone"_qs, annUrl), 200);
+    QCOMPARE(pair(u"127.0.0.7"_qs, ann, u"Copy"_qs, annUrl, "127.0.0.66"), 200);
+    QTRY_COMPARE(PairingGate::instance().pending().value_or(PendingPairing {}).peer, u"127.0.0.66"_qs);
+    QCOMPARE(Session::instance().mobileDeviceName(), u"Ann's phone"_qs);
+    // The phone itself still re-pairs at once.
+    QCOMPARE(pair(u"127.0.0.7"_qs, ann, u"Renamed"_qs, annUrl), 200);
+    QCOMPARE(Session::instance().mobileDeviceName(), u"Renamed"_qs);
 }
 
 // The phone's change signals, sent as fast as a host can send them, against the fetches they

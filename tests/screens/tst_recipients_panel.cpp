@@ -70,6 +70,8 @@ private Q_SLOTS:
     void failuresSayWhatFailed_data();
     void failuresSayWhatFailed();
     void phoneChangeSignalsReload();
+    void aDialogOutlivingItsPhoneChangesNothing_data();
+    void aDialogOutlivingItsPhoneChangesNothing();
     void dialogScreenshots();
 
 private:
@@ -346,6 +348,31 @@ void TestRecipientsPanel::failuresSayWhatFailed()
             id, nullptr, [deleted](const auto& r) { *deleted = r.isSuccess(); });
         QTRY_VERIFY(*deleted);
     }
+}
+
+void TestRecipientsPanel::aDialogOutlivingItsPhoneChangesNothing_data()
+{
+    QTest::addColumn<bool>("replaced");
+    QTest::newRow("phone lost") << false;
+    QTest::newRow("switched to another phone") << true;
+}
+
+void TestRecipientsPanel::aDialogOutlivingItsPhoneChangesNothing()
+{
+    QFETCH(bool, replaced);
+    FakeDialogs dialogs;
+    dialogs.whileOpen = [replaced] {
+        if (replaced)
+            Session::instance().replacePhone();
+        else
+            Session::instance().setPhoneConnected(false);
+    };
+    dialogs.answers.enqueue(u"Late"_qs);
+    panel()->createGroupButtonClicked();
+    // Nor may a failure that arrives late pop up over the next screen.
+    panel()->showErrorAlert(u"Network error"_qs);
+    QCOMPARE(dialogs.shown.size(), 1);
+    QVERIFY(noneArrives(*m_phone, u"POST"_qs, u"/v2/groups"_qs));
 }
 
 void TestRecipientsPanel::phoneChangeSignalsReload()
