@@ -235,7 +235,11 @@ void TestOperationScreens::mainThreadStaysResponsive()
     // The full-size benchmark holds the 150 ms goal; the suite runs beside other work on a
     // loaded machine (or sanitized), so it allows scheduling noise but still fails when work
     // that takes seconds lands on this thread.
+#ifdef VARNEX_SANITIZED
+    const qint64 limit = 1500; // every step on this thread runs several times slower
+#else
     const qint64 limit = full > 0 ? 150 : 500;
+#endif
     QVERIFY2(worst < limit, qPrintable(QStringLiteral("stalled %1 ms").arg(worst)));
     QVERIFY(dialogs.shown.isEmpty());
     QVERIFY(!stage.isEmpty());
