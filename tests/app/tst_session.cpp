@@ -23,14 +23,11 @@ private Q_SLOTS:
     void valuesAreSafeAcrossThreadsAndAnnounced();
     void startupOfTheRealProgram_data();
     void startupOfTheRealProgram();
-
-private:
-    void clearSettings() { Settings::open()->clear(); }
 };
 
 void TestSession::init()
 {
-    clearSettings();
+    Settings::open()->clear();
     Session::instance().resetForTesting();
 }
 

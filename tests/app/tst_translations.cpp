@@ -127,9 +127,7 @@ void TestTranslations::catalogueFollowsTheLocale_data()
     QTest::addColumn<bool>("german");
     QTest::newRow("German") << QStringLiteral("de_DE") << true;
     QTest::newRow("Swiss German") << QStringLiteral("de_CH") << true;
-    QTest::newRow("English") << QStringLiteral("en_GB") << false;
     QTest::newRow("French falls back to English") << QStringLiteral("fr_FR") << false;
-    QTest::newRow("C falls back to English") << QStringLiteral("C") << false;
 }
 
 void TestTranslations::catalogueFollowsTheLocale()

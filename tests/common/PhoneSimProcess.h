@@ -21,9 +21,9 @@ public:
     {
         m_process.setProcessChannelMode(QProcess::SeparateChannels);
         m_process.start(qEnvironmentVariable("VARNEX_PHONE_SIM_BINARY"),
-                        QStringList { QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--data"),
-                                      m_data.path() }
-                            + extraArguments);
+            QStringList {
+                QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--data"), m_data.path() }
+                + extraArguments);
         if (!m_process.waitForStarted(10000))
             return;
         static const QRegularExpression listening(QStringLiteral("listening on ([^:\\s]+):(\\d+)"));
@@ -59,27 +59,14 @@ public:
     bool clearRequests() { return request("DELETE", "/sim/requests") == 200; }
 
     // The requests the simulator received, oldest first.
-    QJsonArray requests()
-    {
-        httplib::Client client("127.0.0.1", m_port);
-        auto res = client.Get("/sim/requests");
-        if (!res)
-            return {};
-        return QJsonDocument::fromJson(QByteArray::fromStdString(res->body)).object().value(u"requests").toArray();
-    }
-
-    QJsonObject state()
-    {
-        httplib::Client client("127.0.0.1", m_port);
-        auto res = client.Get("/sim/state");
-        return res ? QJsonDocument::fromJson(QByteArray::fromStdString(res->body)).object() : QJsonObject();
-    }
+    QJsonArray requests() { return getJson("/sim/requests").value(u"requests").toArray(); }
+    QJsonObject state() { return getJson("/sim/state"); }
 
     int post(const char* path, const QJsonObject& body)
     {
         httplib::Client client("127.0.0.1", m_port);
-        auto res = client.Post(path, QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(),
-                               "application/json");
+        auto res = client.Post(
+            path, QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(), "application/json");
         return res ? res->status : -1;
     }
 
@@ -91,6 +78,13 @@ public:
     }
 
 private:
+    QJsonObject getJson(const char* path)
+    {
+        httplib::Client client("127.0.0.1", m_port);
+        auto res = client.Get(path);
+        return res ? QJsonDocument::fromJson(QByteArray::fromStdString(res->body)).object() : QJsonObject();
+    }
+
     QTemporaryDir m_data;
     QProcess m_process;
     quint16 m_port = 0;

@@ -48,9 +48,7 @@ QStringList snapshot(const QString& folder)
 
 mode_t modeOf(const QString& path)
 {
-    struct stat st
-    {
-    };
+    struct stat st;
     return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
 }
 
@@ -80,19 +78,6 @@ QStringList partsOf(const QJsonValue& request)
                           .join(u" | "));
     }
     return result;
-}
-
-int linkErrno = 0;
-int failingLink(const char*, const char*)
-{
-    errno = linkErrno;
-    return -1;
-}
-int renameErrno = 0;
-int failingRename(const char*, const char*)
-{
-    errno = renameErrno;
-    return -1;
 }
 
 } // namespace
@@ -433,10 +418,20 @@ void TestOperations::landingIsExclusiveAndAllOrNothing()
     QFETCH(int, linkError);
     QFETCH(int, renameError);
     QFETCH(QString, second);
-    linkErrno = linkError;
-    renameErrno = renameError;
+    static int errors[2];
+    errors[0] = linkError;
+    errors[1] = renameError;
+    using Call = int (*)(const char*, const char*);
+    const Call failingLink = [](const char*, const char*) {
+        errno = errors[0];
+        return -1;
+    };
+    const Call failingRename = [](const char*, const char*) {
+        errno = errors[1];
+        return -1;
+    };
     SafeArchive::setLinkFunctionsForTesting(
-        linkError ? &failingLink : nullptr, renameError ? &failingRename : nullptr);
+        linkError ? failingLink : nullptr, renameError ? failingRename : nullptr);
     const QString staging = m_encrypted + u"/OP"_qs;
     QDir().mkpath(staging);
     write(staging + u"/0.part"_qs, "new a");
