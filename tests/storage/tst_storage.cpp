@@ -196,15 +196,16 @@ void TestStorage::preparingCreatesWhatIsMissingAndLogsWhatItCannot()
             WorkingFolders::decryptedFilesFolder(), documents + QStringLiteral("/Varnex/DecryptedFiles"));
         QVERIFY(QFileInfo(*WorkingFolders::encryptedFilesFolder()).isDir());
         QVERIFY(QFileInfo(*WorkingFolders::decryptedFilesFolder()).isDir());
-        // A second start keeps what is there; something that is not a folder at a result
-        // folder's place is left alone, silently.
-        write(*WorkingFolders::decryptedFilesFolder() + QStringLiteral("/kept.txt"), "kept");
+        // A second start keeps what is there and makes what is missing; something that is not
+        // a folder at a result folder's place is left alone, silently.
+        write(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt"), "kept");
         QVERIFY(QDir(*WorkingFolders::encryptedFilesFolder()).removeRecursively());
+        QVERIFY(QDir(*WorkingFolders::decryptedFilesFolder()).removeRecursively());
         write(*WorkingFolders::encryptedFilesFolder(), "a file");
         WorkingFolders::prepareWorkingFolders(documents);
-        QCOMPARE(
-            read(*WorkingFolders::decryptedFilesFolder() + QStringLiteral("/kept.txt")), QByteArray("kept"));
+        QCOMPARE(read(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt")), QByteArray("kept"));
         QCOMPARE(read(*WorkingFolders::encryptedFilesFolder()), QByteArray("a file"));
+        QVERIFY(QFileInfo(*WorkingFolders::decryptedFilesFolder()).isDir());
         QVERIFY(log.lines().isEmpty());
     }
     // A documents "folder" that is a file: every folder fails, each is logged and tried.
