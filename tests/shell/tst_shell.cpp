@@ -147,9 +147,8 @@ void TestShell::navigationLooks_data()
     QTest::newRow("about") << QStringList { u"about"_qs } << 2 << unselected << unselected << "info_fill"
                            << false;
     // Encrypt's backing stays dark orange once Decrypt was selected.
-    QTest::newRow("round trip") << QStringList { u"decrypt"_qs, u"about"_qs, u"decrypt"_qs, u"about"_qs,
-        u"encrypt"_qs } << 0 << selected
-                                << unselected << "info" << true;
+    const QStringList roundTrip { u"decrypt"_qs, u"about"_qs, u"decrypt"_qs, u"about"_qs, u"encrypt"_qs };
+    QTest::newRow("round trip") << roundTrip << 0 << selected << unselected << "info" << true;
 }
 
 void TestShell::navigationLooks()
