@@ -40,6 +40,9 @@
 
 namespace {
 
+// Drawing settles in well under a second; a loaded machine or a sanitized build takes longer.
+constexpr int settleMs = 30000;
+
 // A dark system palette: Qt derives the roles from the button and window colours, all but the
 // tool tip's.
 QPalette darkPalette()
@@ -135,7 +138,7 @@ void TestScreenshots::initTestCase()
 void TestScreenshots::save(QWidget* widget, const QString& name, bool settle)
 {
     if (settle)
-        QVERIFY(waitUntilDrawingSettles(widget));
+        QVERIFY(waitUntilDrawingSettles(widget, settleMs));
     const QImage picture = widget->grab().toImage();
     // The program's own screens paint their own colours: a dark system palette must not show
     // through anywhere (light text on a white card, a dark control on the grey panel).
@@ -294,7 +297,7 @@ void TestScreenshots::screens()
     for (auto select : { &MainViewController::selectDecrypt, &MainViewController::selectAbout,
              &MainViewController::selectEncrypt }) {
         (main.*select)();
-        QVERIFY(waitUntilDrawingSettles(&window));
+        QVERIFY(waitUntilDrawingSettles(&window, settleMs));
         for (CustomButton* tab : { main.encryptButtonTest, main.decryptButtonCustom }) {
             QCOMPARE(tab->height(), tabHeight);
             QCOMPARE(tab->mapTo(&main, QPoint(0, tab->height())).y(),
@@ -349,7 +352,7 @@ void TestScreenshots::screens()
     main.selectEncrypt();
 
     // The overlay with its figures; its spinner turns for good.
-    QVERIFY(waitUntilDrawingSettles(&window));
+    QVERIFY(waitUntilDrawingSettles(&window, settleMs));
     auto* overlay = new EncryptingViewController(encrypt);
     overlay->setStage(qtTrId("stageSending").arg(u"412.0 MB"_qs, u"1.1 GB"_qs), 412, 1100);
     overlay->setDetail(qtTrId("transferSpeedAndTimeLeft").arg(u"38.2 MB/s"_qs, u"0:18"_qs));
