@@ -11,19 +11,20 @@
 
 namespace {
 
+// Made on first use and kept for the whole run (a static pointer, so no leak is reported).
 quint16 listenerPort()
 {
-    static const quint16 port = [] {
+    static MobileDeviceListener* listener = [] {
         Session::instance(); // made on this thread, as the application does before listening
         // The program's caps, except the pairing burst: 429s after ten messages would keep the
         // fuzzer from the pairing code for ten seconds at a time.
         ListenerLimits limits;
         limits.pairingBurst = 1 << 30;
-        auto* listener = new MobileDeviceListener(0, limits);
-        FuzzSupport::check(listener->start());
-        return listener->port();
+        auto* made = new MobileDeviceListener(0, limits);
+        FuzzSupport::check(made->start());
+        return made;
     }();
-    return port;
+    return listener->port();
 }
 
 // A plain request must still be answered: nothing an earlier input did (a crash of the
