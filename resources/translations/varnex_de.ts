@@ -167,6 +167,21 @@ Select deselect all files button</extracomment>
         <extracomment>Progress while files go to the phone</extracomment>
         <translation>Senden: %1 von %2</translation>
     </message>
+    <message id="fileNameTooLong">
+        <source>These names are too long to add &quot;.vx&quot; to (at most 255 bytes): %1. Rename them and add them again.</source>
+        <extracomment>Dialog description when added files have names too long to add &quot;.vx&quot; to; %1 lists them</extracomment>
+        <translation>Diese Namen sind zu lang, um „.vx“ anzuhängen (höchstens 255 Byte): %1. Benennen Sie die Dateien um und fügen Sie sie erneut hinzu.</translation>
+    </message>
+    <message id="noLocalAddress">
+        <source>This computer has no local network address. Connect it to the same Wi-Fi network as your phone.</source>
+        <extracomment>Shown in place of the pairing code when this computer has addresses but none on a local network</extracomment>
+        <translation>Dieser Computer hat keine Adresse im lokalen Netzwerk. Verbinden Sie ihn mit demselben WLAN wie Ihr Telefon.</translation>
+    </message>
+    <message id="stageConnecting">
+        <source>Connecting to the phone...</source>
+        <extracomment>Progress before the first bytes go to the phone</extracomment>
+        <translation>Verbindung zum Telefon …</translation>
+    </message>
     <message id="stageWaiting">
         <source>Waiting for the phone...</source>
         <extracomment>Progress while the phone works on the files</extracomment>

@@ -2,6 +2,8 @@
 
 #include <QFile>
 
+#include <climits>
+
 #include <sys/stat.h>
 
 IntakeList::IntakeList(Kind kind, QObject* parent)
@@ -23,7 +25,7 @@ void IntakeList::setOperationPrecondition(std::function<bool()> precondition)
 void IntakeList::updateOperationButton()
 {
     Buttons b = m_buttons;
-    b.operation = markedCount() > 0 && operationAllowed();
+    b.operation = operationOn();
     setButtons(b);
 }
 
@@ -47,9 +49,20 @@ bool IntakeList::admits(const QString& path) const
         if (file->filePath && file->filePath->section(u'/', -1) == last)
             return false;
     }
+    if (resultNameTooLong(path))
+        return false;
     // A name made only of dots has no extension: it is not an encrypted file.
     const bool encrypted = isEncryptedName(last);
     return m_kind == Kind::Encrypt ? !encrypted : encrypted;
+}
+
+bool IntakeList::resultNameTooLong(const QString& path) const
+{
+    // Refused when added, not when ENCRYPT is pressed: such a file can never be encrypted, so
+    // the user hears it while picking files instead of after marking them and choosing people.
+    // Decrypted results are shorter than their files, so only encryption needs this.
+    const QString name = path.section(u'/', -1, -1, QString::SectionSkipEmpty);
+    return m_kind == Kind::Encrypt && QFile::encodeName(name).size() + 3 > NAME_MAX;
 }
 
 bool IntakeList::addFiles(const QStringList& paths)
@@ -79,9 +92,8 @@ void IntakeList::flip(int row)
         return;
     m_files.at(row)->isChecked = !m_files.at(row)->isChecked;
     Buttons b = m_buttons;
-    const bool anyMarked = markedCount() > 0;
-    b.remove = anyMarked;
-    b.operation = anyMarked && operationAllowed();
+    b.remove = markedCount() > 0;
+    b.operation = operationOn();
     setButtons(b);
     Q_EMIT changed();
 }
@@ -93,7 +105,7 @@ void IntakeList::markAll()
         file->isChecked = someUnmarked;
     Buttons b = m_buttons;
     b.remove = someUnmarked;
-    b.operation = someUnmarked && operationAllowed();
+    b.operation = operationOn();
     setButtons(b);
     Q_EMIT changed();
 }
@@ -102,11 +114,9 @@ void IntakeList::removeMarked()
 {
     m_files.removeIf([](const FilePtr& f) { return f->isChecked; });
     Buttons b = m_buttons;
-    if (m_files.isEmpty()) {
-        b.markAll = false;
-        b.operation = false;
-    }
+    b.markAll = !m_files.isEmpty();
     b.remove = false;
+    b.operation = operationOn(); // nothing marked is left: off
     setButtons(b);
     Q_EMIT changed();
 }
@@ -117,7 +127,7 @@ void IntakeList::clearMarks()
         file->isChecked = false;
     Buttons b = m_buttons;
     b.remove = false;
-    b.operation = false;
+    b.operation = operationOn();
     setButtons(b);
     Q_EMIT changed();
 }

@@ -49,6 +49,9 @@ public:
     // The last piece of a name split at "."; "vx" exactly marks an encrypted file.
     static bool isEncryptedName(const QString& name);
     bool admits(const QString& path) const;
+    // True when the file's result would have a name too long for the file system: on the
+    // Encrypt list, a name that cannot take ".vx" within 255 bytes.
+    bool resultNameTooLong(const QString& path) const;
 
 Q_SIGNALS:
     void changed();
@@ -56,7 +59,9 @@ Q_SIGNALS:
 
 private:
     void setButtons(Buttons buttons);
-    bool operationAllowed() const { return !m_precondition || m_precondition(); }
+    // The one rule of the operation button, wherever marks or recipients change: on exactly
+    // when a file is marked and the other precondition holds.
+    bool operationOn() const { return markedCount() > 0 && (!m_precondition || m_precondition()); }
 
     Kind m_kind;
     FileList m_files;

@@ -169,10 +169,13 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
     if (!QDir().mkdir(unpackFolder))
         return replyNotSaved(u"cannot create " + unpackFolder);
 
-    report(Stage::Sending, 0, 1);
     const MultipartUpload::Outcome outcome = MultipartUpload::send(
         m_url, parts, zip,
         [this](const MultipartUpload::Progress& p) {
+            // Until the connection stands, nothing is measured (no total yet): the screen keeps
+            // saying that it connects rather than showing made-up figures.
+            if (p.received == 0 && p.total <= 0)
+                return;
             if (p.received > 0)
                 report(Stage::Receiving, p.received, 0);
             else if (p.total > 0 && p.sent >= p.total)
@@ -198,7 +201,10 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
     case Problem::ReplyNotWritten:
         Log::line(u"Cannot write the phone's reply: " + outcome.problemDetail);
         return replyNotSaved(outcome.problemDetail);
-    case Problem::FileUnreadable: // reported like any failed request
+    case Problem::FileUnreadable:
+        // Moved, deleted or made unreadable after it was picked; told like any failed request.
+        Log::line(u"Cannot read a file to send: " + Log::escaped(outcome.problemDetail));
+        return connectionFailed();
     case Problem::None:
         break;
     }

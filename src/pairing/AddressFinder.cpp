@@ -1,5 +1,7 @@
 #include "pairing/AddressFinder.h"
 
+#include "pairing/LocalAddressRule.h"
+
 #include <QHostAddress>
 #include <QNetworkInterface>
 
@@ -61,6 +63,16 @@ QStringList candidateAddresses(const QList<InterfaceEntry>& interfaces, bool mac
             if (QHostAddress(address).protocol() == QAbstractSocket::IPv4Protocol && !result.contains(address))
                 result.append(address);
         }
+    }
+    return result;
+}
+
+QStringList pairableAddresses(const QStringList& addresses)
+{
+    QStringList result;
+    for (const QString& address : addresses) {
+        if (LocalAddressRule::isLocalIPv4Literal(address))
+            result.append(address);
     }
     return result;
 }

@@ -32,6 +32,10 @@ std::optional<QString> pickAddress(const QList<InterfaceEntry>& interfaces, bool
 // rule's choice first: the choices a user may prefer when the machine has several.
 QStringList candidateAddresses(const QList<InterfaceEntry>& interfaces, bool macOS = false);
 
+// The addresses of `addresses` that the listener takes pairing messages on: a phone that
+// reaches this computer on any other (a public address) is always refused, so it is never offered.
+QStringList pairableAddresses(const QStringList& addresses);
+
 // This machine's interfaces.
 QList<InterfaceEntry> systemInterfaces();
 

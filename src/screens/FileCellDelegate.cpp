@@ -64,12 +64,19 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
     p->fillRect(row, Qt::white);
     // The separator runs along the row's foot, so the first row does not double the box's edge.
     p->fillRect(QRect(row.left(), row.bottom() - 1, row.width(), 2), gridColor);
+    if (option.state.testFlag(QStyle::State_HasFocus)) {
+        // The keyboard's row: rows are white in every palette, so a dark amber frame reads on
+        // a light and a dark desktop alike (over 4:1 against white).
+        p->setPen(QPen(focusColor, 2));
+        p->setBrush(Qt::NoBrush);
+        p->drawRoundedRect(QRectF(row).adjusted(3, 3, -3, -4), 6, 6);
+    }
 
     int left = row.left() + margin;
     if (m_outlets.isChecked) {
         const QRect box = checkBoxRect(row);
         const bool checked = index.data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked;
-        MarkBox::paint(p, box, checked, option.state.testFlag(QStyle::State_HasFocus));
+        MarkBox::paint(p, box, checked);
         left = box.right() + 12;
     }
     int right = row.right() - margin;

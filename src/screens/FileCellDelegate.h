@@ -19,6 +19,7 @@ public:
 
     static constexpr int rowHeight = 42;
     static inline const QColor gridColor { 247, 247, 247 };
+    static inline const QColor focusColor { 168, 100, 0 };
 
     FileCellDelegate(Outlets outlets, QString identifier, QObject* parent = nullptr);
 

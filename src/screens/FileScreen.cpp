@@ -203,11 +203,31 @@ void FileScreen::applyButtons(const IntakeList::Buttons& buttons)
 
 void FileScreen::addFiles(const QStringList& paths)
 {
-    if (!m_intake->addFiles(paths))
+    // Names too long for a result are told by name: the general refusal would not say why.
+    QStringList tooLong;
+    QStringList others;
+    for (const QString& path : paths) {
+        if (m_intake->resultNameTooLong(path)) {
+            // Shortened in the middle, so the dialog stays readable and the extension shows.
+            const QString name = path.section(u'/', -1, -1, QString::SectionSkipEmpty);
+            tooLong.append(name.size() > 60 ? name.left(36) + u'…' + name.right(20) : name);
+        }
+        else
+            others.append(path);
+    }
+    QStringList messages;
+    if (m_intake->addFiles(others))
+        messages.append(m_settings.refusalMessage);
+    if (!tooLong.isEmpty()) {
+        //: Dialog description when added files have names too long to add ".vx" to; %1 lists them
+        //% "These names are too long to add \".vx\" to (at most 255 bytes): %1. Rename them and add them again."
+        messages.append(qtTrId("fileNameTooLong").arg(tooLong.join(u", ")));
+    }
+    if (messages.isEmpty())
         return;
     //: Dialog title when adding files that are already added
     //% "Some of the files cannot be added"
-    showAlert(this, qtTrId("filesToEncryptDialogTitle"), m_settings.refusalMessage, Dialogs::Style::Informational);
+    showAlert(this, qtTrId("filesToEncryptDialogTitle"), messages.join(u"\n\n"), Dialogs::Style::Informational);
 }
 
 void FileScreen::chooseFiles()
@@ -248,6 +268,12 @@ QString stageText(OperationTask::Stage stage, qint64 done, qint64 total)
 {
     switch (stage) {
     case OperationTask::Stage::Sending:
+        if (total <= 0) {
+            // Nothing measured yet: the transfer is still reaching the phone.
+            //: Progress before the first bytes go to the phone
+            //% "Connecting to the phone..."
+            return qtTrId("stageConnecting");
+        }
         //: Progress while files go to the phone
         //% "Sending %1 of %2"
         return qtTrId("stageSending").arg(formatFileSize(quint64(done)), formatFileSize(quint64(total)));

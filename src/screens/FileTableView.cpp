@@ -28,11 +28,32 @@ FileTableView::FileTableView(const QString& identifier, FileCellDelegate* cell, 
     setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     setAcceptDrops(acceptsFileDrops);
     setDropIndicatorShown(false);
-    setFocusPolicy(Qt::StrongFocus);
     viewport()->setAutoFillBackground(true);
     QPalette p = viewport()->palette();
     p.setColor(QPalette::Base, Qt::white);
     viewport()->setPalette(p);
+}
+
+void FileTableView::setModel(QAbstractItemModel* model)
+{
+    CheckableListView::setModel(model);
+    updateTabStop();
+    if (!model)
+        return;
+    // Models only ever come from the screen and live as long as this view.
+    for (auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
+        connect(model, signal, this, &FileTableView::updateTabStop);
+    connect(model, &QAbstractItemModel::modelReset, this, &FileTableView::updateTabStop);
+}
+
+void FileTableView::updateTabStop()
+{
+    // An empty table has no row to show focus on: the keyboard passes it by (its hint names
+    // the button to press instead).
+    const bool rows = model() && model()->rowCount(rootIndex()) > 0;
+    setFocusPolicy(rows ? Qt::StrongFocus : Qt::NoFocus);
+    if (!rows && hasFocus())
+        focusNextChild();
 }
 
 bool FileTableView::isBetweenRows(const QPoint& position) const

@@ -17,6 +17,8 @@ public:
     QString identifier() const { return objectName(); }
     FileCellDelegate* cell() const { return m_cell; }
 
+    void setModel(QAbstractItemModel* model) override;
+
     // Whether a drop at `position` (viewport coordinates) would land between rows.
     bool isBetweenRows(const QPoint& position) const;
 
@@ -40,6 +42,7 @@ protected:
 private:
     bool acceptsDropAt(const QMimeData* data, const QPoint& position) const;
     void setHoveredPreview(int row);
+    void updateTabStop();
 
     FileCellDelegate* m_cell;
     bool m_acceptsFileDrops;

@@ -1,5 +1,6 @@
 #include "screens/QRCodeViewController.h"
 
+#include "app/Log.h"
 #include "app/Session.h"
 #include "app/Settings.h"
 #include "app/Texts.h"
@@ -40,6 +41,13 @@ QString cannotFindIP()
     //: Text when ip address is not found
     //% "Cannot find IP address"
     return qtTrId("cannotFindIP");
+}
+
+QString noLocalAddress()
+{
+    //: Shown in place of the pairing code when this computer has addresses but none on a local network
+    //% "This computer has no local network address. Connect it to the same Wi-Fi network as your phone."
+    return qtTrId("noLocalAddress");
 }
 
 QLabel* whiteLabel(QWidget* parent, int pointSize, bool bold)
@@ -188,8 +196,11 @@ void QRCodeViewController::refreshAddress()
         m_refresher.stop();
         return;
     }
-    const QStringList candidates = addressSource() ? addressSource()() : systemCandidates();
-    QString text = candidates.isEmpty() ? cannotFindIP() : candidates.first();
+    const QStringList found = addressSource() ? addressSource()() : systemCandidates();
+    // Only addresses the listener takes pairing messages on: a phone that scanned any other
+    // would be refused, and nothing would tell the user why.
+    const QStringList candidates = AddressFinder::pairableAddresses(found);
+    QString text = !candidates.isEmpty() ? candidates.first() : found.isEmpty() ? cannotFindIP() : noLocalAddress();
     const auto preferred = Settings::string(preferredAddressKey);
     if (preferred && candidates.contains(*preferred))
         text = *preferred;
@@ -202,8 +213,11 @@ void QRCodeViewController::refreshAddress()
         m_selector->addItems(candidates);
         m_selector->setCurrentText(text);
     }
-    if (text != ipAdressLabel->text())
-        showAddress(text);
+    if (text == ipAdressLabel->text())
+        return;
+    if (text == noLocalAddress())
+        Log::line(u"No local network address to pair on; the listener refuses phones on " + found.join(u", "));
+    showAddress(text);
 }
 
 void QRCodeViewController::chooseAddress(int index)
@@ -237,7 +251,14 @@ void QRCodeViewController::showAddress(const QString& text)
 {
     ++m_redraws;
     ipAdressLabel->setText(text);
-    if (text == cannotFindIP()) {
+    // An address reads large; a sentence in its place wraps in the white box.
+    const bool sentence = text == noLocalAddress();
+    QFont font = ipAdressLabel->font();
+    font.setPointSize(sentence ? 13 : 17);
+    font.setBold(!sentence);
+    ipAdressLabel->setFont(font);
+    ipAdressLabel->setWordWrap(sentence);
+    if (text == cannotFindIP() || sentence) {
         m_matrix = {};
         qrCodeImage->setPixmap(QIcon(QStringLiteral(":/images/ipnotfound.svg")).pixmap(QSize(220, 220), devicePixelRatioF()));
         return;

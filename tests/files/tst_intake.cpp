@@ -59,6 +59,11 @@ void TestIntake::admission_data()
                                << "..." << false;
     QTest::newRow("empty list") << E << ""
                                 << "" << false;
+    // The encrypted result adds ".vx": a name takes at most 252 bytes, counted in UTF-8.
+    const QString fits = QString(248, u'a') + u".txt";
+    QTest::newRow("encrypt: 252 bytes fit, 253 do not")
+        << E << u"/a/"_qs + fits + u" /b/b" + fits + u" /a/" + QString(125, QChar(0xe9)) + u".txt" << fits << true;
+    QTest::newRow("decrypt: 255 bytes fit") << D << u"/e/"_qs + fits.left(248) + u".txt.vx" << fits.left(248) + u".txt.vx" << false;
 }
 
 void TestIntake::admission()
@@ -115,9 +120,9 @@ void TestIntake::buttons_data()
     QTest::newRow("mark all from one") << E << "flip1 all" << true << "xxx" << Buttons { true, true, true };
     QTest::newRow("mark all twice clears")
         << E << "flip1 all all" << true << "---" << Buttons { true, false, false };
-    // Removing leaves the operation button alone while files remain.
+    // Nothing marked is left after removing: the operation button goes off too.
     QTest::newRow("remove the marked one")
-        << E << "flip1 remove" << true << "--" << Buttons { true, false, true };
+        << E << "flip1 remove" << true << "--" << Buttons { true, false, false };
     QTest::newRow("remove all") << E << "all remove" << true << "" << Buttons { false, false, false };
     QTest::newRow("flip outside the rows")
         << E << "flip-1 flip7" << true << "---" << Buttons { true, false, false };

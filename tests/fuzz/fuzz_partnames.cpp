@@ -48,8 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             files.append(sources + u'/' + line);
             intake.append({ files.last(), true });
         }
-        const QString counted = UniqueNames::withCounter(line, 1);
-        check(counted != line); // else landing would try the same taken name again and again
+        // Else landing would try the same taken name again and again.
+        check(UniqueNames::withCounter(line, 1) != UniqueNames::withCounter(line, 2));
     }
 
     const QStringList staged = EncryptTask::stagedNames(files, results);

@@ -95,6 +95,7 @@ private Q_SLOTS:
     void archivesThatFailLeaveNoTrace();
     void cleanupRemovesOnlyMarkedUnlockedFolders();
     void roundTripThroughThePhone();
+    void namesAtTheLimitSurviveARoundTrip();
     void failuresBecomeTheirDialogs_data();
     void failuresBecomeTheirDialogs();
     void namesAResultMayCarry_data();
@@ -158,6 +159,10 @@ void TestOperations::uniqueNames_data()
                                   << "README (1)";
     QTest::newRow("two extensions") << QStringList { u"x.tar.gz.vx"_qs } << "x.tar.gz"
                                     << "x.tar (1).gz";
+    // At the file system's limit the base gives way to the counter, ".vx" still to come.
+    const QString l = QString(248, u'l');
+    QTest::newRow("252 bytes with a counter") << QStringList { l + u".txt.vx" } << l + u".txt"
+                                              << l.left(244) + u" (1).txt";
 }
 
 void TestOperations::uniqueNames()
@@ -270,6 +275,9 @@ void TestOperations::roundTripThroughThePhone()
     QCOMPARE(int(encrypted.outcome), int(Outcome::Succeeded));
     QVERIFY(encrypted.title.isEmpty());
     QVERIFY(progress.size() >= 2);
+    for (const auto& args : progress) // no figures before the transfer has measured its size
+        QVERIFY(args.at(0).value<OperationTask::Stage>() != OperationTask::Stage::Sending
+            || args.at(2).toLongLong() > report.size());
     QCOMPARE(QDir(m_encrypted).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
         (QStringList { u"notes.vx"_qs, u"report (1).pdf.vx"_qs, u"report.pdf.vx"_qs, quoted + u".vx" }));
     QCOMPARE(read(m_encrypted + u"/report.pdf.vx"_qs), QByteArray("an earlier result"));
@@ -309,6 +317,26 @@ void TestOperations::roundTripThroughThePhone()
             u"report (1).pdf | report (1).pdf.vx | application/octet-stream | 3146899"_qs,
             u"notes | notes.vx | application/octet-stream | 366"_qs,
             u"say %22hi%22.txt | say %22hi%22.txt.vx | application/octet-stream | 354"_qs }));
+}
+
+void TestOperations::namesAtTheLimitSurviveARoundTrip()
+{
+    // 252 bytes take ".vx" within the 255 a name may have; earlier results of the same names
+    // are in the way, so the counters must fit as well, on both ways.
+    const QString name = QString(248, u'n') + u".txt";
+    write(m_files + u'/' + name, "at the limit");
+    write(m_encrypted + u'/' + name + u".vx", "earlier");
+    EncryptTask encrypt({ m_files + u'/' + name }, u"alex.morgan@example.com;"_qs, m_encrypted, url("/encryptFile/"));
+    const auto encrypted = runTask(encrypt);
+    QCOMPARE(encrypted.message, QString());
+    QCOMPARE(encrypted.written.size(), 1);
+    const QString vx = encrypted.written.at(0);
+    write(m_decrypted + u'/' + File(vx).fileName(), "earlier");
+    DecryptTask decrypt({ { vx, true } }, m_decrypted, url("/decryptFile/"));
+    const auto decrypted = runTask(decrypt);
+    QCOMPARE(decrypted.message, QString());
+    QCOMPARE(decrypted.written.size(), 1);
+    QCOMPARE(read(decrypted.written.at(0)), QByteArray("at the limit"));
 }
 
 void TestOperations::failuresBecomeTheirDialogs_data()
@@ -598,7 +626,9 @@ void TestOperations::onlyRegularFilesAreSent()
         QVERIFY(clock.elapsed() < 5000);
     }
     EncryptTask encrypt({ fifo }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
+    const LogCapture log;
     QCOMPARE(runTask(encrypt).message, QStringLiteral("Connection timeout"));
+    QCOMPARE(log.lines(), QStringList { u"Cannot read a file to send: "_qs + fifo }); // not a reply cut short
     QVERIFY(QDir(m_encrypted).isEmpty());
     // Nothing malformed went out. (An earlier test's stalled request may still be logged late.)
     for (const QJsonValue& request : m_sim->requests()) {

@@ -51,6 +51,7 @@ private Q_SLOTS:
     void chooseFilesStartsInTheRightFolder();
     void previewAndOpenFolderOpenTheRightPaths();
     void clicksAndKeysFlipMarks();
+    void keyboardFocusIsVisible();
 
 private:
     QTemporaryDir m_home;
@@ -113,6 +114,12 @@ void TestFileScreens::oneDialogForSeveralRefusals()
         QStringLiteral("You can only add files that aren't encrypted or uploaded"));
     encrypt.addFiles({});
     QCOMPARE(dialogs.shown.size(), 2);
+    // A name that cannot take ".vx" within 255 bytes is refused by name, next to the general reason.
+    const QString tooLong = QString(249, u'L') + u".txt";
+    encrypt.addFiles({ m_files + u'/' + tooLong, m_files + u"/photo.vx"_qs, m_files + u'/' + tooLong.mid(1) });
+    QCOMPARE(encrypt.filesToEncrypt().size(), 1); // 252 bytes fit
+    QCOMPARE(dialogs.shown.at(2).message, u"You can only add files that aren't encrypted or uploaded\n\nThese names are too long to add \".vx\" to (at most 255 bytes): "_qs
+                                              + tooLong.left(36) + u'…' + tooLong.right(20) + u". Rename them and add them again.");
 }
 
 void TestFileScreens::chooseFilesStartsInTheRightFolder()
@@ -190,6 +197,27 @@ void TestFileScreens::clicksAndKeysFlipMarks()
     QCOMPARE(screen.filesToDecrypt().size(), 1);
     QVERIFY(!screen.removeFilesButton->isEnabled());
     QCOMPARE(screen.removeFilesButton->property("state").toInt(), 0);
+    QVERIFY(!screen.isDecryptFilesEnabled()); // nothing marked is left
+}
+
+void TestFileScreens::keyboardFocusIsVisible()
+{
+    EncryptViewController screen;
+    screen.resize(1100, 650);
+    screen.show();
+    QVERIFY(QTest::qWaitForWindowActive(&screen));
+    FileTableView* table = screen.filesToEncryptTable();
+    QCOMPARE(table->focusPolicy(), Qt::NoFocus); // empty: no row to show the focus on
+    screen.addFiles({ m_files + u"/report.pdf"_qs });
+    QCOMPARE(table->focusPolicy(), Qt::StrongFocus);
+    table->setFocus(Qt::TabFocusReason);
+    QTRY_VERIFY(table->hasFocus());
+    const QPoint frame = table->visualRect(table->currentIndex()).topLeft() + QPoint(3, 20);
+    const auto colourAtFrame = [&] { return table->viewport()->grab().toImage().pixelColor(frame); };
+    QCOMPARE(colourAtFrame(), FileCellDelegate::focusColor);
+    screen.chooseFilesButton->setFocus();
+    QTRY_VERIFY(!table->hasFocus());
+    QCOMPARE(colourAtFrame(), QColor(Qt::white));
 }
 
 QTEST_MAIN(TestFileScreens)

@@ -187,6 +187,7 @@ void TestOperationScreens::waitIsCountedAndCancelKeepsTheChoice()
     QVERIFY(m_phone->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     encrypt.encryptFiles();
     QVERIFY(encrypt.overlay());
+    QCOMPARE(encrypt.overlay()->stageLabel()->text(), QStringLiteral("Connecting to the phone...")); // no figures yet
     QLabel* detail = encrypt.overlay()->detailLabel();
     QTRY_VERIFY_WITH_TIMEOUT(detail->text().contains(u"0:01"_qs), 10000);
     QTRY_VERIFY_WITH_TIMEOUT(detail->text().contains(u"0:02"_qs), 5000);
