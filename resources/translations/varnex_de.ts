@@ -168,9 +168,9 @@ Select deselect all files button</extracomment>
         <translation>Senden: %1 von %2</translation>
     </message>
     <message id="fileNameTooLong">
-        <source>These names are too long to add &quot;.vx&quot; to (at most 255 bytes): %1. Rename them and add them again.</source>
+        <source>Too long to add &quot;.vx&quot; to (255 bytes at most): %1. Rename and add again.</source>
         <extracomment>Dialog description when added files have names too long to add &quot;.vx&quot; to; %1 lists them</extracomment>
-        <translation>Diese Namen sind zu lang, um „.vx“ anzuhängen (höchstens 255 Byte): %1. Benennen Sie die Dateien um und fügen Sie sie erneut hinzu.</translation>
+        <translation>Zu lang, um „.vx“ anzuhängen (höchstens 255 Byte): %1. Bitte umbenennen und erneut hinzufügen.</translation>
     </message>
     <message id="noLocalAddress">
         <source>This computer has no local network address. Connect it to the same Wi-Fi network as your phone.</source>

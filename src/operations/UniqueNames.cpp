@@ -18,7 +18,8 @@ QString withCounter(const QString& name, int counter, int maxBytes)
 {
     const QStringList pieces = name.split(u'.', Qt::SkipEmptyParts);
     const bool hasExt = pieces.size() >= 2;
-    const QString tail = hasExt ? QStringLiteral(" (%1).").arg(counter) + pieces.last() : QStringLiteral(" (%1)").arg(counter);
+    const QString tail = hasExt ? QStringLiteral(" (%1).").arg(counter) + pieces.last()
+                                : QStringLiteral(" (%1)").arg(counter);
     QString base = hasExt ? name.left(name.size() - pieces.last().size() - 1) : name;
     // A name near the file system's limit would not take the counter: its base gives way, by
     // whole characters, rather than the result failing to land.
@@ -40,10 +41,13 @@ QString unique(const QString& name, const std::function<bool(const QString&)>& t
 
 QString uniqueEncryptedName(const QString& folder, const QString& name)
 {
-    return unique(name, [&folder](const QString& c) {
-        const QFileInfo info(folder + u'/' + c + u".vx");
-        return info.exists() || info.isSymLink();
-    }, maxNameBytes - 3);
+    return unique(
+        name,
+        [&folder](const QString& c) {
+            const QFileInfo info(folder + u'/' + c + u".vx");
+            return info.exists() || info.isSymLink();
+        },
+        maxNameBytes - 3);
 }
 
 QString uniqueDecryptedName(const QString& folder, const QString& name)

@@ -211,23 +211,24 @@ void FileScreen::addFiles(const QStringList& paths)
             // Shortened in the middle, so the dialog stays readable and the extension shows.
             const QString name = path.section(u'/', -1, -1, QString::SectionSkipEmpty);
             tooLong.append(name.size() > 60 ? name.left(36) + u'…' + name.right(20) : name);
-        }
-        else
+        } else {
             others.append(path);
+        }
     }
     QStringList messages;
     if (m_intake->addFiles(others))
         messages.append(m_settings.refusalMessage);
     if (!tooLong.isEmpty()) {
         //: Dialog description when added files have names too long to add ".vx" to; %1 lists them
-        //% "These names are too long to add \".vx\" to (at most 255 bytes): %1. Rename them and add them again."
+        //% "Too long to add \".vx\" to (255 bytes at most): %1. Rename and add again."
         messages.append(qtTrId("fileNameTooLong").arg(tooLong.join(u", ")));
     }
     if (messages.isEmpty())
         return;
     //: Dialog title when adding files that are already added
     //% "Some of the files cannot be added"
-    showAlert(this, qtTrId("filesToEncryptDialogTitle"), messages.join(u"\n\n"), Dialogs::Style::Informational);
+    showAlert(
+        this, qtTrId("filesToEncryptDialogTitle"), messages.join(u"\n\n"), Dialogs::Style::Informational);
 }
 
 void FileScreen::chooseFiles()

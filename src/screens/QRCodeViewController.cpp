@@ -200,7 +200,9 @@ void QRCodeViewController::refreshAddress()
     // Only addresses the listener takes pairing messages on: a phone that scanned any other
     // would be refused, and nothing would tell the user why.
     const QStringList candidates = AddressFinder::pairableAddresses(found);
-    QString text = !candidates.isEmpty() ? candidates.first() : found.isEmpty() ? cannotFindIP() : noLocalAddress();
+    QString text = !candidates.isEmpty() ? candidates.first()
+        : found.isEmpty()                ? cannotFindIP()
+                                         : noLocalAddress();
     const auto preferred = Settings::string(preferredAddressKey);
     if (preferred && candidates.contains(*preferred))
         text = *preferred;
@@ -216,7 +218,8 @@ void QRCodeViewController::refreshAddress()
     if (text == ipAdressLabel->text())
         return;
     if (text == noLocalAddress())
-        Log::line(u"No local network address to pair on; the listener refuses phones on " + found.join(u", "));
+        Log::line(
+            u"No local network address to pair on; the listener refuses phones on " + found.join(u", "));
     showAddress(text);
 }
 

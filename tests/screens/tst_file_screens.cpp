@@ -118,8 +118,9 @@ void TestFileScreens::oneDialogForSeveralRefusals()
     const QString tooLong = QString(249, u'L') + u".txt";
     encrypt.addFiles({ m_files + u'/' + tooLong, m_files + u"/photo.vx"_qs, m_files + u'/' + tooLong.mid(1) });
     QCOMPARE(encrypt.filesToEncrypt().size(), 1); // 252 bytes fit
-    QCOMPARE(dialogs.shown.at(2).message, u"You can only add files that aren't encrypted or uploaded\n\nThese names are too long to add \".vx\" to (at most 255 bytes): "_qs
-                                              + tooLong.left(36) + u'…' + tooLong.right(20) + u". Rename them and add them again.");
+    QCOMPARE(dialogs.shown.at(2).message, u"You can only add files that aren't encrypted or uploaded\n\n"
+                                          u"Too long to add \".vx\" to (255 bytes at most): "_qs
+            + tooLong.left(36) + u'…' + tooLong.right(20) + u". Rename and add again.");
 }
 
 void TestFileScreens::chooseFilesStartsInTheRightFolder()
