@@ -1,6 +1,5 @@
 #include "screens/QRCodeViewController.h"
 
-#include "app/Log.h"
 #include "app/Session.h"
 #include "app/Settings.h"
 #include "app/Texts.h"
@@ -14,8 +13,11 @@
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
+#include <QLoggingCategory>
 #include <QPainter>
 #include <QVBoxLayout>
+
+Q_LOGGING_CATEGORY(lcScreens, "varnex.screens", QtInfoMsg)
 
 namespace {
 
@@ -218,8 +220,8 @@ void QRCodeViewController::refreshAddress()
     if (text == ipAdressLabel->text())
         return;
     if (text == noLocalAddress())
-        Log::line(
-            u"No local network address to pair on; the listener refuses phones on " + found.join(u", "));
+        qCInfo(lcScreens).noquote() << "No local network address to pair on; the listener refuses phones on"
+                                    << found.join(u", ");
     showAddress(text);
 }
 

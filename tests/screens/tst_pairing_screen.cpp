@@ -1,7 +1,6 @@
 #include "app/Session.h"
 #include "app/Settings.h"
 #include "app/Translations.h"
-#include "common/LogCapture.h"
 #include "pairing/AddressFinder.h"
 #include "screens/QRCodeViewController.h"
 
@@ -172,15 +171,14 @@ void TestPairingScreen::redrawsOnlyWhenTheAddressChanges()
     QVERIFY(screen.currentMatrix().isValid());
 
     // Public addresses only: the listener would refuse every phone, so no code is offered.
-    const LogCapture log;
     m_addresses = { u"192.0.2.2"_qs, u"8.8.8.8"_qs };
+    QTest::ignoreMessage(QtInfoMsg, "No local network address to pair on; the listener refuses phones on 192.0.2.2, 8.8.8.8");
     Settings::setString("preferredPairingAddress", u"192.0.2.2"_qs);
     screen.refreshAddress();
     screen.refreshAddress();
     QCOMPARE(screen.ipAdressLabel->text(),
              u"This computer has no local network address. Connect it to the same Wi-Fi network as your phone."_qs);
     QVERIFY(!screen.currentMatrix().isValid());
-    QCOMPARE(log.lines(), QStringList { u"No local network address to pair on; the listener refuses phones on 192.0.2.2, 8.8.8.8"_qs });
     m_addresses = { u"192.0.2.2"_qs, u"100.64.1.9"_qs };
     screen.refreshAddress();
     QCOMPARE(screen.ipAdressLabel->text(), QStringLiteral("100.64.1.9"));
