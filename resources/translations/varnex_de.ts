@@ -132,9 +132,9 @@
     </message>
     <message id="selectDeselectAll">
         <source>SELECT/DESELECT ALL</source>
-        <extracomment>Select deselect all users button
+        <extracomment>Select deselect all files button
 ----------
-Select deselect all files button</extracomment>
+Select deselect all users button</extracomment>
         <translation>ALLE/KEINE</translation>
     </message>
     <message id="search">
@@ -372,29 +372,24 @@ Select deselect all files button</extracomment>
         <extracomment>Dialog description when the program is started a second time</extracomment>
         <translation>Bitte verwenden Sie das bereits geöffnete Fenster. Es kann immer nur ein Varnex Desktop laufen.</translation>
     </message>
-    <message id="aboutDisconnect">
-        <source>Disconnect</source>
-        <extracomment>About screen: forget the paired phone and show the pairing screen again</extracomment>
-        <translation>Trennen</translation>
-    </message>
     <message id="aboutPairedWith">
         <source>Paired with %1 (%2)</source>
-        <extracomment>About screen: the phone this computer is paired with. %1 is its name, %2 its address.</extracomment>
+        <extracomment>About screen: the phone this computer trusts. %1 is its name, %2 its address.</extracomment>
         <translation>Gekoppelt mit %1 (%2)</translation>
     </message>
     <message id="pairingRequestSwitch">
         <source>Switch</source>
-        <extracomment>Main window bar: switch to the phone that asks to pair</extracomment>
+        <extracomment>Pairing bar while a phone is connected: use the phone that asks instead</extracomment>
         <translation>Wechseln</translation>
     </message>
     <message id="pairingRequestIgnore">
         <source>Ignore</source>
-        <extracomment>Main window bar: keep the current phone</extracomment>
+        <extracomment>Pairing bar: keep things as they are</extracomment>
         <translation>Ignorieren</translation>
     </message>
     <message id="pairingRequestText">
         <source>%1 (%2) wants to pair with this computer</source>
-        <extracomment>Main window bar: another phone sent a pairing message. %1 is its name, %2 its address.</extracomment>
+        <extracomment>Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from.</extracomment>
         <translation>%1 (%2) möchte sich mit diesem Computer koppeln</translation>
     </message>
     <message id="createGroupButton">
@@ -587,6 +582,76 @@ Select deselect all files button</extracomment>
     <message id="apiNotAuthenticated">
         <source>Not authenticated. Please scan QR code with iOS app first.</source>
         <translation>Nicht angemeldet. Bitte scannen Sie zuerst den QR-Code mit der iOS-App.</translation>
+    </message>
+    <message id="aboutForgetPhone">
+        <source>Forget this phone</source>
+        <extracomment>About screen: stop trusting the paired phone and show the pairing screen again</extracomment>
+        <translation>Dieses Telefon vergessen</translation>
+    </message>
+    <message id="aboutPairedWithEmail">
+        <source>Paired with %1 (%2, %3)</source>
+        <extracomment>About screen: the phone this computer trusts. %1 is its name, %2 its address, %3 the e-mail of its user.</extracomment>
+        <translation>Gekoppelt mit %1 (%2, %3)</translation>
+    </message>
+    <message id="forgetPhoneTitle">
+        <source>Forget %1?</source>
+        <extracomment>Title of the question before forgetting the paired phone. %1 is its name.</extracomment>
+        <translation>%1 vergessen?</translation>
+    </message>
+    <message id="forgetPhoneQuestion">
+        <source>This computer will no longer connect to it by itself. Your lists start afresh, and the next phone that scans the code asks to pair.</source>
+        <extracomment>Question before forgetting the paired phone</extracomment>
+        <translation>Dieser Computer verbindet sich dann nicht mehr von selbst mit ihm. Ihre Listen beginnen neu, und das nächste Telefon, das den Code scannt, fragt nach einer Kopplung.</translation>
+    </message>
+    <message id="forgetPhoneButton">
+        <source>Forget</source>
+        <extracomment>Button that forgets the paired phone</extracomment>
+        <translation>Vergessen</translation>
+    </message>
+    <message id="operationPhoneLost">
+        <source>Contact with the phone was lost, so the operation was stopped. Nothing was changed: your files and the result folder are as they were.</source>
+        <extracomment>Failure dialog when the phone stopped answering during an operation</extracomment>
+        <translation>Die Verbindung zum Telefon ist abgebrochen, deshalb wurde der Vorgang beendet. Nichts wurde verändert: Ihre Dateien und der Ergebnisordner sind wie zuvor.</translation>
+    </message>
+    <message id="pairingRequestUnnamed">
+        <source>A phone without a name</source>
+        <extracomment>Pairing bar: stands for the name of a phone that sent none</extracomment>
+        <translation>Ein Telefon ohne Namen</translation>
+    </message>
+    <message id="pairingRequestTextEmail">
+        <source>%1 (%2, %3) wants to pair with this computer</source>
+        <extracomment>Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from, %3 the e-mail of its user.</extracomment>
+        <translation>%1 (%2, %3) möchte sich mit diesem Computer koppeln</translation>
+    </message>
+    <message id="pairingRequestServiceHost">
+        <source>Its group service is at %1</source>
+        <extracomment>Pairing bar, second line when the phone&apos;s group service is on another host. %1 is that host.</extracomment>
+        <translation>Sein Gruppendienst liegt auf %1</translation>
+    </message>
+    <message id="pairingOneMoreRequest">
+        <source>1 more request</source>
+        <extracomment>Pairing bar: one more phone asks to pair after this one</extracomment>
+        <translation>1 weitere Anfrage</translation>
+    </message>
+    <message id="pairingMoreRequests">
+        <source>%1 more requests</source>
+        <extracomment>Pairing bar: more phones ask to pair after this one. %1 is how many (2 or more).</extracomment>
+        <translation>%1 weitere Anfragen</translation>
+    </message>
+    <message id="pairingRequestPair">
+        <source>Pair</source>
+        <extracomment>Pairing bar on the pairing screen: accept the phone that asks</extracomment>
+        <translation>Koppeln</translation>
+    </message>
+    <message id="lostContact">
+        <source>Lost contact with %1 at %2. Varnex Desktop reconnects by itself as soon as the phone answers again.</source>
+        <extracomment>Pairing screen after the paired phone stopped answering. %1 is its name, %2 the time.</extracomment>
+        <translation>Verbindung zu %1 um %2 verloren. Varnex Desktop verbindet sich von selbst wieder, sobald das Telefon antwortet.</translation>
+    </message>
+    <message id="lookingForPhone">
+        <source>Looking for %1 on the network. Or scan the code with another phone.</source>
+        <extracomment>Pairing screen at start, while the paired phone has not answered yet. %1 is its name.</extracomment>
+        <translation>%1 wird im Netzwerk gesucht. Oder scannen Sie den Code mit einem anderen Telefon.</translation>
     </message>
 </context>
 </TS>

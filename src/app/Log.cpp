@@ -42,7 +42,7 @@ QString escaped(const QString& text)
     out.reserve(text.size());
     for (QChar c : text) {
         const char16_t u = c.unicode();
-        const bool control = u < 0x20 || (u >= 0x7f && u <= 0x9f);
+        const bool control = u < 0x20 || (u >= 0x7f && u <= 0x9f) || u == 0x2028 || u == 0x2029;
         const bool bidi = (u >= 0x202a && u <= 0x202e) || (u >= 0x2066 && u <= 0x2069) || u == 0x200e || u == 0x200f;
         if (u == u'\\')
             out += QStringLiteral("\\\\");

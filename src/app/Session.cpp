@@ -47,8 +47,6 @@ void Session::setPhoneConnected(bool connected)
 {
     if (m_isPhoneConnected.exchange(connected) == connected)
         return;
-    if (!connected)
-        ++m_phoneEpoch;
     Q_EMIT phoneConnectedChanged(connected);
 }
 

@@ -26,11 +26,12 @@ public:
     bool isPhoneConnected() const { return m_isPhoneConnected.load(); }
     void setPhoneConnected(bool connected);
 
-    // Changes whenever the phone the screens were made for is gone: it was lost or disconnected,
-    // or the user switched to another. Work begun under one epoch and finishing under another is
-    // dropped instead of being shown over, or sent to, whatever came next.
+    // Changes whenever the phone the screens were made for is replaced by another, or forgotten.
+    // Work begun under one epoch and finishing under another is dropped instead of being shown
+    // over, or sent to, whatever came next. A phone lost and found again keeps its epoch: it is
+    // the same phone, and the same screens come back.
     quint64 phoneEpoch() const { return m_phoneEpoch.load(); }
-    // The user switched to another phone while connected: the screens of the old one go.
+    // The user chose another phone, or forgot this one: the screens of the old one go.
     void replacePhone();
 
     QDateTime associatesUpdatedAt() const;

@@ -21,5 +21,9 @@ std::unique_ptr<QSettings> open();
 // The string stored under key, or nothing when the key holds no string.
 std::optional<QString> string(const char* key);
 void setString(const char* key, const QString& value);
+// Removes a key, or a whole group when key names one.
+void remove(const char* key);
+// Makes the settings file readable and writable by its owner only (0600); every write does too.
+void protectFile();
 
 } // namespace Settings

@@ -17,9 +17,11 @@ void log()
         Log::line(QStringLiteral("[AppDelegate] ⚠️ User not authenticated - waiting for QR code scan from iOS"));
         return;
     }
-    Log::line(QStringLiteral("[AppDelegate] ✅ User authenticated: ") + Settings::string(Settings::userEmailKey).value_or(QString()));
+    // Both values came from the network once: escaped, they cannot forge lines.
+    Log::line(QStringLiteral("[AppDelegate] ✅ User authenticated: ")
+              + Log::escaped(Settings::string(Settings::userEmailKey).value_or(QString())));
     Log::line(QStringLiteral("[AppDelegate] ✅ BaseURL: ")
-              + Settings::string(Settings::baseUrlKey).value_or(QStringLiteral("not set")));
+              + Log::escaped(Settings::string(Settings::baseUrlKey).value_or(QStringLiteral("not set"))));
 }
 
 } // namespace StoredSession

@@ -17,6 +17,13 @@ ResultFolder::ResultFolder(std::optional<QString> folder, std::chrono::milliseco
         }
         refresh();
     });
+    // The periodic listing pauses while the phone is away and resumes when it is back.
+    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
+        if (connected && m_periodic && !m_timer.isActive()) {
+            refresh();
+            m_timer.start();
+        }
+    });
     // A burst of changes (an archive being unpacked) gives one listing.
     m_settle.setSingleShot(true);
     m_settle.setInterval(50);
@@ -45,5 +52,6 @@ bool ResultFolder::refresh()
 
 void ResultFolder::startPeriodicRefresh()
 {
+    m_periodic = true;
     m_timer.start();
 }

@@ -38,6 +38,7 @@ private:
     std::optional<QString> m_folder;
     FileList m_files;
     QTimer m_timer;
+    bool m_periodic = false;
     QTimer m_settle;
     QFileSystemWatcher m_watcher;
 };

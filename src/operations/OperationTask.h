@@ -48,6 +48,8 @@ public:
     void cancel() { m_cancel = true; }
     bool isRunning() const { return m_running; }
     QString operationId() const { return m_operationId; }
+    // The title of this operation's failure dialog ("Encryption failed", ...).
+    QString failureTitle() const { return m_failureTitle; }
 
     // An operation's folder name: a fresh upper-case UUID.
     static QString makeOperationId();

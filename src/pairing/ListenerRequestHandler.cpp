@@ -1,10 +1,6 @@
 #include "pairing/ListenerRequestHandler.h"
 
-#include "app/BaseUrlStore.h"
-#include "app/Session.h"
-#include "app/Settings.h"
 #include "pairing/LocalAddressRule.h"
-#include "pairing/PairingGate.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -16,7 +12,8 @@ std::optional<int> screenListenerRequestHead(const ListenerRequest& head)
         return 403;
     if (head.headSize > maxListenerHeadSize)
         return 431;
-    if (head.isChunked || head.contentLength > maxListenerBodySize)
+    const bool changeSignal = head.path == "/updateAssociates" || head.path == "/updateGroups";
+    if ((head.isChunked && !changeSignal) || head.contentLength > maxListenerBodySize)
         return 413;
     if (head.hasContentEncoding)
         return 415;
@@ -52,7 +49,18 @@ std::optional<PairingMessage> parsePairingMessage(
     return message;
 }
 
-ListenerOutcome handleListenerRequest(const ListenerRequest& request)
+bool isAcceptableEmail(const QString& email)
+{
+    if (email.toUtf8().size() > 254 || email.count(u'@') != 1)
+        return false;
+    for (QChar c : email) {
+        if (c.isSpace() || c.category() == QChar::Other_Control || c.category() == QChar::Other_Format)
+            return false;
+    }
+    return true;
+}
+
+ListenerOutcome handleListenerRequest(const ListenerRequest& request, const QString& peer)
 {
     ListenerOutcome outcome;
     if (auto refusal = screenListenerRequestHead(request)) {
@@ -71,6 +79,12 @@ ListenerOutcome handleListenerRequest(const ListenerRequest& request)
         if (message && !LocalAddressRule::isLocalIPv4Literal(message->ip)) {
             outcome.refusal = QStringLiteral("\"ip\" is not a local IPv4 address: ") + message->ip;
             message.reset();
+        } else if (message && message->ip != peer) {
+            outcome.refusal = QStringLiteral("\"ip\" names another address: ") + message->ip;
+            message.reset();
+        } else if (message && message->email && !isAcceptableEmail(*message->email)) {
+            outcome.refusal = QStringLiteral("not an e-mail address: ") + *message->email;
+            message.reset();
         }
         outcome.pairing = std::move(message);
         outcome.status = outcome.pairing ? 200 : 400;
@@ -84,25 +98,3 @@ ListenerOutcome handleListenerRequest(const ListenerRequest& request)
     return outcome;
 }
 
-void applyPairingMessage(const PairingMessage& message)
-{
-    Session& session = Session::instance();
-    session.setPhoneIPAddress(message.ip);
-    session.setMobileDeviceName(message.mobileDeviceName);
-    if (message.email)
-        Settings::setString(Settings::userEmailKey, *message.email);
-    if (message.baseURL)
-        BaseUrlStore::setBaseURL(*message.baseURL);
-    session.setPhoneConnected(true);
-}
-
-void applyListenerOutcome(const ListenerOutcome& outcome, const QString& peer)
-{
-    Session& session = Session::instance();
-    if (outcome.pairing)
-        PairingGate::instance().offer(*outcome.pairing, peer);
-    if (outcome.associatesChanged)
-        session.markAssociatesUpdated();
-    if (outcome.groupsChanged)
-        session.markGroupsUpdated();
-}

@@ -41,8 +41,8 @@ struct ListenerOutcome
 };
 
 // The checks that need only the request head: Origin (403), head size (431), body size or
-// unknown length (413), any content encoding (415). Nothing when the request may go on to be
-// read.
+// unknown length (413; a change signal may come chunked, as its body is read only to be
+// discarded), any content encoding (415). Nothing when the request may go on to be read.
 std::optional<int> screenListenerRequestHead(const ListenerRequest& head);
 
 // Extracts the pairing object from a request's text as the phone's listener always has: the
@@ -51,15 +51,12 @@ std::optional<int> screenListenerRequestHead(const ListenerRequest& head);
 std::optional<PairingMessage> parsePairingMessage(
     const QByteArray& method, const QByteArray& path, const QByteArray& body);
 
-// Routes one whole request. A pairing message whose "ip" is not a local IPv4 literal answers
-// 400 and carries no pairing, since every later request to the phone is built from it.
-ListenerOutcome handleListenerRequest(const ListenerRequest& request);
+// An e-mail a phone may name its user by: at most 254 bytes, exactly one "@", no white space
+// (line separators included) or control characters.
+bool isAcceptableEmail(const QString& email);
 
-// Writes a pairing message into the session: address, name, e-mail and base URL first, the
-// connected flag last, so that whoever sees the flag sees the values.
-void applyPairingMessage(const PairingMessage& message);
-
-// Applies an outcome: change signals move their stamps; a pairing message goes through the
-// pairing gate, which decides whether it applies now or waits for the user. peer is the
-// sender's address.
-void applyListenerOutcome(const ListenerOutcome& outcome, const QString& peer = {});
+// Routes one whole request from peer (the sender's address); parses, never decides. A pairing
+// message answers 400 and carries no pairing when its "ip" is not a local IPv4 literal or not
+// the address it came from (a real phone posts from its own address), or when its e-mail is
+// unacceptable: every later request to the phone is built from these values.
+ListenerOutcome handleListenerRequest(const ListenerRequest& request, const QString& peer);

@@ -1,6 +1,7 @@
 #include "pairing/MobileDeviceListener.h"
 
 #include "app/Log.h"
+#include "app/Session.h"
 #include "pairing/ListenerRequestHandler.h"
 #include "pairing/LocalAddressRule.h"
 #include "pairing/PairingGate.h"
@@ -111,6 +112,7 @@ struct MobileDeviceListener::Impl
     {
         int fd = -1;
         Clock::time_point opened;
+        QString peer;
         bool settled = false; // arrived whole, or already dropped
     };
 
@@ -154,10 +156,36 @@ struct MobileDeviceListener::Impl
         }
     }
 
-    static MHD_Result acceptPolicy(void*, const sockaddr* address, socklen_t)
+    // When every place is taken, the oldest request still arriving gives way, so hosts that
+    // hold connections half-sent cannot keep anyone out for longer than it takes to make new
+    // ones; the trusted phone's own connections never give way.
+    void makeRoom()
+    {
+        std::lock_guard lock(mutex);
+        Open* oldest = nullptr;
+        unsigned arriving = 0;
+        for (auto& [connection, entry] : open) {
+            if (entry.settled)
+                continue;
+            ++arriving;
+            if (entry.fd >= 0 && (!oldest || entry.opened < oldest->opened)
+                && !PairingGate::instance().isTrustedAddress(entry.peer))
+                oldest = &entry;
+        }
+        if (arriving < limits.totalConnections || !oldest)
+            return;
+        oldest->settled = true;
+        ::shutdown(oldest->fd, SHUT_RDWR);
+        qCDebug(lcListener) << "full: dropped the oldest unfinished request, from" << oldest->peer;
+    }
+
+    static MHD_Result acceptPolicy(void* cls, const sockaddr* address, socklen_t)
     {
         // Only the local network may talk to the listener at all.
-        return isLocalPeer(address) ? MHD_YES : MHD_NO;
+        if (!isLocalPeer(address))
+            return MHD_NO;
+        static_cast<Impl*>(cls)->makeRoom();
+        return MHD_YES;
     }
 
     static void notifyConnection(
@@ -168,7 +196,10 @@ struct MobileDeviceListener::Impl
         if (code == MHD_CONNECTION_NOTIFY_STARTED) {
             const MHD_ConnectionInfo* info
                 = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-            self->open[connection] = Open { info ? info->connect_fd : -1, Clock::now(), !info };
+            const MHD_ConnectionInfo* client
+                = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+            self->open[connection] = Open {
+                info ? info->connect_fd : -1, Clock::now(), peerOf(client ? client->client_addr : nullptr), !info };
         } else {
             self->open.erase(connection);
         }
@@ -207,7 +238,8 @@ struct MobileDeviceListener::Impl
             return MHD_YES;
         }
         if (*uploadDataSize > 0) {
-            // The length was checked against the cap, so the body fits; guard anyway.
+            // A stated length was checked against the cap. A chunked change signal states none:
+            // what passes the cap is read and dropped, and the answer is 413.
             QByteArray& body = state->request.body;
             const qint64 room = maxListenerBodySize + 1 - body.size();
             body.append(uploadData, qsizetype(std::min<qint64>(room, qint64(*uploadDataSize))));
@@ -215,11 +247,17 @@ struct MobileDeviceListener::Impl
             return MHD_YES;
         }
         self->settle(connection);
-        const ListenerOutcome outcome = handleListenerRequest(state->request);
+        const ListenerOutcome outcome = handleListenerRequest(state->request, state->peer);
         if (!outcome.refusal.isEmpty())
             Log::line(u"[MobileDeviceListener] Refused a pairing message from " + state->peer + u": "
                 + Log::escaped(outcome.refusal));
-        applyListenerOutcome(outcome, state->peer);
+        // The handler has parsed; the gate decides whether a pairing takes effect.
+        if (outcome.pairing)
+            PairingGate::instance().offer(*outcome.pairing, state->peer);
+        if (outcome.associatesChanged)
+            Session::instance().markAssociatesUpdated();
+        if (outcome.groupsChanged)
+            Session::instance().markGroupsUpdated();
         qCDebug(lcListener) << state->request.method << state->request.path << "from" << state->peer << "->"
                             << outcome.status;
         return answer(connection, outcome.status);
@@ -254,9 +292,12 @@ bool MobileDeviceListener::start()
     // a connection live in a 16 KiB pool, so a head over 8 KiB is refused by the handler and
     // one much larger by the library itself. The library's default address reuse does not
     // share the port, so a second instance fails to bind instead of stealing messages.
+    // The library's own limit sits above ours: at ours, a new connection pushes out the oldest
+    // unfinished one (makeRoom) instead of being turned away; the margin covers connections
+    // being closed.
     m_impl->daemon = MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_ERROR_LOG,
-        m_port, &Impl::acceptPolicy, nullptr, &Impl::access, m_impl.get(), MHD_OPTION_SOCK_ADDR, &address,
-        MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+        m_port, &Impl::acceptPolicy, m_impl.get(), &Impl::access, m_impl.get(), MHD_OPTION_SOCK_ADDR, &address,
+        MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections + 64, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
         limits.perPeerConnections, MHD_OPTION_CONNECTION_TIMEOUT, idleSeconds,
         MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(16 * 1024), MHD_OPTION_NOTIFY_CONNECTION,
         &Impl::notifyConnection, m_impl.get(), MHD_OPTION_NOTIFY_COMPLETED, &Impl::requestCompleted, nullptr,

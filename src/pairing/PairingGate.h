@@ -1,31 +1,38 @@
 #pragma once
 
 #include "pairing/ListenerRequestHandler.h"
+#include "pairing/TrustedPhone.h"
 
+#include <QDateTime>
 #include <QObject>
 
 #include <chrono>
+#include <deque>
 #include <mutex>
 #include <optional>
 
-// A pairing message from another phone while one is connected, waiting for the user.
+// A pairing message from a phone that is not the trusted one, waiting for the user.
 struct PendingPairing
 {
     quint64 id = 0;
     PairingMessage message;
-    QString peer; // the address it came from
+    QString peer; // the address it came from (always the "ip" it names)
 };
 
-// Decides when a pairing message takes effect. Not connected (the user is looking at the QR
-// code): at once. Connected, from the same phone: at once, as a phone that re-pairs after a
-// restart expects. The same phone means the same "ip" and e-mail, sent from that very address,
-// and no other base URL: "ip" and e-mail travel in plain text, so a host that copies them must
-// not be able to move the base URL (where the user's files go) without being asked. Anything
-// else waits for the user, who may switch to it or ignore it; unanswered it lapses after
-// holdTime. So no host on the network can silently take the place of the user's phone.
+// Who the desktop works with, as one small state machine. The trusted phone is the one the user
+// accepted: remembered across starts, its pairing messages take effect at once (with whatever
+// new name, address or base URL they bring), the watchdog reports when it is lost and when it
+// answers again. Every other phone's message, the very first one included, waits in a queue
+// until the user presses Pair (or Switch while a phone is connected) or Ignore, or 60 s pass; the
+// one shown never changes under the user's eyes, newer ones wait behind it.
 //
-// offer() is called on the listener's thread; everything else on the main thread. Signals
-// reach main-thread receivers queued.
+// A message is the trusted phone's when its e-mail is the trusted e-mail. One without an e-mail
+// proves nothing (the e-mail is all that tells phones apart), so it counts only when it comes
+// from the trusted phone's own address. The listener has already made sure that every message
+// comes from the address its "ip" names.
+//
+// offer() and isTrustedAddress() are called on the listener's thread, everything else on the
+// main thread. Signals reach main-thread receivers queued.
 class PairingGate : public QObject
 {
     Q_OBJECT
@@ -34,35 +41,59 @@ public:
     static PairingGate& instance();
 
     static constexpr std::chrono::milliseconds holdTime { 60000 };
+    // Requests waiting at once; more are dropped (a host with many addresses cannot pile
+    // up an endless queue).
+    static constexpr int maxWaiting = 8;
 
-    enum class Decision { Applied, Held };
+    enum class Decision { Applied, Held, Dropped };
     Decision offer(const PairingMessage& message, const QString& peer);
 
+    // The request the bar shows and its buttons act on, and how many wait behind it.
     std::optional<PendingPairing> pending() const;
-
-    // Switch: applies the waiting message exactly as an accepted pairing. False when id is no
-    // longer the one waiting (it lapsed or another replaced it).
+    int waitingBehind() const;
+    // Pair / Switch: the waiting phone becomes the trusted one, with fresh screens (its people
+    // and groups are not the old phone's). False when id is no longer the one shown.
     bool acceptPending(quint64 id);
     void ignorePending(quint64 id);
 
-    // Forgets the phone: the connected flag goes false, the stored e-mail and base URL stay
-    // (as after a lost phone).
-    void disconnect();
+    std::optional<TrustedPhone> trustedPhone() const;
+    bool isTrustedAddress(const QString& address) const;
+
+    // At start: the remembered phone becomes the one the watchdog looks for.
+    void restore();
+    // The watchdog's findings: pings failed long enough; the trusted phone answered again.
+    void phoneLost();
+    void phoneFound();
+
+    struct LostContact
+    {
+        QString name;
+        QDateTime at;
+    };
+    std::optional<LostContact> lostContact() const;
+
+    // Forget this phone: nothing is trusted any more, the session ends, the next phone asks.
+    void forget();
 
     void setHoldTimeForTesting(std::chrono::milliseconds time) { m_holdTime = time; }
+    // Drops the queue and reloads the trusted phone from the settings.
     void resetForTesting();
 
 Q_SIGNALS:
     void pendingChanged();
+    // The phone's session values changed: a new phone, a reconnection, a new name or address.
     void pairingApplied();
 
 private:
     PairingGate();
-    static bool isSamePhone(const PairingMessage& message, const QString& peer);
-    void clearPending();
+    bool isTrustedMessage(const PairingMessage& message, const QString& peer) const;
+    void applyTrusted(const PairingMessage& message);
+    void expire(quint64 id);
 
     mutable std::mutex m_mutex;
-    std::optional<PendingPairing> m_pending;
+    std::optional<TrustedPhone> m_trusted;
+    std::optional<LostContact> m_lost;
+    std::deque<PendingPairing> m_queue;
     quint64 m_nextId = 1;
     std::chrono::milliseconds m_holdTime = holdTime;
 };

@@ -30,6 +30,13 @@ bool AssociationsStore::setUsersFromReply(const QByteArray& body)
         return false;
     if (!doc.isObject())
         return true; // JSON, but not an object: nothing happens
+    // The people the user chose stay chosen through a reload (a change signal, the phone found
+    // again): a list from the phone is no decision of the user's.
+    QSet<QString> chosen;
+    for (const UserPtr& user : std::as_const(users)) {
+        if (user->isChecked.value_or(false) && user->email)
+            chosen.insert(*user->email);
+    }
     users.clear();
     usersFiltered.clear();
     // Elements that are not objects are skipped; missing fields read as empty text.
@@ -42,6 +49,8 @@ bool AssociationsStore::setUsersFromReply(const QByteArray& body)
         user->lastName = o.value(u"lastName").toString();
         user->email = o.value(u"email").toString();
         user->phone = o.value(u"phone").toString();
+        if (chosen.contains(*user->email))
+            user->isChecked = true;
         users.append(user);
         usersFiltered.append(std::make_shared<User>(*user)); // a separate copy
     }

@@ -43,6 +43,11 @@ RecipientsController::RecipientsController(AssociationsStore* store, QObject* pa
     };
     connect(&Session::instance(), &Session::associatesUpdated, this, onSignal);
     connect(&Session::instance(), &Session::groupsUpdated, this, onSignal);
+    // The same phone found again: what changed on it meanwhile is fetched, and the tick resumes.
+    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
+        if (connected && m_started)
+            start();
+    });
     connect(&GroupNotifications::instance(), &GroupNotifications::groupMembersChanged, this, [this] {
         QPointer<RecipientsController> self(this);
         QTimer::singleShot(membersChangedDelayMilliseconds, this, [self] {
@@ -54,6 +59,7 @@ RecipientsController::RecipientsController(AssociationsStore* store, QObject* pa
 
 void RecipientsController::start()
 {
+    m_started = true;
     updateTick();
     if (Session::instance().isPhoneConnected())
         m_tick.start();

@@ -55,6 +55,7 @@ private:
     QDateTime m_lastChange;
     QDateTime m_lastGroupsChange;
     QTimer m_tick;
+    bool m_started = false;
     QTimer m_changeSignals;
     FetchState m_users;
     FetchState m_groups;

@@ -1,10 +1,13 @@
 #include "screens/AboutViewController.h"
 
 #include "app/Session.h"
+#include "app/Texts.h"
 #include "pairing/PairingGate.h"
 #include "widgets/Colors.h"
+#include "widgets/Dialogs.h"
 
 #include <QCoreApplication>
+#include <QPointer>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -16,7 +19,7 @@ AboutViewController::AboutViewController(QWidget* parent)
     , version(new QLabel(this))
     , versionNum(new QLabel(this))
     , pairedPhone(new QLabel(this))
-    , disconnectButton(new QPushButton(this))
+    , forgetButton(new QPushButton(this))
 {
     setObjectName(QStringLiteral("AboutViewController"));
     auto* logo = new QSvgWidget(QStringLiteral(":/images/varnex.svg"), this);
@@ -55,12 +58,12 @@ AboutViewController::AboutViewController(QWidget* parent)
     pairedPhone->setAlignment(Qt::AlignCenter);
     pairedPhone->setWordWrap(true);
     pairedPhone->setFixedWidth(460);
-    //: About screen: forget the paired phone and show the pairing screen again
-    //% "Disconnect"
-    disconnectButton->setText(qtTrId("aboutDisconnect"));
-    disconnectButton->setAccessibleName(disconnectButton->text());
-    disconnectButton->setAutoDefault(false);
-    connect(disconnectButton, &QPushButton::clicked, this, &AboutViewController::disconnectRequested);
+    //: About screen: stop trusting the paired phone and show the pairing screen again
+    //% "Forget this phone"
+    forgetButton->setText(qtTrId("aboutForgetPhone"));
+    forgetButton->setAccessibleName(forgetButton->text());
+    forgetButton->setAutoDefault(false);
+    connect(forgetButton, &QPushButton::clicked, this, &AboutViewController::confirmForget);
     connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &AboutViewController::showPairedPhone);
     showPairedPhone();
 
@@ -75,17 +78,47 @@ AboutViewController::AboutViewController(QWidget* parent)
     layout->addSpacing(20);
     layout->addWidget(pairedPhone, 0, Qt::AlignHCenter);
     layout->addSpacing(6);
-    layout->addWidget(disconnectButton, 0, Qt::AlignHCenter);
+    layout->addWidget(forgetButton, 0, Qt::AlignHCenter);
     layout->addStretch();
 }
 
 void AboutViewController::showPairedPhone()
 {
-    const Session& session = Session::instance();
-    //: About screen: the phone this computer is paired with. %1 is its name, %2 its address.
-    //% "Paired with %1 (%2)"
-    pairedPhone->setText(qtTrId("aboutPairedWith").arg(session.mobileDeviceName(), session.phoneIPAddress()));
+    const auto trusted = PairingGate::instance().trustedPhone();
+    if (!trusted) {
+        pairedPhone->clear();
+        return;
+    }
+    const QString name = Texts::deviceName(trusted->name);
+    if (trusted->email.isEmpty()) {
+        //: About screen: the phone this computer trusts. %1 is its name, %2 its address.
+        //% "Paired with %1 (%2)"
+        pairedPhone->setText(qtTrId("aboutPairedWith").arg(name, trusted->address));
+    } else {
+        //: About screen: the phone this computer trusts. %1 is its name, %2 its address, %3 the e-mail of its user.
+        //% "Paired with %1 (%2, %3)"
+        pairedPhone->setText(qtTrId("aboutPairedWithEmail").arg(name, trusted->address, trusted->email));
+    }
     pairedPhone->setAccessibleName(pairedPhone->text());
+}
+
+void AboutViewController::confirmForget()
+{
+    const auto trusted = PairingGate::instance().trustedPhone();
+    const QString name = trusted ? Texts::deviceName(trusted->name) : QString();
+    //: Title of the question before forgetting the paired phone. %1 is its name.
+    //% "Forget %1?"
+    const QString title = qtTrId("forgetPhoneTitle").arg(name);
+    //: Question before forgetting the paired phone
+    //% "This computer will no longer connect to it by itself. Your lists start afresh, and the next phone that scans the code asks to pair."
+    const QString message = qtTrId("forgetPhoneQuestion");
+    //: Button that forgets the paired phone
+    //% "Forget"
+    const QStringList buttons { qtTrId("forgetPhoneButton"), Dialogs::cancelText() };
+    const QPointer<AboutViewController> self(this);
+    const int answer = Dialogs::current().ask(window(), title, message, buttons, Dialogs::Style::Warning);
+    if (self && answer == 0)
+        Q_EMIT forgetRequested();
 }
 
 void AboutViewController::showEvent(QShowEvent* event)

@@ -6,7 +6,7 @@ class QLabel;
 class QPushButton;
 
 // The About screen: the product, its version, how the desktop and the phone share work, and
-// which phone this computer is paired with, with a way to let it go.
+// which phone this computer trusts, with a way to forget it.
 class AboutViewController : public QWidget
 {
     Q_OBJECT
@@ -17,14 +17,18 @@ public:
     QLabel* version = nullptr;
     QLabel* versionNum = nullptr;
     QLabel* pairedPhone = nullptr;
-    QPushButton* disconnectButton = nullptr;
+    QPushButton* forgetButton = nullptr;
 
-    // Shows the paired phone's current name and address.
+    // Shows the trusted phone's current name, address and e-mail.
     void showPairedPhone();
 
 Q_SIGNALS:
-    void disconnectRequested();
+    // The user confirmed: forget this phone.
+    void forgetRequested();
 
 protected:
     void showEvent(QShowEvent* event) override;
+
+private:
+    void confirmForget();
 };

@@ -312,6 +312,8 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
         qint64 waitingSinceMs = -1;
         QTimer tick;
         bool cancelled = false;
+        bool phoneLost = false;
+        OperationTask::Stage stage = OperationTask::Stage::Sending;
         std::optional<OperationTask::Stage> shownStage;
         qint64 shownAtMs = -1000;
     };
@@ -335,6 +337,7 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
     });
     connect(task, &OperationTask::progress, overlay,
             [overlay, figures, showWaited](OperationTask::Stage stage, qint64 done, qint64 total) {
+                figures->stage = stage;
                 if (figures->cancelled)
                     return;
                 const qint64 now = figures->clock.elapsed();
@@ -365,12 +368,31 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
                 }
                 overlay->setDetail(figures->rate.describe());
             });
-    connect(task, &OperationTask::finished, this, [this, task, overlay, finish](const OperationTask::Result& result) {
-        if (!result.title.isEmpty()) {
+    // A phone that went silent would leave the transfer waiting for ever: once the phone counts
+    // as lost, the operation ends with nothing changed. Results already received in full are
+    // still saved.
+    connect(&Session::instance(), &Session::phoneConnectedChanged, task, [task, figures](bool connected) {
+        if (connected || figures->cancelled || figures->stage == OperationTask::Stage::Unpacking)
+            return;
+        figures->phoneLost = true;
+        figures->cancelled = true;
+        task->cancel();
+    });
+    connect(task, &OperationTask::finished, this,
+            [this, task, overlay, finish, figures](const OperationTask::Result& result) {
+        figures->tick.stop(); // the overlay stops counting once the outcome is shown
+        OperationTask::Result shown = result;
+        if (figures->phoneLost && result.outcome == OperationTask::Outcome::Cancelled) {
+            shown.title = task->failureTitle();
+            //: Failure dialog when the phone stopped answering during an operation
+            //% "Contact with the phone was lost, so the operation was stopped. Nothing was changed: your files and the result folder are as they were."
+            shown.message = qtTrId("operationPhoneLost");
+        }
+        if (!shown.title.isEmpty()) {
             // The alert's nested event loop may outlive this screen; the task and the overlay
             // are its children and go with it.
             const QPointer<FileScreen> self(this);
-            showAlert(this, result.title, result.message, Dialogs::Style::Critical);
+            showAlert(this, shown.title, shown.message, Dialogs::Style::Critical);
             if (!self)
                 return;
         }

@@ -5,9 +5,12 @@
 class QLabel;
 class QPushButton;
 
-// The bar across the top of the main window while another phone asks to pair: who asks, and
-// Switch or Ignore. It never takes the focus, so typing elsewhere cannot answer it by
-// accident; it is reached with Tab like any other control.
+// The bar that shows a phone asking to pair: who asks (name, the address its message came
+// from, its e-mail, and where its base URL points when that is another host), and Pair (or
+// Switch while another phone is connected) or Ignore. It shows the request its buttons act on
+// until the user answers or the request lapses; newer requests wait behind it and are only
+// counted. It never takes the focus, so typing elsewhere cannot answer it by accident; it is
+// reached with Tab like any other control.
 class PairingRequestBar : public QFrame
 {
     Q_OBJECT
@@ -16,8 +19,11 @@ public:
     explicit PairingRequestBar(QWidget* parent = nullptr);
 
     QLabel* messageLabel = nullptr;
-    QPushButton* switchButton = nullptr;
+    QLabel* moreLabel = nullptr;
+    QPushButton* acceptButton = nullptr; // "Pair", or "Switch" while a phone is connected
     QPushButton* ignoreButton = nullptr;
+
+    quint64 shownRequest() const { return m_pendingId; }
 
 private:
     void refresh();

@@ -4,6 +4,8 @@
 #include "app/Settings.h"
 #include "app/Texts.h"
 #include "pairing/AddressFinder.h"
+#include "pairing/PairingGate.h"
+#include "screens/PairingRequestBar.h"
 #include "widgets/Colors.h"
 #include "widgets/RoundedPanel.h"
 
@@ -13,6 +15,7 @@
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
+#include <QLocale>
 #include <QLoggingCategory>
 #include <QPainter>
 #include <QVBoxLayout>
@@ -158,11 +161,29 @@ void QRCodeViewController::viewDidLoad()
     boxLayout->addWidget(ipAdressLabel);
     boxLayout->addWidget(m_selector, 0, Qt::AlignHCenter);
 
-    auto* row = new QHBoxLayout(this);
-    row->setContentsMargins(70, 50, 70, 60);
+    contactLabel = new QLabel(this);
+    contactLabel->setObjectName(QStringLiteral("contactLabel"));
+    contactLabel->setTextFormat(Qt::PlainText); // the name comes from the network
+    contactLabel->setWordWrap(true);
+    contactLabel->setStyleSheet(QStringLiteral(
+        "#contactLabel { background: white; color: rgb(45,45,45); border-radius: 10px; padding: 10px 16px;"
+        " font-size: 15px; }"));
+    contactLabel->hide();
+    pairingRequestBar = new PairingRequestBar(this);
+
+    auto* row = new QHBoxLayout;
+    row->setContentsMargins(70, 30, 70, 60);
     row->setSpacing(50);
     row->addLayout(instructions, 1);
     row->addWidget(box, 0, Qt::AlignVCenter);
+    auto* page = new QVBoxLayout(this);
+    page->setContentsMargins(20, 10, 20, 0);
+    page->setSpacing(8);
+    page->addWidget(pairingRequestBar);
+    page->addWidget(contactLabel);
+    page->addLayout(row, 1);
+    showContact();
+    connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &QRCodeViewController::showContact);
 
     // Version line in the bottom right corner.
     versionLabel = new QLabel(this);
@@ -190,6 +211,24 @@ void QRCodeViewController::viewDidLoad()
         m_refresher.start();
     }
     m_waiter.start();
+}
+
+void QRCodeViewController::showContact()
+{
+    const auto lost = PairingGate::instance().lostContact();
+    const auto trusted = PairingGate::instance().trustedPhone();
+    if (lost) {
+        //: Pairing screen after the paired phone stopped answering. %1 is its name, %2 the time.
+        //% "Lost contact with %1 at %2. Varnex Desktop reconnects by itself as soon as the phone answers again."
+        contactLabel->setText(qtTrId("lostContact").arg(
+            Texts::deviceName(lost->name), QLocale().toString(lost->at.time(), QLocale::ShortFormat)));
+    } else if (trusted) {
+        //: Pairing screen at start, while the paired phone has not answered yet. %1 is its name.
+        //% "Looking for %1 on the network. Or scan the code with another phone."
+        contactLabel->setText(qtTrId("lookingForPhone").arg(Texts::deviceName(trusted->name)));
+    }
+    contactLabel->setAccessibleName(contactLabel->text());
+    contactLabel->setVisible(lost || trusted);
 }
 
 void QRCodeViewController::refreshAddress()

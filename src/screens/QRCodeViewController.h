@@ -9,6 +9,7 @@
 
 #include <functional>
 
+class PairingRequestBar;
 class QComboBox;
 class QLabel;
 
@@ -52,6 +53,10 @@ public:
     const QColor primaryColor { 255, 192, 0 };
     QPointer<QWidget> qrCodeWhiteBackground;
     QLabel* versionLabel = nullptr;
+    // Why the window is here again: contact with the trusted phone was lost (and when), or the
+    // desktop is looking for it after a start. Hidden on a first pairing.
+    QLabel* contactLabel = nullptr;
+    PairingRequestBar* pairingRequestBar = nullptr;
 
 Q_SIGNALS:
     void pairingAccepted();
@@ -65,6 +70,7 @@ private:
     void checkConnection();
     void chooseAddress(int index);
     void placeVersionLabel();
+    void showContact();
 
     QComboBox* m_selector = nullptr;
     QTimer m_refresher;

@@ -3,7 +3,9 @@
 #include "app/Session.h"
 #include "app/StoredSession.h"
 #include "operations/OperationFolder.h"
+#include "app/Settings.h"
 #include "pairing/MobileDeviceListener.h"
+#include "pairing/PairingGate.h"
 #include "storage/WorkingFolders.h"
 #include "widgets/Dialogs.h"
 
@@ -52,6 +54,9 @@ bool AppDelegate::claimSingleInstance()
 void AppDelegate::applicationDidFinishLaunching()
 {
     Session::instance(); // made on the main thread, before any listener thread touches it
+    Settings::protectFile(); // a file an older version left readable to others
+    // The trusted phone of the last run is the one to look for; the window's watchdog finds it.
+    PairingGate::instance().restore();
     WorkingFolders::prepareWorkingFolders();
     // Operation folders an interrupted run left behind; nothing else is ever removed.
     for (const auto& folder : { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {

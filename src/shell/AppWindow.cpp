@@ -2,6 +2,7 @@
 
 #include "app/Session.h"
 #include "app/Texts.h"
+#include "pairing/ConnectionWatchdog.h"
 #include "screens/QRCodeViewController.h"
 #include "shell/MainViewController.h"
 #include "shell/ReplacePresentationAnimator.h"
@@ -15,6 +16,7 @@
 AppWindow::AppWindow(QWidget* parent)
     : QWidget(parent)
     , m_layout(new QVBoxLayout(this))
+    , m_watchdog(new ConnectionWatchdog(this))
 {
     m_layout->setContentsMargins(0, 0, 0, 0);
     setWindowTitle(Texts::varnexDesktopNotConnected());
@@ -25,10 +27,12 @@ AppWindow::AppWindow(QWidget* parent)
     palette.setColor(QPalette::Window, Colors::primaryColor);
     setPalette(palette);
     setAutoFillBackground(true);
-    connect(&Session::instance(), &Session::phoneReplaced, this, [this] {
-        if (m_main)
-            showMain();
+    connect(&Session::instance(), &Session::phoneReplaced, this, &AppWindow::phoneReplaced);
+    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
+        if (!connected && m_main && m_wanted == m_main)
+            showPairingWhenNoDialog();
     });
+    m_watchdog->start();
 }
 
 void AppWindow::setContent(QWidget* screen)
@@ -38,9 +42,11 @@ void AppWindow::setContent(QWidget* screen)
     if (m_content) {
         m_layout->removeWidget(m_content);
         m_content->hide();
-        retire(m_content);
+        if (m_content != m_main)
+            retire(m_content);
     }
     m_content = screen;
+    m_wanted = screen;
     if (screen) {
         m_layout->addWidget(screen);
         screen->show();
@@ -59,26 +65,34 @@ void AppWindow::retire(QWidget* screen)
     // goes once no dialog is open (checked again then, as another may have opened).
     const QPointer<QWidget> guard(screen);
     ModalDialogs::afterAllClosed(this, [this, guard] {
-        if (guard)
+        if (guard && guard != m_content && guard != m_main)
             retire(guard);
     });
 }
 
 void AppWindow::present(QWidget* screen)
 {
+    m_wanted = screen;
+    if (screen == m_content)
+        return;
     if (!m_content || !isVisible()) {
         setContent(screen);
         return;
     }
     auto* animator = new ReplacePresentationAnimator(this);
-    connect(animator, &ReplacePresentationAnimator::swapContent, this, &AppWindow::setContent);
+    // A phone that blips can ask for two swaps within one fade: only the latest one lands.
+    connect(animator, &ReplacePresentationAnimator::swapContent, this, [this](QWidget* incoming) {
+        if (incoming == m_wanted)
+            setContent(incoming);
+        else if (incoming != m_main && incoming != m_content)
+            retire(incoming);
+    });
     connect(animator, &ReplacePresentationAnimator::finished, animator, &QObject::deleteLater);
     animator->animatePresentation(screen, m_content);
 }
 
 void AppWindow::showPairing()
 {
-    m_main = nullptr;
     auto* pairing = static_cast<QRCodeViewController*>(ScreenFactory::make(QStringLiteral("qrCode_vc")));
     connect(pairing, &QRCodeViewController::pairingAccepted, this, &AppWindow::showMain);
     present(pairing);
@@ -86,22 +100,30 @@ void AppWindow::showPairing()
 
 void AppWindow::showMain()
 {
-    auto* main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
-    m_main = main;
-    // A replaced main window lives on while its dialogs close; only the current one may lead
-    // back to pairing.
-    connect(main, &MainViewController::connectionLost, this, [this, main] {
-        if (m_main == main)
-            showPairingWhenNoDialog();
-    });
-    present(main);
+    if (!m_main)
+        m_main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
+    present(m_main);
+}
+
+void AppWindow::phoneReplaced()
+{
+    // The old phone's screens go (once no dialog of theirs is open); a phone connected now
+    // gets fresh ones at once.
+    QPointer<MainViewController> old = m_main;
+    m_main = nullptr;
+    if (Session::instance().isPhoneConnected() && old && m_wanted == old)
+        showMain();
+    if (old && old != m_content && old != m_wanted)
+        retire(old);
 }
 
 void AppWindow::showPairingWhenNoDialog()
 {
     if (!ModalDialogs::anyOpen()) {
         m_pairingPending = false;
-        showPairing();
+        // The phone may have come back while a dialog was open.
+        if (!Session::instance().isPhoneConnected() && (!m_wanted || m_wanted == m_main))
+            showPairing();
         return;
     }
     if (m_pairingPending)
@@ -111,4 +133,9 @@ void AppWindow::showPairingWhenNoDialog()
         m_pairingPending = false;
         showPairingWhenNoDialog();
     });
+}
+
+MainViewController* AppWindow::mainScreen() const
+{
+    return m_main;
 }

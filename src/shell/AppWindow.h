@@ -3,11 +3,15 @@
 #include <QPointer>
 #include <QWidget>
 
+class ConnectionWatchdog;
+class MainViewController;
 class QVBoxLayout;
 
 // The application's single window. It shows one content screen at a time: the pairing
 // screen while no phone is connected, the main window's content while one is, and moves
-// between them with a fade.
+// between them with a fade. The main window belongs to the trusted phone: when that phone is
+// lost it is put aside as it is (lists, marks, recipients, search, tab) and comes back when
+// the phone answers again; only another phone, or forgetting this one, replaces it.
 class AppWindow : public QWidget
 {
     Q_OBJECT
@@ -16,15 +20,17 @@ public:
     explicit AppWindow(QWidget* parent = nullptr);
 
     QWidget* content() const { return m_content; }
-    // Replaces the content screen at once; the old one is deleted (once no dialog is open).
+    MainViewController* mainScreen() const;
+    // Replaces the content screen at once; the old one is deleted (once no dialog is open),
+    // unless it is the main window, which is kept for its phone.
     void setContent(QWidget* screen);
 
-    // The flow: pairing screen first; main window after a pairing, and a fresh one when the
-    // user switches to another phone; back on a lost phone.
+    // The flow: pairing screen first; the main window once a phone is connected; back to
+    // pairing when it is lost.
     void showPairing();
     void showMain();
     // Back to pairing once no modal dialog is open: a dialog's nested event loop runs on the
-    // stack of the screen that opened it, and the swap deletes that screen.
+    // stack of the screen that opened it.
     void showPairingWhenNoDialog();
     bool isPairingPending() const { return m_pairingPending; }
 
@@ -34,9 +40,12 @@ Q_SIGNALS:
 private:
     void present(QWidget* screen);
     void retire(QWidget* screen);
+    void phoneReplaced();
 
     QVBoxLayout* m_layout = nullptr;
+    ConnectionWatchdog* m_watchdog = nullptr;
     QPointer<QWidget> m_content;
-    QPointer<QWidget> m_main; // the main window's content of the phone paired now, if any
+    QPointer<QWidget> m_wanted; // what the last swap asked for; an older fade gives way to it
+    QPointer<MainViewController> m_main; // the main window of the trusted phone, if made
     bool m_pairingPending = false;
 };

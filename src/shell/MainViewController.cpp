@@ -7,7 +7,6 @@
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/PairingRequestBar.h"
-#include "shell/ConnectionWatchdog.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
@@ -58,31 +57,16 @@ CustomButton* makeTab(QWidget* backing, const QString& title)
 
 } // namespace
 
-namespace {
-std::chrono::milliseconds watchdogPeriod = std::chrono::seconds(3);
-std::chrono::milliseconds pingTimeout = std::chrono::seconds(3);
-} // namespace
-
-void MainViewController::setWatchdogTimingForTesting(std::chrono::milliseconds period,
-                                                     std::chrono::milliseconds timeout)
-{
-    watchdogPeriod = period;
-    pingTimeout = timeout;
-}
-
 MainViewController::MainViewController(QWidget* parent)
     : QWidget(parent)
-    , m_watchdog(new ConnectionWatchdog(watchdogPeriod, pingTimeout, this))
 {
     setObjectName(QStringLiteral("main_vc"));
-    connect(m_watchdog, &ConnectionWatchdog::connectionLost, this, &MainViewController::leave);
     viewDidLoad();
 }
 
 void MainViewController::viewDidLoad()
 {
     qCInfo(lcMain, "🔵 MainViewController viewDidLoad started");
-    m_watchdog->start();
 
     // Header: the product on the left, the navigation on the right, sitting on the panel.
     auto* logo = new QSvgWidget(QStringLiteral(":/images/varnex.svg"), this);
@@ -167,14 +151,11 @@ void MainViewController::viewDidLoad()
         m_stack->addWidget(screen);
     m_stack->setCurrentWidget(vc1);
 
-    connect(vc3, &AboutViewController::disconnectRequested, this, [this] {
-        PairingGate::instance().disconnect();
-        leave();
-    });
-    // A switch to another phone, or the same phone re-pairing under a new name.
+    connect(vc3, &AboutViewController::forgetRequested, &PairingGate::instance(), &PairingGate::forget);
+    // The same phone re-pairing under a new name, or found again.
     connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &MainViewController::updateTitle);
 
-    setTabOrder(pairingRequestBar->switchButton, pairingRequestBar->ignoreButton);
+    setTabOrder(pairingRequestBar->acceptButton, pairingRequestBar->ignoreButton);
     setTabOrder(pairingRequestBar->ignoreButton, encryptButtonTest);
     setTabOrder(encryptButtonTest, decryptButtonCustom);
     setTabOrder(decryptButtonCustom, aboutButton);
@@ -205,17 +186,9 @@ void MainViewController::showEvent(QShowEvent* event)
 
 void MainViewController::updateTitle()
 {
-    if (isVisible() && !m_left)
-        window()->setWindowTitle(Texts::varnexDesktopConnected() + Session::instance().mobileDeviceName() + u')');
-}
-
-void MainViewController::leave()
-{
-    // The watchdog and Disconnect may both see the phone gone; the window goes back once.
-    if (m_left)
-        return;
-    m_left = true;
-    Q_EMIT connectionLost();
+    if (isVisible() && Session::instance().isPhoneConnected())
+        window()->setWindowTitle(
+            Texts::varnexDesktopConnected() + Texts::deviceName(Session::instance().mobileDeviceName()) + u')');
 }
 
 void MainViewController::showScreen(QWidget* screen)

@@ -4,7 +4,6 @@
 #include <QWidget>
 
 class AboutViewController;
-class ConnectionWatchdog;
 class CustomButton;
 class DecryptViewController;
 class EncryptViewController;
@@ -13,17 +12,14 @@ class QStackedLayout;
 class QToolButton;
 
 // The window's content while a phone is connected: the Encrypt, Decrypt and About screens
-// (made once, kept while hidden), the navigation between them, and the watchdog that sends
-// the window back to pairing when the phone stops answering.
+// (made once, kept while hidden) and the navigation between them. It lives as long as its
+// phone is the trusted one, through losses of contact.
 class MainViewController : public QWidget
 {
     Q_OBJECT
 
 public:
     explicit MainViewController(QWidget* parent = nullptr);
-
-    // The watchdog pings every 3 seconds with a 3-second time-out; tests run it faster.
-    static void setWatchdogTimingForTesting(std::chrono::milliseconds period, std::chrono::milliseconds pingTimeout);
 
     void selectEncrypt();
     void selectDecrypt();
@@ -48,9 +44,6 @@ public:
     QColor encryptButtonBackground() const;
     QString aboutIconName() const { return m_aboutIcon; }
 
-Q_SIGNALS:
-    void connectionLost();
-
 protected:
     void showEvent(QShowEvent* event) override;
 
@@ -60,10 +53,7 @@ private:
     void showScreen(QWidget* screen);
     void setAboutIcon(const QString& name);
     void updateTitle();
-    void leave();
 
-    ConnectionWatchdog* m_watchdog = nullptr;
     QStackedLayout* m_stack = nullptr;
     QString m_aboutIcon;
-    bool m_left = false;
 };

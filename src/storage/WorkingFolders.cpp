@@ -6,6 +6,8 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 
+#include <unistd.h>
+
 namespace WorkingFolders {
 
 namespace {
@@ -56,11 +58,20 @@ void prepareWorkingFolders(const QString& documents)
     for (const auto& folder : { l.varnex, l.encrypted, l.decrypted }) {
         if (!folder)
             continue;
-        // Something already at the path is left alone, whatever it is.
-        if (QFileInfo::exists(*folder) || QFileInfo(*folder).isSymLink())
+        // Results are the user's decrypted files: only they may list or open the folders.
+        constexpr auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
+        const QFileInfo info(*folder);
+        if (info.isSymLink() || (info.exists() && !info.isDir()))
+            continue; // something else at the path is left alone, whatever it is
+        if (info.isDir()) {
+            if (info.ownerId() == ::getuid())
+                QFile::setPermissions(*folder, ownerOnly);
             continue;
+        }
         if (!QDir().mkpath(*folder))
             Log::line(Log::debugQuoted(QStringLiteral("Cannot create directory: ") + *folder));
+        else
+            QFile::setPermissions(*folder, ownerOnly);
     }
 }
 

@@ -2,6 +2,7 @@
 #include "common/PhoneSimProcess.h"
 #include "common/TestFiles.h"
 #include "pairing/MobileDeviceListener.h"
+#include "pairing/PairingGate.h"
 
 #include <QJsonArray>
 #include <QSignalSpy>
@@ -156,6 +157,7 @@ void TestPhoneSim::vxFiles()
 void TestPhoneSim::pairsAndSignalsChanges()
 {
     Session::instance().resetForTesting();
+    PairingGate::instance().resetForTesting();
     MobileDeviceListener listener(0);
     QVERIFY(listener.start());
     QSignalSpy associates(&Session::instance(), &Session::associatesUpdated);
@@ -163,6 +165,10 @@ void TestPhoneSim::pairsAndSignalsChanges()
     PhoneSimProcess sim({ u"--pair"_qs, QStringLiteral("127.0.0.1:%1").arg(listener.port()), u"--name"_qs,
         u"Test phone"_qs });
     QVERIFY(sim.isRunning());
+    // Its message passes every rule a phone's must, and waits for the user, as a stranger's does.
+    PairingGate& gate = PairingGate::instance();
+    QTRY_VERIFY_WITH_TIMEOUT(gate.pending(), 5000);
+    QVERIFY(gate.acceptPending(gate.pending()->id));
     QTRY_VERIFY_WITH_TIMEOUT(Session::instance().isPhoneConnected(), 5000);
     QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Test phone"));
     QCOMPARE(Session::instance().phoneIPAddress(), QStringLiteral("127.0.0.1"));

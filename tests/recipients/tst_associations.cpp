@@ -72,7 +72,7 @@ private Q_SLOTS:
     void checkedGroupsText_data();
     void checkedGroupsText();
     void checkedGroupsSurviveAFetch();
-    void usersReplyReplacesUsersAndClearsTheirMarks();
+    void usersReplyReplacesUsersAndKeepsTheirMarks();
     void rowsFollowExpansionAndClicksToggleWhatTheyShow();
     void modelShowsAndMarksInPlace();
 };
@@ -182,7 +182,9 @@ void TestAssociations::checkedGroupsSurviveAFetch()
     QVERIFY(!later.groupById(5)->isChecked && later.groupById(13)->isChecked);
 }
 
-void TestAssociations::usersReplyReplacesUsersAndClearsTheirMarks()
+// A reload from the phone (a change signal, the phone found again) is no decision of the
+// user's: the people they chose stay chosen while the phone still lists them.
+void TestAssociations::usersReplyReplacesUsersAndKeepsTheirMarks()
 {
     AssociationsStore store;
     QVERIFY(store.setUsersFromReply(twoUsers));
@@ -194,12 +196,16 @@ void TestAssociations::usersReplyReplacesUsersAndClearsTheirMarks()
     store.toggleGroupChecked(1);
     QVERIFY(store.usersFiltered.at(0)->isChecked.value_or(false));
     QVERIFY(store.setUsersFromReply(oneUser));
-    QVERIFY(!store.users.at(0)->isChecked.value_or(true));
+    QVERIFY(store.users.at(0)->isChecked.value_or(false));
+    QCOMPARE(store.selectedRecipientEmails(), (QStringList { u"ann@x"_qs }));
     QVERIFY(store.groups.at(0)->isChecked);
     QVERIFY(!store.setUsersFromReply("not json"));
     QCOMPARE(store.users.size(), 1);
     QVERIFY(store.setUsersFromReply(noUsers));
     QVERIFY(store.users.isEmpty());
+    // Gone from the phone, gone from the choice: Ann comes back unchosen.
+    QVERIFY(store.setUsersFromReply(oneUser));
+    QVERIFY(!store.users.at(0)->isChecked.value_or(false));
 }
 
 void TestAssociations::rowsFollowExpansionAndClicksToggleWhatTheyShow()

@@ -275,7 +275,7 @@ void TestScreenshots::screens()
         const QColor behind = picture.pixelColor(QPoint(6, picture.height() / 2));
         const QColor text = bar->messageLabel->palette().color(bar->messageLabel->foregroundRole());
         QVERIFY2(contrast(text, behind) >= 4.5, qPrintable(text.name() + u" on "_qs + behind.name()));
-        for (QPushButton* button : { bar->switchButton, bar->ignoreButton }) {
+        for (QPushButton* button : { bar->acceptButton, bar->ignoreButton }) {
             const QImage face = button->grab().toImage();
             // Inside the left padding, clear of the border and the title.
             const QColor fill = face.pixelColor(QPoint(int(6 * face.devicePixelRatio()), face.height() / 2));
