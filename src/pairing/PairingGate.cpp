@@ -201,6 +201,8 @@ void PairingGate::restore()
     if (trusted && !session.isPhoneConnected()) {
         session.setPhoneIPAddress(trusted->address);
         session.setMobileDeviceName(trusted->name);
+        Log::line(u"[PairingGate] Looking for the trusted phone \"" + Log::escaped(trusted->name) + u"\" at "
+            + trusted->address);
     }
 }
 

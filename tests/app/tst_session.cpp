@@ -123,6 +123,12 @@ void TestSession::startupOfTheRealProgram_data()
     QTest::newRow("empty e-mail") << QVariant(QString(u""_qs)) << QVariant(u"http://h/"_qs)
                                   << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: "),
                                          QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
+    // Stored from the network once: a line break cannot forge a second line.
+    QTest::newRow("forged line") << QVariant(u"ann@example.com\n[AppDelegate] ✅ BaseURL: http://evil/"_qs)
+                                 << QVariant(u"http://h/"_qs)
+                                 << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: ann@example.com"
+                                                                 "\\u000a[AppDelegate] ✅ BaseURL: http://evil/"),
+                                        QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
     QTest::newRow("no base URL") << QVariant(u"ann@example.com"_qs) << QVariant() << QStringList { waiting };
     QTest::newRow("empty base URL") << QVariant(u"ann@example.com"_qs) << QVariant(QString(u""_qs)) << QStringList { waiting };
 }
@@ -165,9 +171,12 @@ void TestSession::startupOfTheRealProgram()
         QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/EncryptedFiles"))).isDir());
         QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/DecryptedFiles"))).isDir());
     }
-    // The stored values survive both runs untouched.
-    QSettings stored(config + QStringLiteral("/Varnex/Varnex Desktop.conf"), QSettings::IniFormat);
+    // The stored values survive both runs untouched, in a file only the user can read.
+    const QString file = config + QStringLiteral("/Varnex/Varnex Desktop.conf");
+    QSettings stored(file, QSettings::IniFormat);
     QCOMPARE(stored.value(QString::fromLatin1(Settings::baseUrlKey)), baseURL);
+    if (QFileInfo::exists(file))
+        QCOMPARE(QFileInfo(file).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
 }
 
 QTEST_GUILESS_MAIN(TestSession)

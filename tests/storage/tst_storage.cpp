@@ -196,6 +196,15 @@ void TestStorage::preparingCreatesWhatIsMissingAndLogsWhatItCannot()
             WorkingFolders::decryptedFilesFolder(), documents + QStringLiteral("/Varnex/DecryptedFiles"));
         QVERIFY(QFileInfo(*WorkingFolders::encryptedFilesFolder()).isDir());
         QVERIFY(QFileInfo(*WorkingFolders::decryptedFilesFolder()).isDir());
+        // Only the user may list or open results; a folder an older version left open to
+        // others is closed at the next start.
+        constexpr auto others = QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther
+            | QFileDevice::ExeOther;
+        QFile::setPermissions(*WorkingFolders::varnexFolder(), QFileInfo(*WorkingFolders::varnexFolder()).permissions() | others);
+        WorkingFolders::prepareWorkingFolders(documents);
+        for (const auto& folder : { WorkingFolders::varnexFolder(), WorkingFolders::encryptedFilesFolder(),
+                 WorkingFolders::decryptedFilesFolder() })
+            QCOMPARE(QFileInfo(*folder).permissions() & (others | QFileDevice::ReadOwner), QFileDevice::ReadOwner);
         // A second start keeps what is there and makes what is missing; something that is not
         // a folder at a result folder's place is left alone, silently.
         write(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt"), "kept");
