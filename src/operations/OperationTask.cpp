@@ -235,7 +235,14 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
     QByteArray head;
     const char* block = nullptr;
     qint64 firstLength = 0;
-    while (head.size() < 30 && (firstLength = transfer.next(&block)) > 0)
+    const auto headLength = [&head] {
+        // The first local header with its name and extra field.
+        if (head.size() < 30)
+            return qsizetype(30);
+        const auto le16 = [&head](int at) { return qsizetype(quint8(head[at]) | quint8(head[at + 1]) << 8); };
+        return 30 + le16(26) + le16(28);
+    };
+    while (head.size() < headLength() && (firstLength = transfer.next(&block)) > 0)
         head.append(block, firstLength);
     if (head.isEmpty()) {
         if (auto problem = transferProblem(transfer.finish(false)))

@@ -275,8 +275,8 @@ Result unpack(archive* a, const QString& stagingFolder, qint64 budgetBytes,
         if (++seen > maxEntries)
             return fail(stagingFolder, Failure::TooManyEntries, {});
         const QString name = nameOf(entry);
-        if (name.isEmpty())
-            return fail(stagingFolder, Failure::BadName, name);
+        if (name.isEmpty()) // no name that can be read at all
+            return fail(stagingFolder, Failure::BadName, QString(QChar(0xfffd)));
         if (archive_entry_is_encrypted(entry))
             return fail(stagingFolder, Failure::Encrypted, name);
         const Path where = classify(name);
@@ -334,8 +334,9 @@ Result checkCentralDirectory(const QByteArray& tail, qint64 tailStart)
     const qsizetype n = tail.size();
     const char* p = tail.constData();
     qsizetype end = -1;
-    for (qsizetype i = n - 22; i >= 0 && i >= n - 22 - 65535; --i) {
-        if (p[i] == 'P' && p[i + 1] == 'K' && p[i + 2] == 5 && p[i + 3] == 6 && i + 22 + le16(p + i + 20) == n) {
+    // Writers to a pipe may pad the end (bsdtar fills its last 10 KiB block with zeros).
+    for (qsizetype i = n - 22; i >= 0; --i) {
+        if (p[i] == 'P' && p[i + 1] == 'K' && p[i + 2] == 5 && p[i + 3] == 6 && i + 22 + le16(p + i + 20) <= n) {
             end = i;
             break;
         }
@@ -372,7 +373,10 @@ Result checkCentralDirectory(const QByteArray& tail, qint64 tailStart)
         if (next > start + qint64(size))
             return broken("central directory damaged");
         const QByteArray raw(p + at + 46, nameLength);
-        const QString name = (flags & 0x800) ? QString::fromUtf8(raw) : decodeName(raw);
+        const QString name = decodeName(raw);
+        // Said to be UTF-8 and is not: no guessing then.
+        if ((flags & 0x800) && QString::fromUtf8(raw).toUtf8() != raw)
+            return { false, Failure::BadName, QString::fromUtf8(raw), {} };
         if (flags & 1)
             return { false, Failure::Encrypted, name, {} };
         // Unix (3) and macOS (19) keep the file type in the upper half of the attributes.
@@ -436,7 +440,24 @@ bool needsSeeking(const QByteArray& head)
         return false;
     const quint16 flags = le16(head.constData() + 6);
     const quint16 method = le16(head.constData() + 8);
-    return (flags & 0x8) && method == 0;
+    if (!(flags & 0x8) || method != 0)
+        return false;
+    // Most writers still put the sizes in front when they know them.
+    quint64 size = le32(head.constData() + 18);
+    if (size == 0xffffffff) {
+        // Zip64: the size is in the extra field (id 1), when the head reaches that far.
+        const qsizetype nameLength = le16(head.constData() + 26);
+        const qsizetype extraEnd = 30 + nameLength + le16(head.constData() + 28);
+        size = 0;
+        for (qsizetype at = 30 + nameLength; at + 4 <= qMin(extraEnd, head.size());) {
+            const quint16 id = le16(head.constData() + at);
+            const quint16 length = le16(head.constData() + at + 2);
+            if (id == 1 && length >= 16 && at + 20 <= head.size())
+                size = le64(head.constData() + at + 12);
+            at += 4 + length;
+        }
+    }
+    return size == 0;
 }
 
 Result extract(const QString& archivePath, const QString& stagingFolder, qint64 budgetBytes,

@@ -70,7 +70,7 @@ inline constexpr int retainedBlocks = 8;
 Result extractStream(const BlockReader& read, const QString& stagingFolder, qint64 budgetBytes,
     const std::atomic<bool>* cancel = nullptr, int mode = 0600);
 
-// Whether a zip starting with `head` (at least its first 30 bytes) cannot be read in one
+// Whether a zip starting with `head` (its first local header, whole) cannot be read in one
 // pass: its first entry is stored and its size only follows its data, so nothing but the
 // central directory says where it ends.
 bool needsSeeking(const QByteArray& head);

@@ -30,6 +30,7 @@ struct PhoneSimServer::Fault
     bool noAnswer = false;
     bool hold = false; // the request waits unread until faults are cleared, then is served
     QString archive;
+    QString archiveFile; // "archive": "file": these bytes are the reply, as they are
     int times = 0; // 0: until cleared
     int used = 0;
 
@@ -151,11 +152,12 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
     fault->noAnswer = d.value(u"noAnswer").toBool(false);
     fault->hold = d.value(u"hold").toBool(false);
     fault->archive = d.value(u"archive").toString();
+    fault->archiveFile = d.value(u"file").toString();
     fault->times = d.value(u"times").toInt(0);
     static const QStringList archives { QString(), u"escape"_qs, u"absolute"_qs, u"symlink"_qs, u"corrupt"_qs,
                                         u"empty"_qs, u"unmatched"_qs, u"bomb"_qs, u"longName"_qs,
                                         u"controlChar"_qs, u"leadingDot"_qs, u"subfolder"_qs, u"truncated"_qs,
-                                        u"corruptData"_qs, u"tooMany"_qs, u"password"_qs };
+                                        u"corruptData"_qs, u"tooMany"_qs, u"password"_qs, u"file"_qs };
     if (!archives.contains(fault->archive))
         return false;
     std::lock_guard lock(m_mutex);
@@ -699,6 +701,13 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
         } else if (kind == u"tooMany") {
             for (int i = 0; i < 10001; ++i)
                 entries.append({ QStringLiteral("many-%1.vx").arg(i), {}, QByteArrayLiteral("x") });
+        } else if (kind == u"file") {
+            QFile given(fault->archiveFile);
+            cleanup();
+            res.status = 200;
+            res.set_content(given.open(QIODevice::ReadOnly) ? given.readAll().toStdString() : std::string(),
+                            "application/zip");
+            return;
         } else if (kind == u"password") {
             protect = true;
         } else if (kind == u"bomb") {
