@@ -187,11 +187,6 @@ Select deselect all files button</extracomment>
         <extracomment>Progress while the phone works on the files</extracomment>
         <translation>Warten auf das Telefon …</translation>
     </message>
-    <message id="stageReceiving">
-        <source>Receiving %1</source>
-        <extracomment>Progress while the results come back</extracomment>
-        <translation>Empfangen: %1</translation>
-    </message>
     <message id="stageUnpacking">
         <source>Saving the results...</source>
         <extracomment>Progress while the results are unpacked</extracomment>
@@ -587,6 +582,21 @@ Select deselect all files button</extracomment>
     <message id="apiNotAuthenticated">
         <source>Not authenticated. Please scan QR code with iOS app first.</source>
         <translation>Nicht angemeldet. Bitte scannen Sie zuerst den QR-Code mit der iOS-App.</translation>
+    </message>
+    <message id="replyEncrypted">
+        <source>it is protected by a password, which Varnex cannot open</source>
+        <extracomment>Why a reply was not saved: the zip archive from the phone is protected by a password</extracomment>
+        <translation>sie ist mit einem Passwort geschützt, das Varnex nicht öffnen kann</translation>
+    </message>
+    <message id="stageReceivingSavingOf">
+        <source>Receiving and saving %1 of %2</source>
+        <extracomment>Progress while the results come back and are saved as they arrive</extracomment>
+        <translation>Empfangen und gespeichert: %1 von %2</translation>
+    </message>
+    <message id="stageReceivingSaving">
+        <source>Receiving and saving %1</source>
+        <extracomment>Progress while the results come back and are saved as they arrive, of unknown size</extracomment>
+        <translation>Empfangen und gespeichert: %1</translation>
     </message>
 </context>
 </TS>

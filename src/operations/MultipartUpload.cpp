@@ -114,6 +114,7 @@ struct Transfer::Private
     bool started = false;
     bool done = false;
     bool paused = false;
+    bool resumed = false;
     CURLcode code = CURLE_OK;
     qint64 received = 0;
     // Bytes that arrived and were not handed out yet, and the blocks handed out lately (the
@@ -173,7 +174,15 @@ struct Transfer::Private
             stop(result);
             return;
         }
-        curl_multi_poll(multi.get(), nullptr, 0, 100, nullptr);
+        // Never longer than curl's own timers say (a transfer just resumed wants to run now).
+        long wait = 100;
+        if (curl_multi_timeout(multi.get(), &wait) != CURLM_OK || wait < 0 || wait > 100)
+            wait = 100;
+        if (resumed)
+            wait = 0;
+        resumed = false;
+        if (wait > 0)
+            curl_multi_poll(multi.get(), nullptr, 0, int(wait), nullptr);
     }
 
     void stop(CURLcode result)
@@ -279,6 +288,7 @@ qint64 Transfer::next(const char** block)
     if (d->paused) {
         d->paused = false;
         curl_easy_pause(d->curl.get(), CURLPAUSE_CONT); // may deliver the held bytes at once
+        d->resumed = true;
     }
     *block = d->handed.back().data();
     return qint64(d->handed.back().size());
