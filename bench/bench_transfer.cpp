@@ -309,6 +309,11 @@ int encrypt(const QString& file)
     std::printf("  desktop (OperationTask, results flushed): %.3f s\n", ours);
     std::printf("  ratio desktop/(b): %.2f (budget 1.00): %s\n", ours / median(times[2]), verdict(ours <= median(times[2])));
     std::printf("  ratio desktop/(a): %.2f (budget 1.00): %s\n", ours / median(times[1]), verdict(ours <= median(times[1])));
+    // The desktop side's peak: the reply passes through a bounded buffer, whatever its size.
+    rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    const double memory = usage.ru_maxrss / 1024.0;
+    std::printf("  peak memory of the desktop side: %.1f MB (budget 100 MB): %s\n", memory, verdict(memory <= 100));
     const double writes = median(writeRatios);
     std::printf("  disk writes of the desktop side: %.3f x the results' size (budget 1.10): %s\n", writes,
         verdict(writes <= 1.10));

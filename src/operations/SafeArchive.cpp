@@ -219,9 +219,6 @@ Written writeEntry(archive* a, int fd, qint64& written, qint64 limit,
     const void* block = nullptr;
     size_t length = 0;
     la_int64_t offset = 0;
-    // Write-back starts behind the writing, so the flush at the end has little left to wait for.
-    constexpr qint64 writeBackStep = 8 << 20;
-    qint64 flushedTo = 0;
     while ((w.lastRead = archive_read_data_block(a, &block, &length, &offset)) == ARCHIVE_OK) {
         // Sparse entries leave holes: the file's size follows the offsets.
         if (offset != w.size && ::lseek(fd, offset, SEEK_SET) < 0) {
@@ -233,10 +230,6 @@ Written writeEntry(archive* a, int fd, qint64& written, qint64 limit,
         written += qint64(length);
         if (!w.ok || written > limit || (cancel && cancel->load()))
             break;
-        if (w.size - flushedTo >= writeBackStep) {
-            ::sync_file_range(fd, flushedTo, w.size - flushedTo, SYNC_FILE_RANGE_WRITE);
-            flushedTo = w.size;
-        }
         if (onProgress)
             onProgress(written, limit);
     }
