@@ -74,12 +74,13 @@ int seekSource(void* user, curl_off_t offset, int origin)
                                                                             : CURL_SEEKFUNC_FAIL;
 }
 
-int onTransferInfo(void* user, curl_off_t downloadTotal, curl_off_t downloaded, curl_off_t uploadTotal,
-    curl_off_t uploaded)
+int onTransferInfo(
+    void* user, curl_off_t downloadTotal, curl_off_t downloaded, curl_off_t uploadTotal, curl_off_t uploaded)
 {
     auto* t = static_cast<TransferState*>(user);
     if (t->onProgress && *t->onProgress)
-        (*t->onProgress)({ qint64(uploaded), qint64(uploadTotal), qint64(downloaded), qint64(downloadTotal) });
+        (*t->onProgress)(
+            { qint64(uploaded), qint64(uploadTotal), qint64(downloaded), qint64(downloadTotal) });
     return t->cancel->load() ? 1 : 0; // non-zero aborts the transfer
 }
 
@@ -203,8 +204,8 @@ struct Transfer::Private
     }
 };
 
-Transfer::Transfer(const QString& url, const QList<Part>& parts, std::function<void(const Progress&)> onProgress,
-    const std::atomic<bool>& cancel)
+Transfer::Transfer(const QString& url, const QList<Part>& parts,
+    std::function<void(const Progress&)> onProgress, const std::atomic<bool>& cancel)
     : d(std::make_unique<Private>())
 {
     static CurlInit init;

@@ -83,11 +83,13 @@ void OperationTask::start()
 
 void OperationTask::report(Stage stage, qint64 done, qint64 total)
 {
-    // At most every 50 ms, so a fast transfer does not flood the screen with updates.
+    // At most every 50 ms, so a fast transfer does not flood the screen with updates; a new
+    // stage is always told.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    if (now - m_lastReport < 50 && done < total)
+    if (stage == m_lastStage && now - m_lastReport < 50 && done < total)
         return;
     m_lastReport = now;
+    m_lastStage = stage;
     QMetaObject::invokeMethod(
         this, [this, stage, done, total] { Q_EMIT progress(stage, done, total); }, Qt::QueuedConnection);
 }
@@ -280,7 +282,8 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
             }
             return transfer.next(out);
         };
-        unpacked = SafeArchive::extractStream(read, unpackFolder, freeSpace() - reserveBytes, &m_cancel, fileMode);
+        unpacked
+            = SafeArchive::extractStream(read, unpackFolder, freeSpace() - reserveBytes, &m_cancel, fileMode);
     }
     // Read to its end when the archive was whole, so a reply cut short is still seen as such.
     if (auto problem = transferProblem(transfer.finish(unpacked.ok)))

@@ -109,5 +109,6 @@ private:
     std::atomic<bool> m_running { false };
     std::thread m_worker;
     qint64 m_lastReport = 0;
+    std::optional<Stage> m_lastStage;
 };
 Q_DECLARE_METATYPE(OperationTask::Result)

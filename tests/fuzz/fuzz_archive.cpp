@@ -22,7 +22,8 @@ const QByteArray userContent = QByteArrayLiteral("the user's own file");
 const qint64 freeBytes = 1024 * 1024;
 
 // Unpacks with `unpack` into a fresh staging folder and lands the result beside a user's file.
-void unpackAndLand(const QString& root, const std::function<SafeArchive::Result(const QString& staging)>& unpack)
+void unpackAndLand(
+    const QString& root, const std::function<SafeArchive::Result(const QString& staging)>& unpack)
 {
     const QString staging = root + QStringLiteral("/work/unpack");
     const QString results = root + QStringLiteral("/results");

@@ -166,8 +166,8 @@ void TestOperations::uniqueNames_data()
                                     << "x.tar (1).gz";
     // At the file system's limit the base gives way to the counter, ".vx" still to come.
     const QString l = QString(248, u'l');
-    QTest::newRow("252 bytes with a counter") << QStringList { l + u".txt.vx" } << l + u".txt"
-                                              << l.left(244) + u" (1).txt";
+    QTest::newRow("252 bytes with a counter")
+        << QStringList { l + u".txt.vx" } << l + u".txt" << l.left(244) + u" (1).txt";
 }
 
 void TestOperations::uniqueNames()
@@ -331,7 +331,8 @@ void TestOperations::namesAtTheLimitSurviveARoundTrip()
     const QString name = QString(248, u'n') + u".txt";
     write(m_files + u'/' + name, "at the limit");
     write(m_encrypted + u'/' + name + u".vx", "earlier");
-    EncryptTask encrypt({ m_files + u'/' + name }, u"alex.morgan@example.com;"_qs, m_encrypted, url("/encryptFile/"));
+    EncryptTask encrypt(
+        { m_files + u'/' + name }, u"alex.morgan@example.com;"_qs, m_encrypted, url("/encryptFile/"));
     const auto encrypted = runTask(encrypt);
     QCOMPARE(encrypted.message, QString());
     QCOMPARE(encrypted.written.size(), 1);
@@ -773,7 +774,8 @@ void TestOperations::everyZipAPhoneMayWrite_data()
     const QStringList text { u"t.txt"_qs };
     const QString password = u"it is protected by a password, which Varnex cannot open"_qs;
     const auto python = [](const char* script, const char* arg) -> QString {
-        return u"python3 - "_qs + QLatin1String(arg) + u" <<'EOF'\n"_qs + QLatin1String(script) + u"\nEOF\n"_qs;
+        return u"python3 - "_qs + QLatin1String(arg) + u" <<'EOF'\n"_qs + QLatin1String(script)
+            + u"\nEOF\n"_qs;
     };
     QTest::newRow("Info-ZIP, deflate") << u"zip -q out.zip r.bin t.txt"_qs << both << false << QString();
     QTest::newRow("Info-ZIP, stored") << u"zip -q -0 out.zip r.bin t.txt"_qs << both << false << QString();
@@ -782,20 +784,21 @@ void TestOperations::everyZipAPhoneMayWrite_data()
     QTest::newRow("Info-ZIP to a pipe, stored")
         << u"zip -q -0 - r.bin t.txt | cat > out.zip"_qs << both << false << QString();
     QTest::newRow("Info-ZIP, folders and a Mac's resource files")
-        << u"mkdir -p __MACOSX && cp t.txt __MACOSX/._t.txt && zip -q -r out.zip t.txt sub __MACOSX"_qs << text
-        << false << QString();
-    QTest::newRow("Info-ZIP, password") << u"zip -q -P secret out.zip t.txt"_qs << QStringList() << false
-                                        << password;
+        << u"mkdir -p __MACOSX && cp t.txt __MACOSX/._t.txt && zip -q -r out.zip t.txt sub __MACOSX"_qs
+        << text << false << QString();
+    QTest::newRow("Info-ZIP, password")
+        << u"zip -q -P secret out.zip t.txt"_qs << QStringList() << false << password;
     QTest::newRow("bsdtar, deflate") << u"bsdtar -c --format zip -f out.zip r.bin t.txt"_qs << both << false
                                      << QString();
     QTest::newRow("bsdtar, stored")
-        << u"bsdtar -c --format zip --options zip:compression=store -f out.zip r.bin t.txt"_qs << both << false
-        << QString();
-    QTest::newRow("bsdtar to a pipe") << u"bsdtar -c --format zip -f - r.bin t.txt | cat > out.zip"_qs << both
-                                      << false << QString();
+        << u"bsdtar -c --format zip --options zip:compression=store -f out.zip r.bin t.txt"_qs << both
+        << false << QString();
+    QTest::newRow("bsdtar to a pipe")
+        << u"bsdtar -c --format zip -f - r.bin t.txt | cat > out.zip"_qs << both << false << QString();
     for (const char* method : { "BZip2", "LZMA", "PPMd", "Deflate" })
-        QTest::addRow("7z, %s", method) << u"7z a -tzip -mm=%1 out.zip r.bin t.txt >/dev/null"_qs.arg(QLatin1String(method))
-                                        << both << false << QString();
+        QTest::addRow("7z, %s", method)
+            << u"7z a -tzip -mm=%1 out.zip r.bin t.txt >/dev/null"_qs.arg(QLatin1String(method)) << both
+            << false << QString();
     QTest::newRow("7z, AES password") << u"7z a -tzip -psecret -mem=AES256 out.zip t.txt >/dev/null"_qs
                                       << QStringList() << false << password;
     for (const char* method : { "LZMA", "BZIP2", "STORED" })
@@ -803,15 +806,16 @@ void TestOperations::everyZipAPhoneMayWrite_data()
             << u"python3 -c \"import zipfile as z; a = z.ZipFile('out.zip', 'w', z.ZIP_%1); a.write('r.bin'); a.write('t.txt'); a.close()\""_qs
                    .arg(QLatin1String(method))
             << both << false << QString();
-    QTest::newRow("Python to a pipe, zip64, stored") << python(streamedZip64, "stored") << both << true << QString();
-    QTest::newRow("Python to a pipe, zip64, deflate") << python(streamedZip64, "deflate") << both << false << QString();
+    QTest::newRow("Python to a pipe, zip64, stored")
+        << python(streamedZip64, "stored") << both << true << QString();
+    QTest::newRow("Python to a pipe, zip64, deflate")
+        << python(streamedZip64, "deflate") << both << false << QString();
     QTest::newRow("xz") << python(handmadeZip, "xz") << text << false << QString();
     QTest::newRow("zstd") << python(handmadeZip, "zstd") << text << false << QString();
     QTest::newRow("legacy name, code page 437")
         << python(handmadeZip, "cp437") << QStringList { u"caf\u00e9 \u00dc.txt"_qs } << false << QString();
-    QTest::newRow("UTF-8 flag on a name that is not UTF-8")
-        << python(handmadeZip, "lyingFlag") << QStringList() << false
-        << u"it holds a file whose name cannot be used (\ufffd)"_qs;
+    QTest::newRow("UTF-8 flag on a name that is not UTF-8") << python(handmadeZip,
+        "lyingFlag") << QStringList() << false << u"it holds a file whose name cannot be used (\ufffd)"_qs;
 }
 
 void TestOperations::everyZipAPhoneMayWrite()
@@ -833,17 +837,26 @@ void TestOperations::everyZipAPhoneMayWrite()
     writer.setWorkingDirectory(folder);
     writer.start(u"sh"_qs, { u"-c"_qs, command });
     QVERIFY(writer.waitForFinished(60000));
-    QVERIFY2(writer.exitCode() == 0 && QFileInfo::exists(folder + u"/out.zip"_qs), writer.readAllStandardError().constData());
+    QVERIFY2(writer.exitCode() == 0 && QFileInfo::exists(folder + u"/out.zip"_qs),
+        writer.readAllStandardError().constData());
 
     write(m_files + u"/a.txt"_qs, "sent");
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, u"file"_qs },
         { u"file"_qs, QString(folder + u"/out.zip"_qs) } }));
     const LogCapture log;
     EncryptTask encrypt({ m_files + u"/a.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
+    QList<Stage> stages;
+    connect(&encrypt, &OperationTask::progress, this, [&stages](Stage s) {
+        if (stages.isEmpty() || stages.last() != s)
+            stages.append(s);
+    });
     const auto result = runTask(encrypt);
+    // Receiving and unpacking are one stage, unless the reply had to be kept whole first.
+    QCOMPARE(stages.contains(Stage::Unpacking), keptWhole && !landed.isEmpty());
+    QVERIFY(stages.contains(Stage::Receiving));
     const QStringList lines = log.lines();
-    const bool spilled = std::any_of(
-        lines.begin(), lines.end(), [](const QString& l) { return l.contains(u"cannot be read in one pass"); });
+    const bool spilled = std::any_of(lines.begin(), lines.end(),
+        [](const QString& l) { return l.contains(u"cannot be read in one pass"); });
     QCOMPARE(spilled, keptWhole);
     QCOMPARE(QDir(m_encrypted).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), landed);
     if (landed.isEmpty()) {
@@ -863,9 +876,11 @@ void TestOperations::brokenMidStream_data()
     QTest::addColumn<QString>("message");
     const QString notSaved = u"The phone's reply could not be saved: "_qs;
     QTest::newRow("connection drops inside an entry") << u"truncated"_qs << u"Connection timeout"_qs;
-    QTest::newRow("damaged inside an entry") << u"corruptData"_qs << notSaved + u"it is damaged or not a zip archive."_qs;
+    QTest::newRow("damaged inside an entry")
+        << u"corruptData"_qs << notSaved + u"it is damaged or not a zip archive."_qs;
     QTest::newRow("one entry too many") << u"tooMany"_qs << notSaved + u"it holds more than 10000 files."_qs;
-    QTest::newRow("password") << u"password"_qs << notSaved + u"it is protected by a password, which Varnex cannot open."_qs;
+    QTest::newRow("password") << u"password"_qs
+                              << notSaved + u"it is protected by a password, which Varnex cannot open."_qs;
 }
 
 void TestOperations::brokenMidStream()
