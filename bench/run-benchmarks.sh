@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks, makes their inputs (1 GiB) in a scratch folder, and runs them.
+# Needs about 5 GiB free in the scratch folder (VARNEX_BENCH_DIR, /tmp/varnex-bench by default).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="${VARNEX_BUILD_DIR:-$root/build}"
@@ -16,3 +17,4 @@ fi
 "$build/bench/bench_pairing"
 "$build/bench/bench_transfer" upload "$scratch/big.bin"
 "$build/bench/bench_transfer" unpack "$scratch/big.zip"
+VARNEX_PHONE_SIM_BINARY="$build/tools/phone-sim/varnex-phone-sim" "$build/bench/bench_transfer" encrypt "$scratch/big.bin"

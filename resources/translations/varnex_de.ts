@@ -187,11 +187,6 @@ Select deselect all users button</extracomment>
         <extracomment>Progress while the phone works on the files</extracomment>
         <translation>Warten auf das Telefon …</translation>
     </message>
-    <message id="stageReceiving">
-        <source>Receiving %1</source>
-        <extracomment>Progress while the results come back</extracomment>
-        <translation>Empfangen: %1</translation>
-    </message>
     <message id="stageUnpacking">
         <source>Saving the results...</source>
         <extracomment>Progress while the results are unpacked</extracomment>
@@ -652,6 +647,21 @@ Select deselect all users button</extracomment>
         <source>Looking for %1 on the network. Or scan the code with another phone.</source>
         <extracomment>Pairing screen at start, while the paired phone has not answered yet. %1 is its name.</extracomment>
         <translation>%1 wird im Netzwerk gesucht. Oder scannen Sie den Code mit einem anderen Telefon.</translation>
+    </message>
+    <message id="replyEncrypted">
+        <source>it is protected by a password, which Varnex cannot open</source>
+        <extracomment>Why a reply was not saved: the zip archive from the phone is protected by a password</extracomment>
+        <translation>sie ist mit einem Passwort geschützt, das Varnex nicht öffnen kann</translation>
+    </message>
+    <message id="stageReceivingSavingOf">
+        <source>Receiving and saving %1 of %2</source>
+        <extracomment>Progress while the results come back and are saved as they arrive</extracomment>
+        <translation>Empfangen und gespeichert: %1 von %2</translation>
+    </message>
+    <message id="stageReceivingSaving">
+        <source>Receiving and saving %1</source>
+        <extracomment>Progress while the results come back and are saved as they arrive, of unknown size</extracomment>
+        <translation>Empfangen und gespeichert: %1</translation>
     </message>
 </context>
 </TS>

@@ -9,12 +9,14 @@ class EncryptTask : public OperationTask
     Q_OBJECT
 
 public:
-    EncryptTask(QStringList files, QString recipients, QString resultsFolder, QString url, QObject* parent = nullptr);
+    EncryptTask(
+        QStringList files, QString recipients, QString resultsFolder, QString url, QObject* parent = nullptr);
     ~EncryptTask() override { stopWorker(); }
 
     // The upload name of each file, by the unique-name rule against the results folder.
     static QStringList stagedNames(const QStringList& files, const QString& resultsFolder);
-    static QList<MultipartUpload::Part> parts(const QStringList& files, const QStringList& staged, const QString& recipients);
+    static QList<MultipartUpload::Part> parts(
+        const QStringList& files, const QStringList& staged, const QString& recipients);
 
 protected:
     Result run() override;

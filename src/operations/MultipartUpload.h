@@ -7,9 +7,11 @@
 #include <atomic>
 #include <functional>
 #include <limits>
+#include <memory>
 
-// One multipart POST with libcurl: the file parts stream from their files, the reply body
-// streams into a file. Blocking; run it on a worker thread. Every file is opened once, must
+// One multipart POST with libcurl: the file parts stream from their files, the reply body is
+// handed on block by block as it arrives, or streamed into a file. Blocking; run it on a
+// worker thread. Every file is opened once, must
 // be a regular file, and is sent with the size it had then: a file that grows or shrinks
 // while it is sent ends the transfer instead of making a malformed request.
 namespace MultipartUpload {
@@ -28,6 +30,7 @@ struct Progress
     qint64 sent = 0;
     qint64 total = 0;
     qint64 received = 0;
+    qint64 receiveTotal = 0; // the reply's length, 0 while unknown
 };
 
 struct Outcome
@@ -46,6 +49,34 @@ struct Outcome
     qint64 replyBytes = 0;
     Problem problem = Problem::None;
     QString problemDetail; // the file's path, or the system's text
+};
+
+// One request whose reply body is pulled block by block as it arrives, on the calling thread:
+// nothing is read from the network while the caller works on a block, so a slow consumer holds
+// the phone back (through TCP) instead of piling the reply up in memory.
+class Transfer
+{
+public:
+    // Nothing is sent before the first call to status() or next().
+    Transfer(const QString& url, const QList<Part>& parts, std::function<void(const Progress&)> onProgress,
+        const std::atomic<bool>& cancel);
+    ~Transfer();
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+    // Sends the request and waits for the reply's head: its status, 0 when none came.
+    int status();
+    // The next block of the body; it stays valid until `retainedBlocks` more have been handed
+    // out. 0 once the body is complete or the transfer ended (then see finish()).
+    qint64 next(const char** block);
+    static constexpr int retainedBlocks = 8;
+    // Ends the transfer: reads what is left of the body (discarding it) when `drain`, or drops
+    // the connection at once; says how it went.
+    Outcome finish(bool drain);
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
 };
 
 // Sends `parts` to `url` and writes the reply body to `replyPath` (created exclusively, at

@@ -9,6 +9,11 @@
 #include <QStorageInfo>
 #include <QUuid>
 
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
 
 std::function<qint64(const QString&)>& freeSpaceProbe()
@@ -78,11 +83,13 @@ void OperationTask::start()
 
 void OperationTask::report(Stage stage, qint64 done, qint64 total)
 {
-    // At most every 50 ms, so a fast transfer does not flood the screen with updates.
+    // At most every 50 ms, so a fast transfer does not flood the screen with updates; a new
+    // stage is always told.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    if (now - m_lastReport < 50 && done < total)
+    if (stage == m_lastStage && now - m_lastReport < 50 && done < total)
         return;
     m_lastReport = now;
+    m_lastStage = stage;
     QMetaObject::invokeMethod(
         this, [this, stage, done, total] { Q_EMIT progress(stage, done, total); }, Qt::QueuedConnection);
 }
@@ -137,6 +144,10 @@ QString reasonOf(const SafeArchive::Result& unpacked)
         //: Why a reply was not saved; %1 is the system's reason
         //% "a file could not be written (%1)"
         return qtTrId("replyCannotWrite").arg(unpacked.detail);
+    case Failure::Encrypted:
+        //: Why a reply was not saved: the zip archive from the phone is protected by a password
+        //% "it is protected by a password, which Varnex cannot open"
+        return qtTrId("replyEncrypted");
     case Failure::Broken:
     case Failure::NoSpace:
     case Failure::Cancelled:
@@ -154,8 +165,9 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
     const QList<MultipartUpload::Part>& parts, qint64 uploadBytes, const std::optional<QString>& refusal400,
     int fileMode)
 {
-    // The reply and its unpacked files both need room: refuse before sending anything.
-    if (freeSpace() - reserveBytes < 2 * uploadBytes)
+    // The results need room: refuse before sending anything. The reply itself is unpacked as
+    // it arrives and takes no room of its own (unless it has to be kept whole, see below).
+    if (freeSpace() - reserveBytes < uploadBytes)
         return notEnoughSpace();
     QString error;
     Received received { OperationFolder::create(m_resultsFolder, m_operationId, &error), {} };
@@ -164,69 +176,118 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
         return replyNotSaved(error);
     }
     const QString work = received.folder->path();
-    const QString zip = work + u'/' + m_operationId + u".zip";
     const QString unpackFolder = work + QStringLiteral("/unpack");
     if (!QDir().mkdir(unpackFolder))
         return replyNotSaved(u"cannot create " + unpackFolder);
 
-    const MultipartUpload::Outcome outcome = MultipartUpload::send(
-        m_url, parts, zip,
+    MultipartUpload::Transfer transfer(
+        m_url, parts,
         [this](const MultipartUpload::Progress& p) {
             // Until the connection stands, nothing is measured (no total yet): the screen keeps
             // saying that it connects rather than showing made-up figures.
             if (p.received == 0 && p.total <= 0)
                 return;
             if (p.received > 0)
-                report(Stage::Receiving, p.received, 0);
+                report(Stage::Receiving, p.received, p.receiveTotal);
             else if (p.total > 0 && p.sent >= p.total)
                 report(Stage::Waiting, p.sent, p.total);
             else
                 report(Stage::Sending, p.sent, p.total);
         },
-        m_cancel, freeSpace() - reserveBytes);
-    using Problem = MultipartUpload::Outcome::Problem;
-    if (outcome.cancelled || cancelled())
-        return cancelledResult();
-    // A refusal is a refusal even when the phone drops the connection right after saying so.
-    if (outcome.status == 400 && refusal400)
-        return Result { Outcome::Refused, m_failureTitle, *refusal400, {} };
-    switch (outcome.problem) {
-    case Problem::FileChanged:
-        //: Dialog description when a file changed size while it was being sent; %1 is its name
-        //% "%1 changed while it was being sent. Nothing was saved; please try again."
-        return failedWith(qtTrId("fileChangedWhileSent").arg(outcome.problemDetail.section(u'/', -1)));
-    case Problem::ReplyTooLarge:
-        Log::line(QStringLiteral("The phone's reply went past the free space"));
-        return notEnoughSpace();
-    case Problem::ReplyNotWritten:
-        Log::line(u"Cannot write the phone's reply: " + outcome.problemDetail);
-        return replyNotSaved(outcome.problemDetail);
-    case Problem::FileUnreadable:
-        // Moved, deleted or made unreadable after it was picked; told like any failed request.
-        Log::line(u"Cannot read a file to send: " + Log::escaped(outcome.problemDetail));
+        m_cancel);
+    const int status = transfer.status();
+    // What went wrong with the transfer itself comes first: a reply cut short is a lost
+    // connection, whatever the unpacking made of its last bytes.
+    const auto transferProblem = [&](const MultipartUpload::Outcome& outcome) -> std::optional<Result> {
+        using Problem = MultipartUpload::Outcome::Problem;
+        if (outcome.cancelled || cancelled())
+            return cancelledResult();
+        // A refusal is a refusal even when the phone drops the connection right after saying so.
+        if (outcome.status == 400 && refusal400)
+            return Result { Outcome::Refused, m_failureTitle, *refusal400, {} };
+        switch (outcome.problem) {
+        case Problem::FileChanged:
+            //: Dialog description when a file changed size while it was being sent; %1 is its name
+            //% "%1 changed while it was being sent. Nothing was saved; please try again."
+            return failedWith(qtTrId("fileChangedWhileSent").arg(outcome.problemDetail.section(u'/', -1)));
+        case Problem::FileUnreadable:
+            // Moved, deleted or made unreadable after it was picked; told like any failed request.
+            Log::line(u"Cannot read a file to send: " + Log::escaped(outcome.problemDetail));
+            return connectionFailed();
+        case Problem::ReplyTooLarge:
+        case Problem::ReplyNotWritten:
+        case Problem::None:
+            break;
+        }
+        if (!outcome.failure.isEmpty()) {
+            Log::line(u"The phone's reply did not arrive whole: " + outcome.failure);
+            return connectionFailed();
+        }
+        if (outcome.status != 200)
+            return connectionFailed();
+        return std::nullopt;
+    };
+    if (status != 200 || cancelled()) {
+        if (auto problem = transferProblem(transfer.finish(false)))
+            return *problem;
         return connectionFailed();
-    case Problem::None:
-        break;
     }
-    if (!outcome.failure.isEmpty()) {
-        Log::line(u"The phone's reply did not arrive whole: " + outcome.failure);
-        return connectionFailed();
-    }
-    if (outcome.status != 200)
-        return connectionFailed();
-    if (outcome.replyBytes == 0) {
+
+    // The first block says whether the reply can be read in one pass.
+    QByteArray head;
+    const char* block = nullptr;
+    qint64 firstLength = 0;
+    const auto headLength = [&head] {
+        // The first local header with its name and extra field.
+        if (head.size() < 30)
+            return qsizetype(30);
+        const auto le16 = [&head](int at) { return qsizetype(quint8(head[at]) | quint8(head[at + 1]) << 8); };
+        return 30 + le16(26) + le16(28);
+    };
+    while (head.size() < headLength() && (firstLength = transfer.next(&block)) > 0)
+        head.append(block, firstLength);
+    if (head.isEmpty()) {
+        if (auto problem = transferProblem(transfer.finish(false)))
+            return *problem;
         // Status 200 without a body: there is nothing to store.
         //: Why a reply was not saved
         //% "it is empty"
         return replyNotSaved(qtTrId("replyEmpty"));
     }
 
-    report(Stage::Unpacking, 0, 1);
-    const SafeArchive::Result unpacked = SafeArchive::extract(
-        zip, unpackFolder, freeSpace() - reserveBytes,
-        [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &m_cancel, fileMode);
-    if (!QFile::remove(zip))
-        Log::line(QStringLiteral("Cannot delete zip archive"));
+    SafeArchive::Result unpacked;
+    if (SafeArchive::needsSeeking(head)) {
+        // A stored entry whose size follows its data: only the central directory at the end
+        // says where it ends, so this reply is kept whole and read from the disk.
+        Log::line(QStringLiteral("The phone's reply cannot be read in one pass; it is saved whole first"));
+        auto spilled = spill(transfer, head, work + u'/' + m_operationId + u".zip");
+        if (auto problem = transferProblem(transfer.finish(false)))
+            return *problem;
+        if (!spilled.isEmpty())
+            return spilled.front();
+        report(Stage::Unpacking, 0, 1);
+        unpacked = SafeArchive::extract(
+            work + u'/' + m_operationId + u".zip", unpackFolder, freeSpace() - reserveBytes,
+            [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &m_cancel, fileMode);
+        if (!QFile::remove(work + u'/' + m_operationId + u".zip"))
+            Log::line(QStringLiteral("Cannot delete zip archive"));
+    } else {
+        // Handed on as it came: the blocks read for the look at the head go first.
+        bool headGiven = false;
+        const SafeArchive::BlockReader read = [&](const char** out) -> qint64 {
+            if (!headGiven) {
+                headGiven = true;
+                *out = head.constData();
+                return head.size();
+            }
+            return transfer.next(out);
+        };
+        unpacked
+            = SafeArchive::extractStream(read, unpackFolder, freeSpace() - reserveBytes, &m_cancel, fileMode);
+    }
+    // Read to its end when the archive was whole, so a reply cut short is still seen as such.
+    if (auto problem = transferProblem(transfer.finish(unpacked.ok)))
+        return *problem;
     if (cancelled())
         return cancelledResult();
     if (!unpacked.ok) {
@@ -238,6 +299,45 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
     }
     received.entries = unpacked.entries;
     return received;
+}
+
+QList<OperationTask::Result> OperationTask::spill(
+    MultipartUpload::Transfer& transfer, const QByteArray& head, const QString& path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return { replyNotSaved(QString::fromLocal8Bit(std::strerror(errno))) };
+    const qint64 limit = freeSpace() - reserveBytes;
+    qint64 written = 0;
+    const char* block = head.constData();
+    qint64 n = head.size();
+    bool ok = true;
+    int error = 0;
+    do {
+        if (written + n > limit) {
+            ::close(fd);
+            Log::line(QStringLiteral("The phone's reply went past the free space"));
+            return { notEnoughSpace() };
+        }
+        for (qint64 off = 0; ok && off < n;) {
+            const ssize_t w = ::write(fd, block + off, size_t(n - off));
+            if (w < 0 && errno == EINTR)
+                continue;
+            ok = w > 0;
+            error = errno;
+            off += w;
+        }
+        written += n;
+        report(Stage::Receiving, written, 0);
+    } while (ok && (n = transfer.next(&block)) > 0);
+    ::close(fd);
+    if (!ok) {
+        Log::line(u"Cannot write the phone's reply: " + QString::fromLocal8Bit(std::strerror(error)));
+        if (error == ENOSPC)
+            return { notEnoughSpace() };
+        return { replyNotSaved(QString::fromLocal8Bit(std::strerror(error))) };
+    }
+    return {};
 }
 
 OperationTask::Result OperationTask::landAll(const QList<SafeArchive::Landing>& landings)

@@ -102,6 +102,8 @@ private:
     void report(Stage stage, qint64 done, qint64 total);
     qint64 freeSpace() const;
     Result notEnoughSpace() const;
+    // Writes a reply that cannot be read in one pass to `path`, whole; a failure, or none.
+    QList<Result> spill(MultipartUpload::Transfer& transfer, const QByteArray& head, const QString& path);
     Result replyNotSaved(const QString& reason) const;
 
     QString m_failureTitle;
@@ -109,5 +111,6 @@ private:
     std::atomic<bool> m_running { false };
     std::thread m_worker;
     qint64 m_lastReport = 0;
+    std::optional<Stage> m_lastStage;
 };
 Q_DECLARE_METATYPE(OperationTask::Result)

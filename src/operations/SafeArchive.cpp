@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QStringDecoder>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -172,36 +173,115 @@ QString printableName(const QString& name)
     return QString::fromUcs4(reinterpret_cast<const char32_t*>(shown.constData()), shown.size());
 }
 
-Result extract(const QString& archivePath, const QString& stagingFolder, qint64 budgetBytes,
-    const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode)
+namespace {
+
+// Code page 437's upper half, as unzip tools show names written without the UTF-8 flag.
+constexpr char16_t cp437High[128] = { 0x00c7, 0x00fc, 0x00e9, 0x00e2, 0x00e4, 0x00e0, 0x00e5, 0x00e7, 0x00ea,
+    0x00eb, 0x00e8, 0x00ef, 0x00ee, 0x00ec, 0x00c4, 0x00c5, 0x00c9, 0x00e6, 0x00c6, 0x00f4, 0x00f6, 0x00f2,
+    0x00fb, 0x00f9, 0x00ff, 0x00d6, 0x00dc, 0x00a2, 0x00a3, 0x00a5, 0x20a7, 0x0192, 0x00e1, 0x00ed, 0x00f3,
+    0x00fa, 0x00f1, 0x00d1, 0x00aa, 0x00ba, 0x00bf, 0x2310, 0x00ac, 0x00bd, 0x00bc, 0x00a1, 0x00ab, 0x00bb,
+    0x2591, 0x2592, 0x2593, 0x2502, 0x2524, 0x2561, 0x2562, 0x2556, 0x2555, 0x2563, 0x2551, 0x2557, 0x255d,
+    0x255c, 0x255b, 0x2510, 0x2514, 0x2534, 0x252c, 0x251c, 0x2500, 0x253c, 0x255e, 0x255f, 0x255a, 0x2554,
+    0x2569, 0x2566, 0x2560, 0x2550, 0x256c, 0x2567, 0x2568, 0x2564, 0x2565, 0x2559, 0x2558, 0x2552, 0x2553,
+    0x256b, 0x256a, 0x2518, 0x250c, 0x2588, 0x2584, 0x258c, 0x2590, 0x2580, 0x03b1, 0x00df, 0x0393, 0x03c0,
+    0x03a3, 0x03c3, 0x00b5, 0x03c4, 0x03a6, 0x0398, 0x03a9, 0x03b4, 0x221e, 0x03c6, 0x03b5, 0x2229, 0x2261,
+    0x00b1, 0x2265, 0x2264, 0x2320, 0x2321, 0x00f7, 0x2248, 0x00b0, 0x2219, 0x00b7, 0x221a, 0x207f, 0x00b2,
+    0x25a0, 0x00a0 };
+
+quint16 le16(const char* p)
 {
-    if (QFileInfo(archivePath).size() <= 0)
-        return fail(stagingFolder, Failure::Broken, QStringLiteral("empty reply"));
+    return quint16(quint8(p[0]) | quint8(p[1]) << 8);
+}
+quint32 le32(const char* p)
+{
+    return quint32(le16(p)) | quint32(le16(p + 2)) << 16;
+}
+quint64 le64(const char* p)
+{
+    return quint64(le32(p)) | quint64(le32(p + 4)) << 32;
+}
+
+// The entry's name; empty when it has none.
+QString nameOf(archive_entry* entry)
+{
+    if (const char* utf8 = archive_entry_pathname_utf8(entry)) {
+        const QString name = QString::fromUtf8(utf8);
+        if (!name.contains(QChar(0xfffd)))
+            return name;
+    }
+    const char* raw = archive_entry_pathname(entry);
+    return raw ? decodeName(QByteArray(raw)) : QString();
+}
+
+// Writes the data of the current entry to `fd`; false with errno set when it could not.
+struct Written
+{
+    bool ok = true;
+    int error = 0;
+    int lastRead = ARCHIVE_OK;
+    qint64 size = 0;
+};
+
+Written writeEntry(archive* a, int fd, qint64& written, qint64 limit,
+    const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel)
+{
+    Written w;
+    const void* block = nullptr;
+    size_t length = 0;
+    la_int64_t offset = 0;
+    while ((w.lastRead = archive_read_data_block(a, &block, &length, &offset)) == ARCHIVE_OK) {
+        // Sparse entries leave holes: the file's size follows the offsets.
+        if (offset != w.size && ::lseek(fd, offset, SEEK_SET) < 0) {
+            w.ok = false;
+            break;
+        }
+        w.ok = writeAll(fd, static_cast<const char*>(block), length);
+        w.size = offset + qint64(length);
+        written += qint64(length);
+        if (!w.ok || written > limit || (cancel && cancel->load()))
+            break;
+        if (onProgress)
+            onProgress(written, limit);
+    }
+    w.error = errno;
+    if (w.ok && w.size > 0 && ::ftruncate(fd, w.size) != 0)
+        w.ok = false;
+    // Flushed before it lands: a crash never leaves a result that looks whole but is not.
+    if (w.ok && ::fsync(fd) != 0)
+        w.ok = false;
+    if (!w.ok && !w.error)
+        w.error = errno ? errno : EIO;
+    return w;
+}
+
+// Reads entries until the end and writes the plain top-level files; `afterEnd` has the last
+// word on an archive read to its end.
+Result unpack(archive* a, const QString& stagingFolder, qint64 budgetBytes,
+    const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode,
+    const std::function<Result()>& afterEnd = {})
+{
     const qint64 limit = qMax<qint64>(budgetBytes, 0);
-
-    std::unique_ptr<archive, ReadCloser> a(archive_read_new());
-    archive_read_support_format_zip(a.get());
-    if (archive_read_open_filename(a.get(), QFile::encodeName(archivePath).constData(), 16 * 1024)
-        != ARCHIVE_OK)
-        return fail(stagingFolder, Failure::Broken, QString::fromUtf8(archive_error_string(a.get())));
-
     Result result;
     qint64 written = 0;
     int seen = 0;
     archive_entry* entry = nullptr;
     while (true) {
-        const int next = archive_read_next_header(a.get(), &entry);
+        if (cancel && cancel->load())
+            return fail(stagingFolder, Failure::Cancelled, {});
+        const int next = archive_read_next_header(a, &entry);
         if (next == ARCHIVE_EOF)
             break;
+        if (cancel && cancel->load())
+            return fail(stagingFolder, Failure::Cancelled, {});
         if (next != ARCHIVE_OK && next != ARCHIVE_WARN)
-            return fail(stagingFolder, Failure::Broken, QString::fromUtf8(archive_error_string(a.get())));
+            return fail(stagingFolder, Failure::Broken, QString::fromUtf8(archive_error_string(a)));
         if (++seen > maxEntries)
             return fail(stagingFolder, Failure::TooManyEntries, {});
-        const char* rawName = archive_entry_pathname_utf8(entry);
-        if (!rawName)
-            return fail(
-                stagingFolder, Failure::BadName, QString::fromLocal8Bit(archive_entry_pathname(entry)));
-        const QString name = QString::fromUtf8(rawName);
+        const QString name = nameOf(entry);
+        if (name.isEmpty()) // no name that can be read at all
+            return fail(stagingFolder, Failure::BadName, QString(QChar(0xfffd)));
+        if (archive_entry_is_encrypted(entry))
+            return fail(stagingFolder, Failure::Encrypted, name);
         const Path where = classify(name);
         if (where == Path::Refuse)
             return fail(stagingFolder, Failure::BadName, name);
@@ -209,7 +289,8 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
         if (archive_entry_hardlink(entry) || archive_entry_symlink(entry)
             || (type != AE_IFREG && type != AE_IFDIR))
             return fail(stagingFolder, Failure::NotAPlainFile, name);
-        // Folders and what they hold are no results: skipped, as if they were not there.
+        // Folders and what they hold (a Mac's __MACOSX/ resource files too) are no results:
+        // skipped, as if they were not there.
         if (type == AE_IFDIR || where == Path::Skip)
             continue;
         if (!isSafeEntryName(name))
@@ -222,47 +303,219 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
             QFile::encodeName(temp).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
         if (fd < 0)
             return fail(stagingFolder, Failure::CannotWrite, QString::fromLocal8Bit(std::strerror(errno)));
-        qint64 size = 0;
-        const void* block = nullptr;
-        size_t length = 0;
-        la_int64_t offset = 0;
-        int r = ARCHIVE_OK;
-        bool ok = true;
-        while ((r = archive_read_data_block(a.get(), &block, &length, &offset)) == ARCHIVE_OK) {
-            // Sparse entries leave holes: the file's size follows the offsets.
-            if (offset != size && ::lseek(fd, offset, SEEK_SET) < 0) {
-                ok = false;
-                break;
-            }
-            ok = writeAll(fd, static_cast<const char*>(block), length);
-            size = offset + qint64(length);
-            written += qint64(length);
-            if (!ok || written > limit || (cancel && cancel->load()))
-                break;
-            if (onProgress)
-                onProgress(written, limit);
-        }
-        const int writeErrno = errno;
-        if (ok && size > 0 && ::ftruncate(fd, size) != 0)
-            ok = false;
-        // Flushed before it lands: a crash never leaves a result that looks whole but is not.
-        if (ok && ::fsync(fd) != 0)
-            ok = false;
+        const Written w = writeEntry(a, fd, written, limit, onProgress, cancel);
         ::close(fd);
-        result.entries.append({ name, temp, size });
+        result.entries.append({ name, temp, w.size });
         if (cancel && cancel->load())
             return fail(stagingFolder, Failure::Cancelled, {});
-        if (written > limit || (!ok && writeErrno == ENOSPC))
+        if (written > limit || (!w.ok && w.error == ENOSPC))
             return fail(stagingFolder, Failure::NoSpace, name);
-        if (!ok)
-            return fail(
-                stagingFolder, Failure::CannotWrite, QString::fromLocal8Bit(std::strerror(writeErrno)));
-        if (r != ARCHIVE_EOF && r != ARCHIVE_OK)
-            return fail(stagingFolder, Failure::Broken,
-                name + u": " + QString::fromUtf8(archive_error_string(a.get())));
+        if (!w.ok)
+            return fail(stagingFolder, Failure::CannotWrite, QString::fromLocal8Bit(std::strerror(w.error)));
+        if (w.lastRead != ARCHIVE_EOF && w.lastRead != ARCHIVE_OK) {
+            const QString why = QString::fromUtf8(archive_error_string(a));
+            // libarchive reads no password-protected data; some writers only say so here.
+            if (archive_read_has_encrypted_entries(a) > 0)
+                return fail(stagingFolder, Failure::Encrypted, name);
+            return fail(stagingFolder, Failure::Broken, name + u": " + why);
+        }
+    }
+    if (afterEnd) {
+        const Result last = afterEnd();
+        if (!last.ok)
+            return fail(stagingFolder, last.failure, last.detail);
     }
     result.ok = true;
     return result;
+}
+
+// Names and kinds of entries from the central directory at the end of a zip (`tail` holds
+// the stream's bytes from `tailStart` to its end).
+Result checkCentralDirectory(const QByteArray& tail, qint64 tailStart)
+{
+    const auto broken = [](const char* why) {
+        return Result { false, Failure::Broken, QString::fromLatin1(why), {} };
+    };
+    const qsizetype n = tail.size();
+    const char* p = tail.constData();
+    qsizetype end = -1;
+    // Writers to a pipe may pad the end (bsdtar fills its last 10 KiB block with zeros).
+    for (qsizetype i = n - 22; i >= 0; --i) {
+        if (p[i] == 'P' && p[i + 1] == 'K' && p[i + 2] == 5 && p[i + 3] == 6
+            && i + 22 + le16(p + i + 20) <= n) {
+            end = i;
+            break;
+        }
+    }
+    if (end < 0)
+        return broken("no end of central directory");
+    quint64 count = le16(p + end + 10);
+    quint64 size = le32(p + end + 12);
+    quint64 offset = le32(p + end + 16);
+    if (count == 0xffff || size == 0xffffffff || offset == 0xffffffff) {
+        const qsizetype locator = end - 20;
+        if (locator < 0 || le32(p + locator) != 0x07064b50)
+            return broken("no zip64 locator");
+        const qint64 at = qint64(le64(p + locator + 8)) - tailStart;
+        if (at < 0 || at + 56 > locator || le32(p + at) != 0x06064b50)
+            return broken("no zip64 end of central directory");
+        count = le64(p + at + 32);
+        size = le64(p + at + 40);
+        offset = le64(p + at + 48);
+    }
+    const qint64 start = qint64(offset) - tailStart;
+    if (count > quint64(maxEntries))
+        return { false, Failure::TooManyEntries, {}, {} };
+    if (start < 0 || start + qint64(size) > end)
+        return broken("central directory out of place");
+    qint64 at = start;
+    for (quint64 i = 0; i < count; ++i) {
+        if (at + 46 > start + qint64(size) || le32(p + at) != 0x02014b50)
+            return broken("central directory damaged");
+        const quint8 host = quint8(p[at + 5]);
+        const quint16 flags = le16(p + at + 8);
+        const qsizetype nameLength = le16(p + at + 28);
+        const qint64 next = at + 46 + nameLength + le16(p + at + 30) + le16(p + at + 32);
+        if (next > start + qint64(size))
+            return broken("central directory damaged");
+        const QByteArray raw(p + at + 46, nameLength);
+        const QString name = decodeName(raw);
+        // Said to be UTF-8 and is not: no guessing then.
+        if ((flags & 0x800) && QString::fromUtf8(raw).toUtf8() != raw)
+            return { false, Failure::BadName, QString::fromUtf8(raw), {} };
+        if (flags & 1)
+            return { false, Failure::Encrypted, name, {} };
+        // Unix (3) and macOS (19) keep the file type in the upper half of the attributes.
+        const quint32 type = (le32(p + at + 38) >> 16) & 0170000;
+        if ((host == 3 || host == 19) && type != 0 && type != 0100000 && type != 0040000)
+            return { false, Failure::NotAPlainFile, name, {} };
+        at = next;
+    }
+    return { true, Failure::None, {}, {} };
+}
+
+struct Stream
+{
+    const BlockReader* read = nullptr;
+    struct Block
+    {
+        const char* data;
+        qint64 size;
+        qint64 offset;
+    };
+    QList<Block> recent; // still valid, oldest first
+    qint64 handed = 0;
+    bool failed = false;
+};
+
+la_ssize_t readBlock(archive*, void* user, const void** buffer)
+{
+    auto* s = static_cast<Stream*>(user);
+    const char* block = nullptr;
+    const qint64 n = (*s->read)(&block);
+    if (n < 0) {
+        s->failed = true;
+        return -1;
+    }
+    if (s->recent.size() >= retainedBlocks)
+        s->recent.removeFirst();
+    s->recent.append({ block, n, s->handed });
+    s->handed += n;
+    *buffer = block;
+    return la_ssize_t(n);
+}
+
+} // namespace
+
+QString decodeName(const QByteArray& raw)
+{
+    QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString asUtf8 = utf8.decode(raw);
+    if (!utf8.hasError())
+        return asUtf8;
+    QString name;
+    name.reserve(raw.size());
+    for (const char c : raw)
+        name.append(quint8(c) < 0x80 ? QChar(char16_t(quint8(c))) : QChar(cp437High[quint8(c) - 0x80]));
+    return name;
+}
+
+bool needsSeeking(const QByteArray& head)
+{
+    if (head.size() < 30 || !head.startsWith("PK\x03\x04"))
+        return false;
+    const quint16 flags = le16(head.constData() + 6);
+    const quint16 method = le16(head.constData() + 8);
+    if (!(flags & 0x8) || method != 0)
+        return false;
+    // Most writers still put the sizes in front when they know them.
+    quint64 size = le32(head.constData() + 18);
+    if (size == 0xffffffff) {
+        // Zip64: the size is in the extra field (id 1), when the head reaches that far.
+        const qsizetype nameLength = le16(head.constData() + 26);
+        const qsizetype extraEnd = 30 + nameLength + le16(head.constData() + 28);
+        size = 0;
+        for (qsizetype at = 30 + nameLength; at + 4 <= qMin(extraEnd, head.size());) {
+            const quint16 id = le16(head.constData() + at);
+            const quint16 length = le16(head.constData() + at + 2);
+            if (id == 1 && length >= 16 && at + 20 <= head.size())
+                size = le64(head.constData() + at + 12);
+            at += 4 + length;
+        }
+    }
+    return size == 0;
+}
+
+Result extract(const QString& archivePath, const QString& stagingFolder, qint64 budgetBytes,
+    const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode)
+{
+    if (QFileInfo(archivePath).size() <= 0)
+        return fail(stagingFolder, Failure::Broken, QStringLiteral("empty reply"));
+    std::unique_ptr<archive, ReadCloser> a(archive_read_new());
+    archive_read_support_format_zip(a.get());
+    if (archive_read_open_filename(a.get(), QFile::encodeName(archivePath).constData(), 64 * 1024)
+        != ARCHIVE_OK)
+        return fail(stagingFolder, Failure::Broken, QString::fromUtf8(archive_error_string(a.get())));
+    return unpack(a.get(), stagingFolder, budgetBytes, onProgress, cancel, mode);
+}
+
+Result extractStream(const BlockReader& read, const QString& stagingFolder, qint64 budgetBytes,
+    const std::atomic<bool>* cancel, int mode)
+{
+    Stream stream;
+    stream.read = &read;
+    std::unique_ptr<archive, ReadCloser> a(archive_read_new());
+    archive_read_support_format_zip_streamable(a.get());
+    if (archive_read_open(a.get(), &stream, nullptr, readBlock, nullptr) != ARCHIVE_OK)
+        return fail(stagingFolder, Failure::Broken, QString::fromUtf8(archive_error_string(a.get())));
+    const auto afterEnd = [&]() -> Result {
+        // The central directory begins where the reader stopped, in a block it still holds.
+        const qint64 position = archive_read_header_position(a.get());
+        QByteArray tail;
+        qint64 tailStart = -1;
+        for (const Stream::Block& b : std::as_const(stream.recent)) {
+            if (b.offset + b.size <= position)
+                continue;
+            const qint64 from = qMax<qint64>(position - b.offset, 0);
+            if (tailStart < 0)
+                tailStart = b.offset + from;
+            tail.append(b.data + from, b.size - from);
+        }
+        if (tailStart < 0)
+            tailStart = stream.handed;
+        if (tailStart > position)
+            return { false, Failure::Broken, QStringLiteral("central directory out of reach"), {} };
+        // Bounded: 10,000 entries with the longest names take less than this.
+        constexpr qsizetype tailLimit = 32 << 20;
+        const char* block = nullptr;
+        for (qint64 n; (n = read(&block)) != 0;) {
+            if (n < 0 || tail.size() + n > tailLimit)
+                return { false, Failure::Broken, QStringLiteral("reply cut short or too long"), {} };
+            tail.append(block, n);
+        }
+        return checkCentralDirectory(tail, tailStart);
+    };
+    return unpack(a.get(), stagingFolder, budgetBytes, {}, cancel, mode, afterEnd);
 }
 
 QString moveIn(const QString& tempPath, const QString& folder, const std::function<QString(int)>& nameFor,

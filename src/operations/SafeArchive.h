@@ -16,7 +16,17 @@ namespace SafeArchive {
 
 inline constexpr int maxEntries = 10000;
 
-enum class Failure { None, BadName, NotAPlainFile, TooManyEntries, NoSpace, Broken, CannotWrite, Cancelled };
+enum class Failure {
+    None,
+    BadName,
+    NotAPlainFile,
+    TooManyEntries,
+    NoSpace,
+    Broken,
+    CannotWrite,
+    Cancelled,
+    Encrypted, // protected by a password
+};
 
 struct Entry
 {
@@ -47,6 +57,27 @@ QString printableName(const QString& name);
 Result extract(const QString& archive, const QString& stagingFolder, qint64 budgetBytes,
     const std::function<void(qint64 done, qint64 total)>& onProgress = {},
     const std::atomic<bool>* cancel = nullptr, int mode = 0600);
+
+// Where a streamed archive's bytes come from: each call hands the next block, which stays
+// valid until `retainedBlocks` more have been handed out; 0 at the end, -1 when the bytes
+// stopped coming (the source knows why).
+using BlockReader = std::function<qint64(const char** block)>;
+inline constexpr int retainedBlocks = 8;
+
+// As extract(), reading the archive in one pass as its bytes arrive. A zip's central directory
+// comes last: it is read too, and an entry it calls a link, a special file or encrypted refuses
+// the whole archive, as the seekable reader would.
+Result extractStream(const BlockReader& read, const QString& stagingFolder, qint64 budgetBytes,
+    const std::atomic<bool>* cancel = nullptr, int mode = 0600);
+
+// Whether a zip starting with `head` (its first local header, whole) cannot be read in one
+// pass: its first entry is stored and its size only follows its data, so nothing but the
+// central directory says where it ends.
+bool needsSeeking(const QByteArray& head);
+
+// An entry name as the archive holds it: UTF-8 when it is valid UTF-8, otherwise (names
+// written without the UTF-8 flag by older tools) code page 437.
+QString decodeName(const QByteArray& raw);
 
 // Moves a staged file into `folder` under the first name `nameFor(counter)` that is free,
 // never replacing an existing file: an exclusive hard link, or where the file system has

@@ -60,7 +60,9 @@ QString uniqueDecryptedName(const QString& folder, const QString& name)
 
 QString asInPartHeader(QString name)
 {
-    return name.replace(u'"', QStringLiteral("%22")).replace(u'\r', QStringLiteral("%0D")).replace(u'\n', QStringLiteral("%0A"));
+    return name.replace(u'"', QStringLiteral("%22"))
+        .replace(u'\r', QStringLiteral("%0D"))
+        .replace(u'\n', QStringLiteral("%0A"));
 }
 
 } // namespace UniqueNames

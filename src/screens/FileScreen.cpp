@@ -283,9 +283,15 @@ QString stageText(OperationTask::Stage stage, qint64 done, qint64 total)
         //% "Waiting for the phone..."
         return qtTrId("stageWaiting");
     case OperationTask::Stage::Receiving:
-        //: Progress while the results come back
-        //% "Receiving %1"
-        return qtTrId("stageReceiving").arg(formatFileSize(quint64(done)));
+        // The results are saved as they arrive: one stage for both.
+        if (total > 0) {
+            //: Progress while the results come back and are saved as they arrive
+            //% "Receiving and saving %1 of %2"
+            return qtTrId("stageReceivingSavingOf").arg(formatFileSize(quint64(done)), formatFileSize(quint64(total)));
+        }
+        //: Progress while the results come back and are saved as they arrive, of unknown size
+        //% "Receiving and saving %1"
+        return qtTrId("stageReceivingSaving").arg(formatFileSize(quint64(done)));
     case OperationTask::Stage::Unpacking:
         //: Progress while the results are unpacked
         //% "Saving the results..."

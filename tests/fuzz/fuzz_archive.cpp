@@ -1,5 +1,6 @@
 // The phone's reply archive: unpacked with the program's limits into a scratch staging folder,
-// then landed beside a user's file as an operation lands it. Whatever the archive holds, a
+// read from the disk and read as it arrives, then landed beside a user's file as an operation
+// lands it. Whatever the archive holds, a
 // refusal leaves nothing behind, nothing lands outside the results folder, and the user's file
 // keeps its content.
 #include "FuzzSupport.h"
@@ -9,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 
+#include <functional>
 #include <optional>
 
 using FuzzSupport::check;
@@ -16,22 +18,16 @@ using FuzzSupport::check;
 namespace {
 
 const QByteArray userContent = QByteArrayLiteral("the user's own file");
+// Free space as a small disk would have it: bombs meet the limit quickly.
+const qint64 freeBytes = 1024 * 1024;
 
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+// Unpacks with `unpack` into a fresh staging folder and lands the result beside a user's file.
+void unpackAndLand(
+    const QString& root, const std::function<SafeArchive::Result(const QString& staging)>& unpack)
 {
-    const QString root = FuzzSupport::scratch().path() + QStringLiteral("/run");
-    QDir(root).removeRecursively();
     const QString staging = root + QStringLiteral("/work/unpack");
     const QString results = root + QStringLiteral("/results");
     check(QDir().mkpath(staging) && QDir().mkpath(results));
-    const QString zip = root + QStringLiteral("/work/reply.zip");
-    {
-        QFile file(zip);
-        check(file.open(QIODevice::WriteOnly));
-        file.write(reinterpret_cast<const char*>(data), qint64(size));
-    }
     // A user's file with a name the replies of the corpus use.
     const QString existing = results + QStringLiteral("/report.pdf");
     {
@@ -40,9 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         file.write(userContent);
     }
 
-    // Free space as a small disk would have it: bombs meet the limit quickly.
-    const qint64 freeBytes = 1024 * 1024;
-    const SafeArchive::Result result = SafeArchive::extract(zip, staging, freeBytes);
+    const SafeArchive::Result result = unpack(staging);
     const QStringList left
         = QDir(staging).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
     if (!result.ok) {
@@ -71,5 +65,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     QFile user(existing);
     check(user.open(QIODevice::ReadOnly) && user.readAll() == userContent);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const QString root = FuzzSupport::scratch().path() + QStringLiteral("/run");
+    QDir(root).removeRecursively();
+    // Read from the disk, as a reply that has to be kept whole is.
+    const QString zip = root + QStringLiteral("/reply.zip");
+    check(QDir().mkpath(root));
+    {
+        QFile file(zip);
+        check(file.open(QIODevice::WriteOnly));
+        file.write(reinterpret_cast<const char*>(data), qint64(size));
+    }
+    unpackAndLand(root + QStringLiteral("/file"),
+        [&](const QString& staging) { return SafeArchive::extract(zip, staging, freeBytes); });
+    // Read as it arrives, in blocks whose size the first byte picks (any boundary may matter).
+    const qint64 block = size > 0 ? 1 + qint64(data[0]) * 37 : 1;
+    unpackAndLand(root + QStringLiteral("/stream"), [&](const QString& staging) {
+        qint64 offset = 0;
+        const SafeArchive::BlockReader read = [&](const char** out) -> qint64 {
+            const qint64 n = qMin<qint64>(block, qint64(size) - offset);
+            *out = reinterpret_cast<const char*>(data) + offset;
+            offset += n;
+            return n;
+        };
+        return SafeArchive::extractStream(read, staging, freeBytes);
+    });
     return 0;
 }

@@ -30,6 +30,7 @@ struct PhoneSimServer::Fault
     bool noAnswer = false;
     bool hold = false; // the request waits unread until faults are cleared, then is served
     QString archive;
+    QString archiveFile; // "archive": "file": these bytes are the reply, as they are
     int times = 0; // 0: until cleared
     int used = 0;
 
@@ -151,10 +152,12 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
     fault->noAnswer = d.value(u"noAnswer").toBool(false);
     fault->hold = d.value(u"hold").toBool(false);
     fault->archive = d.value(u"archive").toString();
+    fault->archiveFile = d.value(u"file").toString();
     fault->times = d.value(u"times").toInt(0);
     static const QStringList archives { QString(), u"escape"_qs, u"absolute"_qs, u"symlink"_qs, u"corrupt"_qs,
                                         u"empty"_qs, u"unmatched"_qs, u"bomb"_qs, u"longName"_qs,
-                                        u"controlChar"_qs, u"leadingDot"_qs, u"subfolder"_qs };
+                                        u"controlChar"_qs, u"leadingDot"_qs, u"subfolder"_qs, u"truncated"_qs,
+                                        u"corruptData"_qs, u"tooMany"_qs, u"password"_qs, u"file"_qs };
     if (!archives.contains(fault->archive))
         return false;
     std::lock_guard lock(m_mutex);
@@ -274,7 +277,13 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
         res.set_content_provider(size_t(cut + 4096), fault->contentType,
                                  [this, cut, stall, generation](size_t offset, size_t, httplib::DataSink& sink) {
                                      if (qint64(offset) < cut) {
-                                         const std::string part(size_t(cut - qint64(offset)), '[');
+                                         // A zip's first entry (stored, 1 GiB) that never ends,
+                                         // so a reader takes it in and waits for more.
+                                         std::string part(size_t(cut - qint64(offset)), '[');
+                                         static const char head[] = "PK\x03\x04\x14\0\0\0\0\0\0\0\0\0\0\0\0\0"
+                                                                    "\0\0\0\x40\0\0\0\x40\x09\0\0\0stall.bin";
+                                         for (size_t i = size_t(offset); i < sizeof head - 1 && i < size_t(cut); ++i)
+                                             part[i - size_t(offset)] = head[i];
                                          sink.write(part.data(), part.size());
                                          return true;
                                      }
@@ -658,6 +667,9 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
     }
 
     bool compress = false;
+    bool protect = false;
+    qint64 cutAt = -1; // the reply's bytes stop here, short of its announced length
+    qint64 flipAt = -1; // this byte of the reply is damaged
     if (auto fault = takeFault(req.method, req.path, true)) {
         const QString& kind = fault->archive;
         if (kind == u"escape")
@@ -678,7 +690,27 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
             entries += { { QStringLiteral("extra/"), {}, {} }, { QStringLiteral("extra/inner.txt.vx"), {}, QByteArrayLiteral("inner\n") } };
         else if (kind == u"unmatched")
             entries.append({ QStringLiteral("not-uploaded.bin"), {}, QByteArrayLiteral("surprise\n") });
-        else if (kind == u"bomb") {
+        else if (kind == u"truncated" || kind == u"corruptData") {
+            // A real reply with a large first entry, deflated so damage cannot pass unseen.
+            QByteArray filler;
+            for (int i = 0; filler.size() < 3 * 1024 * 1024; ++i)
+                filler.append(QByteArray::number(qint64(i) * 2654435761LL % 1000003));
+            entries.prepend({ QStringLiteral("first.bin.vx"), {}, filler });
+            compress = true;
+            (kind == u"truncated" ? cutAt : flipAt) = 200000;
+        } else if (kind == u"tooMany") {
+            for (int i = 0; i < 10001; ++i)
+                entries.append({ QStringLiteral("many-%1.vx").arg(i), {}, QByteArrayLiteral("x") });
+        } else if (kind == u"file") {
+            QFile given(fault->archiveFile);
+            cleanup();
+            res.status = 200;
+            res.set_content(given.open(QIODevice::ReadOnly) ? given.readAll().toStdString() : std::string(),
+                            "application/zip");
+            return;
+        } else if (kind == u"password") {
+            protect = true;
+        } else if (kind == u"bomb") {
             entries = { { QStringLiteral("bomb.bin"), {}, {}, 100LL * 1024 * 1024 } };
             compress = true;
         } else if (kind == u"corrupt" || kind == u"empty") {
@@ -691,11 +723,18 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
     }
 
     const QString zip = work + QStringLiteral("/reply.zip");
-    if (!ZipWriter::write(zip, entries, compress)) {
+    if (!ZipWriter::write(zip, entries, compress, protect ? QByteArrayLiteral("secret") : QByteArray())) {
         cleanup();
         return answerMessage(res, 500, QStringLiteral("could not pack the reply"));
     }
     auto file = std::make_shared<QFile>(zip);
+    if (flipAt >= 0 && file->open(QIODevice::ReadWrite)) {
+        file->seek(flipAt);
+        const char c = file->read(1).at(0);
+        file->seek(flipAt);
+        file->write(QByteArray(1, char(c ^ 0x5a)));
+        file->close();
+    }
     if (!file->open(QIODevice::ReadOnly)) {
         cleanup();
         return answerMessage(res, 500, QStringLiteral("could not read the reply"));
@@ -703,7 +742,11 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
     res.status = 200;
     res.set_content_provider(
         size_t(file->size()), "application/zip",
-        [file](size_t offset, size_t length, httplib::DataSink& sink) {
+        [file, cutAt](size_t offset, size_t length, httplib::DataSink& sink) {
+            if (cutAt >= 0 && qint64(offset) >= cutAt)
+                return false; // the connection drops mid-reply
+            if (cutAt >= 0)
+                length = qMin<size_t>(length, size_t(cutAt) - offset);
             QByteArray buffer(qsizetype(qMin<size_t>(length, 1024 * 1024)), Qt::Uninitialized);
             file->seek(qint64(offset));
             const qint64 n = file->read(buffer.data(), buffer.size());

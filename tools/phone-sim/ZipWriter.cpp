@@ -79,11 +79,15 @@ bool writeEntry(archive* a, const Entry& entry)
 
 } // namespace
 
-bool write(const QString& target, const QList<Entry>& entries, bool compress)
+bool write(const QString& target, const QList<Entry>& entries, bool compress, const QByteArray& password)
 {
     std::unique_ptr<archive, ArchiveCloser> a(archive_write_new());
     archive_write_set_format_zip(a.get());
     archive_write_set_format_option(a.get(), "zip", "compression", compress ? "deflate" : "store");
+    if (!password.isEmpty()) {
+        archive_write_set_format_option(a.get(), "zip", "encryption", "zipcrypt");
+        archive_write_set_passphrase(a.get(), password.constData());
+    }
     const QByteArray path = QFile::encodeName(target);
     bool ok = archive_write_open_filename(a.get(), path.constData()) == ARCHIVE_OK;
     for (const Entry& entry : entries) {

@@ -16,7 +16,9 @@ struct Entry
     QString symlinkTarget;  // non-empty: a symbolic-link entry
 };
 
-// Compressed entries are deflated, others stored. False on any error (the target is removed).
-bool write(const QString& target, const QList<Entry>& entries, bool compress = false);
+// Compressed entries are deflated, others stored; with a password, every entry is encrypted
+// (traditional zip encryption). False on any error (the target is removed).
+bool write(const QString& target, const QList<Entry>& entries, bool compress = false,
+           const QByteArray& password = {});
 
 } // namespace ZipWriter
