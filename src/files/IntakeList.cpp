@@ -5,6 +5,7 @@
 #include <climits>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 IntakeList::IntakeList(Kind kind, QObject* parent)
     : QObject(parent)
@@ -35,25 +36,52 @@ bool IntakeList::isEncryptedName(const QString& name)
     return !pieces.isEmpty() && pieces.last() == u"vx";
 }
 
-bool IntakeList::admits(const QString& path) const
+namespace {
+
+// The last path component, as the list compares names.
+QString lastComponent(const QString& path)
+{
+    qsizetype end = path.size();
+    while (end > 0 && path.at(end - 1) == u'/')
+        --end;
+    if (end == 0)
+        return {};
+    const qsizetype start = path.lastIndexOf(u'/', end - 1) + 1;
+    return path.mid(start, end - start);
+}
+
+} // namespace
+
+std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path) const
 {
     // Only regular files (a link to one counts): a folder, FIFO, socket or device would be
     // sent as a malformed part or block the upload where Cancel cannot reach it. A path that
     // does not exist is judged by its name; the upload checks the file again when it opens it.
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) == 0 && !S_ISREG(st.st_mode))
-        return false;
-    const QStringList pieces = path.split(u'/', Qt::SkipEmptyParts);
-    const QString last = pieces.isEmpty() ? QString() : pieces.last();
-    for (const FilePtr& file : m_files) {
-        if (file->filePath && file->filePath->section(u'/', -1) == last)
-            return false;
+    const QByteArray local = QFile::encodeName(path);
+    struct stat st
+    {
+    };
+    if (::stat(local.constData(), &st) == 0) {
+        if (S_ISDIR(st.st_mode))
+            return Reason::Folder;
+        if (!S_ISREG(st.st_mode))
+            return Reason::NotRegularFile;
+        // Refused now rather than failing the whole operation once the user has chosen people.
+        if (::access(local.constData(), R_OK) != 0)
+            return Reason::Unreadable;
     }
+    const QString last = lastComponent(path);
+    if (m_names.contains(last))
+        return Reason::AlreadyListed;
     if (resultNameTooLong(path))
-        return false;
+        return Reason::NameTooLong;
     // A name made only of dots has no extension: it is not an encrypted file.
     const bool encrypted = isEncryptedName(last);
-    return m_kind == Kind::Encrypt ? !encrypted : encrypted;
+    if (m_kind == Kind::Encrypt && encrypted)
+        return Reason::Encrypted;
+    if (m_kind == Kind::Decrypt && !encrypted)
+        return Reason::NotEncrypted;
+    return std::nullopt;
 }
 
 bool IntakeList::resultNameTooLong(const QString& path) const
@@ -61,23 +89,24 @@ bool IntakeList::resultNameTooLong(const QString& path) const
     // Refused when added, not when ENCRYPT is pressed: such a file can never be encrypted, so
     // the user hears it while picking files instead of after marking them and choosing people.
     // Decrypted results are shorter than their files, so only encryption needs this.
-    const QString name = path.section(u'/', -1, -1, QString::SectionSkipEmpty);
+    const QString name = lastComponent(path);
     return m_kind == Kind::Encrypt && QFile::encodeName(name).size() + 3 > NAME_MAX;
 }
 
-bool IntakeList::addFiles(const QStringList& paths)
+QList<IntakeList::Refusal> IntakeList::addFiles(const QStringList& paths)
 {
-    bool refused = false;
-    bool added = false;
+    QList<Refusal> refused;
+    const qsizetype before = m_files.size();
+    m_files.reserve(before + paths.size());
     for (const QString& path : paths) {
-        if (!admits(path)) {
-            refused = true;
+        if (const auto reason = refusalOf(path)) {
+            refused.append({ path, *reason });
             continue;
         }
-        added = true;
+        m_names.insert(lastComponent(path));
         m_files.append(std::make_shared<File>(path));
     }
-    if (added) {
+    if (m_files.size() > before) {
         Buttons b = m_buttons;
         b.markAll = true;
         setButtons(b);
@@ -100,7 +129,8 @@ void IntakeList::flip(int row)
 
 void IntakeList::markAll()
 {
-    const bool someUnmarked = std::any_of(m_files.begin(), m_files.end(), [](const FilePtr& f) { return !f->isChecked; });
+    const bool someUnmarked
+        = std::any_of(m_files.begin(), m_files.end(), [](const FilePtr& f) { return !f->isChecked; });
     for (const FilePtr& file : m_files)
         file->isChecked = someUnmarked;
     Buttons b = m_buttons;
@@ -112,7 +142,11 @@ void IntakeList::markAll()
 
 void IntakeList::removeMarked()
 {
-    m_files.removeIf([](const FilePtr& f) { return f->isChecked; });
+    m_files.removeIf([this](const FilePtr& f) {
+        if (f->isChecked && f->filePath)
+            m_names.remove(lastComponent(*f->filePath));
+        return f->isChecked;
+    });
     Buttons b = m_buttons;
     b.markAll = !m_files.isEmpty();
     b.remove = false;
