@@ -1,6 +1,8 @@
 #include "files/IntakeList.h"
 
 #include <QFile>
+#include <QFutureWatcher>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <climits>
 
@@ -52,7 +54,7 @@ QString lastComponent(const QString& path)
 
 } // namespace
 
-std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path) const
+IntakeList::Found IntakeList::inspect(const QString& path)
 {
     // Only regular files (a link to one counts): a folder, FIFO, socket or device would be
     // sent as a malformed part or block the upload where Cancel cannot reach it. A path that
@@ -61,14 +63,35 @@ std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path) con
     struct stat st
     {
     };
-    if (::stat(local.constData(), &st) == 0) {
-        if (S_ISDIR(st.st_mode))
-            return Reason::Folder;
-        if (!S_ISREG(st.st_mode))
-            return Reason::NotRegularFile;
-        // Refused now rather than failing the whole operation once the user has chosen people.
-        if (::access(local.constData(), R_OK) != 0)
-            return Reason::Unreadable;
+    if (::stat(local.constData(), &st) != 0)
+        return Found::Missing;
+    if (S_ISDIR(st.st_mode))
+        return Found::Folder;
+    if (!S_ISREG(st.st_mode))
+        return Found::Special;
+    // Refused now rather than failing the whole operation once the user has chosen people.
+    if (::access(local.constData(), R_OK) != 0)
+        return Found::Unreadable;
+    return Found::Regular;
+}
+
+std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path) const
+{
+    return refusalOf(path, inspect(path));
+}
+
+std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path, Found found) const
+{
+    switch (found) {
+    case Found::Folder:
+        return Reason::Folder;
+    case Found::Special:
+        return Reason::NotRegularFile;
+    case Found::Unreadable:
+        return Reason::Unreadable;
+    case Found::Missing:
+    case Found::Regular:
+        break;
     }
     const QString last = lastComponent(path);
     if (m_names.contains(last))
@@ -95,11 +118,21 @@ bool IntakeList::resultNameTooLong(const QString& path) const
 
 QList<IntakeList::Refusal> IntakeList::addFiles(const QStringList& paths)
 {
+    QList<Found> found;
+    found.reserve(paths.size());
+    for (const QString& path : paths)
+        found.append(inspect(path));
+    return addInspected(paths, found);
+}
+
+QList<IntakeList::Refusal> IntakeList::addInspected(const QStringList& paths, const QList<Found>& found)
+{
     QList<Refusal> refused;
     const qsizetype before = m_files.size();
     m_files.reserve(before + paths.size());
-    for (const QString& path : paths) {
-        if (const auto reason = refusalOf(path)) {
+    for (qsizetype i = 0; i < paths.size(); ++i) {
+        const QString& path = paths.at(i);
+        if (const auto reason = refusalOf(path, found.value(i, Found::Missing))) {
             refused.append({ path, *reason });
             continue;
         }
@@ -113,6 +146,50 @@ QList<IntakeList::Refusal> IntakeList::addFiles(const QStringList& paths)
     }
     Q_EMIT changed();
     return refused;
+}
+
+void IntakeList::admit(
+    const QStringList& paths, QObject* context, std::function<void(const QList<Refusal>&)> done)
+{
+    if (m_batches.isEmpty() && paths.size() <= inlineLimit) {
+        const QList<Refusal> refused = addFiles(paths);
+        if (done)
+            done(refused);
+        return;
+    }
+    auto batch = std::make_shared<Batch>();
+    batch->paths = paths;
+    batch->context = context;
+    batch->done = std::move(done);
+    // The worker gets its own copy of the paths and touches nothing else.
+    batch->found = QtConcurrent::run([paths] {
+        QList<Found> found;
+        found.reserve(paths.size());
+        for (const QString& path : paths)
+            found.append(inspect(path));
+        return found;
+    });
+    m_batches.append(batch);
+    auto* watcher = new QFutureWatcher<QList<Found>>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        admitReady();
+    });
+    watcher->setFuture(batch->found);
+}
+
+void IntakeList::admitReady()
+{
+    while (!m_batches.isEmpty() && m_batches.first()->found.isFinished()) {
+        const std::shared_ptr<Batch> batch = m_batches.takeFirst();
+        const QList<Refusal> refused = addInspected(batch->paths, batch->found.result());
+        // A dialog shown by `done` runs its own event loop; later batches wait for it.
+        const QPointer<IntakeList> self(this);
+        if (batch->context && batch->done)
+            batch->done(refused);
+        if (!self)
+            return;
+    }
 }
 
 void IntakeList::flip(int row)

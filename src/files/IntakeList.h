@@ -2,8 +2,10 @@
 
 #include "storage/File.h"
 
+#include <QFuture>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QSet>
 #include <QStringList>
 
@@ -61,6 +63,14 @@ public:
     // reasons (the screen then tells the user once). Takes time linear in the number of paths,
     // whatever the list's length.
     QList<Refusal> addFiles(const QStringList& paths);
+    // The same, for a drop or a choice of any size: more than `inlineLimit` paths are looked
+    // at on a worker thread, so the screen stays responsive while thousands of files are
+    // examined. `done` runs once the batch is admitted (at once for a small batch when no other
+    // is waiting), batches in the order they came; not at all once `context` is gone.
+    void admit(const QStringList& paths, QObject* context, std::function<void(const QList<Refusal>&)> done);
+    static constexpr qsizetype inlineLimit = 500;
+    // True while a batch waits for its files to be looked at.
+    bool isAdmitting() const { return !m_batches.isEmpty(); }
     void flip(int row);
     void markAll();
     void removeMarked();
@@ -80,6 +90,23 @@ Q_SIGNALS:
     void buttonsChanged(const IntakeList::Buttons& buttons);
 
 private:
+    // What a path is on disk, found without touching the list (any thread).
+    enum class Found : quint8 { Missing, Regular, Folder, Special, Unreadable };
+    static Found inspect(const QString& path);
+    std::optional<Reason> refusalOf(const QString& path, Found found) const;
+    QList<Refusal> addInspected(const QStringList& paths, const QList<Found>& found);
+    // Admits the waiting batches whose files have been looked at, oldest first.
+    void admitReady();
+
+    struct Batch
+    {
+        QStringList paths;
+        QFuture<QList<Found>> found;
+        QPointer<QObject> context;
+        std::function<void(const QList<Refusal>&)> done;
+    };
+    QList<std::shared_ptr<Batch>> m_batches;
+
     void setButtons(Buttons buttons);
     // The one rule of the operation button, wherever marks or recipients change: on exactly
     // when a file is marked and the other precondition holds.

@@ -274,13 +274,15 @@ QString refusalList(const QList<IntakeList::Refusal>& refused)
 
 void FileScreen::addFiles(const QStringList& paths)
 {
-    const QList<IntakeList::Refusal> refused = m_intake->addFiles(paths);
-    if (refused.isEmpty())
-        return;
-    //: Dialog title when adding files that are already added
-    //% "Some of the files cannot be added"
-    showAlert(this, qtTrId("filesToEncryptDialogTitle"),
-        m_settings.refusalMessage + u"\n\n" + refusalList(refused), Dialogs::Style::Informational);
+    // Thousands of files are looked at off the main thread; the dialog follows once they are in.
+    m_intake->admit(paths, this, [this](const QList<IntakeList::Refusal>& refused) {
+        if (refused.isEmpty())
+            return;
+        //: Dialog title when adding files that are already added
+        //% "Some of the files cannot be added"
+        showAlert(this, qtTrId("filesToEncryptDialogTitle"), m_settings.refusalMessage + u"\n\n" + refusalList(refused),
+                  Dialogs::Style::Informational);
+    });
 }
 
 void FileScreen::chooseFiles()

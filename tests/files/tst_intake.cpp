@@ -43,6 +43,7 @@ private Q_SLOTS:
     void admission_data();
     void admission();
     void onlyRegularFilesAreAdmitted();
+    void largeBatchesAreAdmittedInOrder();
     void buttons_data();
     void buttons();
     void modelFollowsTheList();
@@ -134,6 +135,30 @@ void TestIntake::onlyRegularFilesAreAdmitted()
     IntakeList decrypt(IntakeList::Kind::Decrypt);
     QCOMPARE(refusals(decrypt.addFiles({ dir.filePath(u"folder.vx"_qs) })), u"folder.v:folder"_qs);
     QVERIFY(decrypt.files().isEmpty());
+}
+
+void TestIntake::largeBatchesAreAdmittedInOrder()
+{
+    IntakeList list(IntakeList::Kind::Encrypt);
+    QStringList big;
+    for (int i = 0; i < IntakeList::inlineLimit; ++i)
+        big.append(u"/big/f"_qs + QString::number(i) + u".txt");
+    big.append(u"/big/same.txt"_qs);
+    QStringList calls;
+    list.admit(big, &list, [&calls](const auto& refused) { calls.append(u"big:"_qs + refusals(refused)); });
+    QVERIFY(list.isAdmitting());
+    // A small batch behind a large one waits its turn, so the same name is refused in it.
+    list.admit({ u"/small/same.txt"_qs, u"/small/x.vx"_qs }, &list,
+        [&calls](const auto& refused) { calls.append(u"small:"_qs + refusals(refused)); });
+    QVERIFY(list.files().isEmpty());
+    {
+        QObject gone; // a screen closed before its files were looked at
+        list.admit({ u"/c/c.txt"_qs }, &gone, [&calls](const auto&) { calls.append(u"gone"_qs); });
+    }
+    QTRY_VERIFY(!list.isAdmitting());
+    QCOMPARE(calls, (QStringList { u"big:"_qs, u"small:same.txt:listed x.vx:encrypted"_qs }));
+    QCOMPARE(list.files().size(), big.size() + 1);
+    QCOMPARE(fileNames(list.files()).last(), u"c.txt"_qs);
 }
 
 void TestIntake::buttons_data()
