@@ -59,8 +59,8 @@ void AssociationsStore::setGroups(const QList<GroupPtr>& fetched)
 
 void AssociationsStore::rebuildAssociations()
 {
-    // Each item's sort name and search key are made once here; the sort then moves only
-    // pointers.
+    // Each item's sort name is made once here, so the sort moves only pointers. Search keys
+    // wait for a search: most rebuilds (a reply while nobody searches) never need them.
     struct Keyed
     {
         QString name;
@@ -69,16 +69,16 @@ void AssociationsStore::rebuildAssociations()
     QList<Keyed> keyed;
     keyed.reserve(users.size() + groups.size());
     m_userKeys.clear();
-    m_userKeys.reserve(users.size());
+    m_keysMade = false;
+    m_userItems.clear();
+    m_userItems.reserve(users.size());
     for (const UserPtr& user : std::as_const(users)) {
         auto item = std::make_shared<AssociationItem>(AssociationItemType::user, user, nullptr, false);
-        item->searchKey = searchKeyOf(*item);
-        m_userKeys.append(item->searchKey);
+        m_userItems.append(item);
         keyed.append({ fullName(*user), std::move(item) });
     }
     for (const GroupPtr& group : std::as_const(groups)) {
         auto item = std::make_shared<AssociationItem>(AssociationItemType::group, nullptr, group, false);
-        item->searchKey = searchKeyOf(*item);
         keyed.append({ group ? group->name : QString(), std::move(item) });
     }
     // Ordinal comparison, stable: equal names keep users before groups.
@@ -191,6 +191,20 @@ void AssociationsStore::filter()
         usersFiltered = users;
         groupsFiltered = groups;
         return;
+    }
+    if (!m_keysMade) {
+        // A user's key serves both its item and the filtered users.
+        m_userKeys.clear();
+        m_userKeys.reserve(m_userItems.size());
+        for (const AssociationItemPtr& item : std::as_const(m_userItems)) {
+            item->searchKey = searchKeyOf(*item);
+            m_userKeys.append(item->searchKey);
+        }
+        for (const auto& item : std::as_const(combinedAssociations)) {
+            if (item->type == AssociationItemType::group)
+                item->searchKey = searchKeyOf(*item);
+        }
+        m_keysMade = true;
     }
     // Case-insensitive containment is the lowercased substring test, without making copies.
     const QString term = m_search.toLower();

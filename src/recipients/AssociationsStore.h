@@ -98,7 +98,10 @@ private:
     };
     QList<Row> m_rows;
     QList<QString> m_userKeys; // parallel to users
+    QList<AssociationItemPtr> m_userItems; // parallel to users, as of the last rebuild
     QString m_search;
+    // Whether the items' search keys and m_userKeys belong to the current list.
+    bool m_keysMade = false;
     // Positions in `groups` by id, as of the last computeRows().
     QHash<qint64, qsizetype> m_groupIndex;
 };
