@@ -14,6 +14,7 @@ if [[ ! -f "$scratch/big.zip" ]]; then
     (cd "$scratch" && bsdtar -c --format zip --options zip:compression=store -f big.zip big.bin)
 fi
 "$build/bench/bench_recipients"
+"$build/bench/bench_intake"
 "$build/bench/bench_pairing"
 "$build/bench/bench_transfer" upload "$scratch/big.bin"
 "$build/bench/bench_transfer" unpack "$scratch/big.zip"

@@ -167,11 +167,6 @@ Select deselect all users button</extracomment>
         <extracomment>Progress while files go to the phone</extracomment>
         <translation>Senden: %1 von %2</translation>
     </message>
-    <message id="fileNameTooLong">
-        <source>Too long to add &quot;.vx&quot; to (255 bytes at most): %1. Rename and add again.</source>
-        <extracomment>Dialog description when added files have names too long to add &quot;.vx&quot; to; %1 lists them</extracomment>
-        <translation>Zu lang, um „.vx“ anzuhängen (höchstens 255 Byte): %1. Bitte umbenennen und erneut hinzufügen.</translation>
-    </message>
     <message id="noLocalAddress">
         <source>This computer has no local network address. Connect it to the same Wi-Fi network as your phone.</source>
         <extracomment>Shown in place of the pairing code when this computer has addresses but none on a local network</extracomment>
@@ -662,6 +657,54 @@ Select deselect all users button</extracomment>
         <source>Receiving and saving %1</source>
         <extracomment>Progress while the results come back and are saved as they arrive, of unknown size</extracomment>
         <translation>Empfangen und gespeichert: %1</translation>
+    </message>
+    <message id="refusedFolder">
+        <source>a folder</source>
+        <extracomment>Why a file was not added: it is a folder</extracomment>
+        <translation>ein Ordner</translation>
+    </message>
+    <message id="refusedNotRegular">
+        <source>not a regular file</source>
+        <extracomment>Why a file was not added: it is a device, pipe or socket</extracomment>
+        <translation>keine normale Datei</translation>
+    </message>
+    <message id="refusedUnreadable">
+        <source>cannot be read</source>
+        <extracomment>Why a file was not added: the user may not read it</extracomment>
+        <translation>nicht lesbar</translation>
+    </message>
+    <message id="refusedAlreadyListed">
+        <source>already in the list</source>
+        <extracomment>Why a file was not added: a file of the same name is in the list</extracomment>
+        <translation>schon in der Liste</translation>
+    </message>
+    <message id="refusedNameTooLong">
+        <source>name too long to add &quot;.vx&quot; (255 bytes at most)</source>
+        <extracomment>Why a file was not added: its name cannot take &quot;.vx&quot; within the file system&apos;s limit</extracomment>
+        <translation>Name zu lang für „.vx“ (höchstens 255 Byte)</translation>
+    </message>
+    <message id="refusedEncrypted">
+        <source>already encrypted</source>
+        <extracomment>Why a file was not added to the files to encrypt</extracomment>
+        <translation>schon verschlüsselt</translation>
+    </message>
+    <message id="refusedNotEncrypted">
+        <source>not encrypted</source>
+        <extracomment>Why a file was not added to the files to decrypt</extracomment>
+        <translation>nicht verschlüsselt</translation>
+    </message>
+    <message id="refusedFileLine">
+        <source>%1: %2</source>
+        <extracomment>A refused file in the dialog&apos;s list: %1 its name, %2 why it was not added</extracomment>
+        <translation>%1: %2</translation>
+    </message>
+    <message id="refusedFilesMore" numerus="yes">
+        <source>and %n more</source>
+        <extracomment>Ends the list of refused files when more were refused than listed</extracomment>
+        <translation type="unfinished">
+            <numerusform></numerusform>
+            <numerusform></numerusform>
+        </translation>
     </message>
 </context>
 </TS>

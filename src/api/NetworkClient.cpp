@@ -52,7 +52,7 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
         return false;
     // Plain concatenation: the base URL decides whether there is a "/" between them.
     QNetworkRequest networkRequest(QUrl(*base + request.path));
-    networkRequest.setTransferTimeout(int(m_requestTimeout.count()));
+    networkRequest.setTransferTimeout(int(std::min(m_requestTimeout, request.deadline.value_or(m_requestTimeout)).count()));
     QByteArray payload;
     if (request.body) {
         networkRequest.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
@@ -69,7 +69,7 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
         reply->setProperty("varnexResourceTimeout", true);
         reply->abort();
     });
-    resourceTimer->start(m_resourceTimeout);
+    resourceTimer->start(std::min(m_resourceTimeout, request.deadline.value_or(m_resourceTimeout)));
 
     QPointer<QObject> guard(context);
     const bool guarded = context != nullptr;
@@ -114,9 +114,10 @@ void NetworkClient::createGroup(const QString& user, const QString& name, QObjec
                    std::move(completion), &AnswerJudging::judgeRecord);
 }
 
-void NetworkClient::fetchGroups(const QString& user, QObject* context, Completion<QList<GroupPtr>> completion)
+void NetworkClient::fetchGroups(const QString& user, QObject* context, Completion<QList<GroupPtr>> completion,
+                                std::optional<std::chrono::milliseconds> deadline)
 {
-    call<QList<GroupPtr>>({ "GET", u"v2/groups/" + user, std::nullopt }, context, std::move(completion),
+    call<QList<GroupPtr>>({ "GET", u"v2/groups/" + user, std::nullopt, false, deadline }, context, std::move(completion),
                           &AnswerJudging::judgeGroupList);
 }
 

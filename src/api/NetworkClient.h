@@ -34,7 +34,10 @@ public:
     void setTimeouts(std::chrono::milliseconds request, std::chrono::milliseconds resource);
 
     void createGroup(const QString& user, const QString& name, QObject* context, Completion<GroupPtr> completion);
-    void fetchGroups(const QString& user, QObject* context, Completion<QList<GroupPtr>> completion);
+    // `deadline`, when given, ends the request that long after it was sent, however slowly
+    // its answer still trickles in.
+    void fetchGroups(const QString& user, QObject* context, Completion<QList<GroupPtr>> completion,
+                     std::optional<std::chrono::milliseconds> deadline = std::nullopt);
     void updateGroup(qint64 groupId, const QString& name, QObject* context, Completion<GroupPtr> completion);
     void deleteGroup(qint64 groupId, QObject* context, Completion<NoContent> completion);
     void fetchUsersNotAssociated(qint64 groupId, const QString& user, QObject* context,
@@ -52,6 +55,7 @@ private:
         QString path;
         std::optional<QJsonObject> body;
         bool acceptJson = false;
+        std::optional<std::chrono::milliseconds> deadline; // the resource time-out otherwise
     };
 
     // Sends the request and hands the raw exchange on; false (nothing sent) without a base URL.

@@ -1,10 +1,13 @@
 #include "files/IntakeList.h"
 
 #include <QFile>
+#include <QFutureWatcher>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <climits>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 IntakeList::IntakeList(Kind kind, QObject* parent)
     : QObject(parent)
@@ -35,25 +38,73 @@ bool IntakeList::isEncryptedName(const QString& name)
     return !pieces.isEmpty() && pieces.last() == u"vx";
 }
 
-bool IntakeList::admits(const QString& path) const
+namespace {
+
+// The last path component, as the list compares names.
+QString lastComponent(const QString& path)
+{
+    qsizetype end = path.size();
+    while (end > 0 && path.at(end - 1) == u'/')
+        --end;
+    if (end == 0)
+        return {};
+    const qsizetype start = path.lastIndexOf(u'/', end - 1) + 1;
+    return path.mid(start, end - start);
+}
+
+} // namespace
+
+IntakeList::Found IntakeList::inspect(const QString& path)
 {
     // Only regular files (a link to one counts): a folder, FIFO, socket or device would be
     // sent as a malformed part or block the upload where Cancel cannot reach it. A path that
     // does not exist is judged by its name; the upload checks the file again when it opens it.
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) == 0 && !S_ISREG(st.st_mode))
-        return false;
-    const QStringList pieces = path.split(u'/', Qt::SkipEmptyParts);
-    const QString last = pieces.isEmpty() ? QString() : pieces.last();
-    for (const FilePtr& file : m_files) {
-        if (file->filePath && file->filePath->section(u'/', -1) == last)
-            return false;
+    const QByteArray local = QFile::encodeName(path);
+    struct stat st
+    {
+    };
+    if (::stat(local.constData(), &st) != 0)
+        return Found::Missing;
+    if (S_ISDIR(st.st_mode))
+        return Found::Folder;
+    if (!S_ISREG(st.st_mode))
+        return Found::Special;
+    // Refused now rather than failing the whole operation once the user has chosen people.
+    if (::access(local.constData(), R_OK) != 0)
+        return Found::Unreadable;
+    return Found::Regular;
+}
+
+std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path) const
+{
+    return refusalOf(path, inspect(path));
+}
+
+std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path, Found found) const
+{
+    switch (found) {
+    case Found::Folder:
+        return Reason::Folder;
+    case Found::Special:
+        return Reason::NotRegularFile;
+    case Found::Unreadable:
+        return Reason::Unreadable;
+    case Found::Missing:
+    case Found::Regular:
+        break;
     }
+    const QString last = lastComponent(path);
+    if (m_names.contains(last))
+        return Reason::AlreadyListed;
     if (resultNameTooLong(path))
-        return false;
+        return Reason::NameTooLong;
     // A name made only of dots has no extension: it is not an encrypted file.
     const bool encrypted = isEncryptedName(last);
-    return m_kind == Kind::Encrypt ? !encrypted : encrypted;
+    if (m_kind == Kind::Encrypt && encrypted)
+        return Reason::Encrypted;
+    if (m_kind == Kind::Decrypt && !encrypted)
+        return Reason::NotEncrypted;
+    return std::nullopt;
 }
 
 bool IntakeList::resultNameTooLong(const QString& path) const
@@ -61,29 +112,84 @@ bool IntakeList::resultNameTooLong(const QString& path) const
     // Refused when added, not when ENCRYPT is pressed: such a file can never be encrypted, so
     // the user hears it while picking files instead of after marking them and choosing people.
     // Decrypted results are shorter than their files, so only encryption needs this.
-    const QString name = path.section(u'/', -1, -1, QString::SectionSkipEmpty);
+    const QString name = lastComponent(path);
     return m_kind == Kind::Encrypt && QFile::encodeName(name).size() + 3 > NAME_MAX;
 }
 
-bool IntakeList::addFiles(const QStringList& paths)
+QList<IntakeList::Refusal> IntakeList::addFiles(const QStringList& paths)
 {
-    bool refused = false;
-    bool added = false;
-    for (const QString& path : paths) {
-        if (!admits(path)) {
-            refused = true;
+    QList<Found> found;
+    found.reserve(paths.size());
+    for (const QString& path : paths)
+        found.append(inspect(path));
+    return addInspected(paths, found);
+}
+
+QList<IntakeList::Refusal> IntakeList::addInspected(const QStringList& paths, const QList<Found>& found)
+{
+    QList<Refusal> refused;
+    const qsizetype before = m_files.size();
+    m_files.reserve(before + paths.size());
+    for (qsizetype i = 0; i < paths.size(); ++i) {
+        const QString& path = paths.at(i);
+        if (const auto reason = refusalOf(path, found.value(i, Found::Missing))) {
+            refused.append({ path, *reason });
             continue;
         }
-        added = true;
+        m_names.insert(lastComponent(path));
         m_files.append(std::make_shared<File>(path));
     }
-    if (added) {
+    if (m_files.size() > before) {
         Buttons b = m_buttons;
         b.markAll = true;
         setButtons(b);
     }
     Q_EMIT changed();
     return refused;
+}
+
+void IntakeList::admit(
+    const QStringList& paths, QObject* context, std::function<void(const QList<Refusal>&)> done)
+{
+    if (m_batches.isEmpty() && paths.size() <= inlineLimit) {
+        const QList<Refusal> refused = addFiles(paths);
+        if (done)
+            done(refused);
+        return;
+    }
+    auto batch = std::make_shared<Batch>();
+    batch->paths = paths;
+    batch->context = context;
+    batch->done = std::move(done);
+    // The worker gets its own copy of the paths and touches nothing else.
+    batch->found = QtConcurrent::run([paths] {
+        QList<Found> found;
+        found.reserve(paths.size());
+        for (const QString& path : paths)
+            found.append(inspect(path));
+        return found;
+    });
+    m_batches.append(batch);
+    auto* watcher = new QFutureWatcher<QList<Found>>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        admitReady();
+    });
+    watcher->setFuture(batch->found);
+}
+
+void IntakeList::admitReady()
+{
+    while (!m_batches.isEmpty() && m_batches.first()->found.isFinished()) {
+        const std::shared_ptr<Batch> batch = m_batches.takeFirst();
+        const QList<Refusal> refused = addInspected(batch->paths, batch->found.result());
+        // A dialog shown by `done` runs its own event loop; later batches wait for it.
+        const QPointer<IntakeList> self(this);
+        if (batch->context && batch->done)
+            batch->done(refused);
+        if (!self)
+            return;
+    }
 }
 
 void IntakeList::flip(int row)
@@ -100,7 +206,8 @@ void IntakeList::flip(int row)
 
 void IntakeList::markAll()
 {
-    const bool someUnmarked = std::any_of(m_files.begin(), m_files.end(), [](const FilePtr& f) { return !f->isChecked; });
+    const bool someUnmarked
+        = std::any_of(m_files.begin(), m_files.end(), [](const FilePtr& f) { return !f->isChecked; });
     for (const FilePtr& file : m_files)
         file->isChecked = someUnmarked;
     Buttons b = m_buttons;
@@ -112,7 +219,11 @@ void IntakeList::markAll()
 
 void IntakeList::removeMarked()
 {
-    m_files.removeIf([](const FilePtr& f) { return f->isChecked; });
+    m_files.removeIf([this](const FilePtr& f) {
+        if (f->isChecked && f->filePath)
+            m_names.remove(lastComponent(*f->filePath));
+        return f->isChecked;
+    });
     Buttons b = m_buttons;
     b.markAll = !m_files.isEmpty();
     b.remove = false;

@@ -23,7 +23,7 @@ public:
     UserPtr user;
     GroupPtr group;
     bool isExpanded;
-    // Everything the search looks at, lower-cased once per rebuild and joined with a
+    // Everything the search looks at, lower-cased at the first search after a rebuild and joined with a
     // separator no typed term contains.
     QString searchKey;
 

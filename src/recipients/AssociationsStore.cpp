@@ -6,6 +6,8 @@
 #include <QJsonObject>
 #include <QSettings>
 
+#include <algorithm>
+
 namespace {
 
 constexpr auto checkedGroupsKey = "CheckedGroups";
@@ -66,45 +68,100 @@ void AssociationsStore::setGroups(const QList<GroupPtr>& fetched)
 
 void AssociationsStore::rebuildAssociations()
 {
-    combinedAssociations.clear();
-    combinedAssociations.reserve(users.size() + groups.size());
-    for (const UserPtr& user : std::as_const(users))
-        combinedAssociations.append(std::make_shared<AssociationItem>(AssociationItemType::user, user, nullptr, false));
-    for (const GroupPtr& group : std::as_const(groups))
-        combinedAssociations.append(std::make_shared<AssociationItem>(AssociationItemType::group, nullptr, group, false));
-    // Ordinal comparison, stable: equal names keep users before groups.
-    QList<std::pair<QString, AssociationItemPtr>> keyed;
-    keyed.reserve(combinedAssociations.size());
-    for (const auto& item : std::as_const(combinedAssociations))
-        keyed.append({ item->displayName(), item });
-    std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) {
-        return QStringView(a.first).compare(QStringView(b.first), Qt::CaseSensitive) < 0;
-    });
-    for (qsizetype i = 0; i < keyed.size(); ++i) {
-        combinedAssociations[i] = keyed.at(i).second;
-        combinedAssociations[i]->searchKey = searchKeyOf(*combinedAssociations[i]);
-    }
+    // Each item's sort name is made once here, so the sort moves only pointers. Search keys
+    // wait for a search: most rebuilds (a reply while nobody searches) never need them.
+    struct Keyed
+    {
+        QString name;
+        AssociationItemPtr item;
+    };
+    QList<Keyed> keyed;
+    keyed.reserve(users.size() + groups.size());
     m_userKeys.clear();
-    for (const UserPtr& user : std::as_const(users))
-        m_userKeys.append(searchKeyOf(AssociationItem(AssociationItemType::user, user, nullptr, false)));
-    combinedAssociationsFiltered = combinedAssociations;
+    m_keysMade = false;
+    m_userItems.clear();
+    m_userItems.reserve(users.size());
+    for (const UserPtr& user : std::as_const(users)) {
+        auto item = std::make_shared<AssociationItem>(AssociationItemType::user, user, nullptr, false);
+        m_userItems.append(item);
+        keyed.append({ fullName(*user), std::move(item) });
+    }
+    for (const GroupPtr& group : std::as_const(groups)) {
+        auto item = std::make_shared<AssociationItem>(AssociationItemType::group, nullptr, group, false);
+        keyed.append({ group ? group->name : QString(), std::move(item) });
+    }
+    // Ordinal comparison, stable: equal names keep users before groups.
+    std::stable_sort(keyed.begin(), keyed.end(), [](const Keyed& a, const Keyed& b) {
+        return QStringView(a.name).compare(QStringView(b.name), Qt::CaseSensitive) < 0;
+    });
+    combinedAssociations.clear();
+    combinedAssociations.reserve(keyed.size());
+    for (Keyed& k : keyed)
+        combinedAssociations.append(std::move(k.item));
+    // A search the user typed stays applied, whatever made the list anew (a reply, a change
+    // signal from the phone, a group change).
+    if (m_search.isEmpty())
+        combinedAssociationsFiltered = combinedAssociations;
+    else
+        filter();
     rowsAndRecipientsChanged();
 }
+
+namespace {
+
+// Appends `text` lower-cased exactly as QString::toLower would; ASCII, by far the most common
+// case, without the case tables, which made this the slowest part of a rebuild.
+void appendLowered(QString& out, QStringView text)
+{
+    const bool ascii = std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; });
+    if (!ascii) {
+        out += text.toString().toLower();
+        return;
+    }
+    const qsizetype at = out.size();
+    out.resize(at + text.size());
+    char16_t* to = reinterpret_cast<char16_t*>(out.data()) + at;
+    for (QChar c : text) {
+        const char16_t u = c.unicode();
+        *to++ = u >= u'A' && u <= u'Z' ? char16_t(u + 32) : u;
+    }
+}
+
+} // namespace
 
 QString AssociationsStore::searchKeyOf(const AssociationItem& item)
 {
     constexpr char16_t separator = u'\x1f';
+    QString key;
     if (item.type == AssociationItemType::user) {
         if (!item.user)
             return {};
-        return QString(fullName(*item.user) + separator + item.user->email.value_or(QString())).toLower();
+        const User& u = *item.user;
+        const QString& first = u.firstName ? *u.firstName : QString();
+        const QString& last = u.lastName ? *u.lastName : QString();
+        const QString& email = u.email ? *u.email : QString();
+        key.reserve(first.size() + last.size() + email.size() + 2);
+        appendLowered(key, first);
+        key += u' ';
+        appendLowered(key, last);
+        key += separator;
+        appendLowered(key, email);
+        return key;
     }
     if (!item.group)
         return {};
-    QString key = item.group->name;
+    qsizetype size = item.group->name.size();
     for (const GroupMemberModel& member : item.group->groupMembers)
-        key += separator + member.fullName + separator + member.email;
-    return key.toLower();
+        size += member.fullName.size() + member.email.size() + 2;
+    key.reserve(size);
+    appendLowered(key, item.group->name);
+    for (const GroupMemberModel& member : item.group->groupMembers) {
+        key += separator;
+        appendLowered(key, member.fullName);
+        key += separator;
+        appendLowered(key, member.email);
+    }
+    return key;
 }
 
 bool AssociationsStore::matchesSearch(const AssociationItem& item, const QString& term)
@@ -121,7 +178,8 @@ bool AssociationsStore::matchesSearch(const AssociationItem& item, const QString
     if (item.group->name.contains(term, Qt::CaseInsensitive))
         return true;
     for (const GroupMemberModel& member : item.group->groupMembers) {
-        if (member.fullName.contains(term, Qt::CaseInsensitive) || member.email.contains(term, Qt::CaseInsensitive))
+        if (member.fullName.contains(term, Qt::CaseInsensitive)
+            || member.email.contains(term, Qt::CaseInsensitive))
             return true;
     }
     return false;
@@ -129,32 +187,55 @@ bool AssociationsStore::matchesSearch(const AssociationItem& item, const QString
 
 void AssociationsStore::applySearch(const QString& text)
 {
-    if (text.isEmpty()) {
+    m_search = text;
+    filter();
+    computeRows();
+    Q_EMIT rowsChanged();
+}
+
+void AssociationsStore::filter()
+{
+    if (m_search.isEmpty()) {
         combinedAssociationsFiltered = combinedAssociations;
         usersFiltered = users;
         groupsFiltered = groups;
-    } else {
-        // Case-insensitive containment is the lowercased substring test, without making copies.
-        const QString term = text.toLower();
-        // The keys hold the same texts matchesSearch tests, lower-cased once per rebuild.
-        combinedAssociationsFiltered.clear();
-        for (const auto& item : std::as_const(combinedAssociations)) {
-            if (item->searchKey.contains(term))
-                combinedAssociationsFiltered.append(item);
-        }
-        usersFiltered.clear();
-        for (qsizetype i = 0; i < users.size(); ++i) {
-            if (i < m_userKeys.size() ? m_userKeys.at(i).contains(term) : searchKeyOf(AssociationItem(AssociationItemType::user, users.at(i), nullptr, false)).contains(term))
-                usersFiltered.append(users.at(i));
-        }
-        groupsFiltered.clear();
-        for (const GroupPtr& group : std::as_const(groups)) {
-            if (group->name.contains(term, Qt::CaseInsensitive))
-                groupsFiltered.append(group);
-        }
+        return;
     }
-    computeRows();
-    Q_EMIT rowsChanged();
+    if (!m_keysMade) {
+        // A user's key serves both its item and the filtered users.
+        m_userKeys.clear();
+        m_userKeys.reserve(m_userItems.size());
+        for (const AssociationItemPtr& item : std::as_const(m_userItems)) {
+            item->searchKey = searchKeyOf(*item);
+            m_userKeys.append(item->searchKey);
+        }
+        for (const auto& item : std::as_const(combinedAssociations)) {
+            if (item->type == AssociationItemType::group)
+                item->searchKey = searchKeyOf(*item);
+        }
+        m_keysMade = true;
+    }
+    // Case-insensitive containment is the lowercased substring test, without making copies.
+    const QString term = m_search.toLower();
+    // The keys hold the same texts matchesSearch tests, lower-cased once per rebuild.
+    combinedAssociationsFiltered.clear();
+    for (const auto& item : std::as_const(combinedAssociations)) {
+        if (item->searchKey.contains(term))
+            combinedAssociationsFiltered.append(item);
+    }
+    usersFiltered.clear();
+    for (qsizetype i = 0; i < users.size(); ++i) {
+        if (i < m_userKeys.size()
+                ? m_userKeys.at(i).contains(term)
+                : searchKeyOf(AssociationItem(AssociationItemType::user, users.at(i), nullptr, false))
+                      .contains(term))
+            usersFiltered.append(users.at(i));
+    }
+    groupsFiltered.clear();
+    for (const GroupPtr& group : std::as_const(groups)) {
+        if (group->name.contains(term, Qt::CaseInsensitive))
+            groupsFiltered.append(group);
+    }
 }
 
 QString AssociationsStore::checkedGroupsText(const QList<qint64>& ids)
@@ -228,7 +309,8 @@ QStringList AssociationsStore::selectedRecipientEmails() const
         }
     }
     QStringList sorted(emails.begin(), emails.end());
-    std::sort(sorted.begin(), sorted.end(), [](const QString& a, const QString& b) { return a.compare(b) < 0; });
+    std::sort(
+        sorted.begin(), sorted.end(), [](const QString& a, const QString& b) { return a.compare(b) < 0; });
     return sorted;
 }
 
@@ -242,6 +324,11 @@ QString AssociationsStore::recipientsString() const
 
 GroupPtr AssociationsStore::groupById(qint64 id) const
 {
+    // The index is made with the rows; `groups` may have changed since, so a position is
+    // trusted only where it still holds that id.
+    if (const qsizetype at = m_groupIndex.value(id, -1);
+        at >= 0 && at < groups.size() && groups.at(at)->id == id)
+        return groups.at(at);
     for (const GroupPtr& group : groups) {
         if (group->id == id)
             return group;
@@ -253,16 +340,22 @@ void AssociationsStore::computeRows()
 {
     m_rows.clear();
     m_rows.reserve(combinedAssociationsFiltered.size());
-    QHash<qint64, GroupPtr> latest;
-    for (const GroupPtr& g : std::as_const(groups))
-        latest.insert(g->id, g);
+    m_groupIndex.clear();
+    m_groupIndex.reserve(groups.size());
+    // The first group of an id wins, as a scan of the list would find it.
+    for (qsizetype at = 0; at < groups.size(); ++at) {
+        if (!m_groupIndex.contains(groups.at(at)->id))
+            m_groupIndex.insert(groups.at(at)->id, at);
+    }
     for (int i = 0; i < combinedAssociationsFiltered.size(); ++i) {
         const AssociationItem& item = *combinedAssociationsFiltered.at(i);
         m_rows.append({ i, -1 });
-        if (item.type != AssociationItemType::group || !item.group || !expandedGroupIds.contains(item.group->id))
+        if (item.type != AssociationItemType::group || !item.group
+            || !expandedGroupIds.contains(item.group->id))
             continue;
         // Members of the latest fetched copy of the group.
-        const GroupPtr group = latest.value(item.group->id, item.group);
+        const qsizetype at = m_groupIndex.value(item.group->id, -1);
+        const GroupPtr group = at >= 0 ? groups.at(at) : item.group;
         for (int m = 0; m < group->groupMembers.size(); ++m)
             m_rows.append({ i, m });
     }
@@ -288,7 +381,8 @@ std::optional<AssociatedUserRowType> AssociationsStore::rowType(int row) const
         return AssociatedUserRowType { AssociatedUserRowType::Kind::groupHeader, nullptr, group, {} };
     if (r.member >= group->groupMembers.size())
         return std::nullopt;
-    return AssociatedUserRowType { AssociatedUserRowType::Kind::groupMember, nullptr, group, group->groupMembers.at(r.member) };
+    return AssociatedUserRowType { AssociatedUserRowType::Kind::groupMember, nullptr, group,
+        group->groupMembers.at(r.member) };
 }
 
 bool AssociationsStore::clickRow(int row)
@@ -352,8 +446,9 @@ void AssociationsStore::toggleGroupExpansion(qint64 id)
 
 void AssociationsStore::selectDeselectAll()
 {
-    const bool allChecked = std::all_of(users.begin(), users.end(), [](const UserPtr& u) { return u->isChecked.value_or(false); })
-        && std::all_of(groups.begin(), groups.end(), [](const GroupPtr& g) { return g->isChecked; });
+    const bool allChecked = std::all_of(users.begin(), users.end(), [](const UserPtr& u) {
+        return u->isChecked.value_or(false);
+    }) && std::all_of(groups.begin(), groups.end(), [](const GroupPtr& g) { return g->isChecked; });
     const bool value = !allChecked;
     for (const UserPtr& user : std::as_const(users)) {
         for (const UserPtr& copy : std::as_const(usersFiltered)) {

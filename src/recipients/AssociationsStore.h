@@ -16,9 +16,9 @@ struct AssociatedUserRowType
 {
     enum class Kind { user, groupHeader, groupMember };
     Kind kind;
-    UserPtr user;                  // user rows
-    GroupPtr group;                // header and member rows
-    GroupMemberModel member;       // member rows
+    UserPtr user; // user rows
+    GroupPtr group; // header and member rows
+    GroupMemberModel member; // member rows
 };
 
 // The people and groups the user may encrypt for: the users the phone reports and the groups
@@ -46,8 +46,12 @@ public:
     // A fresh group fetch: replaces the groups and restores their marks.
     void setGroups(const QList<GroupPtr>& fetched);
 
+    // Makes the combined list anew from the users and groups; the search last applied stays
+    // applied.
     void rebuildAssociations();
+    // Filters the list by `text` (empty shows everything) and keeps it for later rebuilds.
     void applySearch(const QString& text);
+    const QString& searchText() const { return m_search; }
     static bool matchesSearch(const AssociationItem& item, const QString& term);
     static QString searchKeyOf(const AssociationItem& item);
 
@@ -84,6 +88,7 @@ Q_SIGNALS:
 
 private:
     void computeRows();
+    void filter();
     void rowsAndRecipientsChanged();
 
     struct Row
@@ -93,5 +98,10 @@ private:
     };
     QList<Row> m_rows;
     QList<QString> m_userKeys; // parallel to users
-
+    QList<AssociationItemPtr> m_userItems; // parallel to users, as of the last rebuild
+    QString m_search;
+    // Whether the items' search keys and m_userKeys belong to the current list.
+    bool m_keysMade = false;
+    // Positions in `groups` by id, as of the last computeRows().
+    QHash<qint64, qsizetype> m_groupIndex;
 };

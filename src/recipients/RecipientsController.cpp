@@ -83,7 +83,11 @@ void RecipientsController::loadUsers()
 void RecipientsController::fetchUsers()
 {
     m_users = { true, false };
-    QNetworkReply* reply = PhoneService::network()->get(QNetworkRequest(QUrl(Session::instance().phoneServiceUrl(u"/getUsers"))));
+    QNetworkRequest request(QUrl(Session::instance().phoneServiceUrl(u"/getUsers")));
+    request.setTransferTimeout(int(m_fetchTimeout.count()));
+    QNetworkReply* reply = PhoneService::network()->get(request);
+    // The transfer time-out only counts silence; this ends an answer that trickles for ever.
+    QTimer::singleShot(m_fetchTimeout, reply, &QNetworkReply::abort);
     connect(reply, &QNetworkReply::finished, this, [this, reply] {
         reply->deleteLater();
         m_users.inFlight = false;
@@ -116,14 +120,17 @@ void RecipientsController::refreshGroups()
 void RecipientsController::fetchGroups(const QString& user)
 {
     m_groups = { true, false };
-    NetworkClient::shared().fetchGroups(user, this, [this](const APIResult<QList<GroupPtr>>& result) {
-        m_groups.inFlight = false;
-        if (result.isSuccess())
-            m_store->setGroups(result.value());
-        m_store->rebuildAssociations(); // on failure, with the groups already held
-        if (m_groups.again)
-            refreshGroups(); // reads the signed-in user afresh
-    });
+    NetworkClient::shared().fetchGroups(
+        user, this,
+        [this](const APIResult<QList<GroupPtr>>& result) {
+            m_groups.inFlight = false;
+            if (result.isSuccess())
+                m_store->setGroups(result.value());
+            m_store->rebuildAssociations(); // on failure, with the groups already held
+            if (m_groups.again)
+                refreshGroups(); // reads the signed-in user afresh
+        },
+        m_fetchTimeout);
 }
 
 void RecipientsController::updateTick()

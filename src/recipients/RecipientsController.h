@@ -6,6 +6,8 @@
 #include <QObject>
 #include <QTimer>
 
+#include <chrono>
+
 // Keeps the associations store in step with the phone: loads the users and the groups,
 // notices the phone's change signals (through the session's signals, at most once per 500 ms,
 // and by a 3-second tick as the fallback), refreshes the groups 0.8 s after a group's members
@@ -22,6 +24,10 @@ public:
     static constexpr int tickMilliseconds = 3000;
     static constexpr int membersChangedDelayMilliseconds = 800;
     static constexpr int changeSignalDebounceMilliseconds = 500;
+    // A users or groups fetch that has not ended by then is abandoned, so that one request the
+    // phone never answers cannot hold back every later reload.
+    static constexpr std::chrono::milliseconds defaultFetchTimeout { 30000 };
+    void setFetchTimeout(std::chrono::milliseconds timeout) { m_fetchTimeout = timeout; }
 
     // Starts the tick and loads the users once (the screen's view has loaded).
     void start();
@@ -59,6 +65,7 @@ private:
     QTimer m_changeSignals;
     FetchState m_users;
     FetchState m_groups;
+    std::chrono::milliseconds m_fetchTimeout = defaultFetchTimeout;
 };
 
 // Carries the "GroupMembersChanged" notice across the process.

@@ -2,57 +2,111 @@
 
 #include "recipients/AssociationsStore.h"
 
+#include <algorithm>
+#include <utility>
+
 RecipientsModel::RecipientsModel(AssociationsStore* store, QObject* parent)
     : QAbstractListModel(parent)
     , m_store(store)
 {
-    m_keys = rowKeys();
+    m_shown = shownRows();
     connect(store, &AssociationsStore::rowsChanged, this, &RecipientsModel::storeChanged);
 }
 
-QStringList RecipientsModel::rowKeys() const
+bool RecipientsModel::Shown::sameThing(const Shown& o) const
 {
-    QStringList keys;
+    using Kind = AssociatedUserRowType::Kind;
+    if (kind != o.kind)
+        return false;
+    switch (Kind(kind)) {
+    case Kind::user:
+        return email == o.email && name == o.name && lastName == o.lastName;
+    case Kind::groupHeader:
+        return group == o.group;
+    case Kind::groupMember:
+        return group == o.group && member == o.member;
+    }
+    return true; // rows without a kind
+}
+
+bool RecipientsModel::Shown::sameLook(const Shown& o) const
+{
+    return sameThing(o) && name == o.name && lastName == o.lastName && email == o.email && phone == o.phone
+        && memberCount == o.memberCount && checked == o.checked && expanded == o.expanded;
+}
+
+QList<RecipientsModel::Shown> RecipientsModel::shownRows() const
+{
+    using Kind = AssociatedUserRowType::Kind;
+    QList<Shown> rows;
     const int count = m_store->associatedRowCount();
-    keys.reserve(count);
+    rows.reserve(count);
     for (int row = 0; row < count; ++row) {
+        Shown& shown = rows.emplaceBack();
         const auto type = m_store->rowType(row);
-        if (!type) {
-            keys.append(QString());
+        if (!type)
             continue;
-        }
+        shown.kind = int(type->kind);
         switch (type->kind) {
-        case AssociatedUserRowType::Kind::user:
-            keys.append(u"u:" + type->user->email.value_or(QString()) + u'\x1f' + type->user->firstName.value_or(QString())
-                        + u'\x1f' + type->user->lastName.value_or(QString()));
+        case Kind::user: {
+            const User& u = *type->user;
+            shown.name = u.firstName.value_or(QString());
+            shown.lastName = u.lastName.value_or(QString());
+            shown.email = u.email.value_or(QString());
+            shown.phone = u.phone.value_or(QString());
+            shown.checked = u.isChecked.value_or(false);
             break;
-        case AssociatedUserRowType::Kind::groupHeader:
-            keys.append(u"g:" + QString::number(type->group->id));
+        }
+        case Kind::groupHeader:
+            shown.group = type->group->id;
+            shown.name = type->group->name;
+            shown.memberCount = int(type->group->groupMembers.size());
+            shown.checked = type->group->isChecked;
+            shown.expanded = m_store->expandedGroupIds.contains(type->group->id);
             break;
-        case AssociatedUserRowType::Kind::groupMember:
-            keys.append(u"m:" + QString::number(type->group->id) + u':' + QString::number(type->member.id));
+        case Kind::groupMember:
+            shown.group = type->group->id;
+            shown.member = type->member.id;
+            shown.name = type->member.fullName;
+            shown.email = type->member.email;
             break;
         }
     }
-    return keys;
+    return rows;
 }
 
 void RecipientsModel::storeChanged()
 {
-    QStringList keys = rowKeys();
-    if (keys == m_keys) {
-        if (!keys.isEmpty())
-            Q_EMIT dataChanged(index(0), index(int(keys.size()) - 1));
+    QList<Shown> now = shownRows();
+    const bool sameRows = now.size() == m_shown.size()
+        && std::equal(now.begin(), now.end(), m_shown.begin(),
+            [](const Shown& a, const Shown& b) { return a.sameThing(b); });
+    if (!sameRows) {
+        beginResetModel();
+        m_shown = std::move(now);
+        endResetModel();
         return;
     }
-    beginResetModel();
-    m_keys = std::move(keys);
-    endResetModel();
+    // One signal per run of rows that look different now; none when nothing changed.
+    const QList<Shown> before = std::exchange(m_shown, std::move(now));
+    int row = 0;
+    const int count = int(m_shown.size());
+    while (row < count) {
+        if (m_shown.at(row).sameLook(before.at(row))) {
+            ++row;
+            continue;
+        }
+        const int first = row;
+        while (row < count && !m_shown.at(row).sameLook(before.at(row)))
+            ++row;
+        Q_EMIT dataChanged(index(first), index(row - 1));
+    }
 }
 
 bool RecipientsModel::setData(const QModelIndex& index, const QVariant& value, int role)
 {
-    if (role != Qt::CheckStateRole || !checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)
+    if (role != Qt::CheckStateRole
+        || !checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)
         || !flags(index).testFlag(Qt::ItemIsUserCheckable))
         return false;
     const bool wanted = value.value<Qt::CheckState>() == Qt::Checked;
@@ -78,7 +132,8 @@ Qt::ItemFlags RecipientsModel::flags(const QModelIndex& index) const
     // Users and groups carry a mark; a member row only shows who is in a group.
     const auto row = m_store->rowType(index.row());
     const bool markable = row && row->kind != AssociatedUserRowType::Kind::groupMember;
-    return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren | (markable ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
+    return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren
+        | (markable ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
 }
 
 QVariant RecipientsModel::data(const QModelIndex& index, int role) const

@@ -201,34 +201,88 @@ void FileScreen::applyButtons(const IntakeList::Buttons& buttons)
     switchButton(operationButton, buttons.operation, isOperationEnabled);
 }
 
+namespace {
+
+// A refused file's reason, in a few words.
+QString refusalReason(IntakeList::Reason reason)
+{
+    switch (reason) {
+    case IntakeList::Reason::Folder:
+        //: Why a file was not added: it is a folder
+        //% "a folder"
+        return qtTrId("refusedFolder");
+    case IntakeList::Reason::NotRegularFile:
+        //: Why a file was not added: it is a device, pipe or socket
+        //% "not a regular file"
+        return qtTrId("refusedNotRegular");
+    case IntakeList::Reason::Unreadable:
+        //: Why a file was not added: the user may not read it
+        //% "cannot be read"
+        return qtTrId("refusedUnreadable");
+    case IntakeList::Reason::AlreadyListed:
+        //: Why a file was not added: a file of the same name is in the list
+        //% "already in the list"
+        return qtTrId("refusedAlreadyListed");
+    case IntakeList::Reason::NameTooLong:
+        //: Why a file was not added: its name cannot take ".vx" within the file system's limit
+        //% "name too long to add \".vx\" (255 bytes at most)"
+        return qtTrId("refusedNameTooLong");
+    case IntakeList::Reason::Encrypted:
+        //: Why a file was not added to the files to encrypt
+        //% "already encrypted"
+        return qtTrId("refusedEncrypted");
+    case IntakeList::Reason::NotEncrypted:
+        //: Why a file was not added to the files to decrypt
+        //% "not encrypted"
+        return qtTrId("refusedNotEncrypted");
+    }
+    return {};
+}
+
+// A name as the refusal dialog shows it: on one line, without characters that reorder or hide
+// text, and shortened in the middle so the dialog stays readable and the extension shows.
+QString shownName(const QString& path)
+{
+    QString name = path.section(u'/', -1, -1, QString::SectionSkipEmpty);
+    for (QChar& c : name) {
+        if (c.category() == QChar::Other_Control || c.category() == QChar::Other_Format)
+            c = QChar::ReplacementCharacter;
+    }
+    return name.size() > 60 ? name.left(36) + u'…' + name.right(20) : name;
+}
+
+// One line per refused file; a long list ends with how many more there are.
+QString refusalList(const QList<IntakeList::Refusal>& refused)
+{
+    constexpr qsizetype listed = 20;
+    QStringList lines;
+    for (qsizetype i = 0; i < std::min(listed, refused.size()); ++i) {
+        //: A refused file in the dialog's list: %1 its name, %2 why it was not added
+        //% "%1: %2"
+        lines.append(qtTrId("refusedFileLine")
+                         .arg(shownName(refused.at(i).path), refusalReason(refused.at(i).reason)));
+    }
+    if (refused.size() > listed) {
+        //: Ends the list of refused files when more were refused than listed
+        //% "and %n more"
+        lines.append(qtTrId("refusedFilesMore", int(refused.size() - listed)));
+    }
+    return lines.join(u'\n');
+}
+
+} // namespace
+
 void FileScreen::addFiles(const QStringList& paths)
 {
-    // Names too long for a result are told by name: the general refusal would not say why.
-    QStringList tooLong;
-    QStringList others;
-    for (const QString& path : paths) {
-        if (m_intake->resultNameTooLong(path)) {
-            // Shortened in the middle, so the dialog stays readable and the extension shows.
-            const QString name = path.section(u'/', -1, -1, QString::SectionSkipEmpty);
-            tooLong.append(name.size() > 60 ? name.left(36) + u'…' + name.right(20) : name);
-        } else {
-            others.append(path);
-        }
-    }
-    QStringList messages;
-    if (m_intake->addFiles(others))
-        messages.append(m_settings.refusalMessage);
-    if (!tooLong.isEmpty()) {
-        //: Dialog description when added files have names too long to add ".vx" to; %1 lists them
-        //% "Too long to add \".vx\" to (255 bytes at most): %1. Rename and add again."
-        messages.append(qtTrId("fileNameTooLong").arg(tooLong.join(u", ")));
-    }
-    if (messages.isEmpty())
-        return;
-    //: Dialog title when adding files that are already added
-    //% "Some of the files cannot be added"
-    showAlert(
-        this, qtTrId("filesToEncryptDialogTitle"), messages.join(u"\n\n"), Dialogs::Style::Informational);
+    // Thousands of files are looked at off the main thread; the dialog follows once they are in.
+    m_intake->admit(paths, this, [this](const QList<IntakeList::Refusal>& refused) {
+        if (refused.isEmpty())
+            return;
+        //: Dialog title when adding files that are already added
+        //% "Some of the files cannot be added"
+        showAlert(this, qtTrId("filesToEncryptDialogTitle"), m_settings.refusalMessage + u"\n\n" + refusalList(refused),
+                  Dialogs::Style::Informational);
+    });
 }
 
 void FileScreen::chooseFiles()

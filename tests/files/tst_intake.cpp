@@ -11,11 +11,29 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using Buttons = IntakeList::Buttons;
 Q_DECLARE_METATYPE(IntakeList::Kind)
 
 using namespace TestFiles;
+
+namespace {
+
+// Each refused path's name and reason, as "name:reason" joined with spaces.
+QString refusals(const QList<IntakeList::Refusal>& refused)
+{
+    QStringList out;
+    for (const auto& r : refused) {
+        static const char* const words[]
+            = { "folder", "special", "unreadable", "listed", "long", "encrypted", "plain" };
+        out.append(r.path.section(u'/', -1, -1, QString::SectionSkipEmpty).left(8) + u':'
+            + QLatin1String(words[int(r.reason)]));
+    }
+    return out.join(u' ');
+}
+
+} // namespace
 
 class TestIntake : public QObject
 {
@@ -25,6 +43,7 @@ private Q_SLOTS:
     void admission_data();
     void admission();
     void onlyRegularFilesAreAdmitted();
+    void largeBatchesAreAdmittedInOrder();
     void buttons_data();
     void buttons();
     void modelFollowsTheList();
@@ -38,32 +57,46 @@ void TestIntake::admission_data()
     QTest::addColumn<IntakeList::Kind>("kind");
     QTest::addColumn<QString>("paths"); // separated by spaces
     QTest::addColumn<QString>("admitted");
-    QTest::addColumn<bool>("refused");
+    QTest::addColumn<QString>("refused"); // name (8 characters at most) and reason
     const auto E = IntakeList::Kind::Encrypt;
     const auto D = IntakeList::Kind::Decrypt;
     QTest::newRow("encrypt: mixed drop") << E << "/a/report.pdf /a/photo.vx /a/notes.txt"
-                                         << "report.pdf notes.txt" << true;
+                                         << "report.pdf notes.txt"
+                                         << "photo.vx:encrypted";
     QTest::newRow("same name, other folder") << E << "/a/report.pdf /b/report.pdf"
-                                             << "report.pdf" << true;
+                                             << "report.pdf"
+                                             << "report.p:listed";
+    QTest::newRow("same name twice, trailing slash") << E << "/a/x.txt /b/x.txt/"
+                                                     << "x.txt"
+                                                     << "x.txt:listed";
     QTest::newRow("encrypt: .VX is not encrypted") << E << "/a/archive.VX"
-                                                   << "archive.VX" << false;
+                                                   << "archive.VX"
+                                                   << "";
     QTest::newRow("encrypt: no extension") << E << "/a/README"
-                                           << "README" << false;
+                                           << "README"
+                                           << "";
     QTest::newRow("decrypt: no extension") << D << "/a/README"
-                                           << "" << true;
+                                           << ""
+                                           << "README:plain";
     QTest::newRow("decrypt: only .vx") << D << "/e/report.pdf.vx /e/report.pdf /e/x.VX"
-                                       << "report.pdf.vx" << true;
+                                       << "report.pdf.vx"
+                                       << "report.p:plain x.VX:plain";
     QTest::newRow("decrypt: trailing dot") << D << "/e/a.vx."
-                                           << "a.vx." << false;
+                                           << "a.vx."
+                                           << "";
     QTest::newRow("only dots") << E << "/a/..."
-                               << "..." << false;
+                               << "..."
+                               << "";
     QTest::newRow("empty list") << E << ""
-                                << "" << false;
+                                << ""
+                                << "";
     // The encrypted result adds ".vx": a name takes at most 252 bytes, counted in UTF-8.
     const QString fits = QString(248, u'a') + u".txt";
     QTest::newRow("encrypt: 252 bytes fit, 253 do not")
-        << E << u"/a/"_qs + fits + u" /b/b" + fits + u" /a/" + QString(125, QChar(0xe9)) + u".txt" << fits << true;
-    QTest::newRow("decrypt: 255 bytes fit") << D << u"/e/"_qs + fits.left(248) + u".txt.vx" << fits.left(248) + u".txt.vx" << false;
+        << E << u"/a/"_qs + fits + u" /b/b" + fits + u" /a/" + QString(125, QChar(0xe9)) + u".txt" << fits
+        << u"baaaaaaa:long "_qs + QString(8, QChar(0xe9)) + u":long";
+    QTest::newRow("decrypt: 255 bytes fit")
+        << D << u"/e/"_qs + fits.left(248) + u".txt.vx" << fits.left(248) + u".txt.vx" << "";
 }
 
 void TestIntake::admission()
@@ -73,7 +106,7 @@ void TestIntake::admission()
     QFETCH(QString, admitted);
     IntakeList list(kind);
     QSignalSpy changed(&list, &IntakeList::changed);
-    QTEST(list.addFiles(paths.split(u' ', Qt::SkipEmptyParts)), "refused");
+    QTEST(refusals(list.addFiles(paths.split(u' ', Qt::SkipEmptyParts))), "refused");
     QCOMPARE(fileNames(list.files()).join(u' '), admitted);
     QCOMPARE(changed.size(), 1); // the table is reloaded once, whatever happened
     QCOMPARE(list.buttons().markAll, !list.files().isEmpty());
@@ -91,12 +124,41 @@ void TestIntake::onlyRegularFilesAreAdmitted()
     QDir().mkpath(dir.filePath(u"folder.txt"_qs));
     QDir().mkpath(dir.filePath(u"folder.vx"_qs));
     IntakeList encrypt(IntakeList::Kind::Encrypt);
-    QVERIFY(encrypt.addFiles({ dir.filePath(u"pipe.txt"_qs), dir.filePath(u"report.pdf"_qs),
-        dir.filePath(u"folder.txt"_qs), u"/dev/null"_qs, dir.filePath(u"link.pdf"_qs) }));
-    QCOMPARE(fileNames(encrypt.files()), (QStringList { u"report.pdf"_qs, u"link.pdf"_qs }));
+    write(dir.filePath(u"secret.txt"_qs), "no one may read this");
+    QVERIFY(QFile::setPermissions(dir.filePath(u"secret.txt"_qs), QFile::WriteOwner));
+    const bool root = ::geteuid() == 0; // root reads every file
+    QCOMPARE(refusals(encrypt.addFiles({ dir.filePath(u"pipe.txt"_qs), dir.filePath(u"report.pdf"_qs),
+                 dir.filePath(u"folder.txt"_qs), u"/dev/null"_qs, dir.filePath(u"link.pdf"_qs),
+                 dir.filePath(u"secret.txt"_qs) })),
+        u"pipe.txt:special folder.t:folder null:special"_qs + (root ? u"" : u" secret.t:unreadable"));
+    QCOMPARE(fileNames(encrypt.files()).mid(0, 2), (QStringList { u"report.pdf"_qs, u"link.pdf"_qs }));
     IntakeList decrypt(IntakeList::Kind::Decrypt);
-    QVERIFY(decrypt.addFiles({ dir.filePath(u"folder.vx"_qs) }));
+    QCOMPARE(refusals(decrypt.addFiles({ dir.filePath(u"folder.vx"_qs) })), u"folder.v:folder"_qs);
     QVERIFY(decrypt.files().isEmpty());
+}
+
+void TestIntake::largeBatchesAreAdmittedInOrder()
+{
+    IntakeList list(IntakeList::Kind::Encrypt);
+    QStringList big;
+    for (int i = 0; i < IntakeList::inlineLimit; ++i)
+        big.append(u"/big/f"_qs + QString::number(i) + u".txt");
+    big.append(u"/big/same.txt"_qs);
+    QStringList calls;
+    list.admit(big, &list, [&calls](const auto& refused) { calls.append(u"big:"_qs + refusals(refused)); });
+    QVERIFY(list.isAdmitting());
+    // A small batch behind a large one waits its turn, so the same name is refused in it.
+    list.admit({ u"/small/same.txt"_qs, u"/small/x.vx"_qs }, &list,
+        [&calls](const auto& refused) { calls.append(u"small:"_qs + refusals(refused)); });
+    QVERIFY(list.files().isEmpty());
+    {
+        QObject gone; // a screen closed before its files were looked at
+        list.admit({ u"/c/c.txt"_qs }, &gone, [&calls](const auto&) { calls.append(u"gone"_qs); });
+    }
+    QTRY_VERIFY(!list.isAdmitting());
+    QCOMPARE(calls, (QStringList { u"big:"_qs, u"small:same.txt:listed x.vx:encrypted"_qs }));
+    QCOMPARE(list.files().size(), big.size() + 1);
+    QCOMPARE(fileNames(list.files()).last(), u"c.txt"_qs);
 }
 
 void TestIntake::buttons_data()
@@ -179,6 +241,9 @@ void TestIntake::modelFollowsTheList()
     QVERIFY(!(model.flags(model.index(0)) & Qt::ItemIsSelectable));
     list.removeMarked();
     QCOMPARE(model.rowCount(), 1);
+    // A removed file's name is free again; the kept one's is not.
+    QCOMPARE(refusals(list.addFiles({ u"/c/b.txt"_qs, u"/c/archive.tar.gz"_qs })), u"archive.:listed"_qs);
+    QCOMPARE(model.rowCount(), 2);
 }
 
 void TestIntake::reloadChangesOnlyWhatChanged_data()

@@ -75,6 +75,7 @@ private Q_SLOTS:
     void usersReplyReplacesUsersAndKeepsTheirMarks();
     void rowsFollowExpansionAndClicksToggleWhatTheyShow();
     void modelShowsAndMarksInPlace();
+    void aReplyAnnouncesOnlyTheRowsItChanged();
 };
 
 void TestAssociations::sortIsOrdinalAndStable()
@@ -122,9 +123,16 @@ void TestAssociations::search()
     store.applySearch(text);
     QTEST(names(store.combinedAssociationsFiltered), "items");
     QCOMPARE(rows.size(), 1);
-    // A rebuild shows everything again, whatever the search text.
+    // A rebuild (a reply, a change signal from the phone, a group change) keeps the search
+    // applied, to records that came with it too.
+    store.users.append(user(u"Annika"_qs, u"Berg"_qs, u"ab@x"_qs));
     store.rebuildAssociations();
-    QCOMPARE(store.combinedAssociationsFiltered.size(), 4);
+    QFETCH(QStringList, items);
+    if (u"annika berg\x1f"
+        "ab@x"_qs.contains(text.toLower()))
+        items.prepend(u"user_ab@x"_qs); // sorted first
+    QCOMPARE(names(store.combinedAssociationsFiltered), items);
+    QCOMPARE(store.associatedRowCount(), items.size());
 }
 
 void TestAssociations::recipientsAreDistinctAndSorted()
@@ -305,6 +313,52 @@ void TestAssociations::modelShowsAndMarksInPlace()
     store.toggleGroupExpansion(1);
     QCOMPARE(reset.size(), 1);
     QCOMPARE(model.rowCount(), 2);
+}
+
+void TestAssociations::aReplyAnnouncesOnlyTheRowsItChanged()
+{
+    AssociationsStore store;
+    RecipientsModel model(&store);
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    auto reply = [&store](const QString& bosPhone, const QString& opsName, int opsMembers) {
+        // Every record new, as a reply makes them.
+        setUsers(store,
+            { user(u"Ann"_qs, u"Lee"_qs, u"ann@x"_qs), user(u"Bo"_qs, u"Chan"_qs, u"bo@x"_qs),
+                user(u"Cy"_qs, u"Dunn"_qs, u"cy@x"_qs) });
+        store.users.at(1)->phone = bosPhone;
+        QList<std::pair<QString, QString>> members;
+        for (int m = 0; m < opsMembers; ++m)
+            members.append({ u"M"_qs + QString::number(m), u"m@x"_qs });
+        store.groups = { group(7, opsName, members) };
+        store.rebuildAssociations();
+    };
+    reply(u"1"_qs, u"Ops"_qs, 1); // Ann Lee, Bo Chan, Cy Dunn, Ops
+    QCOMPARE(model.rowCount(), 4);
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    auto changedRows = [&changed] {
+        QStringList rows;
+        for (const auto& args : std::as_const(changed))
+            rows.append(QString::number(args.at(0).toModelIndex().row()) + u'-'
+                + QString::number(args.at(1).toModelIndex().row()));
+        changed.clear();
+        return rows.join(u' ');
+    };
+    reply(u"1"_qs, u"Ops"_qs, 1);
+    QCOMPARE(changedRows(), QString()); // the same content: nothing to announce
+    reply(u"2"_qs, u"Ops"_qs, 2);
+    QCOMPARE(changedRows(), u"1-1 3-3"_qs); // Bo's phone, the group's member count
+    store.clickRow(2);
+    QCOMPARE(changedRows(), u"2-2"_qs);
+    store.selectDeselectAll(); // Ann, Bo and the group get their marks; Cy had his
+    QCOMPARE(changedRows(), u"0-1 3-3"_qs);
+    QCOMPARE(reset.size(), 0);
+    // Other rows: a reset, with the search still applied.
+    store.applySearch(u"ch"_qs);
+    reply(u"2"_qs, u"Ops"_qs, 2);
+    QCOMPARE(reset.size(), 1);
+    QCOMPARE(model.rowCount(), 1);
+    QCOMPARE(model.index(0).data(RecipientsModel::EmailRole).toString(), u"bo@x"_qs);
 }
 
 QTEST_GUILESS_MAIN(TestAssociations)

@@ -104,23 +104,37 @@ void TestFileScreens::oneDialogForSeveralRefusals()
     QCOMPARE(screen.filesToDecrypt().size(), 1);
     QCOMPARE(dialogs.shown.size(), 1);
     QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Some of the files cannot be added"));
+    // The screen's sentence stays; each refused file follows with its reason.
     QCOMPARE(dialogs.shown.at(0).message,
-        QStringLiteral("You can only add encrypted files or files that haven't already been uploaded"));
+        u"You can only add encrypted files or files that haven't already been uploaded\n\n"
+        u"report.pdf: not encrypted\nnotes.txt: not encrypted"_qs);
     QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Informational);
 
     EncryptViewController encrypt;
     encrypt.addFiles({ m_files + u"/photo.vx"_qs });
     QCOMPARE(dialogs.shown.at(1).message,
-        QStringLiteral("You can only add files that aren't encrypted or uploaded"));
+        u"You can only add files that aren't encrypted or uploaded\n\nphoto.vx: already encrypted"_qs);
     encrypt.addFiles({});
     QCOMPARE(dialogs.shown.size(), 2);
-    // A name that cannot take ".vx" within 255 bytes is refused by name, next to the general reason.
+    // A name that cannot take ".vx" within 255 bytes is shortened in the middle.
     const QString tooLong = QString(249, u'L') + u".txt";
-    encrypt.addFiles({ m_files + u'/' + tooLong, m_files + u"/photo.vx"_qs, m_files + u'/' + tooLong.mid(1) });
+    encrypt.addFiles(
+        { m_files + u'/' + tooLong, m_files + u"/photo.vx"_qs, m_files + u'/' + tooLong.mid(1), m_files });
     QCOMPARE(encrypt.filesToEncrypt().size(), 1); // 252 bytes fit
-    QCOMPARE(dialogs.shown.at(2).message, u"You can only add files that aren't encrypted or uploaded\n\n"
-                                          u"Too long to add \".vx\" to (255 bytes at most): "_qs
-            + tooLong.left(36) + u'…' + tooLong.right(20) + u". Rename and add again.");
+    QCOMPARE(dialogs.shown.at(2).message,
+        u"You can only add files that aren't encrypted or uploaded\n\n"_qs + tooLong.left(36) + u'…'
+            + tooLong.right(20)
+            + u": name too long to add \".vx\" (255 bytes at most)\nphoto.vx: already encrypted\n"
+            + QDir(m_files).dirName() + u": a folder");
+    // A long list ends after 20 files with how many more there are.
+    QStringList many;
+    for (int i = 0; i < 25; ++i)
+        many.append(m_files + u"/many" + QString::number(i) + u".vx");
+    encrypt.addFiles(many);
+    const QStringList lines = dialogs.shown.at(3).message.split(u'\n');
+    QCOMPARE(lines.size(), 2 + 20 + 1);
+    QCOMPARE(lines.at(21), u"many19.vx: already encrypted"_qs);
+    QCOMPARE(lines.last(), u"and 5 more"_qs);
 }
 
 void TestFileScreens::chooseFilesStartsInTheRightFolder()

@@ -7,6 +7,8 @@
 #include "screens/AssociatedUserCellView.h"
 #include "screens/EncryptViewController.h"
 #include "screens/RecipientsPanel.h"
+#include "recipients/RecipientsController.h"
+#include "recipients/RecipientsModel.h"
 #include "storage/WorkingFolders.h"
 
 #include <QApplication>
@@ -70,6 +72,9 @@ private Q_SLOTS:
     void failuresSayWhatFailed_data();
     void failuresSayWhatFailed();
     void phoneChangeSignalsReload();
+    void searchStaysAppliedAcrossRebuilds();
+    void aFetchThePhoneNeverAnswersIsAbandoned_data();
+    void aFetchThePhoneNeverAnswersIsAbandoned();
     void aDialogOutlivingItsPhoneChangesNothing_data();
     void aDialogOutlivingItsPhoneChangesNothing();
     void dialogScreenshots();
@@ -384,6 +389,95 @@ void TestRecipientsPanel::phoneChangeSignalsReload()
     const int before = int(store()->users.size());
     Session::instance().markAssociatesUpdated(); // what the listener does on "/updateAssociates"
     QTRY_COMPARE_WITH_TIMEOUT(int(store()->users.size()), before + 1, 3000);
+    m_phone->request("DELETE", "/sim/contacts/mia.wong@example.com");
+}
+
+void TestRecipientsPanel::searchStaysAppliedAcrossRebuilds()
+{
+    auto shown = [this] {
+        QStringList names;
+        for (int row = 0; row < panel()->model()->rowCount(); ++row)
+            names.append(panel()->model()->index(row).data(RecipientsModel::NameRole).toString());
+        return names.join(u", ");
+    };
+    panel()->searchTextField->setFocus();
+    QTest::keyClicks(panel()->searchTextField, u"wong"_qs);
+    QCOMPARE(shown(), QString());
+    // The phone's contacts change while the user searches: one that matches, one that does not.
+    QCOMPARE(m_phone->post("/sim/contacts",
+                 { { u"firstName"_qs, u"Mia"_qs }, { u"lastName"_qs, u"Wong"_qs },
+                     { u"email"_qs, u"mia.wong@example.com"_qs }, { u"phone"_qs, u"1"_qs } }),
+        201);
+    QCOMPARE(m_phone->post("/sim/contacts",
+                 { { u"firstName"_qs, u"Zed"_qs }, { u"lastName"_qs, u"Other"_qs },
+                     { u"email"_qs, u"zed@example.com"_qs }, { u"phone"_qs, u"2"_qs } }),
+        201);
+    const int users = int(store()->users.size());
+    Session::instance().markAssociatesUpdated(); // what the listener does on "/updateAssociates"
+    QTRY_COMPARE_WITH_TIMEOUT(int(store()->users.size()), users + 2, 5000);
+    QTRY_COMPARE(shown(), u"MIA WONG"_qs);
+    // A group change rebuilds the list again: the new group shows only because it matches.
+    {
+        FakeDialogs dialogs;
+        dialogs.answers.enqueue(u"Wongs"_qs);
+        panel()->createGroupButtonClicked();
+        QTRY_VERIFY(groupId(u"Wongs"_qs) > 0);
+    }
+    QTRY_COMPARE(shown(), u"MIA WONG, WONGS"_qs);
+    // A change signal for groups, and one for users with nothing new.
+    const int fetches = m_phone->count(u"GET"_qs, u"/getUsers"_qs);
+    Session::instance().markGroupsUpdated();
+    Session::instance().markAssociatesUpdated();
+    QVERIFY(arrives(*m_phone, u"GET"_qs, u"/getUsers"_qs, fetches + 1));
+    QVERIFY(QTest::qWaitFor([this] { return !panel()->controller()->isBusy(); }, 5000));
+    QCOMPARE(shown(), u"MIA WONG, WONGS"_qs);
+    QCOMPARE(panel()->searchTextField->text(), u"wong"_qs);
+    // Clearing the search shows everyone again.
+    panel()->searchTextField->clear();
+    QCOMPARE(panel()->model()->rowCount(), store()->users.size() + store()->groups.size());
+
+    m_phone->request("DELETE", "/sim/contacts/mia.wong@example.com");
+    m_phone->request("DELETE", "/sim/contacts/zed@example.com");
+    httplib::Client(QStringLiteral("127.0.0.1").toStdString(), m_phone->port())
+        .Delete(QStringLiteral("/v2/groups/%1").arg(groupId(u"Wongs"_qs)).toStdString());
+}
+
+void TestRecipientsPanel::aFetchThePhoneNeverAnswersIsAbandoned_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::newRow("users") << u"/getUsers"_qs;
+    QTest::newRow("groups") << u"/v2/groups/"_qs + PairedPhone::owner;
+}
+
+void TestRecipientsPanel::aFetchThePhoneNeverAnswersIsAbandoned()
+{
+    QFETCH(QString, path);
+    const bool users = path == u"/getUsers";
+    panel()->controller()->setFetchTimeout(std::chrono::milliseconds(1000));
+    QVERIFY(m_phone->setFault({ { u"method"_qs, u"GET"_qs }, { u"path"_qs, path }, { u"noAnswer"_qs, true },
+        { u"times"_qs, 1 } }));
+    const int before = m_phone->count(u"GET"_qs, path);
+    auto signal = [users] {
+        if (users)
+            Session::instance().markAssociatesUpdated();
+        else
+            Session::instance().markGroupsUpdated();
+    };
+    signal();
+    QVERIFY(arrives(*m_phone, u"GET"_qs, path, before + 1)); // never answered
+    // The next change waits behind it until it is abandoned, then goes out and is answered.
+    QCOMPARE(m_phone->post("/sim/contacts",
+                 { { u"firstName"_qs, u"Mia"_qs }, { u"lastName"_qs, u"Wong"_qs },
+                     { u"email"_qs, u"mia.wong@example.com"_qs }, { u"phone"_qs, u"1"_qs } }),
+        201);
+    const int known = int(store()->users.size());
+    signal();
+    QVERIFY(arrives(*m_phone, u"GET"_qs, path, before + 2, 5000));
+    if (users)
+        QTRY_COMPARE_WITH_TIMEOUT(int(store()->users.size()), known + 1, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(!panel()->controller()->isBusy(), 5000);
+    QVERIFY(store()->groups.size() >= 2); // an abandoned groups fetch keeps the groups held
+    m_phone->clearFaults();
     m_phone->request("DELETE", "/sim/contacts/mia.wong@example.com");
 }
 
