@@ -3,6 +3,7 @@
 #include "app/Session.h"
 #include "pairing/PairingGate.h"
 #include "widgets/Colors.h"
+#include "widgets/RoundedPanel.h"
 
 #include <QCoreApplication>
 #include <QHBoxLayout>
@@ -60,6 +61,8 @@ AboutViewController::AboutViewController(QWidget* parent)
     disconnectButton->setText(qtTrId("aboutDisconnect"));
     disconnectButton->setAccessibleName(disconnectButton->text());
     disconnectButton->setAutoDefault(false);
+    disconnectButton->setStyleSheet(amberButtonStyle());
+    disconnectButton->setCursor(Qt::PointingHandCursor);
     connect(disconnectButton, &QPushButton::clicked, this, &AboutViewController::disconnectRequested);
     connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &AboutViewController::showPairedPhone);
     showPairedPhone();

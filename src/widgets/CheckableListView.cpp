@@ -36,7 +36,14 @@ public:
     int childCount() const override { return 0; }
     int indexOfChild(const QAccessibleInterface*) const override { return -1; }
     QAccessibleInterface* childAt(int, int) const override { return nullptr; }
-    QAccessible::Role role() const override { return QAccessible::ListItem; }
+    // A row with a mark is a check box: Qt 6.4's AT-SPI bridge drops the checked and checkable
+    // states of a list item, so a screen reader would never say whether the row is marked.
+    QAccessible::Role role() const override
+    {
+        const QModelIndex i = index();
+        return i.isValid() && i.flags().testFlag(Qt::ItemIsUserCheckable) ? QAccessible::CheckBox
+                                                                          : QAccessible::ListItem;
+    }
     void setText(QAccessible::Text, const QString&) override { }
 
     QString text(QAccessible::Text t) const override
@@ -231,12 +238,14 @@ void CheckableListView::setModel(QAbstractItemModel* model)
     QListView::setModel(model);
     if (!model)
         return;
+    rememberMarks();
     m_modelConnections << connect(model, &QAbstractItemModel::modelAboutToBeReset, this, [this] {
         m_savedRow = currentIndex().row();
         m_savedScroll = verticalScrollBar()->value();
     });
     m_modelConnections << connect(model, &QAbstractItemModel::modelReset, this, [this] {
         forgetAccessibleRows();
+        announceMarksByKey();
         const int rows = this->model()->rowCount(rootIndex());
         if (m_savedRow < 0 || rows == 0)
             return;
@@ -245,10 +254,16 @@ void CheckableListView::setModel(QAbstractItemModel* model)
         setCurrentIndex(this->model()->index(qMin(m_savedRow, rows - 1), 0, rootIndex()));
         verticalScrollBar()->setValue(m_savedScroll);
     });
+    // Rows that come, go or move are matched to what they were by their names.
     for (auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
-        m_modelConnections << connect(model, signal, this, &CheckableListView::forgetAccessibleRows);
-    m_modelConnections << connect(
-        model, &QAbstractItemModel::layoutChanged, this, &CheckableListView::forgetAccessibleRows);
+        m_modelConnections << connect(model, signal, this, [this] {
+            forgetAccessibleRows();
+            announceMarksByKey();
+        });
+    m_modelConnections << connect(model, &QAbstractItemModel::layoutChanged, this, [this] {
+        forgetAccessibleRows();
+        announceMarksByKey();
+    });
     m_modelConnections << connect(model, &QAbstractItemModel::dataChanged, this,
         [this](const QModelIndex& first, const QModelIndex& last, const QList<int>& roles) {
             announceRows(first.row(), last.row(), roles);
@@ -279,19 +294,94 @@ void CheckableListView::forgetAccessibleRows()
     m_rowIds.clear();
 }
 
-void CheckableListView::announceRows(int first, int last, const QList<int>& roles)
+Qt::CheckState CheckableListView::markOf(int row) const
+{
+    const QModelIndex i = model()->index(row, 0, rootIndex());
+    if (!i.flags().testFlag(Qt::ItemIsUserCheckable))
+        return Qt::PartiallyChecked; // no mark: never announced
+    return i.data(Qt::CheckStateRole).value<Qt::CheckState>();
+}
+
+QStringList CheckableListView::rowKeys() const
+{
+    // A row's name, with a count for names that repeat, stands for it across a rebuild.
+    QStringList keys;
+    QHash<QString, int> seen;
+    const int rows = model() ? model()->rowCount(rootIndex()) : 0;
+    for (int row = 0; row < rows; ++row) {
+        const QModelIndex i = model()->index(row, 0, rootIndex());
+        QString name = i.data(Qt::AccessibleTextRole).toString();
+        if (name.isEmpty())
+            name = i.data(Qt::DisplayRole).toString();
+        keys.append(name + u'\x1f' + QString::number(seen[name]++));
+    }
+    return keys;
+}
+
+void CheckableListView::rememberMarks()
+{
+    m_marks.clear();
+    m_markKeys = rowKeys();
+    for (int row = 0; row < m_markKeys.size(); ++row)
+        m_marks.append(markOf(row));
+}
+
+void CheckableListView::announceMarksByKey()
+{
+    QHash<QString, Qt::CheckState> before;
+    for (int row = 0; row < m_markKeys.size() && row < m_marks.size(); ++row)
+        before.insert(m_markKeys.at(row), m_marks.at(row));
+    rememberMarks();
+    QList<int> changed;
+    for (int row = 0; row < m_markKeys.size(); ++row) {
+        const auto was = before.constFind(m_markKeys.at(row));
+        if (was != before.cend() && *was != m_marks.at(row) && m_marks.at(row) != Qt::PartiallyChecked)
+            changed.append(row);
+    }
+    announceMarks(changed);
+}
+
+void CheckableListView::announceMarks(const QList<int>& rows)
 {
     if (!QAccessible::isActive())
         return;
+    QAccessible::State checked;
+    checked.checked = true;
+    for (int row : rows) {
+        if (QAccessibleInterface* iface = accessibleRow(row)) {
+            QAccessibleStateChangeEvent event(iface, checked);
+            QAccessible::updateAccessibility(&event);
+        }
+    }
+}
+
+void CheckableListView::announceRows(int first, int last, const QList<int>& roles)
+{
+    // A model may report a whole range as changed; only the rows whose mark really changed are
+    // told, however that happened (a click, Space, select all, a refresh).
     const bool marks = roles.isEmpty() || roles.contains(Qt::CheckStateRole);
+    QList<int> changed;
+    if (marks && m_marks.size() == model()->rowCount(rootIndex())) {
+        for (int row = qMax(0, first); row <= last && row < m_marks.size(); ++row) {
+            const Qt::CheckState now = markOf(row);
+            if (now != m_marks.at(row)) {
+                m_marks[row] = now;
+                if (now != Qt::PartiallyChecked)
+                    changed.append(row);
+            }
+        }
+    } else if (marks) {
+        announceMarksByKey();
+    }
+    announceMarks(changed);
+
     const bool folds = m_expandedRole >= 0 && (roles.isEmpty() || roles.contains(m_expandedRole));
-    if (!marks && !folds)
+    if (!folds || !QAccessible::isActive())
         return;
-    QAccessible::State changed;
-    changed.checked = marks;
-    changed.expanded = changed.collapsed = folds;
-    // Only rows assistive technology has asked for are announced: a refresh of thousands of
-    // rows must not make thousands of interfaces.
+    QAccessible::State expansion;
+    expansion.expanded = expansion.collapsed = true;
+    // Only rows assistive technology has asked for are told about folding: a refresh of
+    // thousands of rows must not make thousands of interfaces.
     // The ids are copied first: a listener may ask for more rows while it is told.
     QList<QAccessible::Id> ids;
     for (auto it = m_rowIds.cbegin(); it != m_rowIds.cend(); ++it) {
@@ -300,7 +390,7 @@ void CheckableListView::announceRows(int first, int last, const QList<int>& role
     }
     for (const QAccessible::Id id : std::as_const(ids)) {
         if (QAccessibleInterface* iface = QAccessible::accessibleInterface(id)) {
-            QAccessibleStateChangeEvent event(iface, changed);
+            QAccessibleStateChangeEvent event(iface, expansion);
             QAccessible::updateAccessibility(&event);
         }
     }
@@ -315,6 +405,6 @@ void CheckableListView::paintEvent(QPaintEvent* event)
     QFont hint = font();
     hint.setPointSizeF(hint.pointSizeF() + 1);
     p.setFont(hint);
-    p.setPen(QColor(150, 150, 150));
+    p.setPen(QColor(100, 100, 100)); // 4.5:1 on the white list
     p.drawText(viewport()->rect().adjusted(16, 0, -16, 0), Qt::AlignCenter | Qt::TextWordWrap, m_emptyText);
 }
