@@ -8,6 +8,7 @@
 #include "recipients/RecipientsController.h"
 #include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
+#include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/RoundedPanel.h"
 
@@ -249,9 +250,12 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     //% "Search recipients"
     searchTextField->setAccessibleName(qtTrId("searchRecipientsName"));
     searchTextField->setClearButtonEnabled(true);
+    // The field's own colours, set before its style sheet: polishing fixes the palette it has
+    // then, and the white field keeps dark text and a readable hint whatever the system's.
+    searchTextField->setPalette(Colors::lightPalette(searchTextField->palette()));
     searchTextField->setStyleSheet(QStringLiteral(
         "QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: 10px; padding: 7px 12px;"
-        " font-size: 15px; color: black; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
+        " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
 
     associatedUsersTable = new RecipientsTableView(new AssociatedUserCellView, this);
     associatedUsersTable->setModel(m_model);
@@ -368,6 +372,7 @@ QMenu* RecipientsPanel::buildGroupMenu(qint64 groupId)
     if (!group)
         return nullptr;
     auto* menu = new QMenu(this);
+    menu->setPalette(Colors::readable(menu->palette())); // Remove Member stays readable when off
     menu->setAccessibleName(AssociatedUserCellView::groupOptionsText());
     //: Group menu item that opens the dialog renaming the group
     //% "Rename Group…"

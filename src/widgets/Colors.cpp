@@ -25,30 +25,46 @@ QColor readableOn(const QColor& text, const QColor& background, double ratio)
     return c;
 }
 
-QPalette readableDisabled(QPalette palette)
+QPalette readable(QPalette palette)
 {
-    const std::pair<QPalette::ColorRole, QPalette::ColorRole> pairs[] = {
-        { QPalette::WindowText, QPalette::Window },
-        { QPalette::ButtonText, QPalette::Button },
-        { QPalette::Text, QPalette::Base },
-        { QPalette::PlaceholderText, QPalette::Base },
+    struct Faded
+    {
+        QPalette::ColorGroup group;
+        QPalette::ColorRole text;
+        QPalette::ColorRole background;
+        QPalette::ColorRole enabledText;
     };
-    for (const auto& [text, background] : pairs) {
-        const QColor paper = palette.color(QPalette::Disabled, background);
-        const QColor enabled = palette.color(QPalette::Active, text);
-        QColor faded = palette.color(QPalette::Disabled, text);
-        if (faded.alpha() < 255) // a translucent colour shows the background through it
-            faded = QColor::fromRgbF(faded.redF() * faded.alphaF() + paper.redF() * (1 - faded.alphaF()),
-                faded.greenF() * faded.alphaF() + paper.greenF() * (1 - faded.alphaF()),
-                faded.blueF() * faded.alphaF() + paper.blueF() * (1 - faded.alphaF()));
-        // Step towards the enabled colour; when even that falls short, keep the enabled one.
-        for (int step = 1; step <= 10 && contrastRatio(faded, paper) < 4.5; ++step) {
+    QList<Faded> faded;
+    for (const auto& [text, background] : { std::pair { QPalette::WindowText, QPalette::Window },
+             std::pair { QPalette::ButtonText, QPalette::Button }, std::pair { QPalette::Text, QPalette::Base } })
+        faded.append({ QPalette::Disabled, text, background, text });
+    for (auto group : { QPalette::Active, QPalette::Inactive, QPalette::Disabled })
+        faded.append({ group, QPalette::PlaceholderText, QPalette::Base, QPalette::Text });
+    for (const Faded& f : std::as_const(faded)) {
+        // Styles shade a button's face a little lighter or darker than its colour.
+        const QColor base = palette.color(f.group, f.background);
+        const QList<QColor> papers = f.background == QPalette::Button
+            ? QList<QColor> { base, base.lighter(135), base.darker(112) }
+            : QList<QColor> { base };
+        const auto worst = [&papers](const QColor& c) {
+            double ratio = 21;
+            for (const QColor& paper : papers)
+                ratio = std::min(ratio, contrastRatio(c, paper));
+            return ratio;
+        };
+        const QColor& paper = base;
+        const QColor enabled = palette.color(QPalette::Active, f.enabledText);
+        QColor c = palette.color(f.group, f.text);
+        const float a = c.alphaF(); // a translucent colour shows the background through it
+        c = QColor::fromRgbF(c.redF() * a + paper.redF() * (1 - a), c.greenF() * a + paper.greenF() * (1 - a),
+            c.blueF() * a + paper.blueF() * (1 - a));
+        // Step towards the enabled colour; when even that falls short, it is the enabled one.
+        for (int step = 1; step <= 10 && worst(c) < 4.5; ++step) {
             const float t = step / 10.0f;
-            faded = QColor::fromRgbF(faded.redF() + (enabled.redF() - faded.redF()) * t,
-                faded.greenF() + (enabled.greenF() - faded.greenF()) * t,
-                faded.blueF() + (enabled.blueF() - faded.blueF()) * t);
+            c = QColor::fromRgbF(c.redF() + (enabled.redF() - c.redF()) * t, c.greenF() + (enabled.greenF() - c.greenF()) * t,
+                c.blueF() + (enabled.blueF() - c.blueF()) * t);
         }
-        palette.setColor(QPalette::Disabled, text, faded);
+        palette.setColor(f.group, f.text, c);
     }
     return palette;
 }

@@ -24,9 +24,10 @@ double contrastRatio(const QColor& a, const QColor& b);
 // darker (on a light background) or lighter (on a dark one) until it does.
 QColor readableOn(const QColor& text, const QColor& background, double ratio = 4.5);
 
-// `palette` with every disabled text colour moved towards its enabled one until it reads at
-// 4.5:1 on its background: a switched-off control looks faded, yet its text stays readable.
-QPalette readableDisabled(QPalette palette);
+// `palette` with every disabled text colour, and every placeholder, moved towards the enabled
+// text colour until it reads at 4.5:1 on its background: a switched-off control and a hint in
+// an empty field look faded, yet stay readable.
+QPalette readable(QPalette palette);
 
 // `base` made light: the program's own surfaces (the grey panel, the white code box) stay light
 // whatever the system's colour scheme, so the controls on them, which follow the palette, keep

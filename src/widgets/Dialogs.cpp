@@ -78,7 +78,7 @@ public:
     {
         const ModalDialogs::Scope open;
         QMessageBox box(iconOf(style), title, message, QMessageBox::NoButton, topLevel(parent));
-        box.setPalette(Colors::readableDisabled(box.palette()));
+        box.setPalette(Colors::readable(box.palette()));
         box.setText(title);
         box.setInformativeText(message);
         box.setStyleSheet(QStringLiteral("QLabel#qt_msgbox_label, QLabel#qt_msgbox_informativelabel { min-width: 300px; }"));
@@ -101,7 +101,7 @@ public:
         // 300 points wide that has the focus.
         const ModalDialogs::Scope open;
         QDialog dialog(topLevel(parent));
-        dialog.setPalette(Colors::readableDisabled(dialog.palette()));
+        dialog.setPalette(Colors::readable(dialog.palette()));
         dialog.setWindowTitle(title);
         dialog.setAccessibleName(title);
         auto* layout = new QVBoxLayout(&dialog);
@@ -167,7 +167,7 @@ public:
     {
         const ModalDialogs::Scope open;
         QDialog dialog(topLevel(parent));
-        dialog.setPalette(Colors::readableDisabled(dialog.palette()));
+        dialog.setPalette(Colors::readable(dialog.palette()));
         dialog.setWindowTitle(title);
         dialog.setAccessibleName(title);
         auto* layout = new QVBoxLayout(&dialog);
@@ -250,7 +250,7 @@ public:
         // Read-only: the dialog offers no "Create New Folder", renaming or deleting.
         const ModalDialogs::Scope open;
         QFileDialog dialog(topLevel(parent), QString(), folder);
-        dialog.setPalette(Colors::readableDisabled(dialog.palette()));
+        dialog.setPalette(Colors::readable(dialog.palette()));
         dialog.setFileMode(QFileDialog::ExistingFiles);
         dialog.setOption(QFileDialog::ReadOnly);
         // ReadOnly only greys the new-folder button of Qt's own dialog out; it goes altogether.
