@@ -1,5 +1,7 @@
 #include "widgets/CheckableListView.h"
 
+#include "widgets/Accessibility.h"
+
 #include <QAccessibleWidget>
 #include <QPainter>
 #include <QPointer>
@@ -238,14 +240,14 @@ void CheckableListView::setModel(QAbstractItemModel* model)
     QListView::setModel(model);
     if (!model)
         return;
-    rememberMarks();
+    rememberStates();
     m_modelConnections << connect(model, &QAbstractItemModel::modelAboutToBeReset, this, [this] {
         m_savedRow = currentIndex().row();
         m_savedScroll = verticalScrollBar()->value();
     });
     m_modelConnections << connect(model, &QAbstractItemModel::modelReset, this, [this] {
         forgetAccessibleRows();
-        announceMarksByKey();
+        announceChangesByKey();
         const int rows = this->model()->rowCount(rootIndex());
         if (m_savedRow < 0 || rows == 0)
             return;
@@ -258,11 +260,11 @@ void CheckableListView::setModel(QAbstractItemModel* model)
     for (auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
         m_modelConnections << connect(model, signal, this, [this] {
             forgetAccessibleRows();
-            announceMarksByKey();
+            announceChangesByKey();
         });
     m_modelConnections << connect(model, &QAbstractItemModel::layoutChanged, this, [this] {
         forgetAccessibleRows();
-        announceMarksByKey();
+        announceChangesByKey();
     });
     m_modelConnections << connect(model, &QAbstractItemModel::dataChanged, this,
         [this](const QModelIndex& first, const QModelIndex& last, const QList<int>& roles) {
@@ -294,12 +296,18 @@ void CheckableListView::forgetAccessibleRows()
     m_rowIds.clear();
 }
 
-Qt::CheckState CheckableListView::markOf(int row) const
+CheckableListView::RowState CheckableListView::stateOf(int row) const
 {
     const QModelIndex i = model()->index(row, 0, rootIndex());
-    if (!i.flags().testFlag(Qt::ItemIsUserCheckable))
-        return Qt::PartiallyChecked; // no mark: never announced
-    return i.data(Qt::CheckStateRole).value<Qt::CheckState>();
+    RowState state;
+    if (i.flags().testFlag(Qt::ItemIsUserCheckable))
+        state.mark = i.data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked ? 1 : 0;
+    if (m_expandedRole >= 0) {
+        const QVariant expanded = i.data(m_expandedRole);
+        if (expanded.isValid())
+            state.fold = expanded.toBool() ? 1 : 0;
+    }
+    return state;
 }
 
 QStringList CheckableListView::rowKeys() const
@@ -318,82 +326,64 @@ QStringList CheckableListView::rowKeys() const
     return keys;
 }
 
-void CheckableListView::rememberMarks()
+void CheckableListView::rememberStates()
 {
-    m_marks.clear();
-    m_markKeys = rowKeys();
-    for (int row = 0; row < m_markKeys.size(); ++row)
-        m_marks.append(markOf(row));
+    m_states.clear();
+    m_stateKeys = rowKeys();
+    for (int row = 0; row < m_stateKeys.size(); ++row)
+        m_states.append(stateOf(row));
 }
 
-void CheckableListView::announceMarksByKey()
+void CheckableListView::announceChangesByKey()
 {
-    QHash<QString, Qt::CheckState> before;
-    for (int row = 0; row < m_markKeys.size() && row < m_marks.size(); ++row)
-        before.insert(m_markKeys.at(row), m_marks.at(row));
-    rememberMarks();
-    QList<int> changed;
-    for (int row = 0; row < m_markKeys.size(); ++row) {
-        const auto was = before.constFind(m_markKeys.at(row));
-        if (was != before.cend() && *was != m_marks.at(row) && m_marks.at(row) != Qt::PartiallyChecked)
-            changed.append(row);
+    QHash<QString, RowState> before;
+    for (int row = 0; row < m_stateKeys.size() && row < m_states.size(); ++row)
+        before.insert(m_stateKeys.at(row), m_states.at(row));
+    rememberStates();
+    QList<std::pair<int, RowState>> changed;
+    for (int row = 0; row < m_stateKeys.size(); ++row) {
+        const auto was = before.constFind(m_stateKeys.at(row));
+        if (was != before.cend())
+            changed.append({ row, *was });
     }
-    announceMarks(changed);
+    announce(changed);
 }
 
-void CheckableListView::announceMarks(const QList<int>& rows)
+void CheckableListView::announce(const QList<std::pair<int, RowState>>& rows)
 {
-    if (!QAccessible::isActive())
+    if (!Accessibility::listening())
         return;
-    QAccessible::State checked;
-    checked.checked = true;
-    for (int row : rows) {
+    for (const auto& [row, was] : rows) {
+        const RowState now = row < m_states.size() ? m_states.at(row) : RowState();
+        QAccessible::State changed;
+        changed.checked = now.mark >= 0 && was.mark >= 0 && now.mark != was.mark;
+        changed.expanded = changed.collapsed = now.fold >= 0 && was.fold >= 0 && now.fold != was.fold;
+        if (!changed.checked && !changed.expanded)
+            continue;
         if (QAccessibleInterface* iface = accessibleRow(row)) {
-            QAccessibleStateChangeEvent event(iface, checked);
-            QAccessible::updateAccessibility(&event);
+            QAccessibleStateChangeEvent event(iface, changed);
+            Accessibility::send(&event);
         }
     }
 }
 
 void CheckableListView::announceRows(int first, int last, const QList<int>& roles)
 {
-    // A model may report a whole range as changed; only the rows whose mark really changed are
-    // told, however that happened (a click, Space, select all, a refresh).
+    // A model may report a whole range as changed; only the rows whose mark or folding really
+    // changed are told, however that happened (a click, Space, select all, a refresh).
     const bool marks = roles.isEmpty() || roles.contains(Qt::CheckStateRole);
-    QList<int> changed;
-    if (marks && m_marks.size() == model()->rowCount(rootIndex())) {
-        for (int row = qMax(0, first); row <= last && row < m_marks.size(); ++row) {
-            const Qt::CheckState now = markOf(row);
-            if (now != m_marks.at(row)) {
-                m_marks[row] = now;
-                if (now != Qt::PartiallyChecked)
-                    changed.append(row);
-            }
-        }
-    } else if (marks) {
-        announceMarksByKey();
-    }
-    announceMarks(changed);
-
     const bool folds = m_expandedRole >= 0 && (roles.isEmpty() || roles.contains(m_expandedRole));
-    if (!folds || !QAccessible::isActive())
+    if (!marks && !folds)
         return;
-    QAccessible::State expansion;
-    expansion.expanded = expansion.collapsed = true;
-    // Only rows assistive technology has asked for are told about folding: a refresh of
-    // thousands of rows must not make thousands of interfaces.
-    // The ids are copied first: a listener may ask for more rows while it is told.
-    QList<QAccessible::Id> ids;
-    for (auto it = m_rowIds.cbegin(); it != m_rowIds.cend(); ++it) {
-        if (it.key() >= first && it.key() <= last)
-            ids.append(it.value());
+    if (m_states.size() != model()->rowCount(rootIndex()))
+        return announceChangesByKey();
+    QList<std::pair<int, RowState>> changed;
+    for (int row = qMax(0, first); row <= last && row < m_states.size(); ++row) {
+        const RowState was = m_states.at(row);
+        m_states[row] = stateOf(row);
+        changed.append({ row, was });
     }
-    for (const QAccessible::Id id : std::as_const(ids)) {
-        if (QAccessibleInterface* iface = QAccessible::accessibleInterface(id)) {
-            QAccessibleStateChangeEvent event(iface, expansion);
-            QAccessible::updateAccessibility(&event);
-        }
-    }
+    announce(changed);
 }
 
 void CheckableListView::paintEvent(QPaintEvent* event)

@@ -1,5 +1,7 @@
 #include "widgets/TabList.h"
 
+#include "widgets/Accessibility.h"
+
 #include <QAbstractButton>
 #include <QAccessible>
 #include <QAccessibleWidget>
@@ -55,6 +57,7 @@ TabList::TabList(QWidget* parent)
     Q_UNUSED(installed);
     m_layout->setContentsMargins(0, 0, 0, 0);
     m_layout->setSpacing(10);
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
 }
 
 void TabList::addTab(QWidget* holder, QAbstractButton* tab)
@@ -80,11 +83,11 @@ void TabList::setSelected(QAbstractButton* tab, bool selected)
     if (isSelected(tab) == selected && tab->property(selectedProperty).isValid())
         return;
     tab->setProperty(selectedProperty, selected);
-    if (QAccessible::isActive()) {
+    if (Accessibility::listening()) {
         QAccessible::State changed;
         changed.selected = true;
         QAccessibleStateChangeEvent event(tab, changed);
-        QAccessible::updateAccessibility(&event);
+        Accessibility::send(&event);
     }
 }
 
