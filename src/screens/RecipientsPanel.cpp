@@ -8,10 +8,12 @@
 #include "recipients/RecipientsController.h"
 #include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
+#include "widgets/Accessibility.h"
 #include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/RoundedPanel.h"
 
+#include <QAccessible>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -250,6 +252,7 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     //% "Search recipients"
     searchTextField->setAccessibleName(qtTrId("searchRecipientsName"));
     searchTextField->setClearButtonEnabled(true);
+    searchTextField->installEventFilter(this);
     // The field's own colours, set before its style sheet: polishing fixes the palette it has
     // then, and the white field keeps dark text and a readable hint whatever the system's.
     searchTextField->setPalette(Colors::lightPalette(searchTextField->palette()));
@@ -298,6 +301,18 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     setTabOrder(createGroupButton, selectDeselectAllUsersButton);
     setTabOrder(selectDeselectAllUsersButton, searchTextField);
     setTabOrder(searchTextField, associatedUsersTable);
+}
+
+bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)
+{
+    // Focus by Tab selects the field's text before Qt tells that the field has the focus; a
+    // screen reader (Orca) then takes the field for focused already and says nothing. So the
+    // focus is told first, and the field is announced with its name and role.
+    if (watched == searchTextField && event->type() == QEvent::FocusIn && Accessibility::listening()) {
+        QAccessibleEvent focus(searchTextField, QAccessible::Focus);
+        Accessibility::send(&focus);
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 bool RecipientsPanel::servesCurrentPhone() const

@@ -74,6 +74,9 @@ public:
     QPushButton* createGroupButton = nullptr;
     RecipientsTableView* associatedUsersTable = nullptr;
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     bool servesCurrentPhone() const;
     static bool isGone(const QPointer<RecipientsPanel>& self);

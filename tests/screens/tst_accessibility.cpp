@@ -563,19 +563,20 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
 
 void TestAccessibility::searchFieldIsToldOnFocus()
 {
+    // Tab selects the field's text, which reaches a screen reader as text events; the focus
+    // must come before them, or Orca takes the field for focused already and stays silent.
     showEncryptScreen(0);
     QApplication::setActiveWindow(m_screen.get());
     QLineEdit* search = m_screen->recipients->searchTextField;
     m_screen->recipients->selectDeselectAllUsersButton->setFocus();
     told.clear();
     QVERIFY(tabTo(search));
-    if (!QAccessible::isActive())
-        QSKIP("Qt sends its focus events only to an active platform bridge");
-    const auto focus = std::find_if(told.begin(), told.end(), [](const Told& t) { return t.type == QAccessible::Focus; });
-    QVERIFY(focus != told.end());
-    QCOMPARE(focus->role, QAccessible::EditableText);
-    QCOMPARE(focus->name, u"Search recipients"_qs);
-    QVERIFY(focus->state.focused);
+    QVERIFY(!told.isEmpty());
+    const Told& first = told.first();
+    QCOMPARE(first.type, QAccessible::Focus);
+    QCOMPARE(first.role, QAccessible::EditableText);
+    QCOMPARE(first.name, u"Search recipients"_qs);
+    QVERIFY(first.state.focused);
 }
 
 void TestAccessibility::overlayTellsItsProgressAndCancelsOnEscape()
