@@ -14,8 +14,6 @@ inline const QColor darkOrange { 254, 173, 2 };    // unselected tabs
 inline const QColor ink { 45, 45, 45 };            // text on amber, orange, white and grey
 inline const QColor mutedInk { 100, 100, 100 };    // secondary text on white and grey
 inline const QColor amberInk { 150, 90, 0 };       // amber as text: selected tab, file types
-inline const QColor paleAmber { 255, 226, 150 };   // a switched-off amber button
-inline const QColor paleAmberInk { 100, 82, 40 };  // its text
 
 // WCAG's contrast ratio of two opaque colours, from 1 to 21.
 double contrastRatio(const QColor& a, const QColor& b);

@@ -18,7 +18,6 @@
 #include <QScrollArea>
 #include <QTreeView>
 #include <QUrl>
-#include <QAccessible>
 #include <QVBoxLayout>
 
 namespace {
