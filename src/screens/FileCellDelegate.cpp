@@ -97,7 +97,8 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
         right -= width + 8;
     };
     if (m_outlets.fileModified)
-        column(modifiedWidth, index.data(FileListModel::ModifiedRole).toString(), Colors::mutedInk, Qt::AlignRight);
+        column(modifiedWidth, index.data(FileListModel::ModifiedRole).toString(), Colors::mutedInk,
+            Qt::AlignRight);
     column(typeWidth, index.data(FileListModel::TypeRole).toString(), Colors::amberInk, Qt::AlignHCenter);
     column(sizeWidth, index.data(FileListModel::SizeRole).toString(), Colors::mutedInk, Qt::AlignRight);
 

@@ -20,8 +20,8 @@ QColor readableOn(const QColor& text, const QColor& background, double ratio)
     const QColor goal = lightBackground ? QColor(Qt::black) : QColor(Qt::white);
     QColor c = text;
     for (int step = 0; step < 40 && contrastRatio(c, background) < ratio; ++step)
-        c = QColor::fromRgbF(c.redF() + (goal.redF() - c.redF()) * 0.1f, c.greenF() + (goal.greenF() - c.greenF()) * 0.1f,
-            c.blueF() + (goal.blueF() - c.blueF()) * 0.1f);
+        c = QColor::fromRgbF(c.redF() + (goal.redF() - c.redF()) * 0.1f,
+            c.greenF() + (goal.greenF() - c.greenF()) * 0.1f, c.blueF() + (goal.blueF() - c.blueF()) * 0.1f);
     return c;
 }
 
@@ -36,7 +36,8 @@ QPalette readable(QPalette palette)
     };
     QList<Faded> faded;
     for (const auto& [text, background] : { std::pair { QPalette::WindowText, QPalette::Window },
-             std::pair { QPalette::ButtonText, QPalette::Button }, std::pair { QPalette::Text, QPalette::Base } })
+             std::pair { QPalette::ButtonText, QPalette::Button },
+             std::pair { QPalette::Text, QPalette::Base } })
         faded.append({ QPalette::Disabled, text, background, text });
     for (auto group : { QPalette::Active, QPalette::Inactive, QPalette::Disabled })
         faded.append({ group, QPalette::PlaceholderText, QPalette::Base, QPalette::Text });
@@ -61,7 +62,8 @@ QPalette readable(QPalette palette)
         // Step towards the enabled colour; when even that falls short, it is the enabled one.
         for (int step = 1; step <= 10 && worst(c) < 4.5; ++step) {
             const float t = step / 10.0f;
-            c = QColor::fromRgbF(c.redF() + (enabled.redF() - c.redF()) * t, c.greenF() + (enabled.greenF() - c.greenF()) * t,
+            c = QColor::fromRgbF(c.redF() + (enabled.redF() - c.redF()) * t,
+                c.greenF() + (enabled.greenF() - c.greenF()) * t,
                 c.blueF() + (enabled.blueF() - c.blueF()) * t);
         }
         palette.setColor(f.group, f.text, c);

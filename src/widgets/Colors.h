@@ -11,9 +11,9 @@ inline const QColor darkOrange { 254, 173, 2 };    // unselected tabs
 
 // Text colours that stay readable (4.5:1 and more) on the surfaces above. White on the amber
 // reaches only about 1.6:1, so text on amber is dark, and amber used as text is a deep one.
-inline const QColor ink { 45, 45, 45 };            // text on amber, orange, white and grey
-inline const QColor mutedInk { 100, 100, 100 };    // secondary text on white and grey
-inline const QColor amberInk { 150, 90, 0 };       // amber as text: selected tab, file types
+inline const QColor ink { 45, 45, 45 }; // text on amber, orange, white and grey
+inline const QColor mutedInk { 100, 100, 100 }; // secondary text on white and grey
+inline const QColor amberInk { 150, 90, 0 }; // amber as text: selected tab, file types
 
 // WCAG's contrast ratio of two opaque colours, from 1 to 21.
 double contrastRatio(const QColor& a, const QColor& b);

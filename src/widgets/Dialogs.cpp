@@ -93,8 +93,8 @@ public:
     }
 
     std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message,
-                                   const QString& initialText, const QString& placeholder, const QString& okButton,
-                                   const QString& cancelButton, const TextCheck& check) override
+        const QString& initialText, const QString& placeholder, const QString& okButton,
+        const QString& cancelButton, const TextCheck& check) override
     {
         // Laid out as an alert: the title as a heading, the question in the body, then a field
         // 300 points wide that has the focus.

@@ -92,9 +92,9 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
     m_progress->setTextVisible(false);
     m_progress->setFixedHeight(8);
     m_progress->setRange(0, 0);
-    m_progress->setStyleSheet(QStringLiteral(
-        "QProgressBar { background: rgba(255,255,255,110); border: none; border-radius: 4px; }"
-        "QProgressBar::chunk { background: rgb(45,45,45); border-radius: 4px; }"));
+    m_progress->setStyleSheet(
+        QStringLiteral("QProgressBar { background: rgba(255,255,255,110); border: none; border-radius: 4px; }"
+                       "QProgressBar::chunk { background: rgb(45,45,45); border-radius: 4px; }"));
     //: Button that stops a running encryption or decryption
     //% "Cancel"
     m_cancel->setText(qtTrId("cancelOperation"));
@@ -103,12 +103,12 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
     // A pill in the panel's style: white on amber with dark text, its ends fully round.
     m_cancel->setFixedHeight(34);
     m_cancel->setMinimumWidth(120);
-    m_cancel->setStyleSheet(QStringLiteral(
-        "QPushButton { color: rgb(45,45,45); background: white; border: 2px solid transparent;"
-        " border-radius: 17px; padding: 0 26px; font-weight: bold; letter-spacing: 1px; }"
-        "QPushButton:focus { border-color: rgb(150,100,0); }"
-        "QPushButton:hover { background: rgb(255,250,235); }"
-        "QPushButton:pressed { background: rgb(247,247,247); }"));
+    m_cancel->setStyleSheet(
+        QStringLiteral("QPushButton { color: rgb(45,45,45); background: white; border: 2px solid transparent;"
+                       " border-radius: 17px; padding: 0 26px; font-weight: bold; letter-spacing: 1px; }"
+                       "QPushButton:focus { border-color: rgb(150,100,0); }"
+                       "QPushButton:hover { background: rgb(255,250,235); }"
+                       "QPushButton:pressed { background: rgb(247,247,247); }"));
     connect(m_cancel, &QPushButton::clicked, this, &ProgressOverlay::cancelRequested);
     auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     escape->setContext(Qt::WindowShortcut);

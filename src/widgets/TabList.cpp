@@ -29,7 +29,8 @@ public:
     QAccessibleInterface* child(int index) const override
     {
         const QList<QAbstractButton*> tabs = list()->tabs();
-        return index >= 0 && index < tabs.size() ? QAccessible::queryAccessibleInterface(tabs.at(index)) : nullptr;
+        return index >= 0 && index < tabs.size() ? QAccessible::queryAccessibleInterface(tabs.at(index))
+                                                 : nullptr;
     }
     int indexOfChild(const QAccessibleInterface* child) const override
     {

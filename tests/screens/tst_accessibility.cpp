@@ -59,7 +59,8 @@ void recordEvent(QAccessibleEvent* event)
     events.append({ event->type(), changed });
     if (event->type() == QAccessible::StateChanged || event->type() == QAccessible::Focus) {
         if (QAccessibleInterface* iface = event->accessibleInterface())
-            told.append({ event->type(), iface->text(QAccessible::Name), iface->role(), iface->state(), changed });
+            told.append(
+                { event->type(), iface->text(QAccessible::Name), iface->role(), iface->state(), changed });
     }
 }
 
@@ -456,8 +457,8 @@ void TestAccessibility::tabsAreATabList()
     QCOMPARE(main.currentScreen(), main.vc2);
     QCOMPARE(selected(), u"decrypt"_qs);
     QVERIFY(std::any_of(told.begin(), told.end(), [](const Told& t) {
-            return t.type == QAccessible::StateChanged && t.role == QAccessible::PageTab && t.state.selected;
-        }));
+        return t.type == QAccessible::StateChanged && t.role == QAccessible::PageTab && t.state.selected;
+    }));
     QCOMPARE(QAccessible::queryAccessibleInterface(main.encryptButtonTest), encrypt);
 
     // The arrow keys go round the tabs and select the one they reach; About selects none.
@@ -527,8 +528,9 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
     } else if (route == u"click") {
         const QModelIndex row = model->index(files ? 2 : first + 1, 0);
         const QRect rect = view->visualRect(row);
-        const QPoint box = files ? QPoint(rect.left() + 20, rect.center().y())
-                                 : m_screen->recipients->associatedUsersTable->cell()->checkBoxRect(rect).center();
+        const QPoint box = files
+            ? QPoint(rect.left() + 20, rect.center().y())
+            : m_screen->recipients->associatedUsersTable->cell()->checkBoxRect(rect).center();
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, box);
     } else if (route == u"select all") {
         if (files)

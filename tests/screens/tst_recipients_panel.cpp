@@ -17,8 +17,8 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QScreen>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
@@ -225,7 +225,8 @@ void TestRecipientsPanel::aRefusedNameKeepsWhatWasTyped()
         createWasOn << create->isEnabled();
         QVERIFY(refusal->isVisible());
         QCOMPARE(refusal->text(), u"Use only the letters A-Z and digits, starting with a letter."_qs);
-        QCOMPARE(QAccessible::queryAccessibleInterface(edit)->text(QAccessible::Description), refusal->text());
+        QCOMPARE(
+            QAccessible::queryAccessibleInterface(edit)->text(QAccessible::Description), refusal->text());
         QTest::keyClick(edit, Qt::Key_Return);
         QVERIFY(dialog->isVisible());
         QCOMPARE(edit->text(), u"Steuerbüro"_qs);

@@ -30,10 +30,10 @@
 #include <QCheckBox>
 #include <QFileDialog>
 #include <QGraphicsEffect>
-#include <QPaintEngine>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QPaintEngine>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QTemporaryDir>
@@ -219,7 +219,8 @@ ContrastReport measureContrast(QWidget* root, const QImage& picture)
         const QColor paper = QColor::fromRgb(paperRgb);
         const qreal a = drawn.color.alphaF();
         const QColor ink = QColor::fromRgbF(drawn.color.redF() * a + paper.redF() * (1 - a),
-            drawn.color.greenF() * a + paper.greenF() * (1 - a), drawn.color.blueF() * a + paper.blueF() * (1 - a));
+            drawn.color.greenF() * a + paper.greenF() * (1 - a),
+            drawn.color.blueF() * a + paper.blueF() * (1 - a));
         const double ratio = contrast(ink, paper);
         const qreal points
             = drawn.font.pointSizeF() > 0 ? drawn.font.pointSizeF() : drawn.font.pixelSize() * 72.0 / 96.0;
@@ -230,8 +231,8 @@ ContrastReport measureContrast(QWidget* root, const QImage& picture)
             report.lowestText = drawn.text;
         }
         if (ratio < (large ? 3.0 : 4.5))
-            report.failures.append(u"\"%1\" %2 on %3: %4"_qs.arg(drawn.text, ink.name(), paper.name())
-                                       .arg(ratio, 0, 'f', 2));
+            report.failures.append(
+                u"\"%1\" %2 on %3: %4"_qs.arg(drawn.text, ink.name(), paper.name()).arg(ratio, 0, 'f', 2));
     }
     return report;
 }
@@ -339,7 +340,8 @@ void TestScreenshots::save(QWidget* widget, const QString& name, bool settle, QW
     qInfo("lowest contrast %s%s: %.2f (\"%s\") of %d texts", qPrintable(name), qPrintable(m_suffix),
         contrast.lowest, qPrintable(contrast.lowestText), contrast.measured);
     QVERIFY(contrast.measured > 0); // seeing no text would prove nothing
-    QVERIFY2(contrast.failures.isEmpty(), qPrintable(name + m_suffix + u": " + contrast.failures.join(u"; ")));
+    QVERIFY2(
+        contrast.failures.isEmpty(), qPrintable(name + m_suffix + u": " + contrast.failures.join(u"; ")));
 }
 
 void TestScreenshots::checkNextDialog(const QString& name, QStringList& seen)

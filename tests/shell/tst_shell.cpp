@@ -140,8 +140,10 @@ void TestShell::navigationLooks_data()
     QTest::addColumn<QString>("icon");
     QTest::addColumn<bool>("backingDarkOrange");
     // The titles keep their hues, made dark enough to read on the fills.
-    const Look selected { Colors::grayColor, Colors::readableOn(Colors::primaryColor, Colors::grayColor), false };
-    const Look unselected { Colors::darkOrange, Colors::readableOn(Colors::grayColor, Colors::darkOrange), true };
+    const Look selected { Colors::grayColor, Colors::readableOn(Colors::primaryColor, Colors::grayColor),
+        false };
+    const Look unselected { Colors::darkOrange, Colors::readableOn(Colors::grayColor, Colors::darkOrange),
+        true };
     QTest::newRow("fresh") << QStringList {} << 0 << selected << unselected << "info" << false;
     QTest::newRow("decrypt") << QStringList { u"decrypt"_qs } << 1 << unselected << selected << "info"
                              << true;
