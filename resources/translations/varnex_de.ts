@@ -237,11 +237,6 @@ Select deselect all users button</extracomment>
         <extracomment>Name and tool tip of the About navigation button</extracomment>
         <translation>Info</translation>
     </message>
-    <message id="tabShown">
-        <source>Shown</source>
-        <extracomment>Accessible description of the navigation tab whose screen is shown</extracomment>
-        <translation>Angezeigt</translation>
-    </message>
     <message id="transferSpeed">
         <source>%1/s</source>
         <extracomment>Transfer speed, %1 is an amount such as 12.3 MB</extracomment>
@@ -410,11 +405,6 @@ Select deselect all users button</extracomment>
         <source>Not connected. Please scan QR code with iOS app first.</source>
         <translation>Nicht verbunden. Bitte scannen Sie zuerst den QR-Code mit der iOS-App.</translation>
     </message>
-    <message id="groupMenuEdit">
-        <source>Edit Group</source>
-        <extracomment>Group menu item</extracomment>
-        <translation>Gruppe bearbeiten</translation>
-    </message>
     <message id="groupMenuAddMember">
         <source>Add Member</source>
         <extracomment>Group menu item</extracomment>
@@ -429,11 +419,6 @@ Select deselect all users button</extracomment>
         <source>Delete Group</source>
         <extracomment>Group menu item</extracomment>
         <translation>Gruppe löschen</translation>
-    </message>
-    <message id="groupEditTitle">
-        <source>Edit Group</source>
-        <extracomment>Title of the dialog that renames a group</extracomment>
-        <translation>Gruppe bearbeiten</translation>
     </message>
     <message id="groupEditPrompt">
         <source>Enter new group name:</source>
@@ -705,6 +690,26 @@ Select deselect all users button</extracomment>
             <numerusform></numerusform>
             <numerusform></numerusform>
         </translation>
+    </message>
+    <message id="groupNameCharacters">
+        <source>Use only the letters A-Z and digits, starting with a letter.</source>
+        <extracomment>Under the group name field while the name has other characters</extracomment>
+        <translation>Nur die Buchstaben A-Z und Ziffern verwenden, beginnend mit einem Buchstaben.</translation>
+    </message>
+    <message id="groupNameLength">
+        <source>Use 2 to 250 characters.</source>
+        <extracomment>Under the group name field while the name is too short or too long</extracomment>
+        <translation>2 bis 250 Zeichen verwenden.</translation>
+    </message>
+    <message id="groupMenuRename">
+        <source>Rename Group…</source>
+        <extracomment>Group menu item that opens the dialog renaming the group</extracomment>
+        <translation>Gruppe umbenennen…</translation>
+    </message>
+    <message id="groupRenameTitle">
+        <source>Rename Group</source>
+        <extracomment>Title of the dialog that renames a group</extracomment>
+        <translation>Gruppe umbenennen</translation>
     </message>
 </context>
 </TS>

@@ -5,6 +5,7 @@
 #include "pairing/PairingGate.h"
 #include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
+#include "widgets/RoundedPanel.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -63,6 +64,8 @@ AboutViewController::AboutViewController(QWidget* parent)
     forgetButton->setText(qtTrId("aboutForgetPhone"));
     forgetButton->setAccessibleName(forgetButton->text());
     forgetButton->setAutoDefault(false);
+    forgetButton->setStyleSheet(amberButtonStyle());
+    forgetButton->setCursor(Qt::PointingHandCursor);
     connect(forgetButton, &QPushButton::clicked, this, &AboutViewController::confirmForget);
     connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &AboutViewController::showPairedPhone);
     showPairedPhone();

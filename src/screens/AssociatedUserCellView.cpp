@@ -2,6 +2,7 @@
 
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
+#include "widgets/Colors.h"
 #include "widgets/MarkBox.h"
 
 #include <cmath>
@@ -17,7 +18,7 @@ namespace {
 const QColor amber(255, 192, 0);
 const QColor orange(254, 173, 2);
 const QColor ink(45, 45, 45);
-const QColor muted(125, 125, 125);
+const QColor muted = Colors::mutedInk; // 4.5:1 also on the grey member cards
 const QColor idle(190, 190, 190);
 
 using Kind = AssociatedUserRowType::Kind;

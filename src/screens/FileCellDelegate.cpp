@@ -1,6 +1,7 @@
 #include "screens/FileCellDelegate.h"
 
 #include "files/FileListModel.h"
+#include "widgets/Colors.h"
 #include "widgets/MarkBox.h"
 
 #include <QApplication>
@@ -96,14 +97,15 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
         right -= width + 8;
     };
     if (m_outlets.fileModified)
-        column(modifiedWidth, index.data(FileListModel::ModifiedRole).toString(), QColor(120, 120, 120), Qt::AlignRight);
-    column(typeWidth, index.data(FileListModel::TypeRole).toString(), QColor(254, 173, 2), Qt::AlignHCenter);
-    column(sizeWidth, index.data(FileListModel::SizeRole).toString(), QColor(120, 120, 120), Qt::AlignRight);
+        column(modifiedWidth, index.data(FileListModel::ModifiedRole).toString(), Colors::mutedInk,
+            Qt::AlignRight);
+    column(typeWidth, index.data(FileListModel::TypeRole).toString(), Colors::amberInk, Qt::AlignHCenter);
+    column(sizeWidth, index.data(FileListModel::SizeRole).toString(), Colors::mutedInk, Qt::AlignRight);
 
     QFont nameFont = option.font;
     nameFont.setWeight(QFont::Medium);
     p->setFont(nameFont);
-    p->setPen(QColor(45, 45, 45));
+    p->setPen(Colors::ink);
     const QRect name(left, row.top(), qMax(0, right - left), row.height() - 2);
     p->drawText(name, Qt::AlignLeft | Qt::AlignVCenter,
                 QFontMetrics(nameFont).elidedText(index.data(FileListModel::NameRole).toString(), Qt::ElideMiddle,

@@ -55,14 +55,14 @@ QString noLocalAddress()
     return qtTrId("noLocalAddress");
 }
 
-QLabel* whiteLabel(QWidget* parent, int pointSize, bool bold)
+QLabel* inkLabel(QWidget* parent, int pointSize, bool bold)
 {
     auto* label = new QLabel(parent);
     QFont font = label->font();
     font.setPointSize(pointSize);
     font.setBold(bold);
     label->setFont(font);
-    label->setStyleSheet(QStringLiteral("color: white;"));
+    label->setStyleSheet(QStringLiteral("color: rgb(45,45,45);")); // white on the amber would not read
     label->setWordWrap(true);
     return label;
 }
@@ -83,10 +83,10 @@ QRCodeViewController::QRCodeViewController(QWidget* parent)
 
 void QRCodeViewController::viewDidLoad()
 {
-    toUseVarnex = whiteLabel(this, 22, true);
-    openVarnex = whiteLabel(this, 15, false);
-    tapMenu = whiteLabel(this, 15, false);
-    pointPhone = whiteLabel(this, 15, false);
+    toUseVarnex = inkLabel(this, 22, true);
+    openVarnex = inkLabel(this, 15, false);
+    tapMenu = inkLabel(this, 15, false);
+    pointPhone = inkLabel(this, 15, false);
     //: QRCode window instructions title
     //% "TO USE VARNEX ON YOUR COMPUTER:"
     toUseVarnex->setText(qtTrId("usage"));
@@ -190,7 +190,7 @@ void QRCodeViewController::viewDidLoad()
     QFont versionFont = versionLabel->font();
     versionFont.setPointSize(11);
     versionLabel->setFont(versionFont);
-    versionLabel->setStyleSheet(QStringLiteral("color: rgba(255,255,255,204);"));
+    versionLabel->setStyleSheet(QStringLiteral("color: rgb(70,55,20);"));
     versionLabel->setAlignment(Qt::AlignCenter);
     //: Version text
     //% "Version"

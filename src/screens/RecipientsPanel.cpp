@@ -8,9 +8,12 @@
 #include "recipients/RecipientsController.h"
 #include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
+#include "widgets/Accessibility.h"
+#include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/RoundedPanel.h"
 
+#include <QAccessible>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -20,6 +23,7 @@
 #include <QMouseEvent>
 #include <QPointer>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -63,6 +67,27 @@ QString membersNotChanged(bool add, const APIError& error)
     //% "Failed to remove users: %1"
     const QString removed = qtTrId("groupRemoveFailed");
     return (add ? added : removed).arg(error.description());
+}
+
+// What is wrong with a group name while it is typed: nothing when it passes the rule (a
+// letter, then letters and digits, 2 to 250 in all, after trimming), an empty reason for an
+// empty field, and otherwise the rule in the words of what was typed wrong. Only the letters
+// A-Z count as letters, so "Steuerbüro" is refused saying so.
+std::optional<QString> groupNameProblem(const QString& typed)
+{
+    const QString name = typed.trimmed();
+    if (name.isEmpty())
+        return QString();
+    static const QRegularExpression characters(QStringLiteral("^[a-zA-Z][a-zA-Z0-9]*$"));
+    if (!characters.match(name).hasMatch())
+        //: Under the group name field while the name has other characters
+        //% "Use only the letters A-Z and digits, starting with a letter."
+        return qtTrId("groupNameCharacters");
+    if (name.size() < 2 || name.size() > 250)
+        //: Under the group name field while the name is too short or too long
+        //% "Use 2 to 250 characters."
+        return qtTrId("groupNameLength");
+    return std::nullopt;
 }
 
 QString noUsersAvailable()
@@ -112,11 +137,9 @@ void RecipientsTableView::mousePressEvent(QMouseEvent* event)
     case AssociatedUserCellView::Part::Disclosure:
         Q_EMIT disclosureClicked(group);
         break;
-    case AssociatedUserCellView::Part::Menu: {
-        const QRect menu = m_cell->menuRect(rect);
-        Q_EMIT menuClicked(group, viewport()->mapToGlobal(QPoint(menu.left(), menu.bottom() + 4)));
+    case AssociatedUserCellView::Part::Menu:
+        Q_EMIT menuClicked(group, menuPosition(index));
         break;
-    }
     case AssociatedUserCellView::Part::Row:
         Q_EMIT rowClicked(index.row());
         break;
@@ -131,11 +154,34 @@ bool RecipientsTableView::hasRowMenu(const QModelIndex& index) const
     return Kind(index.data(RecipientsModel::KindRole).toInt()) == Kind::groupHeader;
 }
 
+QPoint RecipientsTableView::menuPosition(const QModelIndex& index) const
+{
+    // Below the row's options button, which sits at its right edge.
+    const QRect button = m_cell->menuRect(visualRect(index));
+    return viewport()->mapToGlobal(QPoint(button.left(), button.bottom() + 4));
+}
+
 void RecipientsTableView::showRowMenu(const QModelIndex& index)
 {
-    if (hasRowMenu(index))
-        Q_EMIT menuClicked(index.data(RecipientsModel::GroupIdRole).toLongLong(),
-                           viewport()->mapToGlobal(visualRect(index).bottomLeft()));
+    if (hasRowMenu(index)) {
+        scrollTo(index);
+        Q_EMIT menuClicked(index.data(RecipientsModel::GroupIdRole).toLongLong(), menuPosition(index));
+    }
+}
+
+bool RecipientsTableView::revealGroup(const QString& name)
+{
+    for (int row = 0; row < model()->rowCount(); ++row) {
+        const QModelIndex index = model()->index(row, 0);
+        if (Kind(index.data(RecipientsModel::KindRole).toInt()) == Kind::groupHeader
+            && index.data(Qt::AccessibleTextRole).toString() == name) {
+            setCurrentIndex(index);
+            scrollTo(index);
+            setFocus(Qt::OtherFocusReason);
+            return true;
+        }
+    }
+    return false;
 }
 
 void RecipientsTableView::mouseDoubleClickEvent(QMouseEvent* event)
@@ -206,9 +252,13 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     //% "Search recipients"
     searchTextField->setAccessibleName(qtTrId("searchRecipientsName"));
     searchTextField->setClearButtonEnabled(true);
+    searchTextField->installEventFilter(this);
+    // The field's own colours, set before its style sheet: polishing fixes the palette it has
+    // then, and the white field keeps dark text and a readable hint whatever the system's.
+    searchTextField->setPalette(Colors::lightPalette(searchTextField->palette()));
     searchTextField->setStyleSheet(QStringLiteral(
         "QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: 10px; padding: 7px 12px;"
-        " font-size: 15px; color: black; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
+        " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
 
     associatedUsersTable = new RecipientsTableView(new AssociatedUserCellView, this);
     associatedUsersTable->setModel(m_model);
@@ -237,9 +287,32 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
         selectDeselectAllUsersButton->setEnabled(anyUsers);
         selectDeselectAllUsersButton->setProperty("state", anyUsers ? 1 : 0);
     });
+    // A group just made or renamed is shown and made the current row once the list has it.
+    connect(m_store, &AssociationsStore::rowsChanged, this, [this] {
+        if (m_revealGroupName.isEmpty())
+            return;
+        // A renamed group shows its new name only after the refresh that fetched it.
+        const GroupPtr listed = m_store->groupById(m_revealGroupId);
+        if (m_revealGroupId && (!listed || listed->name != m_revealGroupName))
+            return;
+        if (associatedUsersTable->revealGroup(m_revealGroupName))
+            m_revealGroupName.clear();
+    });
     setTabOrder(createGroupButton, selectDeselectAllUsersButton);
     setTabOrder(selectDeselectAllUsersButton, searchTextField);
     setTabOrder(searchTextField, associatedUsersTable);
+}
+
+bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)
+{
+    // Focus by Tab selects the field's text before Qt tells that the field has the focus; a
+    // screen reader (Orca) then takes the field for focused already and says nothing. So the
+    // focus is told first, and the field is announced with its name and role.
+    if (watched == searchTextField && event->type() == QEvent::FocusIn && Accessibility::listening()) {
+        QAccessibleEvent focus(searchTextField, QAccessible::Focus);
+        Accessibility::send(&focus);
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 bool RecipientsPanel::servesCurrentPhone() const
@@ -289,7 +362,7 @@ void RecipientsPanel::createGroupButtonClicked()
     //% "Create"
     const QString create = qtTrId("groupCreateButton");
     const auto typed = Dialogs::current().askText(
-        this, title, prompt, QString(), groupNamePlaceholder(), create, Dialogs::cancelText());
+        this, title, prompt, QString(), groupNamePlaceholder(), create, Dialogs::cancelText(), groupNameProblem);
     if (isGone(self) || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
@@ -302,6 +375,7 @@ void RecipientsPanel::createGroupButtonClicked()
     NetworkClient::shared().createGroup(*user, *verdict.name, this, [this](const APIResult<GroupPtr>& result) {
         if (!result.isSuccess())
             return showErrorAlert(result.error().description());
+        revealWhenListed(result.value());
         afterGroupChange();
         m_controller->refreshGroups();
     });
@@ -313,10 +387,11 @@ QMenu* RecipientsPanel::buildGroupMenu(qint64 groupId)
     if (!group)
         return nullptr;
     auto* menu = new QMenu(this);
+    menu->setPalette(Colors::readable(menu->palette())); // Remove Member stays readable when off
     menu->setAccessibleName(AssociatedUserCellView::groupOptionsText());
-    //: Group menu item
-    //% "Edit Group"
-    menu->addAction(qtTrId("groupMenuEdit"), this, [this, groupId] { menuEditGroup(groupId); });
+    //: Group menu item that opens the dialog renaming the group
+    //% "Rename Group…"
+    menu->addAction(qtTrId("groupMenuRename"), this, [this, groupId] { menuEditGroup(groupId); });
     menu->addSeparator();
     //: Group menu item
     //% "Add Member"
@@ -349,15 +424,15 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
         return;
     const QPointer<RecipientsPanel> self(this);
     //: Title of the dialog that renames a group
-    //% "Edit Group"
-    const QString title = qtTrId("groupEditTitle");
+    //% "Rename Group"
+    const QString title = qtTrId("groupRenameTitle");
     //% "Enter new group name:"
     const QString prompt = qtTrId("groupEditPrompt");
     //: Button that renames the group
     //% "Save"
     const QString save = qtTrId("groupSaveButton");
     const auto typed = Dialogs::current().askText(
-        this, title, prompt, group->name, groupNamePlaceholder(), save, Dialogs::cancelText());
+        this, title, prompt, group->name, groupNamePlaceholder(), save, Dialogs::cancelText(), groupNameProblem);
     if (isGone(self) || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
@@ -365,12 +440,25 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
         return showErrorAlert(verdict.message);
     if (*verdict.name == group->name)
         return;
-    NetworkClient::shared().updateGroup(groupId, *verdict.name, this, [this](const APIResult<GroupPtr>& result) {
+    const QString name = *verdict.name;
+    NetworkClient::shared().updateGroup(groupId, name, this, [this, groupId, name](const APIResult<GroupPtr>& result) {
         if (!result.isSuccess())
             return showErrorAlert(groupNotUpdated(result.error()));
+        auto renamed = std::make_shared<GroupModel>();
+        renamed->id = groupId;
+        renamed->name = name;
+        revealWhenListed(renamed);
         RecipientsController::postGroupMembersChanged();
         afterGroupChange();
     });
+}
+
+void RecipientsPanel::revealWhenListed(const GroupPtr& group)
+{
+    if (!group)
+        return;
+    m_revealGroupId = group->id;
+    m_revealGroupName = group->name;
 }
 
 void RecipientsPanel::menuAddMember(qint64 groupId)

@@ -26,6 +26,11 @@ public:
     // A group row's options menu, for assistive technology.
     bool hasRowMenu(const QModelIndex& index) const override;
     void showRowMenu(const QModelIndex& index) override;
+    // Where a group row's menu opens: below its options button.
+    QPoint menuPosition(const QModelIndex& index) const;
+    // Makes the header row of the group named `name` the current one, in view and focused;
+    // false when no row shows it.
+    bool revealGroup(const QString& name);
 
 Q_SIGNALS:
     void rowClicked(int row);
@@ -69,14 +74,21 @@ public:
     QPushButton* createGroupButton = nullptr;
     RecipientsTableView* associatedUsersTable = nullptr;
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     bool servesCurrentPhone() const;
     static bool isGone(const QPointer<RecipientsPanel>& self);
     void memberPicker(qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add);
     void afterGroupChange();
+    // Reveals `group` (its id and new name) in the list once a refresh lists it so.
+    void revealWhenListed(const GroupPtr& group);
 
     AssociationsStore* m_store;
     RecipientsController* m_controller;
     RecipientsModel* m_model;
     const quint64 m_phoneEpoch;
+    qint64 m_revealGroupId = 0;
+    QString m_revealGroupName;
 };

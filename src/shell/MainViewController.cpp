@@ -10,6 +10,7 @@
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
+#include "widgets/TabList.h"
 
 #include <QHBoxLayout>
 #include <QIcon>
@@ -29,7 +30,8 @@ namespace {
 
 constexpr int tabCorners = RoundedPanel::TopLeft | RoundedPanel::TopRight;
 
-CustomButton* makeTab(QWidget* backing, const QString& title)
+// A navigation tab standing in `backing`, one of the tab list `tabs`.
+CustomButton* makeTab(TabList* tabs, QWidget* backing, const QString& title)
 {
     auto* tab = new CustomButton(backing);
     tab->setTitle(title);
@@ -37,9 +39,15 @@ CustomButton* makeTab(QWidget* backing, const QString& title)
     tab->setCornerRadius(12);
     // Rounded on top only: the tab stands on the panel, and its backing never shows below it.
     tab->setRoundedCorners(tabCorners);
-    // The active look is what an unselected tab shows.
+    // The active look is what an unselected tab shows: dark text on the orange (the light grey
+    // text of old read at 1.5:1). Whatever colours a tab is given later, its title is drawn in
+    // the same hue made dark enough to read on its fill.
     tab->setActiveBackgroundColor(Colors::darkOrange);
-    tab->setActiveTextColor(Colors::grayColor);
+    tab->setActiveTextColor(Colors::readableOn(Colors::grayColor, Colors::darkOrange));
+    tab->setColorGenerator(CustomButton::ColorProperty::Text,
+        [tab] { return Colors::readableOn(tab->textColor(), tab->backgroundColor()); });
+    tab->setColorGenerator(CustomButton::ColorProperty::ActiveText,
+        [tab] { return Colors::readableOn(tab->activeTextColor(), tab->activeBackgroundColor()); });
     QFont font = tab->font();
     font.setPointSize(13);
     font.setBold(true);
@@ -52,6 +60,7 @@ CustomButton* makeTab(QWidget* backing, const QString& title)
     tab->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     // Wider when the title needs it (a longer language), so the title is never cut.
     backing->setFixedSize(std::max(170, tab->sizeHint().width()), 46);
+    tabs->addTab(backing, tab);
     return tab;
 }
 
@@ -77,18 +86,19 @@ void MainViewController::viewDidLoad()
     productFont.setBold(true);
     productFont.setLetterSpacing(QFont::AbsoluteSpacing, 3);
     product->setFont(productFont);
-    product->setStyleSheet(QStringLiteral("color: white;"));
+    product->setStyleSheet(QStringLiteral("color: rgb(45,45,45);")); // white on amber would not read
 
-    auto* encryptBacking = new RoundedPanel(Colors::primaryColor, 12, tabCorners, this);
-    auto* decryptBacking = new RoundedPanel(Colors::primaryColor, 12, tabCorners, this);
+    auto* tabs = new TabList(this);
+    auto* encryptBacking = new RoundedPanel(Colors::primaryColor, 12, tabCorners, tabs);
+    auto* decryptBacking = new RoundedPanel(Colors::primaryColor, 12, tabCorners, tabs);
     encryptButton = encryptBacking;
     decryptButton = decryptBacking;
     //: Encrypt navigation button
     //% "ENCRYPT"
-    encryptButtonTest = makeTab(encryptBacking, qtTrId("encryptButton"));
+    encryptButtonTest = makeTab(tabs, encryptBacking, qtTrId("encryptButton"));
     //: Decrypt navigaiton button
     //% "DECRYPT"
-    decryptButtonCustom = makeTab(decryptBacking, qtTrId("decryptButton"));
+    decryptButtonCustom = makeTab(tabs, decryptBacking, qtTrId("decryptButton"));
     decryptButton->setAccessibleName(decryptButtonCustom->title());
 
     aboutButton = new QToolButton(this);
@@ -100,6 +110,12 @@ void MainViewController::viewDidLoad()
     aboutButton->setAccessibleName(qtTrId("aboutButton"));
     aboutButton->setToolTip(aboutButton->accessibleName());
     aboutButton->setCursor(Qt::PointingHandCursor);
+    // A round button on the amber, like the tabs: no system panel, a dark ring when focused.
+    aboutButton->setStyleSheet(QStringLiteral(
+        "QToolButton { background: transparent; border: 2px solid transparent; border-radius: 26px; }"
+        "QToolButton:hover { background: rgb(254,173,2); }"
+        "QToolButton:pressed { background: rgb(235,160,0); }"
+        "QToolButton:focus { border-color: rgb(45,45,45); }"));
     setAboutIcon(QStringLiteral("info"));
 
     connect(encryptButtonTest, &CustomButton::clicked, this, &MainViewController::selectEncrypt);
@@ -112,8 +128,7 @@ void MainViewController::viewDidLoad()
     header->addWidget(logo, 0, Qt::AlignVCenter);
     header->addWidget(product, 0, Qt::AlignVCenter);
     header->addStretch();
-    header->addWidget(encryptBacking, 0, Qt::AlignBottom);
-    header->addWidget(decryptBacking, 0, Qt::AlignBottom);
+    header->addWidget(tabs, 0, Qt::AlignBottom);
     header->addSpacing(8);
     header->addWidget(aboutButton, 0, Qt::AlignVCenter);
 
@@ -173,7 +188,8 @@ void MainViewController::viewDidAppear()
     decryptButtonCustom->setChecked(true);
     decryptButtonCustom->refresh();
     encryptButtonTest->refresh();
-    encryptButtonTest->setAccessibleDescription(qtTrId("tabShown"));
+    TabList::setSelected(encryptButtonTest, true);
+    TabList::setSelected(decryptButtonCustom, false);
     setAboutIcon(QStringLiteral("info"));
     qCInfo(lcMain, "🟢 MainViewController viewDidAppear finished");
 }
@@ -217,13 +233,12 @@ namespace {
 void setTabLook(CustomButton* tab, const QColor& background, const QColor& text, bool on)
 {
     tab->setBackgroundColor(background);
-    tab->setTextColor(text);
+    // The same hue, dark enough to read on the fill (amber text on the grey reads at 1.5:1).
+    tab->setTextColor(Colors::readableOn(text, background));
     tab->setChecked(on);
     tab->refresh();
-    // The selected tab is the one in its normal look (state off); a screen reader says so.
-    //: Accessible description of the navigation tab whose screen is shown
-    //% "Shown"
-    tab->setAccessibleDescription(on ? QString() : qtTrId("tabShown"));
+    // The selected tab is the one in its normal look (state off).
+    TabList::setSelected(tab, !on);
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "widgets/CheckableListView.h"
 
+#include "widgets/Accessibility.h"
+
 #include <QAccessibleWidget>
 #include <QPainter>
 #include <QPointer>
@@ -36,7 +38,14 @@ public:
     int childCount() const override { return 0; }
     int indexOfChild(const QAccessibleInterface*) const override { return -1; }
     QAccessibleInterface* childAt(int, int) const override { return nullptr; }
-    QAccessible::Role role() const override { return QAccessible::ListItem; }
+    // A row with a mark is a check box: Qt 6.4's AT-SPI bridge drops the checked and checkable
+    // states of a list item, so a screen reader would never say whether the row is marked.
+    QAccessible::Role role() const override
+    {
+        const QModelIndex i = index();
+        return i.isValid() && i.flags().testFlag(Qt::ItemIsUserCheckable) ? QAccessible::CheckBox
+                                                                          : QAccessible::ListItem;
+    }
     void setText(QAccessible::Text, const QString&) override { }
 
     QString text(QAccessible::Text t) const override
@@ -231,12 +240,14 @@ void CheckableListView::setModel(QAbstractItemModel* model)
     QListView::setModel(model);
     if (!model)
         return;
+    rememberStates();
     m_modelConnections << connect(model, &QAbstractItemModel::modelAboutToBeReset, this, [this] {
         m_savedRow = currentIndex().row();
         m_savedScroll = verticalScrollBar()->value();
     });
     m_modelConnections << connect(model, &QAbstractItemModel::modelReset, this, [this] {
         forgetAccessibleRows();
+        announceChangesByKey();
         const int rows = this->model()->rowCount(rootIndex());
         if (m_savedRow < 0 || rows == 0)
             return;
@@ -245,10 +256,16 @@ void CheckableListView::setModel(QAbstractItemModel* model)
         setCurrentIndex(this->model()->index(qMin(m_savedRow, rows - 1), 0, rootIndex()));
         verticalScrollBar()->setValue(m_savedScroll);
     });
+    // Rows that come, go or move are matched to what they were by their names.
     for (auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
-        m_modelConnections << connect(model, signal, this, &CheckableListView::forgetAccessibleRows);
-    m_modelConnections << connect(
-        model, &QAbstractItemModel::layoutChanged, this, &CheckableListView::forgetAccessibleRows);
+        m_modelConnections << connect(model, signal, this, [this] {
+            forgetAccessibleRows();
+            announceChangesByKey();
+        });
+    m_modelConnections << connect(model, &QAbstractItemModel::layoutChanged, this, [this] {
+        forgetAccessibleRows();
+        announceChangesByKey();
+    });
     m_modelConnections << connect(model, &QAbstractItemModel::dataChanged, this,
         [this](const QModelIndex& first, const QModelIndex& last, const QList<int>& roles) {
             announceRows(first.row(), last.row(), roles);
@@ -279,31 +296,94 @@ void CheckableListView::forgetAccessibleRows()
     m_rowIds.clear();
 }
 
+CheckableListView::RowState CheckableListView::stateOf(int row) const
+{
+    const QModelIndex i = model()->index(row, 0, rootIndex());
+    RowState state;
+    if (i.flags().testFlag(Qt::ItemIsUserCheckable))
+        state.mark = i.data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked ? 1 : 0;
+    if (m_expandedRole >= 0) {
+        const QVariant expanded = i.data(m_expandedRole);
+        if (expanded.isValid())
+            state.fold = expanded.toBool() ? 1 : 0;
+    }
+    return state;
+}
+
+QStringList CheckableListView::rowKeys() const
+{
+    // A row's name, with a count for names that repeat, stands for it across a rebuild.
+    QStringList keys;
+    QHash<QString, int> seen;
+    const int rows = model() ? model()->rowCount(rootIndex()) : 0;
+    for (int row = 0; row < rows; ++row) {
+        const QModelIndex i = model()->index(row, 0, rootIndex());
+        QString name = i.data(Qt::AccessibleTextRole).toString();
+        if (name.isEmpty())
+            name = i.data(Qt::DisplayRole).toString();
+        keys.append(name + u'\x1f' + QString::number(seen[name]++));
+    }
+    return keys;
+}
+
+void CheckableListView::rememberStates()
+{
+    m_states.clear();
+    m_stateKeys = rowKeys();
+    for (int row = 0; row < m_stateKeys.size(); ++row)
+        m_states.append(stateOf(row));
+}
+
+void CheckableListView::announceChangesByKey()
+{
+    QHash<QString, RowState> before;
+    for (int row = 0; row < m_stateKeys.size() && row < m_states.size(); ++row)
+        before.insert(m_stateKeys.at(row), m_states.at(row));
+    rememberStates();
+    QList<std::pair<int, RowState>> changed;
+    for (int row = 0; row < m_stateKeys.size(); ++row) {
+        const auto was = before.constFind(m_stateKeys.at(row));
+        if (was != before.cend())
+            changed.append({ row, *was });
+    }
+    announce(changed);
+}
+
+void CheckableListView::announce(const QList<std::pair<int, RowState>>& rows)
+{
+    if (!Accessibility::listening())
+        return;
+    for (const auto& [row, was] : rows) {
+        const RowState now = row < m_states.size() ? m_states.at(row) : RowState();
+        QAccessible::State changed;
+        changed.checked = now.mark >= 0 && was.mark >= 0 && now.mark != was.mark;
+        changed.expanded = changed.collapsed = now.fold >= 0 && was.fold >= 0 && now.fold != was.fold;
+        if (!changed.checked && !changed.expanded)
+            continue;
+        if (QAccessibleInterface* iface = accessibleRow(row)) {
+            QAccessibleStateChangeEvent event(iface, changed);
+            Accessibility::send(&event);
+        }
+    }
+}
+
 void CheckableListView::announceRows(int first, int last, const QList<int>& roles)
 {
-    if (!QAccessible::isActive())
-        return;
+    // A model may report a whole range as changed; only the rows whose mark or folding really
+    // changed are told, however that happened (a click, Space, select all, a refresh).
     const bool marks = roles.isEmpty() || roles.contains(Qt::CheckStateRole);
     const bool folds = m_expandedRole >= 0 && (roles.isEmpty() || roles.contains(m_expandedRole));
     if (!marks && !folds)
         return;
-    QAccessible::State changed;
-    changed.checked = marks;
-    changed.expanded = changed.collapsed = folds;
-    // Only rows assistive technology has asked for are announced: a refresh of thousands of
-    // rows must not make thousands of interfaces.
-    // The ids are copied first: a listener may ask for more rows while it is told.
-    QList<QAccessible::Id> ids;
-    for (auto it = m_rowIds.cbegin(); it != m_rowIds.cend(); ++it) {
-        if (it.key() >= first && it.key() <= last)
-            ids.append(it.value());
+    if (m_states.size() != model()->rowCount(rootIndex()))
+        return announceChangesByKey();
+    QList<std::pair<int, RowState>> changed;
+    for (int row = qMax(0, first); row <= last && row < m_states.size(); ++row) {
+        const RowState was = m_states.at(row);
+        m_states[row] = stateOf(row);
+        changed.append({ row, was });
     }
-    for (const QAccessible::Id id : std::as_const(ids)) {
-        if (QAccessibleInterface* iface = QAccessible::accessibleInterface(id)) {
-            QAccessibleStateChangeEvent event(iface, changed);
-            QAccessible::updateAccessibility(&event);
-        }
-    }
+    announce(changed);
 }
 
 void CheckableListView::paintEvent(QPaintEvent* event)
@@ -315,6 +395,6 @@ void CheckableListView::paintEvent(QPaintEvent* event)
     QFont hint = font();
     hint.setPointSizeF(hint.pointSizeF() + 1);
     p.setFont(hint);
-    p.setPen(QColor(150, 150, 150));
+    p.setPen(QColor(100, 100, 100)); // 4.5:1 on the white list
     p.drawText(viewport()->rect().adjusted(16, 0, -16, 0), Qt::AlignCenter | Qt::TextWordWrap, m_emptyText);
 }

@@ -7,8 +7,9 @@
 class QAccessibleInterface;
 
 // A list whose rows carry a mark: rows flagged Qt::ItemIsUserCheckable report their
-// Qt::CheckStateRole. Assistive technology sees one item per row with its checked (and, for
-// rows that fold, expanded) state, and the item's Toggle and Press actions ask the model to
+// Qt::CheckStateRole. Assistive technology sees one item per row, a check box with its checked
+// state for rows with a mark (expanded too for rows that fold), is told when a row's mark
+// or folding changes (only that row's), and the item's Toggle and Press actions ask the model to
 // flip the mark through setData, so the model applies the same rule as a click. A reset keeps
 // the current row and the scroll position, so a keyboard user does not lose their place. An
 // empty list shows a hint; the scroll bar is the thin one of the screens.
@@ -48,10 +49,25 @@ protected:
 private:
     void forgetAccessibleRows();
     void announceRows(int first, int last, const QList<int>& roles);
+    // A row's mark and folding as last told (-1: it has none), with the names that match the
+    // rows up after a rebuild.
+    struct RowState
+    {
+        int mark = -1;
+        int fold = -1;
+    };
+    RowState stateOf(int row) const;
+    QStringList rowKeys() const;
+    void rememberStates();
+    void announceChangesByKey();
+    // Tells of each row whose state differs from the one given with it.
+    void announce(const QList<std::pair<int, RowState>>& rows);
 
     int m_expandedRole = -1;
     QString m_emptyText;
     QHash<int, QAccessible::Id> m_rowIds;
+    QList<RowState> m_states;
+    QStringList m_stateKeys;
     QList<QMetaObject::Connection> m_modelConnections;
     int m_savedRow = -1;
     int m_savedScroll = 0;

@@ -2,6 +2,7 @@
 
 #include "widgets/AnimationDelegate.h"
 #include "widgets/RoundedPanel.h"
+#include "widgets/TabList.h"
 
 #include <QAccessibleWidget>
 
@@ -17,6 +18,7 @@ namespace {
 
 // Assistive technology presses the button as a click does: it offers Press (not the Toggle
 // a checkable button would), and does not report the state, which is only the button's look.
+// A button in a tab list is a page tab of that list, selected or not.
 class CustomButtonAccessible final : public QAccessibleWidget
 {
 public:
@@ -26,6 +28,18 @@ public:
     }
 
     CustomButton* button() const { return static_cast<CustomButton*>(widget()); }
+
+    QAccessible::Role role() const override
+    {
+        return TabList::of(button()) ? QAccessible::PageTab : QAccessible::Button;
+    }
+
+    QAccessibleInterface* parent() const override
+    {
+        if (TabList* list = TabList::of(button()))
+            return QAccessible::queryAccessibleInterface(list);
+        return QAccessibleWidget::parent();
+    }
 
     QString text(QAccessible::Text t) const override
     {
@@ -37,6 +51,10 @@ public:
     {
         QAccessible::State s = QAccessibleWidget::state();
         s.pressed = button()->isDown() || button()->isMouseDown();
+        if (TabList::of(button())) {
+            s.selectable = true;
+            s.selected = TabList::isSelected(button());
+        }
         return s;
     }
 

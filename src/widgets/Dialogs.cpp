@@ -1,5 +1,6 @@
 #include "widgets/Dialogs.h"
 
+#include "widgets/Colors.h"
 #include "widgets/MarkBox.h"
 #include "widgets/ModalDialogs.h"
 
@@ -76,6 +77,7 @@ public:
     {
         const ModalDialogs::Scope open;
         QMessageBox box(iconOf(style), title, message, QMessageBox::NoButton, topLevel(parent));
+        box.setPalette(Colors::readable(box.palette()));
         box.setText(title);
         box.setInformativeText(message);
         box.setStyleSheet(QStringLiteral("QLabel#qt_msgbox_label, QLabel#qt_msgbox_informativelabel { min-width: 300px; }"));
@@ -91,13 +93,14 @@ public:
     }
 
     std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message,
-                                   const QString& initialText, const QString& placeholder, const QString& okButton,
-                                   const QString& cancelButton) override
+        const QString& initialText, const QString& placeholder, const QString& okButton,
+        const QString& cancelButton, const TextCheck& check) override
     {
         // Laid out as an alert: the title as a heading, the question in the body, then a field
         // 300 points wide that has the focus.
         const ModalDialogs::Scope open;
         QDialog dialog(topLevel(parent));
+        dialog.setPalette(Colors::readable(dialog.palette()));
         dialog.setWindowTitle(title);
         dialog.setAccessibleName(title);
         auto* layout = new QVBoxLayout(&dialog);
@@ -115,10 +118,42 @@ public:
         body->setBuddy(edit);
         layout->addSpacing(4);
         layout->addWidget(edit);
+        // Why the text cannot be confirmed yet, under the field, in a red that reads on the
+        // dialog's background whatever the palette.
+        auto* refusal = new QLabel(&dialog);
+        refusal->setObjectName(QStringLiteral("refusal"));
+        refusal->setWordWrap(true);
+        refusal->setFixedWidth(300);
+        QPalette warn = refusal->palette();
+        warn.setColor(QPalette::WindowText,
+            Colors::readableOn(QColor(200, 30, 30), dialog.palette().color(QPalette::Window)));
+        refusal->setPalette(warn);
+        refusal->hide();
+        layout->addWidget(refusal);
         layout->addSpacing(8);
         auto* buttons = buttonBox(okButton, cancelButton, &dialog);
         layout->addWidget(buttons);
         layout->setSizeConstraint(QLayout::SetFixedSize);
+        if (check) {
+            QPushButton* confirm = nullptr;
+            for (QAbstractButton* b : buttons->buttons()) {
+                if (buttons->buttonRole(b) == QDialogButtonBox::AcceptRole)
+                    confirm = qobject_cast<QPushButton*>(b);
+            }
+            const auto judge = [=](const QString& text) {
+                const std::optional<QString> problem = check(text);
+                confirm->setEnabled(!problem);
+                const QString said = problem.value_or(QString());
+                if (said != refusal->text()) {
+                    refusal->setText(said);
+                    refusal->setVisible(!said.isEmpty());
+                    // Said with the field, and told at once to a screen reader.
+                    edit->setAccessibleDescription(said);
+                }
+            };
+            QObject::connect(edit, &QLineEdit::textChanged, &dialog, judge);
+            judge(edit->text());
+        }
         edit->setFocus();
         if (dialog.exec() != QDialog::Accepted)
             return std::nullopt;
@@ -131,6 +166,7 @@ public:
     {
         const ModalDialogs::Scope open;
         QDialog dialog(topLevel(parent));
+        dialog.setPalette(Colors::readable(dialog.palette()));
         dialog.setWindowTitle(title);
         dialog.setAccessibleName(title);
         auto* layout = new QVBoxLayout(&dialog);
@@ -213,6 +249,7 @@ public:
         // Read-only: the dialog offers no "Create New Folder", renaming or deleting.
         const ModalDialogs::Scope open;
         QFileDialog dialog(topLevel(parent), QString(), folder);
+        dialog.setPalette(Colors::readable(dialog.palette()));
         dialog.setFileMode(QFileDialog::ExistingFiles);
         dialog.setOption(QFileDialog::ReadOnly);
         // ReadOnly only greys the new-folder button of Qt's own dialog out; it goes altogether.

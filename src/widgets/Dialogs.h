@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <optional>
 
 class QWidget;
@@ -24,10 +25,17 @@ public:
     virtual int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons,
                     Style style) = 0;
 
-    // Asks for one line of text; nothing when cancelled.
+    // Judges a text as it is typed: nothing when it may be confirmed, else why not (possibly
+    // empty: the confirm button is off and nothing is said, as for an empty field).
+    using TextCheck = std::function<std::optional<QString>(const QString&)>;
+
+    // Asks for one line of text; nothing when cancelled. With a check, the reason a text is
+    // refused shows under the field while the user types, and the confirm button stays off
+    // until the text passes: what was typed is never lost to a refusal.
     virtual std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message,
                                            const QString& initialText, const QString& placeholder,
-                                           const QString& okButton, const QString& cancelButton) = 0;
+                                           const QString& okButton, const QString& cancelButton,
+                                           const TextCheck& check = {}) = 0;
 
     // Lets the user pick several of `items`; returns the chosen indexes, nothing when cancelled.
     virtual std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title, const QString& message,

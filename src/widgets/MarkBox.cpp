@@ -23,7 +23,8 @@ void MarkBox::paint(QPainter* p, const QRect& box, bool checked, bool focused)
     p->setBrush(checked ? Colors::primaryColor : QColor(Qt::white));
     p->drawRoundedRect(QRectF(box).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
     if (checked) {
-        p->setPen(QPen(Qt::white, 2.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        p->setPen(QPen(Colors::ink, 2.2, // a white tick would vanish on the amber
+            Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         p->drawPolyline(QList<QPointF> { QPointF(box.left() + 4.5, box.center().y() + 0.5),
             QPointF(box.left() + 7.8, box.bottom() - 4.5), QPointF(box.right() - 3.8, box.top() + 5) });
     }

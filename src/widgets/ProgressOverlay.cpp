@@ -39,7 +39,7 @@ protected:
         p.setRenderHint(QPainter::Antialiasing);
         p.translate(width() / 2.0, height() / 2.0);
         for (int i = 0; i < 12; ++i) {
-            QColor spoke(Qt::white);
+            QColor spoke(Colors::ink); // dark on the amber, as the text
             spoke.setAlphaF(0.25 + 0.75 * (((i - m_step + 12) % 12) / 11.0));
             p.setPen(QPen(spoke, 3.5, Qt::SolidLine, Qt::RoundCap));
             p.drawLine(QPointF(0, -11), QPointF(0, -19));
@@ -77,12 +77,12 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
     titleFont.setBold(true);
     titleFont.setLetterSpacing(QFont::AbsoluteSpacing, 2);
     m_text->setFont(titleFont);
-    m_text->setStyleSheet(QStringLiteral("color: white;"));
+    m_text->setStyleSheet(QStringLiteral("color: rgb(45,45,45);")); // white on amber would not read
     m_text->setAlignment(Qt::AlignCenter);
-    m_stage->setStyleSheet(QStringLiteral("color: white;"));
+    m_stage->setStyleSheet(QStringLiteral("color: rgb(45,45,45);"));
     m_stage->setAlignment(Qt::AlignCenter);
     m_stage->setWordWrap(true);
-    m_detail->setStyleSheet(QStringLiteral("color: rgba(255,255,255,225);"));
+    m_detail->setStyleSheet(QStringLiteral("color: rgb(70,55,20);"));
     m_detail->setAlignment(Qt::AlignCenter);
     m_detail->hide();
     //: Accessible name of the progress bar of an encryption or decryption
@@ -92,23 +92,23 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
     m_progress->setTextVisible(false);
     m_progress->setFixedHeight(8);
     m_progress->setRange(0, 0);
-    m_progress->setStyleSheet(QStringLiteral(
-        "QProgressBar { background: rgba(255,255,255,90); border: none; border-radius: 4px; }"
-        "QProgressBar::chunk { background: white; border-radius: 4px; }"));
+    m_progress->setStyleSheet(
+        QStringLiteral("QProgressBar { background: rgba(255,255,255,110); border: none; border-radius: 4px; }"
+                       "QProgressBar::chunk { background: rgb(45,45,45); border-radius: 4px; }"));
     //: Button that stops a running encryption or decryption
     //% "Cancel"
     m_cancel->setText(qtTrId("cancelOperation"));
     m_cancel->setAccessibleName(m_cancel->text());
     m_cancel->setCursor(Qt::PointingHandCursor);
-    // A pill in the panel's style: white on amber, its ends fully round.
+    // A pill in the panel's style: white on amber with dark text, its ends fully round.
     m_cancel->setFixedHeight(34);
     m_cancel->setMinimumWidth(120);
-    m_cancel->setStyleSheet(QStringLiteral(
-        "QPushButton { color: rgb(254,173,2); background: white; border: 2px solid transparent;"
-        " border-radius: 17px; padding: 0 26px; font-weight: bold; letter-spacing: 1px; }"
-        "QPushButton:focus { border-color: rgb(150,100,0); }"
-        "QPushButton:hover { background: rgb(255,250,235); }"
-        "QPushButton:pressed { background: rgb(247,247,247); }"));
+    m_cancel->setStyleSheet(
+        QStringLiteral("QPushButton { color: rgb(45,45,45); background: white; border: 2px solid transparent;"
+                       " border-radius: 17px; padding: 0 26px; font-weight: bold; letter-spacing: 1px; }"
+                       "QPushButton:focus { border-color: rgb(150,100,0); }"
+                       "QPushButton:hover { background: rgb(255,250,235); }"
+                       "QPushButton:pressed { background: rgb(247,247,247); }"));
     connect(m_cancel, &QPushButton::clicked, this, &ProgressOverlay::cancelRequested);
     auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     escape->setContext(Qt::WindowShortcut);

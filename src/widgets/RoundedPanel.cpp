@@ -49,11 +49,13 @@ void RoundedPanel::paintEvent(QPaintEvent*)
 
 QString amberButtonStyle()
 {
+    // Dark text on the amber (white on it reads at about 1.6:1); switched off, a pale amber
+    // with a brown text that still reads at 4.5:1.
     return QStringLiteral(
-        "QPushButton { color: white; background: rgb(255,192,0); border: 2px solid transparent;"
+        "QPushButton { color: rgb(45,45,45); background: rgb(255,192,0); border: 2px solid transparent;"
         " border-radius: 8px; padding: 5px 12px; font-weight: bold; letter-spacing: 1px; }"
         "QPushButton:hover { background: rgb(254,173,2); }"
         "QPushButton:pressed { background: rgb(235,160,0); }"
-        "QPushButton:focus { border: 2px solid rgb(150,100,0); }"
-        "QPushButton:disabled { background: rgba(255,192,0,110); color: rgba(255,255,255,200); }");
+        "QPushButton:focus { border: 2px solid rgb(120,75,0); }"
+        "QPushButton:disabled { background: rgb(255,226,150); color: rgb(100,82,40); }");
 }

@@ -11,6 +11,7 @@
 #include <QVariant>
 
 #include <functional>
+#include <optional>
 #include <utility>
 
 // Answers dialogs from queued answers and records every dialog shown and every path opened.
@@ -30,6 +31,8 @@ public:
         QString initialText; // askText only
         QString placeholder; // askText only
         QWidget* parent = nullptr;
+        // askText with a check: what it said of the answer under the field (nothing: accepted).
+        std::optional<QString> refusal;
     };
 
     FakeDialogs() { Dialogs::setCurrent(this); }
@@ -37,7 +40,9 @@ public:
 
     QList<Shown> shown;
     QStringList opened;
-    QQueue<QVariant> answers; // int for ask, QString or invalid for askText, QList<int> for chooseItems
+    // int for ask; QString or invalid for askText; QList<int> for chooseItems. An askText answer
+    // that its check refuses cannot be confirmed, as in the real dialog: the user cancels.
+    QQueue<QVariant> answers;
     QStringList filesToChoose;
     QString chooseFilesFolder;
     std::function<void()> whileOpen;
@@ -55,14 +60,21 @@ public:
         return answers.isEmpty() ? -1 : answers.dequeue().toInt();
     }
     std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message,
-        const QString& initialText, const QString& placeholder, const QString& ok,
-        const QString& cancel) override
+        const QString& initialText, const QString& placeholder, const QString& ok, const QString& cancel,
+        const TextCheck& check) override
     {
         shown.append({ QStringLiteral("askText"), title, message, { ok, cancel }, Style::Informational,
-            initialText, placeholder, parent });
+            initialText, placeholder, parent, {} });
         spin();
         const QVariant answer = answers.isEmpty() ? QVariant() : answers.dequeue();
-        return answer.isValid() ? std::optional<QString>(answer.toString()) : std::nullopt;
+        if (!answer.isValid())
+            return std::nullopt;
+        if (check) {
+            shown.last().refusal = check(answer.toString());
+            if (shown.last().refusal)
+                return std::nullopt;
+        }
+        return answer.toString();
     }
     std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title, const QString& message,
         const QStringList& items, const QString&, const QString&) override

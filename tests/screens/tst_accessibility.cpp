@@ -16,6 +16,7 @@
 #include "screens/RecipientsPanel.h"
 #include "shell/MainViewController.h"
 #include "storage/WorkingFolders.h"
+#include "widgets/Accessibility.h"
 #include "widgets/CustomButton.h"
 #include "widgets/ProgressOverlay.h"
 
@@ -39,12 +40,39 @@ namespace {
 // Every accessibility event the program sends, as the bridge would receive them.
 QList<std::pair<QAccessible::Event, QAccessible::State>> events;
 
+// What the bridge would say for each state change and focus event: who, as what, and in which state.
+struct Told
+{
+    QAccessible::Event type;
+    QString name;
+    QAccessible::Role role;
+    QAccessible::State state;
+    QAccessible::State changed;
+};
+QList<Told> told;
+
 void recordEvent(QAccessibleEvent* event)
 {
     QAccessible::State changed;
     if (event->type() == QAccessible::StateChanged)
         changed = static_cast<QAccessibleStateChangeEvent*>(event)->changedStates();
     events.append({ event->type(), changed });
+    if (event->type() == QAccessible::StateChanged || event->type() == QAccessible::Focus) {
+        if (QAccessibleInterface* iface = event->accessibleInterface())
+            told.append(
+                { event->type(), iface->text(QAccessible::Name), iface->role(), iface->state(), changed });
+    }
+}
+
+// The names of the rows told that their mark changed, each with its new mark.
+QMap<QString, bool> toldMarks()
+{
+    QMap<QString, bool> marks;
+    for (const Told& t : std::as_const(told)) {
+        if (t.type == QAccessible::StateChanged && t.changed.checked)
+            marks.insert(t.name, t.state.checked);
+    }
+    return marks;
 }
 
 const QByteArray users = R"({"getUsers":[
@@ -125,18 +153,25 @@ class TestAccessibility : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void init() { events.clear(); }
+    void init()
+    {
+        events.clear();
+        told.clear();
+    }
     void cleanup() { m_screen.reset(); }
     void everyControlHasAName_data();
     void everyControlHasAName();
     void rowsToggleThroughTheAccessibleAction_data();
     void rowsToggleThroughTheAccessibleAction();
     void groupRowsReportFolding();
+    void onlyRowsWhoseMarkChangedAreTold_data();
+    void onlyRowsWhoseMarkChangedAreTold();
+    void searchFieldIsToldOnFocus();
     void recipientToolTipsByPlace_data();
     void recipientToolTipsByPlace();
     void customButtonEndsTheSameWayByEveryRoute_data();
     void customButtonEndsTheSameWayByEveryRoute();
-    void tabPressNavigates();
+    void tabsAreATabList();
     void overlayTellsItsProgressAndCancelsOnEscape();
     void keyboardKeepsItsPlace_data();
     void keyboardKeepsItsPlace();
@@ -162,6 +197,8 @@ void TestAccessibility::initTestCase()
     }
     QAccessible::installUpdateHandler(recordEvent);
     QAccessible::setActive(true);
+    // Without a platform bridge Qt sends nothing; what this program sends of its own is heard here.
+    Accessibility::setListenerForTesting(recordEvent);
 }
 
 void TestAccessibility::showEncryptScreen(int files, int height)
@@ -249,7 +286,7 @@ void TestAccessibility::rowsToggleThroughTheAccessibleAction()
 
     QAccessibleInterface* item = rowOf(view, row);
     QVERIFY(item);
-    QCOMPARE(item->role(), QAccessible::ListItem);
+    QCOMPARE(item->role(), QAccessible::CheckBox); // a list item's mark would not reach the bridge
     QVERIFY(!item->text(QAccessible::Name).isEmpty());
     QVERIFY(item->state().checkable);
     QVERIFY(!item->state().checked);
@@ -384,29 +421,164 @@ void TestAccessibility::customButtonEndsTheSameWayByEveryRoute()
     QCOMPARE(toggled.size() % 2, 0); // any flip was flipped back
 }
 
-void TestAccessibility::tabPressNavigates()
+void TestAccessibility::tabsAreATabList()
 {
     MainViewController main;
     main.resize(1100, 720);
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
-    QAccessibleInterface* decrypt = QAccessible::queryAccessibleInterface(main.decryptButtonCustom);
     QAccessibleInterface* encrypt = QAccessible::queryAccessibleInterface(main.encryptButtonTest);
-    QVERIFY(!encrypt->text(QAccessible::Description).isEmpty()); // the shown screen's tab says so
-    QVERIFY(decrypt->text(QAccessible::Description).isEmpty());
+    QAccessibleInterface* decrypt = QAccessible::queryAccessibleInterface(main.decryptButtonCustom);
+    // Page tabs in one page tab list, which the window's tree reaches.
+    for (QAccessibleInterface* tab : { encrypt, decrypt }) {
+        QCOMPARE(tab->role(), QAccessible::PageTab);
+        QCOMPARE(tab->parent()->role(), QAccessible::PageTabList);
+        QVERIFY(tab->state().selectable);
+    }
+    QAccessibleInterface* list = encrypt->parent();
+    QCOMPARE(list->childCount(), 2);
+    QCOMPARE(list->child(0), encrypt);
+    QCOMPARE(list->indexOfChild(decrypt), 1);
+    QList<QAccessibleInterface*> everything;
+    collectControls(QAccessible::queryAccessibleInterface(&main), everything);
+    QVERIFY(everything.contains(encrypt) && everything.contains(decrypt));
+    const auto selected = [&] {
+        QStringList which;
+        if (encrypt->state().selected)
+            which << u"encrypt"_qs;
+        if (decrypt->state().selected)
+            which << u"decrypt"_qs;
+        return which.join(u',');
+    };
+    QCOMPARE(selected(), u"encrypt"_qs);
+
+    // Pressed by assistive technology: the other screen, the other tab selected, and told so.
     decrypt->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
     QCOMPARE(main.currentScreen(), main.vc2);
-    QVERIFY(encrypt->text(QAccessible::Description).isEmpty());
-    QVERIFY(!decrypt->text(QAccessible::Description).isEmpty());
-    // The same objects answer on the next lookup.
+    QCOMPARE(selected(), u"decrypt"_qs);
+    QVERIFY(std::any_of(told.begin(), told.end(), [](const Told& t) {
+        return t.type == QAccessible::StateChanged && t.role == QAccessible::PageTab && t.state.selected;
+    }));
     QCOMPARE(QAccessible::queryAccessibleInterface(main.encryptButtonTest), encrypt);
-    encrypt->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+
+    // The arrow keys go round the tabs and select the one they reach; About selects none.
+    main.decryptButtonCustom->setFocus();
+    QTest::keyClick(main.decryptButtonCustom, Qt::Key_Right);
+    QVERIFY(main.encryptButtonTest->hasFocus());
     QCOMPARE(main.currentScreen(), main.vc1);
-    QAccessibleInterface* operation = QAccessible::queryAccessibleInterface(main.vc1->operationButton);
-    main.selectDecrypt();
-    main.selectEncrypt();
-    QCOMPARE(QAccessible::queryAccessibleInterface(main.vc1->operationButton), operation);
-    QCOMPARE(operation->text(QAccessible::Name), u"ENCRYPT"_qs);
+    QCOMPARE(selected(), u"encrypt"_qs);
+    QTest::keyClick(main.encryptButtonTest, Qt::Key_Left);
+    QVERIFY(main.decryptButtonCustom->hasFocus());
+    QCOMPARE(main.currentScreen(), main.vc2);
+    QTest::keyClick(main.decryptButtonCustom, Qt::Key_Home);
+    QCOMPARE(main.currentScreen(), main.vc1);
+    main.selectAbout();
+    QCOMPARE(selected(), QString());
+    // Tab still leaves the tabs for the next control.
+    main.decryptButtonCustom->setFocus();
+    QTest::keyClick(main.decryptButtonCustom, Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), main.aboutButton);
+}
+
+void TestAccessibility::onlyRowsWhoseMarkChangedAreTold_data()
+{
+    QTest::addColumn<bool>("files");
+    QTest::addColumn<QString>("route");
+    for (const char* route : { "space", "click", "select all", "rebuild" }) {
+        QTest::addRow("files, %s", route) << true << QString::fromLatin1(route);
+        QTest::addRow("recipients, %s", route) << false << QString::fromLatin1(route);
+    }
+}
+
+void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
+{
+    // Whatever changes marks, each row whose mark changed is told its new state once, and no
+    // other row is told anything.
+    QFETCH(bool, files);
+    QFETCH(QString, route);
+    showEncryptScreen(4);
+    AssociationsStore* store = m_screen->recipients->store();
+    QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(m_screen->intakeTable)
+                                    : m_screen->recipients->associatedUsersTable;
+    QAbstractItemModel* model = view->model();
+    const auto marks = [model] {
+        QMap<QString, bool> now;
+        for (int row = 0; row < model->rowCount(); ++row) {
+            const QModelIndex i = model->index(row, 0);
+            if (i.flags().testFlag(Qt::ItemIsUserCheckable))
+                now.insert(i.data(Qt::AccessibleTextRole).toString(),
+                    i.data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked);
+        }
+        return now;
+    };
+    // One row marked beforehand, so "select all" changes some rows and leaves that one.
+    const int user = firstRow(m_screen->recipients->model(), AssociatedUserRowType::Kind::user);
+    const int first = files ? 1 : user;
+    if (files)
+        m_screen->intakeList()->flip(first);
+    else
+        store->clickRow(first);
+    const QMap<QString, bool> before = marks();
+    told.clear();
+
+    view->setFocus();
+    view->setCurrentIndex(model->index(files ? 2 : first + 1, 0));
+    if (route == u"space") {
+        QTest::keyClick(view, Qt::Key_Space);
+    } else if (route == u"click") {
+        const QModelIndex row = model->index(files ? 2 : first + 1, 0);
+        const QRect rect = view->visualRect(row);
+        const QPoint box = files
+            ? QPoint(rect.left() + 20, rect.center().y())
+            : m_screen->recipients->associatedUsersTable->cell()->checkBoxRect(rect).center();
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, box);
+    } else if (route == u"select all") {
+        if (files)
+            m_screen->selectDeselectAllButton->click();
+        else
+            store->selectDeselectAll(); // its button waits for the phone's users reply
+
+    } else {
+        // A rebuild: the phone's users reply unchecks every user; a file list reload keeps
+        // its marks, so a file is unmarked first, quietly, by the list itself.
+        if (files) {
+            m_screen->intakeList()->flip(first);
+            m_screen->intakeModel()->reload();
+        } else {
+            QVERIFY(store->setUsersFromReply(users));
+            store->rebuildAssociations();
+        }
+    }
+    const QMap<QString, bool> after = marks();
+    QMap<QString, bool> changed;
+    for (auto it = after.cbegin(); it != after.cend(); ++it) {
+        if (before.value(it.key()) != it.value())
+            changed.insert(it.key(), it.value());
+    }
+    QVERIFY(!changed.isEmpty());
+    QCOMPARE(toldMarks(), changed);
+    // Each is told once.
+    const auto toldCount = std::count_if(told.begin(), told.end(),
+        [](const Told& t) { return t.type == QAccessible::StateChanged && t.changed.checked; });
+    QCOMPARE(int(toldCount), int(changed.size()));
+}
+
+void TestAccessibility::searchFieldIsToldOnFocus()
+{
+    // Tab selects the field's text, which reaches a screen reader as text events; the focus
+    // must come before them, or Orca takes the field for focused already and stays silent.
+    showEncryptScreen(0);
+    QApplication::setActiveWindow(m_screen.get());
+    QLineEdit* search = m_screen->recipients->searchTextField;
+    m_screen->recipients->selectDeselectAllUsersButton->setFocus();
+    told.clear();
+    QVERIFY(tabTo(search));
+    QVERIFY(!told.isEmpty());
+    const Told& first = told.first();
+    QCOMPARE(first.type, QAccessible::Focus);
+    QCOMPARE(first.role, QAccessible::EditableText);
+    QCOMPARE(first.name, u"Search recipients"_qs);
+    QVERIFY(first.state.focused);
 }
 
 void TestAccessibility::overlayTellsItsProgressAndCancelsOnEscape()

@@ -11,10 +11,15 @@
 #include "recipients/RecipientsModel.h"
 #include "storage/WorkingFolders.h"
 
+#include <QAccessible>
 #include <QApplication>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
+#include <QScreen>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -68,6 +73,9 @@ private Q_SLOTS:
     void encryptButtonNeedsAFileAndARecipient();
     void groupNameValidation_data();
     void groupNameValidation();
+    void aRefusedNameKeepsWhatWasTyped();
+    void groupMenuOpensAtItsButton_data();
+    void groupMenuOpensAtItsButton();
     void groupLifecycleAgainstThePhone();
     void failuresSayWhatFailed_data();
     void failuresSayWhatFailed();
@@ -160,42 +168,134 @@ void TestRecipientsPanel::encryptButtonNeedsAFileAndARecipient()
 void TestRecipientsPanel::groupNameValidation_data()
 {
     QTest::addColumn<QString>("typed");
-    QTest::addColumn<QString>("message"); // empty: accepted
-    const QString rule
-        = u"Group name must start with a letter and contain only letters and numbers (2-250 characters)"_qs;
-    QTest::newRow("A1") << "A1"
-                        << "";
-    QTest::newRow("spaces around") << "  Sales \n"
-                                   << "";
-    QTest::newRow("empty") << "   "
-                           << "Group name cannot be empty";
-    QTest::newRow("one letter") << "A" << rule;
-    QTest::newRow("digit first") << "1abc" << rule;
-    QTest::newRow("inner space") << "ab c" << rule;
-    QTest::newRow("dash") << "abc-d" << rule;
-    QTest::newRow("umlaut") << "Ännchen" << rule;
-    QTest::newRow("251 characters") << QString(u'a').repeated(251) << rule;
-    QTest::newRow("250 characters") << QString(u'a').repeated(250) << "";
+    QTest::addColumn<QVariant>("refusal"); // what the dialog says under the field; invalid: accepted
+    const QVariant characters = u"Use only the letters A-Z and digits, starting with a letter."_qs;
+    const QVariant length = u"Use 2 to 250 characters."_qs;
+    QTest::newRow("A1") << u"A1"_qs << QVariant();
+    QTest::newRow("spaces around") << u"  Sales \n"_qs << QVariant();
+    QTest::newRow("empty: nothing said, no way to confirm") << u"   "_qs << QVariant(QString());
+    QTest::newRow("one letter") << u"A"_qs << length;
+    QTest::newRow("digit first") << u"1abc"_qs << characters;
+    QTest::newRow("inner space") << u"ab c"_qs << characters;
+    QTest::newRow("dash") << u"abc-d"_qs << characters;
+    QTest::newRow("umlaut first") << u"Ännchen"_qs << characters;
+    QTest::newRow("umlaut inside") << u"Steuerbüro"_qs << characters;
+    QTest::newRow("251 characters") << QString(u'a').repeated(251) << length;
+    QTest::newRow("250 characters") << QString(u'a').repeated(250) << QVariant();
 }
 
 void TestRecipientsPanel::groupNameValidation()
 {
+    // The name is judged inside the dialog while it is typed: a refused one cannot be
+    // confirmed, so nothing is sent and no second dialog takes the typed text away.
     QFETCH(QString, typed);
-    QFETCH(QString, message);
+    QFETCH(QVariant, refusal);
     FakeDialogs dialogs;
     dialogs.answers.enqueue(typed);
     panel()->createGroupButtonClicked();
-    if (message.isEmpty()) {
+    QCOMPARE(dialogs.shown.size(), 1);
+    if (!refusal.isValid()) {
+        QVERIFY(!dialogs.shown.at(0).refusal);
         QTRY_VERIFY(groupId(typed.trimmed()) > 0);
-        QCOMPARE(dialogs.shown.size(), 1);
         NetworkClient::shared().deleteGroup(groupId(typed.trimmed()), nullptr, [](const auto&) {});
         return;
     }
-    QCOMPARE(dialogs.shown.size(), 2);
-    QCOMPARE(dialogs.shown.at(1).title, u"Error"_qs);
-    QCOMPARE(dialogs.shown.at(1).message, message);
-    QCOMPARE(dialogs.shown.at(1).style, Dialogs::Style::Warning);
+    QCOMPARE(dialogs.shown.at(0).refusal, std::optional<QString>(refusal.toString()));
     QVERIFY(noneArrives(*m_phone, u"POST"_qs, u"/v2/groups"_qs));
+    QCOMPARE(dialogs.shown.size(), 1);
+}
+
+void TestRecipientsPanel::aRefusedNameKeepsWhatWasTyped()
+{
+    // The real dialog: the refusal shows under the field as the name is typed, Create stays
+    // off (Return does nothing), and correcting the name keeps the rest of what was typed.
+    QList<bool> createWasOn;
+    QTimer::singleShot(0, this, [&] {
+        QDialog* dialog = nullptr;
+        QTRY_VERIFY((dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())));
+        auto close = qScopeGuard([dialog] { dialog->reject(); });
+        auto* edit = dialog->findChild<QLineEdit*>();
+        auto* refusal = dialog->findChild<QLabel*>(u"refusal"_qs);
+        auto* buttons = dialog->findChild<QDialogButtonBox*>();
+        QVERIFY(edit && refusal && buttons);
+        QPushButton* create = nullptr;
+        for (QAbstractButton* b : buttons->buttons())
+            if (buttons->buttonRole(b) == QDialogButtonBox::AcceptRole)
+                create = qobject_cast<QPushButton*>(b);
+        QVERIFY(create);
+        createWasOn << create->isEnabled(); // empty
+        QTest::keyClicks(edit, u"Steuerb"_qs);
+        edit->insert(u"ü"_qs); // keyClicks types ASCII only
+        QTest::keyClicks(edit, u"ro"_qs);
+        createWasOn << create->isEnabled();
+        QVERIFY(refusal->isVisible());
+        QCOMPARE(refusal->text(), u"Use only the letters A-Z and digits, starting with a letter."_qs);
+        QCOMPARE(
+            QAccessible::queryAccessibleInterface(edit)->text(QAccessible::Description), refusal->text());
+        QTest::keyClick(edit, Qt::Key_Return);
+        QVERIFY(dialog->isVisible());
+        QCOMPARE(edit->text(), u"Steuerbüro"_qs);
+        for (int i = 0; i < 3; ++i)
+            QTest::keyClick(edit, Qt::Key_Backspace);
+        QTest::keyClicks(edit, u"uero"_qs);
+        QVERIFY(!refusal->isVisible());
+        createWasOn << create->isEnabled();
+        close.dismiss();
+        QTest::keyClick(edit, Qt::Key_Return);
+    });
+    panel()->createGroupButtonClicked();
+    QCOMPARE(createWasOn, (QList<bool> { false, false, true }));
+    // Once the list has it, the new group is the current row, in view.
+    QTRY_VERIFY(groupId(u"Steuerbuero"_qs) > 0);
+    RecipientsTableView* table = panel()->associatedUsersTable;
+    QTRY_COMPARE(table->currentIndex().data(Qt::AccessibleTextRole).toString(), u"Steuerbuero"_qs);
+    QVERIFY(table->viewport()->rect().contains(table->visualRect(table->currentIndex())));
+    QCOMPARE(m_screen->focusWidget(), table);
+
+    // Renamed: the same, under its new name.
+    FakeDialogs dialogs;
+    dialogs.answers.enqueue(u"Taxes"_qs);
+    table->setCurrentIndex(table->model()->index(0, 0));
+    panel()->menuEditGroup(groupId(u"Steuerbuero"_qs));
+    QTRY_COMPARE(table->currentIndex().data(Qt::AccessibleTextRole).toString(), u"Taxes"_qs);
+    NetworkClient::shared().deleteGroup(groupId(u"Taxes"_qs), nullptr, [](const auto&) {});
+}
+
+void TestRecipientsPanel::groupMenuOpensAtItsButton_data()
+{
+    QTest::addColumn<bool>("keyboard");
+    QTest::newRow("mouse") << false;
+    QTest::newRow("keyboard") << true;
+}
+
+void TestRecipientsPanel::groupMenuOpensAtItsButton()
+{
+    // Below the row's options button, at the row's right edge, however it was opened.
+    QFETCH(bool, keyboard);
+    RecipientsTableView* table = panel()->associatedUsersTable;
+    QModelIndex family;
+    for (int row = 0; row < table->model()->rowCount(); ++row)
+        if (table->model()->index(row, 0).data(Qt::AccessibleTextRole).toString() == u"Family")
+            family = table->model()->index(row, 0);
+    QVERIFY(family.isValid());
+    table->scrollTo(family);
+    const QRect button = table->cell()->menuRect(table->visualRect(family));
+    if (keyboard) {
+        table->setFocus();
+        table->setCurrentIndex(family);
+        QTest::keyClick(table, Qt::Key_Return);
+    } else {
+        QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, button.center());
+    }
+    QMenu* menu = nullptr;
+    QTRY_VERIFY((menu = qobject_cast<QMenu*>(QApplication::activePopupWidget())));
+    auto close = qScopeGuard([menu] { menu->close(); });
+    QPoint below = table->viewport()->mapToGlobal(QPoint(button.left(), button.bottom() + 4));
+    // A menu that would leave the screen is moved in by as much, as every menu is.
+    const QRect screen = menu->screen()->availableGeometry();
+    below.setX(qMin(below.x(), screen.right() + 1 - menu->width()));
+    QCOMPARE(menu->pos(), below);
+    QCOMPARE(menuAction(menu, u"Rename Group…"_qs) != nullptr, true);
 }
 
 void TestRecipientsPanel::groupLifecycleAgainstThePhone()
@@ -229,7 +329,7 @@ void TestRecipientsPanel::groupLifecycleAgainstThePhone()
     // Rename: the field starts with the name; the same name sends nothing.
     const QString groupPath = u"/v2/groups/%1"_qs.arg(id);
     dialogs.answers.enqueue(u"Climbers"_qs);
-    menuAction(menu.get(), u"Edit Group"_qs)->trigger();
+    menuAction(menu.get(), u"Rename Group…"_qs)->trigger();
     QCOMPARE(dialogs.shown.last().initialText, u"Climbers"_qs);
     QCOMPARE(dialogs.shown.last().placeholder, u"Group name"_qs);
     QVERIFY(noneArrives(*m_phone, u"PATCH"_qs, groupPath));

@@ -18,6 +18,7 @@
 #include "shell/AppWindow.h"
 #include "shell/MainViewController.h"
 #include "storage/WorkingFolders.h"
+#include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/Dialogs.h"
 #include "widgets/Line.h"
@@ -28,9 +29,11 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QFileDialog>
+#include <QGraphicsEffect>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QPaintEngine>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QTemporaryDir>
@@ -53,15 +56,185 @@ QPalette darkPalette()
     return p;
 }
 
-// WCAG's contrast ratio of two opaque colours (1 to 21); 4.5 is enough for body text.
 double contrast(const QColor& a, const QColor& b)
 {
-    auto luminance = [](const QColor& c) {
-        auto channel = [](double v) { return v <= 0.03928 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); };
-        return 0.2126 * channel(c.redF()) + 0.7152 * channel(c.greenF()) + 0.0722 * channel(c.blueF());
-    };
-    const double la = luminance(a), lb = luminance(b);
-    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+    return Colors::contrastRatio(a, b);
+}
+
+// One piece of text as it was drawn: where, in which colour (with the painter's opacity) and font.
+struct DrawnText
+{
+    QString text;
+    QRectF rect; // in the drawn widget's coordinates
+    QColor color;
+    QFont font;
+};
+
+// A paint engine that draws nothing and notes every piece of text painted through it: labels,
+// buttons, fields, list rows and whatever a delegate or a widget paints itself.
+class TextRecorder final : public QPaintEngine
+{
+public:
+    TextRecorder()
+        : QPaintEngine(QPaintEngine::AllFeatures)
+    {
+    }
+    QList<DrawnText> texts;
+
+    bool begin(QPaintDevice*) override { return true; }
+    bool end() override { return true; }
+    void updateState(const QPaintEngineState&) override { }
+    void drawPixmap(const QRectF&, const QPixmap&, const QRectF&) override { }
+    void drawTiledPixmap(const QRectF&, const QPixmap&, const QPointF&) override { }
+    void drawImage(const QRectF&, const QImage&, const QRectF&, Qt::ImageConversionFlags) override { }
+    void drawPath(const QPainterPath&) override { }
+    void drawPolygon(const QPointF*, int, PolygonDrawMode) override { }
+    void drawPolygon(const QPoint*, int, PolygonDrawMode) override { }
+    Type type() const override { return QPaintEngine::User; }
+
+    void drawTextItem(const QPointF& at, const QTextItem& item) override
+    {
+        if (item.text().trimmed().isEmpty())
+            return;
+        QColor color = state->pen().color();
+        color.setAlphaF(color.alphaF() * state->opacity());
+        QRectF rect = state->transform().mapRect(
+            QRectF(at.x(), at.y() - item.ascent(), item.width(), item.ascent() + item.descent()));
+        // Only what the widget being painted shows of it.
+        if (!systemClip().isEmpty())
+            rect = rect.intersected(systemClip().boundingRect());
+        if (rect.isEmpty())
+            return;
+        // A style etches a disabled text: the same text first, one pixel down and right, in its
+        // light colour. That is a relief, not the text.
+        if (!texts.isEmpty() && texts.last().text == item.text()
+            && texts.last().rect.topLeft() - rect.topLeft() == QPointF(1, 1))
+            texts.removeLast();
+        texts.append({ item.text(), rect, color, item.font() });
+    }
+};
+
+class TextRecordingDevice final : public QPaintDevice
+{
+public:
+    explicit TextRecordingDevice(QSize size)
+        : m_size(size)
+    {
+    }
+    QPaintEngine* paintEngine() const override { return &m_engine; }
+    QList<DrawnText> texts() const { return m_engine.texts; }
+
+protected:
+    int metric(PaintDeviceMetric metric) const override
+    {
+        switch (metric) {
+        case PdmWidth:
+            return m_size.width();
+        case PdmHeight:
+            return m_size.height();
+        case PdmWidthMM:
+            return m_size.width() * 254 / 960;
+        case PdmHeightMM:
+            return m_size.height() * 254 / 960;
+        case PdmNumColors:
+            return INT_MAX;
+        case PdmDepth:
+            return 32;
+        case PdmDpiX:
+        case PdmDpiY:
+        case PdmPhysicalDpiX:
+        case PdmPhysicalDpiY:
+            return 96;
+        case PdmDevicePixelRatio:
+            return 1;
+        case PdmDevicePixelRatioScaled:
+            return int(QPaintDevice::devicePixelRatioFScale());
+        }
+        return 0;
+    }
+
+private:
+    QSize m_size;
+    mutable TextRecorder m_engine;
+};
+
+// Every text `root` draws. Drop shadows are switched off meanwhile: they draw their widget
+// into a picture of their own, past the recorder.
+QList<DrawnText> drawnTexts(QWidget* root)
+{
+    QList<QGraphicsEffect*> effects;
+    QList<QWidget*> widgets = root->findChildren<QWidget*>();
+    widgets.append(root);
+    for (QWidget* w : std::as_const(widgets)) {
+        if (w->graphicsEffect() && w->graphicsEffect()->isEnabled()) {
+            effects.append(w->graphicsEffect());
+            effects.last()->setEnabled(false);
+        }
+    }
+    TextRecordingDevice device(root->size());
+    root->render(&device);
+    for (QGraphicsEffect* effect : std::as_const(effects))
+        effect->setEnabled(true);
+    return device.texts();
+}
+
+// The lowest contrast of the texts `root` draws, each against the colour most of its box shows
+// in `picture` (a grab of `root`), and the texts that fall short: 4.5:1, or 3:1 for large text
+// (18 points, or 14 points bold).
+struct ContrastReport
+{
+    double lowest = 21;
+    QString lowestText;
+    int measured = 0;
+    QStringList failures;
+};
+
+ContrastReport measureContrast(QWidget* root, const QImage& picture)
+{
+    ContrastReport report;
+    const qreal scale = picture.devicePixelRatio();
+    for (const DrawnText& drawn : drawnTexts(root)) {
+        // The background: the colour seen most in and just around the text's box, leaving out
+        // the text's own colour (a single bold glyph may cover most of its box).
+        const QRect box = QRectF(drawn.rect.topLeft() * scale, drawn.rect.size() * scale)
+                              .toAlignedRect()
+                              .adjusted(-2, -2, 2, 2)
+                              .intersected(picture.rect());
+        if (box.isEmpty())
+            continue;
+        const QColor opaque = drawn.color.toRgb();
+        QHash<QRgb, int> counts;
+        for (int y = box.top(); y <= box.bottom(); ++y) {
+            for (int x = box.left(); x <= box.right(); ++x) {
+                const QRgb px = picture.pixel(x, y);
+                if (drawn.color.alpha() == 255 && std::abs(qRed(px) - opaque.red()) < 6
+                    && std::abs(qGreen(px) - opaque.green()) < 6 && std::abs(qBlue(px) - opaque.blue()) < 6)
+                    continue;
+                ++counts[px];
+            }
+        }
+        if (counts.isEmpty())
+            continue;
+        const QRgb paperRgb = std::max_element(counts.cbegin(), counts.cend()).key();
+        const QColor paper = QColor::fromRgb(paperRgb);
+        const qreal a = drawn.color.alphaF();
+        const QColor ink = QColor::fromRgbF(drawn.color.redF() * a + paper.redF() * (1 - a),
+            drawn.color.greenF() * a + paper.greenF() * (1 - a),
+            drawn.color.blueF() * a + paper.blueF() * (1 - a));
+        const double ratio = contrast(ink, paper);
+        const qreal points
+            = drawn.font.pointSizeF() > 0 ? drawn.font.pointSizeF() : drawn.font.pixelSize() * 72.0 / 96.0;
+        const bool large = points >= 18 || (points >= 14 && drawn.font.bold());
+        ++report.measured;
+        if (ratio < report.lowest) {
+            report.lowest = ratio;
+            report.lowestText = drawn.text;
+        }
+        if (ratio < (large ? 3.0 : 4.5))
+            report.failures.append(
+                u"\"%1\" %2 on %3: %4"_qs.arg(drawn.text, ink.name(), paper.name()).arg(ratio, 0, 'f', 2));
+    }
+    return report;
 }
 
 const QByteArray users = R"({"getUsers":[
@@ -110,7 +283,8 @@ private Q_SLOTS:
 private:
     // Saves `widget` as `name` when pictures are asked for, once its drawing settled unless
     // it animates for good.
-    void save(QWidget* widget, const QString& name, bool settle = true);
+    // Texts are measured in `read` (a part of `widget`), or in all of `widget`.
+    void save(QWidget* widget, const QString& name, bool settle = true, QWidget* read = nullptr);
     // Checks the application-modal dialog that opens next, then closes it.
     void checkNextDialog(const QString& name, QStringList& seen);
 
@@ -135,7 +309,7 @@ void TestScreenshots::initTestCase()
             *WorkingFolders::encryptedFilesFolder() + QString::fromUtf8(name), QByteArray(2'345'678, 'x'));
 }
 
-void TestScreenshots::save(QWidget* widget, const QString& name, bool settle)
+void TestScreenshots::save(QWidget* widget, const QString& name, bool settle, QWidget* read)
 {
     if (settle)
         QVERIFY(waitUntilDrawingSettles(widget, settleMs));
@@ -154,9 +328,20 @@ void TestScreenshots::save(QWidget* widget, const QString& name, bool settle)
     const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
     if (!out.isEmpty())
         QVERIFY(picture.save(out + u'/' + name + m_suffix + u".png"_qs));
-    // Checked after saving, so that the picture shows what is cut off.
+    // Checked after saving, so that the picture shows what is cut off or hard to read.
     const QStringList clipped = clippedTexts(widget);
     QVERIFY2(clipped.isEmpty(), qPrintable(name + m_suffix + u": " + clipped.join(u"; ")));
+    if (!read)
+        read = widget;
+    const qreal scale = picture.devicePixelRatio();
+    QImage part = picture.copy(QRect(read->mapTo(widget, QPoint()) * scale, read->size() * scale));
+    part.setDevicePixelRatio(scale);
+    const ContrastReport contrast = measureContrast(read, part);
+    qInfo("lowest contrast %s%s: %.2f (\"%s\") of %d texts", qPrintable(name), qPrintable(m_suffix),
+        contrast.lowest, qPrintable(contrast.lowestText), contrast.measured);
+    QVERIFY(contrast.measured > 0); // seeing no text would prove nothing
+    QVERIFY2(
+        contrast.failures.isEmpty(), qPrintable(name + m_suffix + u": " + contrast.failures.join(u"; ")));
 }
 
 void TestScreenshots::checkNextDialog(const QString& name, QStringList& seen)
@@ -170,18 +355,16 @@ void TestScreenshots::checkNextDialog(const QString& name, QStringList& seen)
         if (auto* edit = dialog->findChild<QLineEdit*>(); edit && !files) {
             QCOMPARE(edit->width(), 300);
             QTRY_VERIFY(edit->hasFocus());
-        }
-        // Every label stands out from the window behind it (blended, as labels may draw in a
-        // translucent colour), whatever the palette.
-        const QColor window = dialog->palette().color(QPalette::Window);
-        for (QLabel* label : dialog->findChildren<QLabel*>()) {
-            if (!label->isVisible() || label->text().isEmpty() || !label->pixmap().isNull())
-                continue;
-            const QColor c = label->palette().color(label->foregroundRole());
-            const auto blend = [a = c.alphaF()](float ink, float paper) { return ink * a + paper * (1 - a); };
-            const QColor text = QColor::fromRgbF(blend(c.redF(), window.redF()),
-                blend(c.greenF(), window.greenF()), blend(c.blueF(), window.blueF()));
-            QVERIFY2(contrast(text, window) >= 3.0, qPrintable(label->text()));
+            // Refused as it is typed: said under the field, and the field keeps what was typed.
+            if (name == u"create") {
+                save(dialog, u"dialog-create-empty"_qs);
+                QTest::keyClicks(edit, u"Steuerb"_qs);
+                edit->insert(u"ü"_qs); // keyClicks types ASCII only
+                QTest::keyClicks(edit, u"ro"_qs);
+                auto* refusal = dialog->findChild<QLabel*>(u"refusal"_qs);
+                QVERIFY(refusal && refusal->isVisible() && !refusal->text().isEmpty());
+                QCOMPARE(edit->text(), u"Steuerbüro"_qs);
+            }
         }
         // Check boxes carry their own colours (the platform's can vanish on a dark window), and
         // nothing is preselected.
@@ -358,14 +541,14 @@ void TestScreenshots::screens()
     overlay->setDetail(qtTrId("transferSpeedAndTimeLeft").arg(u"38.2 MB/s"_qs, u"0:18"_qs));
     overlay->show();
     QTRY_VERIFY(overlay->cancelButton()->hasFocus());
-    save(&window, u"encrypting"_qs, false);
+    // Only the overlay is there to be read: the screen behind it is dimmed on purpose.
+    save(&window, u"encrypting"_qs, false, overlay);
     delete overlay;
 
     // The group dialogs, real ones: looked at once they show, then closed.
     QStringList seen;
     checkNextDialog(u"create"_qs, seen);
-    Dialogs::current().askText(&main, qtTrId("groupCreateTitle"), qtTrId("groupCreatePrompt"), QString(),
-        qtTrId("groupNamePlaceholder"), qtTrId("groupCreateButton"), Dialogs::cancelText());
+    encrypt->recipients->createGroupButtonClicked();
     checkNextDialog(u"members"_qs, seen);
     Dialogs::current().chooseItems(&main, qtTrId("groupAddUsersTitle").arg(u"Family"_qs), QString(),
         { u"Ann Lee\nann.lee@example.com"_qs, u"Chen Wei\nchen@example.com"_qs,
@@ -385,6 +568,13 @@ void TestScreenshots::screens()
     QVERIFY(QTest::qWaitForWindowExposed(menu.get()));
     QVERIFY(contrast(menu->palette().color(QPalette::Text), menu->palette().color(QPalette::Window)) >= 4.5);
     save(menu.get(), u"menu-group"_qs);
+    menu->close();
+    // An empty group's menu, with its switched-off Remove Member.
+    menu.reset(encrypt->recipients->buildGroupMenu(2));
+    QVERIFY(menu);
+    menu->popup(main.mapToGlobal(QPoint(700, 300)));
+    QVERIFY(QTest::qWaitForWindowExposed(menu.get()));
+    save(menu.get(), u"menu-group-empty"_qs);
     menu->close();
     QToolTip::showText(main.mapToGlobal(QPoint(300, 120)), encrypt->chooseFilesButton->toolTip(), &main);
     QTRY_VERIFY(QToolTip::isVisible());

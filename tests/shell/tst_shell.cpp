@@ -149,8 +149,11 @@ void TestShell::navigationLooks_data()
     QTest::addColumn<Look>("decryptTab");
     QTest::addColumn<QString>("icon");
     QTest::addColumn<bool>("backingDarkOrange");
-    const Look selected { Colors::grayColor, Colors::primaryColor, false };
-    const Look unselected { Colors::darkOrange, Colors::grayColor, true };
+    // The titles keep their hues, made dark enough to read on the fills.
+    const Look selected { Colors::grayColor, Colors::readableOn(Colors::primaryColor, Colors::grayColor),
+        false };
+    const Look unselected { Colors::darkOrange, Colors::readableOn(Colors::grayColor, Colors::darkOrange),
+        true };
     QTest::newRow("fresh") << QStringList {} << 0 << selected << unselected << "info" << false;
     QTest::newRow("decrypt") << QStringList { u"decrypt"_qs } << 1 << unselected << selected << "info"
                              << true;
