@@ -7,10 +7,6 @@
         <source>Encrypt and decrypt files with your phone.</source>
         <translation>Dateien mit Ihrem Telefon ver- und entschlüsseln.</translation>
     </message>
-    <message id="commandLineUnexpectedArgument">
-        <source>Unexpected argument: %1</source>
-        <translation>Unerwartetes Argument: %1</translation>
-    </message>
     <message id="commandLineTryHelp">
         <source>Try &apos;%1 --help&apos; for more information.</source>
         <translation>Weitere Informationen erhalten Sie mit „%1 --help“.</translation>
@@ -132,9 +128,9 @@
     </message>
     <message id="selectDeselectAll">
         <source>SELECT/DESELECT ALL</source>
-        <extracomment>Select deselect all users button
+        <extracomment>Select deselect all files button
 ----------
-Select deselect all files button</extracomment>
+Select deselect all users button</extracomment>
         <translation>ALLE/KEINE</translation>
     </message>
     <message id="search">
@@ -362,16 +358,6 @@ Select deselect all files button</extracomment>
         <extracomment>Dialog description when the results cannot be put into their folder; %1 is the folder, %2 why</extracomment>
         <translation>Die Ergebnisse konnten nicht nach %1 verschoben werden: %2.</translation>
     </message>
-    <message id="alreadyRunningTitle">
-        <source>Varnex Desktop is already running</source>
-        <extracomment>Dialog title when the program is started a second time</extracomment>
-        <translation>Varnex Desktop läuft bereits</translation>
-    </message>
-    <message id="alreadyRunningDescription">
-        <source>Use the window that is already open. Only one Varnex Desktop can run at a time.</source>
-        <extracomment>Dialog description when the program is started a second time</extracomment>
-        <translation>Bitte verwenden Sie das bereits geöffnete Fenster. Es kann immer nur ein Varnex Desktop laufen.</translation>
-    </message>
     <message id="aboutDisconnect">
         <source>Disconnect</source>
         <extracomment>About screen: forget the paired phone and show the pairing screen again</extracomment>
@@ -587,6 +573,26 @@ Select deselect all files button</extracomment>
     <message id="apiNotAuthenticated">
         <source>Not authenticated. Please scan QR code with iOS app first.</source>
         <translation>Nicht angemeldet. Bitte scannen Sie zuerst den QR-Code mit der iOS-App.</translation>
+    </message>
+    <message id="commandLineFiles">
+        <source>Files to add: encrypted files (.vx) to Decrypt, all others to Encrypt. A running Varnex Desktop takes them.</source>
+        <extracomment>Description of the files argument in the command line help</extracomment>
+        <translation>Hinzuzufügende Dateien: verschlüsselte Dateien (.vx) zum Entschlüsseln, alle anderen zum Verschlüsseln. Ein laufendes Varnex Desktop übernimmt sie.</translation>
+    </message>
+    <message id="notificationShowInFolder">
+        <source>Show in folder</source>
+        <extracomment>Action of a desktop notification: shows the results in the file manager</extracomment>
+        <translation>Im Ordner zeigen</translation>
+    </message>
+    <message id="notificationOpen">
+        <source>Open</source>
+        <extracomment>Action of a desktop notification: opens the one result file</extracomment>
+        <translation>Öffnen</translation>
+    </message>
+    <message id="alreadyRunningNoAnswer">
+        <source>Varnex Desktop is already running but does not answer. Close it and start again.</source>
+        <extracomment>On standard error when a second start finds the first one not answering</extracomment>
+        <translation>Varnex Desktop läuft bereits, antwortet aber nicht. Schließen Sie es und starten Sie erneut.</translation>
     </message>
 </context>
 </TS>

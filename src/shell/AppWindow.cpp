@@ -95,6 +95,7 @@ void AppWindow::showMain()
             showPairingWhenNoDialog();
     });
     present(main);
+    deliverWaitingFiles();
 }
 
 void AppWindow::showPairingWhenNoDialog()
@@ -111,4 +112,24 @@ void AppWindow::showPairingWhenNoDialog()
         m_pairingPending = false;
         showPairingWhenNoDialog();
     });
+}
+
+void AppWindow::openFiles(const QStringList& paths)
+{
+    if (auto* main = qobject_cast<MainViewController*>(m_main.data())) {
+        main->openFiles(paths);
+        return;
+    }
+    m_waitingFiles.append(paths);
+}
+
+void AppWindow::deliverWaitingFiles()
+{
+    if (m_waitingFiles.isEmpty())
+        return;
+    // After the swap has begun: a refusal dialog must not hold up the main screens.
+    QMetaObject::invokeMethod(this, [this] {
+        const QStringList files = std::exchange(m_waitingFiles, {});
+        openFiles(files);
+    }, Qt::QueuedConnection);
 }

@@ -28,15 +28,21 @@ public:
     void showPairingWhenNoDialog();
     bool isPairingPending() const { return m_pairingPending; }
 
+    // Files from the command line or a later start: ".vx" ones to Decrypt, the others to
+    // Encrypt, and that screen shown. Before pairing they wait for the main screens.
+    void openFiles(const QStringList& paths);
+
 Q_SIGNALS:
     void contentChanged(QWidget* screen);
 
 private:
     void present(QWidget* screen);
     void retire(QWidget* screen);
+    void deliverWaitingFiles();
 
     QVBoxLayout* m_layout = nullptr;
     QPointer<QWidget> m_content;
     QPointer<QWidget> m_main; // the main window's content of the phone paired now, if any
     bool m_pairingPending = false;
+    QStringList m_waitingFiles; // handed over before the main screens existed
 };
