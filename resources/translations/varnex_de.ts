@@ -594,5 +594,55 @@ Select deselect all users button</extracomment>
         <extracomment>On standard error when a second start finds the first one not answering</extracomment>
         <translation>Varnex Desktop läuft bereits, antwortet aber nicht. Schließen Sie es und starten Sie erneut.</translation>
     </message>
+    <message id="showResultsInFolder">
+        <source>Show in folder</source>
+        <extracomment>Button beside the summary of the last operation: shows its results in the file manager</extracomment>
+        <translation>Im Ordner zeigen</translation>
+    </message>
+    <message id="resultOpen">
+        <source>Open</source>
+        <extracomment>Result row menu: opens the file with its application</extracomment>
+        <translation>Öffnen</translation>
+    </message>
+    <message id="resultShowInFolder">
+        <source>Show in folder</source>
+        <extracomment>Result row menu: shows the file in the file manager</extracomment>
+        <translation>Im Ordner zeigen</translation>
+    </message>
+    <message id="resultCopyPath">
+        <source>Copy path</source>
+        <extracomment>Result row menu: copies the file&apos;s full path</extracomment>
+        <translation>Pfad kopieren</translation>
+    </message>
+    <message id="summaryEncryptedOne">
+        <source>1 file encrypted</source>
+        <extracomment>Summary after encrypting one file; followed by the people it was for</extracomment>
+        <translation>1 Datei verschlüsselt</translation>
+    </message>
+    <message id="summaryEncryptedMany">
+        <source>%1 files encrypted</source>
+        <extracomment>Summary after encrypting several files, %1 is how many; followed by the people it was for</extracomment>
+        <translation>%1 Dateien verschlüsselt</translation>
+    </message>
+    <message id="summaryForOnePerson">
+        <source>for 1 person</source>
+        <extracomment>Ends the summary after encrypting for one person</extracomment>
+        <translation>für 1 Person</translation>
+    </message>
+    <message id="summaryForPeople">
+        <source>for %1 people</source>
+        <extracomment>Ends the summary after encrypting for several people, %1 is how many</extracomment>
+        <translation>für %1 Personen</translation>
+    </message>
+    <message id="summaryDecryptedOne">
+        <source>1 file decrypted</source>
+        <extracomment>Summary after decrypting one file</extracomment>
+        <translation>1 Datei entschlüsselt</translation>
+    </message>
+    <message id="summaryDecryptedMany">
+        <source>%1 files decrypted</source>
+        <extracomment>Summary after decrypting several files, %1 is how many</extracomment>
+        <translation>%1 Dateien entschlüsselt</translation>
+    </message>
 </context>
 </TS>

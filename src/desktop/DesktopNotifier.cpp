@@ -34,7 +34,7 @@ DesktopNotifier& DesktopNotifier::instance()
     return notifier;
 }
 
-void DesktopNotifier::notify(const Note& note)
+void DesktopNotifier::notify(const Note& note, std::function<void()> whenNotShown)
 {
     QStringList actions;
     if (!note.folder.isEmpty()) {
@@ -53,11 +53,13 @@ void DesktopNotifier::notify(const Note& note)
     call << QString::fromLatin1("Varnex Desktop") << uint(0) << QString::fromLatin1(desktopEntry) << note.summary
          << note.body << actions << hints << int(-1);
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, note] {
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, note, whenNotShown] {
         watcher->deleteLater();
         const QDBusPendingReply<uint> reply = *watcher;
         if (reply.isError()) {
             qCInfo(lcNotify) << "No desktop notification:" << reply.error().message();
+            if (whenNotShown)
+                whenNotShown();
             Q_EMIT notShown();
             return;
         }
@@ -74,7 +76,7 @@ void DesktopNotifier::onActionInvoked(uint id, const QString& action)
         return;
     const Note note = *it;
     if (action == QLatin1String(showFolderAction))
-        showInFolder(note);
+        showInFolder(note.files, note.folder);
     else if (action == QLatin1String(openAction) && note.files.size() == 1)
         open(note.files.constFirst());
     else
@@ -87,20 +89,19 @@ void DesktopNotifier::onClosed(uint id, uint)
     m_notes.remove(id);
 }
 
-void DesktopNotifier::showInFolder(const Note& note)
+void DesktopNotifier::showInFolder(const QStringList& files, const QString& folder)
 {
     QStringList uris;
-    for (const QString& file : note.files)
+    for (const QString& file : files)
         uris.append(QUrl::fromLocalFile(file).toString(QUrl::FullyEncoded));
     if (uris.isEmpty()) {
-        open(note.folder);
+        open(folder);
         return;
     }
     QDBusMessage call = QDBusMessage::createMethodCall(
         fileManagerService, fileManagerPath, fileManagerService, QStringLiteral("ShowItems"));
     call << uris << QString();
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
-    const QString folder = note.folder;
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, folder] {
         watcher->deleteLater();
         // No file manager that selects items: the folder at least.

@@ -36,8 +36,13 @@ public:
     // The one notifier of the program, on the session bus.
     static DesktopNotifier& instance();
 
-    // Sends `note`; shown() or notShown() follows once the service answered.
-    void notify(const Note& note);
+    // Sends `note`; shown() or notShown() follows once the service answered, and
+    // `whenNotShown` runs when no service took it.
+    void notify(const Note& note, std::function<void()> whenNotShown = {});
+
+    // Shows `files` selected in the file manager (org.freedesktop.FileManager1), or opens
+    // `folder` when no file manager answers that or there are no files.
+    void showInFolder(const QStringList& files, const QString& folder);
 
     // Opens a file with its application, or a folder in the file manager; the screens set
     // it to their dialogs seam (this folder links no widgets).
@@ -55,7 +60,6 @@ private Q_SLOTS:
     void onClosed(uint id, uint reason);
 
 private:
-    void showInFolder(const Note& note);
     void open(const QString& path);
 
     QDBusConnection m_bus;

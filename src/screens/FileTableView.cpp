@@ -2,7 +2,10 @@
 
 #include "screens/FileCellDelegate.h"
 
+#include <QApplication>
+#include <QDrag>
 #include <QDragEnterEvent>
+#include <QPainter>
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QUrl>
@@ -65,9 +68,22 @@ bool FileTableView::isBetweenRows(const QPoint& position) const
     return position.y() - rect.top() < betweenRowsMargin || rect.bottom() - position.y() < betweenRowsMargin;
 }
 
-bool FileTableView::acceptsDropAt(const QMimeData* data, const QPoint& position) const
+bool FileTableView::acceptsDropAt(const QMimeData* data, const QPoint&) const
 {
-    return m_acceptsFileDrops && data && data->hasUrls() && isBetweenRows(position);
+    // Anywhere on the list: a full list would otherwise leave almost nowhere to drop.
+    return m_acceptsFileDrops && data && data->hasUrls();
+}
+
+QStringList FileTableView::droppedPaths(const QMimeData* data)
+{
+    QStringList paths;
+    if (!data)
+        return paths;
+    for (const QUrl& url : data->urls()) {
+        if (url.isLocalFile())
+            paths.append(url.toLocalFile());
+    }
+    return paths;
 }
 
 void FileTableView::dragEnterEvent(QDragEnterEvent* event)
@@ -94,11 +110,7 @@ void FileTableView::dropEvent(QDropEvent* event)
         event->ignore();
         return;
     }
-    QStringList paths;
-    for (const QUrl& url : event->mimeData()->urls()) {
-        if (url.isLocalFile())
-            paths.append(url.toLocalFile());
-    }
+    const QStringList paths = droppedPaths(event->mimeData());
     if (paths.isEmpty()) {
         event->ignore();
         return;
@@ -111,6 +123,8 @@ void FileTableView::dropEvent(QDropEvent* event)
 void FileTableView::mousePressEvent(QMouseEvent* event)
 {
     const QModelIndex index = indexAt(event->position().toPoint());
+    m_pressed = event->button() == Qt::LeftButton && m_dragOut ? QPersistentModelIndex(index) : QPersistentModelIndex();
+    m_pressPosition = event->position().toPoint();
     if (event->button() != Qt::LeftButton || !index.isValid()) {
         QListView::mousePressEvent(event);
         return;
@@ -136,23 +150,62 @@ void FileTableView::mousePressEvent(QMouseEvent* event)
 
 void FileTableView::mouseDoubleClickEvent(QMouseEvent* event)
 {
-    // Two quick clicks are two flips, as two single clicks are.
+    // A result row opens, as its eye does; on an intake list two quick clicks are two flips,
+    // as two single clicks are.
+    const QModelIndex index = indexAt(event->position().toPoint());
+    if (!m_cell->outlets().isChecked && index.isValid() && event->button() == Qt::LeftButton) {
+        Q_EMIT previewClicked(index.row());
+        event->accept();
+        return;
+    }
     mousePressEvent(event);
 }
 
 void FileTableView::mouseReleaseEvent(QMouseEvent* event)
 {
+    m_pressed = QPersistentModelIndex();
     event->accept();
 }
 
 void FileTableView::mouseMoveEvent(QMouseEvent* event)
 {
+    if (m_pressed.isValid() && (event->buttons() & Qt::LeftButton)
+        && (event->position().toPoint() - m_pressPosition).manhattanLength() >= QApplication::startDragDistance()) {
+        const QModelIndex index = m_pressed;
+        m_pressed = QPersistentModelIndex();
+        if (QMimeData* data = model()->mimeData({ index })) {
+            auto* drag = new QDrag(this);
+            drag->setMimeData(data);
+            drag->exec(Qt::CopyAction, Qt::CopyAction);
+        }
+        return;
+    }
     const QModelIndex index = indexAt(event->position().toPoint());
     const bool onEye = index.isValid()
         && m_cell->hitTest(visualRect(index), event->position().toPoint()) == FileCellDelegate::Part::Preview;
     setHoveredPreview(onEye ? index.row() : -1);
     viewport()->setCursor(onEye ? Qt::PointingHandCursor : Qt::ArrowCursor);
     QListView::mouseMoveEvent(event);
+}
+
+void FileTableView::paintEvent(QPaintEvent* event)
+{
+    CheckableListView::paintEvent(event);
+    if (m_highlightRole < 0 || !model())
+        return;
+    // The newest results: an amber bar at the start of the row and a light amber wash.
+    QPainter painter(viewport());
+    for (int row = 0; row < model()->rowCount(rootIndex()); ++row) {
+        const QModelIndex index = model()->index(row, 0, rootIndex());
+        if (!index.data(m_highlightRole).toBool())
+            break; // the newest come first
+
+        const QRect rect = visualRect(index);
+        if (!rect.intersects(event->rect()))
+            continue;
+        painter.fillRect(rect, QColor(255, 192, 0, 40));
+        painter.fillRect(QRect(rect.left(), rect.top() + 2, 4, rect.height() - 2), QColor(255, 192, 0));
+    }
 }
 
 void FileTableView::leaveEvent(QEvent* event)
