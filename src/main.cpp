@@ -4,6 +4,7 @@
 #include "desktop/SingleInstance.h"
 #include "shell/AppDelegate.h"
 #include "shell/AppWindow.h"
+#include "shell/QuitGuard.h"
 
 #include <QApplication>
 #include <QDir>
@@ -60,6 +61,8 @@ int main(int argc, char* argv[])
     delegate.applicationDidFinishLaunching();
 
     AppWindow window;
+    // Ctrl+Q, and closing while an operation runs asks first.
+    new QuitGuard(&window);
     window.showPairing();
     window.show();
     // Files wait in the window until the main screens show (after pairing).

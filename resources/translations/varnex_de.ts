@@ -644,5 +644,30 @@ Select deselect all users button</extracomment>
         <extracomment>Summary after decrypting several files, %1 is how many</extracomment>
         <translation>%1 Dateien entschlüsselt</translation>
     </message>
+    <message id="quitWhileRunningTitle">
+        <source>An operation is still running</source>
+        <extracomment>Dialog title when the user quits while the phone works on files</extracomment>
+        <translation>Ein Vorgang läuft noch</translation>
+    </message>
+    <message id="quitWhileRunningDescription">
+        <source>Quitting now cancels it. Your files stay as they are.</source>
+        <extracomment>Dialog description when the user quits while the phone works on files</extracomment>
+        <translation>Beenden bricht ihn ab. Ihre Dateien bleiben, wie sie sind.</translation>
+    </message>
+    <message id="quitWhileRunningQuit">
+        <source>Quit</source>
+        <extracomment>Button of the dialog when quitting while an operation runs: quit and cancel it</extracomment>
+        <translation>Beenden</translation>
+    </message>
+    <message id="quitWhileRunningKeep">
+        <source>Keep running</source>
+        <extracomment>Button of the dialog when quitting while an operation runs: go on with it</extracomment>
+        <translation>Weiterlaufen lassen</translation>
+    </message>
+    <message id="searchShortcutTip">
+        <source>Search people and groups (%1)</source>
+        <extracomment>Tool tip of the recipients&apos; search field; %1 is its shortcut (Ctrl+F)</extracomment>
+        <translation>Personen und Gruppen suchen (%1)</translation>
+    </message>
 </context>
 </TS>

@@ -14,6 +14,7 @@
 #include "widgets/ProgressOverlay.h"
 #include "widgets/RoundedCornersBox.h"
 #include "widgets/RoundedPanel.h"
+#include "widgets/ShortcutTip.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -124,6 +125,13 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     intakeTable->setEmptyText(qtTrId("emptyIntakeHint").arg(chooseFilesButton->text()));
     chooseFilesButton->setProperty("state", 1);
     openFolderButton->setProperty("state", 1);
+    // Standard keys; only the shown screen's buttons take them (hidden and switched-off
+    // buttons do not), and a text field keeps its own Delete and Ctrl+A.
+    chooseFilesButton->setShortcut(QKeySequence::Open);
+    removeFilesButton->setShortcut(QKeySequence::Delete);
+    selectDeselectAllButton->setShortcut(QKeySequence::SelectAll);
+    for (QPushButton* button : { chooseFilesButton, removeFilesButton, selectDeselectAllButton })
+        showShortcutInToolTip(button);
 
     // The intake title and its buttons sit together, with the screen's rule right under them:
     // the strokes share the width of that group, so they join into one rule that starts under

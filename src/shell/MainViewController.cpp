@@ -9,6 +9,7 @@
 #include "screens/EncryptViewController.h"
 #include "screens/PairingRequestBar.h"
 #include "shell/ConnectionWatchdog.h"
+#include "shell/Shortcuts.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
@@ -78,6 +79,7 @@ MainViewController::MainViewController(QWidget* parent)
     setObjectName(QStringLiteral("main_vc"));
     connect(m_watchdog, &ConnectionWatchdog::connectionLost, this, &MainViewController::leave);
     viewDidLoad();
+    installShortcuts(this);
 }
 
 void MainViewController::viewDidLoad()
