@@ -14,6 +14,11 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QContextMenuEvent>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QPainter>
+#include <QVBoxLayout>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -24,6 +29,51 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+namespace {
+
+// Saved to VARNEX_SCREENSHOT_DIR when it is set (docs/screenshots).
+void keep(const QPixmap& picture, const QString& name)
+{
+    const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR");
+    if (!out.isEmpty())
+        QVERIFY(picture.save(out + u'/' + name + QStringLiteral(".png")));
+}
+
+// A notification as a desktop draws one, from what the service received: our icon and name
+// (the desktop-entry hint), the summary, the body and the actions' labels.
+QPixmap drawNotification(const QString& summary, const QString& body, const QStringList& actions)
+{
+    QFrame card;
+    card.setStyleSheet(QStringLiteral("QFrame#card { background: #2b2b2b; border-radius: 10px; }"
+                                      "QLabel { color: #f0f0f0; } QPushButton { color: #f0f0f0; background: #3d3d3d;"
+                                      " border: none; border-radius: 6px; padding: 6px 14px; }"));
+    card.setObjectName(QStringLiteral("card"));
+    auto* layout = new QVBoxLayout(&card);
+    auto* head = new QHBoxLayout;
+    auto* icon = new QLabel;
+    icon->setPixmap(QIcon(QStringLiteral(":/images/varnex.svg")).pixmap(20, 20));
+    head->addWidget(icon);
+    head->addWidget(new QLabel(QStringLiteral("Varnex Desktop")));
+    head->addStretch();
+    layout->addLayout(head);
+    auto* title = new QLabel(summary);
+    QFont bold = title->font();
+    bold.setBold(true);
+    title->setFont(bold);
+    layout->addWidget(title);
+    layout->addWidget(new QLabel(body));
+    auto* buttons = new QHBoxLayout;
+    for (qsizetype i = 1; i < actions.size(); i += 2)
+        buttons->addWidget(new QPushButton(actions.at(i)));
+    buttons->addStretch();
+    layout->addLayout(buttons);
+    card.resize(380, card.sizeHint().height());
+    card.setAttribute(Qt::WA_TranslucentBackground);
+    return card.grab();
+}
+
+} // namespace
 
 // The desktop's notification service, as the test plays it on its own session bus.
 class FakeNotifications : public QObject
@@ -167,6 +217,7 @@ void TestNotifications::aBackgroundOperationIsNotified()
     QCOMPARE(note.actions,
         (QStringList { QStringLiteral("show-folder"), QStringLiteral("Show in folder"), QStringLiteral("open"),
             QStringLiteral("Open") }));
+    keep(drawNotification(note.summary, note.body, note.actions), QStringLiteral("notification@1x-light"));
 
     // Another program's notification is none of ours; ours shows the file in the file manager.
     const QString result = *WorkingFolders::encryptedFilesFolder() + QStringLiteral("/minutes.txt.vx");
@@ -198,6 +249,7 @@ void TestNotifications::inFrontTheSummarySaysIt()
     QCOMPARE(screen.resultSummary->text(), QStringLiteral("3 files encrypted for 1 person"));
     QVERIFY(screen.showResultsButton->isVisible());
     QCOMPARE(screen.showResultsButton->accessibleName(), QStringLiteral("Show in folder"));
+    keep(screen.grab(), QStringLiteral("result-summary@1x-light"));
 
     // The new results come first and highlighted, whatever the folder's order.
     FileTableView* table = screen.encryptedFilesTable();
@@ -232,6 +284,13 @@ void TestNotifications::inFrontTheSummarySaysIt()
     for (QAction* action : menu->actions())
         texts.append(action->text());
     QCOMPARE(texts, (QStringList { QStringLiteral("Open"), QStringLiteral("Show in folder"), QStringLiteral("Copy path") }));
+    QTRY_VERIFY(menu->isVisible());
+    QPixmap withMenu = screen.grab();
+    {
+        QPainter painter(&withMenu);
+        painter.drawPixmap(screen.mapFromGlobal(menu->pos()), menu->grab());
+    }
+    keep(withMenu, QStringLiteral("result-menu@1x-light"));
     menu->actions().at(2)->trigger();
     QCOMPARE(QGuiApplication::clipboard()->text(), folder + QStringLiteral("/c.txt.vx"));
     menu->actions().at(1)->trigger();
