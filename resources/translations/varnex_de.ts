@@ -669,5 +669,10 @@ Select deselect all users button</extracomment>
         <extracomment>Tool tip of the recipients&apos; search field; %1 is its shortcut (Ctrl+F)</extracomment>
         <translation>Personen und Gruppen suchen (%1)</translation>
     </message>
+    <message id="newResult">
+        <source>New</source>
+        <extracomment>Accessible description of a result row made by the last operation</extracomment>
+        <translation>Neu</translation>
+    </message>
 </context>
 </TS>

@@ -37,5 +37,11 @@ QVariant ResultOrderModel::data(const QModelIndex& index, int role) const
 {
     if (role == NewResultRole)
         return index.isValid() && m_newResults.contains(QSortFilterProxyModel::data(index, m_pathRole).toString());
+    // The highlight, in words for a screen reader.
+    if (role == Qt::AccessibleDescriptionRole && data(index, NewResultRole).toBool()) {
+        //: Accessible description of a result row made by the last operation
+        //% "New"
+        return qtTrId("newResult");
+    }
     return QSortFilterProxyModel::data(index, role);
 }

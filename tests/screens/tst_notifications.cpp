@@ -260,6 +260,7 @@ void TestNotifications::inFrontTheSummarySaysIt()
         const QModelIndex index = shown->index(row, 0);
         first.append(index.data(FileListModel::NameRole).toString());
         QVERIFY(index.data(ResultOrderModel::NewResultRole).toBool());
+        QCOMPARE(index.data(Qt::AccessibleDescriptionRole).toString(), QStringLiteral("New"));
     }
     QCOMPARE(first, (QStringList { QStringLiteral("a.txt"), QStringLiteral("b.txt"), QStringLiteral("c.txt") }));
     // A dragged result carries its file, as other programs take it.
