@@ -10,10 +10,6 @@
 #include <QMouseEvent>
 #include <QUrl>
 
-namespace {
-// Within this distance of a row's edge a drop counts as between rows.
-constexpr int betweenRowsMargin = 6;
-} // namespace
 
 FileTableView::FileTableView(const QString& identifier, FileCellDelegate* cell, bool acceptsFileDrops, QWidget* parent)
     : CheckableListView(parent)
@@ -59,16 +55,7 @@ void FileTableView::updateTabStop()
         focusNextChild();
 }
 
-bool FileTableView::isBetweenRows(const QPoint& position) const
-{
-    const QModelIndex index = indexAt(position);
-    if (!index.isValid())
-        return true; // below the last row, or an empty table
-    const QRect rect = visualRect(index);
-    return position.y() - rect.top() < betweenRowsMargin || rect.bottom() - position.y() < betweenRowsMargin;
-}
-
-bool FileTableView::acceptsDropAt(const QMimeData* data, const QPoint&) const
+bool FileTableView::acceptsDrop(const QMimeData* data) const
 {
     // Anywhere on the list: a full list would otherwise leave almost nowhere to drop.
     return m_acceptsFileDrops && data && data->hasUrls();
@@ -96,7 +83,7 @@ void FileTableView::dragEnterEvent(QDragEnterEvent* event)
 
 void FileTableView::dragMoveEvent(QDragMoveEvent* event)
 {
-    if (acceptsDropAt(event->mimeData(), event->position().toPoint())) {
+    if (acceptsDrop(event->mimeData())) {
         event->setDropAction(Qt::CopyAction);
         event->accept();
     } else {
@@ -106,7 +93,7 @@ void FileTableView::dragMoveEvent(QDragMoveEvent* event)
 
 void FileTableView::dropEvent(QDropEvent* event)
 {
-    if (!acceptsDropAt(event->mimeData(), event->position().toPoint())) {
+    if (!acceptsDrop(event->mimeData())) {
         event->ignore();
         return;
     }

@@ -20,9 +20,6 @@ public:
 
     void setModel(QAbstractItemModel* model) override;
 
-    // Whether a drop at `position` (viewport coordinates) would land between rows.
-    bool isBetweenRows(const QPoint& position) const;
-
     // Result tables: rows can be dragged out to other applications.
     void setDragOut(bool on) { m_dragOut = on; }
     bool dragsOut() const { return m_dragOut; }
@@ -50,7 +47,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    bool acceptsDropAt(const QMimeData* data, const QPoint& position) const;
+    bool acceptsDrop(const QMimeData* data) const;
     void setHoveredPreview(int row);
     void updateTabStop();
 

@@ -300,6 +300,18 @@ void TestNotifications::inFrontTheSummarySaysIt()
     menu->actions().at(0)->trigger();
     QCOMPARE(dialogs.opened, QStringList { folder + QStringLiteral("/c.txt.vx") });
     menu->close();
+    QTRY_VERIFY(!table->findChild<QMenu*>(QStringLiteral("resultMenu")));
+    // From the keyboard: the menu key opens the menu of the current row (the window system
+    // turns the key into this event, at the current row, as offscreen does not).
+    table->setFocus();
+    table->setCurrentIndex(shown->index(1, 0));
+    const QPoint at = table->inputMethodQuery(Qt::ImCursorRectangle).toRect().center();
+    QContextMenuEvent key(QContextMenuEvent::Keyboard, at, table->mapToGlobal(at));
+    QApplication::sendEvent(table, &key);
+    QTRY_VERIFY(menu = table->findChild<QMenu*>(QStringLiteral("resultMenu")));
+    menu->actions().at(2)->trigger();
+    QCOMPARE(QGuiApplication::clipboard()->text(), folder + QStringLiteral("/b.txt.vx"));
+    menu->close();
     // A double-click opens, as the eye does.
     QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, table->visualRect(shown->index(0, 0)).center());
     QCOMPARE(dialogs.opened.last(), folder + QStringLiteral("/a.txt.vx"));
