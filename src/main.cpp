@@ -69,11 +69,11 @@ int main(int argc, char* argv[])
     if (!files.isEmpty())
         window.openFiles(files);
     QObject::connect(delegate.singleInstance(), &SingleInstance::filesHandedOver, &window,
-                     [&window](const QStringList& paths) {
-                         if (!paths.isEmpty())
-                             window.openFiles(paths);
-                         bringForward(window);
-                     });
+        [&window](const QStringList& paths) {
+            if (!paths.isEmpty())
+                window.openFiles(paths);
+            bringForward(window);
+        });
     delegate.listenForLaterStarts();
 
     const int status = app.exec();

@@ -39,8 +39,10 @@ std::optional<CommandLineAnswer> answerCommandLine(const QStringList& arguments)
     for (const char* name : qtFlagOptions)
         acceptQtOption(parser, name, false);
     //: Description of the files argument in the command line help
-    //% "Files to add: encrypted files (.vx) to Decrypt, all others to Encrypt. A running Varnex Desktop takes them."
-    parser.addPositionalArgument(QStringLiteral("files"), qtTrId("commandLineFiles"), QStringLiteral("[files...]"));
+    //% "Files to add: encrypted files (.vx) to Decrypt, all others to Encrypt. A running Varnex Desktop takes
+    //them."
+    parser.addPositionalArgument(
+        QStringLiteral("files"), qtTrId("commandLineFiles"), QStringLiteral("[files...]"));
 
     const bool parsed = parser.parse(arguments);
     // --help-all is Qt's own spelling; the Qt options it would add are not ours to explain.

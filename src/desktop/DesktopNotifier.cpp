@@ -22,10 +22,10 @@ DesktopNotifier::DesktopNotifier(const QDBusConnection& bus, QObject* parent)
     , m_bus(bus)
 {
     // Not checked for a service first: the bus may start one on demand.
-    m_bus.connect(notificationsService, notificationsPath, notificationsService, QStringLiteral("ActionInvoked"),
-                  this, SLOT(onActionInvoked(uint, QString)));
     m_bus.connect(notificationsService, notificationsPath, notificationsService,
-                  QStringLiteral("NotificationClosed"), this, SLOT(onClosed(uint, uint)));
+        QStringLiteral("ActionInvoked"), this, SLOT(onActionInvoked(uint, QString)));
+    m_bus.connect(notificationsService, notificationsPath, notificationsService,
+        QStringLiteral("NotificationClosed"), this, SLOT(onClosed(uint, uint)));
 }
 
 DesktopNotifier& DesktopNotifier::instance()
@@ -50,8 +50,8 @@ void DesktopNotifier::notify(const Note& note, std::function<void()> whenNotShow
     const QVariantMap hints { { QStringLiteral("desktop-entry"), QString::fromLatin1(desktopEntry) } };
     QDBusMessage call = QDBusMessage::createMethodCall(
         notificationsService, notificationsPath, notificationsService, QStringLiteral("Notify"));
-    call << QString::fromLatin1("Varnex Desktop") << uint(0) << QString::fromLatin1(desktopEntry) << note.summary
-         << note.body << actions << hints << int(-1);
+    call << QString::fromLatin1("Varnex Desktop") << uint(0) << QString::fromLatin1(desktopEntry)
+         << note.summary << note.body << actions << hints << int(-1);
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, note, whenNotShown] {
         watcher->deleteLater();

@@ -23,15 +23,16 @@ public:
     {
         QString summary;
         QString body;
-        QString folder;     // where the files are; empty: no actions
-        QStringList files;  // absolute paths of the results
+        QString folder; // where the files are; empty: no actions
+        QStringList files; // absolute paths of the results
     };
 
     static constexpr const char* desktopEntry = "org.varnex.Desktop";
     static constexpr const char* showFolderAction = "show-folder";
     static constexpr const char* openAction = "open";
 
-    explicit DesktopNotifier(const QDBusConnection& bus = QDBusConnection::sessionBus(), QObject* parent = nullptr);
+    explicit DesktopNotifier(
+        const QDBusConnection& bus = QDBusConnection::sessionBus(), QObject* parent = nullptr);
 
     // The one notifier of the program, on the session bus.
     static DesktopNotifier& instance();

@@ -81,7 +81,9 @@ std::optional<Message> takeMessage(QByteArray& buffer, bool& bad)
 // A folder that is ours alone: owned by us, no access for group or others.
 bool isPrivateFolder(const QString& path)
 {
-    struct stat st {};
+    struct stat st
+    {
+    };
     if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
         return false;
     return S_ISDIR(st.st_mode) && st.st_uid == ::geteuid() && (st.st_mode & 077) == 0;
@@ -193,11 +195,13 @@ void SingleInstance::read(QLocalSocket* socket)
         if (QDir::isAbsolutePath(path))
             paths.append(path);
     }
-    qCInfo(lcInstance).noquote() << "A later start handed over" << paths.size() << "files:" << paths.join(u' ');
+    qCInfo(lcInstance).noquote() << "A later start handed over" << paths.size()
+                                 << "files:" << paths.join(u' ');
     Q_EMIT filesHandedOver(paths);
 }
 
-SingleInstance::HandOver SingleInstance::handOver(const QStringList& paths, std::chrono::milliseconds timeout) const
+SingleInstance::HandOver SingleInstance::handOver(
+    const QStringList& paths, std::chrono::milliseconds timeout) const
 {
     const QDeadlineTimer deadline(timeout);
     const auto left = [&deadline] { return int(std::max<qint64>(deadline.remainingTime(), 0)); };

@@ -36,7 +36,8 @@ bool ResultOrderModel::lessThan(const QModelIndex& left, const QModelIndex& righ
 QVariant ResultOrderModel::data(const QModelIndex& index, int role) const
 {
     if (role == NewResultRole)
-        return index.isValid() && m_newResults.contains(QSortFilterProxyModel::data(index, m_pathRole).toString());
+        return index.isValid()
+            && m_newResults.contains(QSortFilterProxyModel::data(index, m_pathRole).toString());
     // The highlight, in words for a screen reader.
     if (role == Qt::AccessibleDescriptionRole && data(index, NewResultRole).toBool()) {
         //: Accessible description of a result row made by the last operation

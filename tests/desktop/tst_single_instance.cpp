@@ -53,8 +53,9 @@ void TestSingleInstance::onlyTheFirstHoldsTheLock()
         SingleInstance first(place);
         QVERIFY(first.claim());
         // Made for the user alone.
-        QCOMPARE(QFile::permissions(place) & ~(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
-                                                 | QFile::WriteUser | QFile::ExeUser),
+        QCOMPARE(QFile::permissions(place)
+                & ~(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
+                    | QFile::WriteUser | QFile::ExeUser),
             QFile::Permissions());
         SingleInstance second(place);
         QVERIFY(!second.claim());
@@ -77,15 +78,17 @@ void TestSingleInstance::messages_data()
     const QByteArray open = payload(QStringLiteral("open"), two);
     QTest::newRow("whole") << framed(open) << 0 << true << two;
     QTest::newRow("a byte at a time") << framed(open) << 1 << true << two;
-    QTest::newRow("nothing to open: only come forward") << framed(payload(QStringLiteral("open"), {})) << 0 << true
-                                                        << QStringList();
+    QTest::newRow("nothing to open: only come forward")
+        << framed(payload(QStringLiteral("open"), {})) << 0 << true << QStringList();
     QTest::newRow("relative paths are left out")
-        << framed(payload(QStringLiteral("open"), { QStringLiteral("a.vx"), QStringLiteral("/b.txt") })) << 0 << true
-        << QStringList { QStringLiteral("/b.txt") };
-    QTest::newRow("unknown word") << framed(payload(QStringLiteral("lock"), two)) << 0 << false << QStringList();
+        << framed(payload(QStringLiteral("open"), { QStringLiteral("a.vx"), QStringLiteral("/b.txt") })) << 0
+        << true << QStringList { QStringLiteral("/b.txt") };
+    QTest::newRow("unknown word") << framed(payload(QStringLiteral("lock"), two)) << 0 << false
+                                  << QStringList();
     QTest::newRow("longer than allowed")
         << framed(open, SingleInstance::maxMessageBytes + 1) << 0 << false << QStringList();
-    QTest::newRow("not a stream") << framed(QByteArray("\xff\xff\xff\xf0garbage", 11)) << 0 << false << QStringList();
+    QTest::newRow("not a stream") << framed(QByteArray("\xff\xff\xff\xf0garbage", 11)) << 0 << false
+                                  << QStringList();
 }
 
 void TestSingleInstance::messages()

@@ -14,21 +14,21 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QContextMenuEvent>
-#include <QFrame>
-#include <QHBoxLayout>
-#include <QIcon>
-#include <QPainter>
-#include <QVBoxLayout>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QIcon>
 #include <QLabel>
 #include <QMenu>
 #include <QMimeData>
+#include <QPainter>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QVBoxLayout>
 
 namespace {
 
@@ -45,9 +45,10 @@ void keep(const QPixmap& picture, const QString& name)
 QPixmap drawNotification(const QString& summary, const QString& body, const QStringList& actions)
 {
     QFrame card;
-    card.setStyleSheet(QStringLiteral("QFrame#card { background: #2b2b2b; border-radius: 10px; }"
-                                      "QLabel { color: #f0f0f0; } QPushButton { color: #f0f0f0; background: #3d3d3d;"
-                                      " border: none; border-radius: 6px; padding: 6px 14px; }"));
+    card.setStyleSheet(
+        QStringLiteral("QFrame#card { background: #2b2b2b; border-radius: 10px; }"
+                       "QLabel { color: #f0f0f0; } QPushButton { color: #f0f0f0; background: #3d3d3d;"
+                       " border: none; border-radius: 6px; padding: 6px 14px; }"));
     card.setObjectName(QStringLiteral("card"));
     auto* layout = new QVBoxLayout(&card);
     auto* head = new QHBoxLayout;
@@ -213,10 +214,11 @@ void TestNotifications::aBackgroundOperationIsNotified()
     const FakeNotifications::Shown note = m_notifications.shown.at(0);
     QCOMPARE(note.summary, QStringLiteral("1 file encrypted for 1 person"));
     QCOMPARE(note.body, QStringLiteral("minutes.txt.vx"));
-    QCOMPARE(note.hints.value(QStringLiteral("desktop-entry")).toString(), QStringLiteral("org.varnex.Desktop"));
+    QCOMPARE(
+        note.hints.value(QStringLiteral("desktop-entry")).toString(), QStringLiteral("org.varnex.Desktop"));
     QCOMPARE(note.actions,
-        (QStringList { QStringLiteral("show-folder"), QStringLiteral("Show in folder"), QStringLiteral("open"),
-            QStringLiteral("Open") }));
+        (QStringList { QStringLiteral("show-folder"), QStringLiteral("Show in folder"),
+            QStringLiteral("open"), QStringLiteral("Open") }));
     keep(drawNotification(note.summary, note.body, note.actions), QStringLiteral("notification@1x-light"));
 
     // Another program's notification is none of ours; ours shows the file in the file manager.
@@ -262,7 +264,8 @@ void TestNotifications::inFrontTheSummarySaysIt()
         QVERIFY(index.data(ResultOrderModel::NewResultRole).toBool());
         QCOMPARE(index.data(Qt::AccessibleDescriptionRole).toString(), QStringLiteral("New"));
     }
-    QCOMPARE(first, (QStringList { QStringLiteral("a.txt"), QStringLiteral("b.txt"), QStringLiteral("c.txt") }));
+    QCOMPARE(
+        first, (QStringList { QStringLiteral("a.txt"), QStringLiteral("b.txt"), QStringLiteral("c.txt") }));
     // A dragged result carries its file, as other programs take it.
     const QString folder = *WorkingFolders::encryptedFilesFolder();
     std::unique_ptr<QMimeData> dragged(shown->mimeData({ shown->index(1, 0) }));
@@ -277,14 +280,17 @@ void TestNotifications::inFrontTheSummarySaysIt()
 
     // The menu of a result row: Open, Show in folder, Copy path.
     const QRect row = table->visualRect(shown->index(2, 0));
-    QContextMenuEvent menuEvent(QContextMenuEvent::Mouse, row.center(), table->viewport()->mapToGlobal(row.center()));
+    QContextMenuEvent menuEvent(
+        QContextMenuEvent::Mouse, row.center(), table->viewport()->mapToGlobal(row.center()));
     QApplication::sendEvent(table->viewport(), &menuEvent);
     QMenu* menu = nullptr;
     QTRY_VERIFY(menu = table->findChild<QMenu*>(QStringLiteral("resultMenu")));
     QStringList texts;
     for (QAction* action : menu->actions())
         texts.append(action->text());
-    QCOMPARE(texts, (QStringList { QStringLiteral("Open"), QStringLiteral("Show in folder"), QStringLiteral("Copy path") }));
+    QCOMPARE(texts,
+        (QStringList {
+            QStringLiteral("Open"), QStringLiteral("Show in folder"), QStringLiteral("Copy path") }));
     QTRY_VERIFY(menu->isVisible());
     QPixmap withMenu = screen.grab();
     {
@@ -296,7 +302,8 @@ void TestNotifications::inFrontTheSummarySaysIt()
     QCOMPARE(QGuiApplication::clipboard()->text(), folder + QStringLiteral("/c.txt.vx"));
     menu->actions().at(1)->trigger();
     QTRY_COMPARE(m_fileManager.shownItems.size(), 2);
-    QCOMPARE(m_fileManager.shownItems.at(1), QStringList { QUrl::fromLocalFile(folder + QStringLiteral("/c.txt.vx")).toString() });
+    QCOMPARE(m_fileManager.shownItems.at(1),
+        QStringList { QUrl::fromLocalFile(folder + QStringLiteral("/c.txt.vx")).toString() });
     menu->actions().at(0)->trigger();
     QCOMPARE(dialogs.opened, QStringList { folder + QStringLiteral("/c.txt.vx") });
     menu->close();
@@ -329,7 +336,8 @@ void TestNotifications::withoutAServiceTheWindowIsAlerted()
 {
     QVERIFY(m_desktop.unregisterService(QStringLiteral("org.freedesktop.Notifications")));
     int alerted = 0;
-    DesktopNotifier::instance().notify({ QStringLiteral("1 file decrypted"), {}, {}, {} }, [&alerted] { ++alerted; });
+    DesktopNotifier::instance().notify(
+        { QStringLiteral("1 file decrypted"), {}, {}, {} }, [&alerted] { ++alerted; });
     QTRY_COMPARE(alerted, 1);
     QVERIFY(m_desktop.registerService(QStringLiteral("org.freedesktop.Notifications")));
 }

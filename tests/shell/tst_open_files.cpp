@@ -47,17 +47,20 @@ void TestOpenFiles::routing_data()
     QTest::addColumn<QString>("shown");
     QTest::addColumn<int>("dialogs");
 
-    const auto names = [](const char* line) { return QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts); };
+    const auto names
+        = [](const char* line) { return QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts); };
     QTest::newRow("encrypted first") << names("a.vx b.txt") << false << names("b.txt") << names("a.vx")
                                      << QStringLiteral("DecryptViewController") << 0;
     QTest::newRow("plain first") << names("b.txt a.vx c.vx") << false << names("b.txt") << names("a.vx c.vx")
                                  << QStringLiteral("EncryptViewController") << 0;
     QTest::newRow("upper-case .VX is not encrypted") << names("d.VX") << false << names("d.VX") << names("")
                                                      << QStringLiteral("EncryptViewController") << 0;
-    QTest::newRow("before pairing, they wait") << names("a.vx b.txt") << true << names("b.txt") << names("a.vx")
-                                               << QStringLiteral("DecryptViewController") << 0;
-    QTest::newRow("a folder is refused as a drop is") << names("photos/ b.txt") << false << names("b.txt")
-                                                      << names("") << QStringLiteral("EncryptViewController") << 1;
+    QTest::newRow("before pairing, they wait")
+        << names("a.vx b.txt") << true << names("b.txt") << names("a.vx")
+        << QStringLiteral("DecryptViewController") << 0;
+    QTest::newRow("a folder is refused as a drop is")
+        << names("photos/ b.txt") << false << names("b.txt") << names("")
+        << QStringLiteral("EncryptViewController") << 1;
     QTest::newRow("the same name twice") << names("b.txt b.txt") << true << names("b.txt") << names("")
                                          << QStringLiteral("EncryptViewController") << 1;
 }

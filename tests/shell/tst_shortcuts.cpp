@@ -4,8 +4,8 @@
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
-#include "screens/PairedPhone.h"
 #include "screens/FileTableView.h"
+#include "screens/PairedPhone.h"
 #include "screens/RecipientsPanel.h"
 #include "shell/AppWindow.h"
 #include "shell/MainViewController.h"
@@ -106,7 +106,8 @@ void TestShortcuts::keysDoWhatTheyDo()
     QCOMPARE(main->vc1->intakeList()->markedCount(), 0);
 
     // Seen in tool tips, and heard as the buttons' key bindings.
-    QCOMPARE(main->vc1->chooseFilesButton->toolTip(), QStringLiteral("Choose files to add, or drop them on the list (Ctrl+O)"));
+    QCOMPARE(main->vc1->chooseFilesButton->toolTip(),
+        QStringLiteral("Choose files to add, or drop them on the list (Ctrl+O)"));
     QCOMPARE(main->decryptButton->toolTip(), QStringLiteral("DECRYPT (Ctrl+2)"));
     QCOMPARE(main->aboutButton->toolTip(), QStringLiteral("About (F1)"));
     QAccessibleInterface* about = QAccessible::queryAccessibleInterface(main->aboutButton);
@@ -143,7 +144,8 @@ void TestShortcuts::quittingWhileAnOperationRunsAsks()
     QTest::keyClick(&window, Qt::Key_Q, Qt::ControlModifier);
     QTRY_COMPARE(dialogs.shown.size(), 1);
     QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("An operation is still running"));
-    QCOMPARE(dialogs.shown.at(0).options, (QStringList { QStringLiteral("Keep running"), QStringLiteral("Quit") }));
+    QCOMPARE(dialogs.shown.at(0).options,
+        (QStringList { QStringLiteral("Keep running"), QStringLiteral("Quit") }));
     QVERIFY(window.isVisible());
     QVERIFY(main->vc2->overlay());
     // Closing the window asks the same; Quit closes it.
