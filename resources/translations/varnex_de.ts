@@ -575,9 +575,9 @@ Select deselect all users button</extracomment>
         <translation>Nicht angemeldet. Bitte scannen Sie zuerst den QR-Code mit der iOS-App.</translation>
     </message>
     <message id="commandLineFiles">
-        <source>Files to add: encrypted files (.vx) to Decrypt, all others to Encrypt. A running Varnex Desktop takes them.</source>
+        <source>Files to add: encrypted files (.vx) to Decrypt, the others to Encrypt.</source>
         <extracomment>Description of the files argument in the command line help</extracomment>
-        <translation>Hinzuzufügende Dateien: verschlüsselte Dateien (.vx) zum Entschlüsseln, alle anderen zum Verschlüsseln. Ein laufendes Varnex Desktop übernimmt sie.</translation>
+        <translation>Hinzuzufügende Dateien: verschlüsselte Dateien (.vx) zum Entschlüsseln, die anderen zum Verschlüsseln.</translation>
     </message>
     <message id="notificationShowInFolder">
         <source>Show in folder</source>

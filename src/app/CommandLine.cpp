@@ -39,8 +39,7 @@ std::optional<CommandLineAnswer> answerCommandLine(const QStringList& arguments)
     for (const char* name : qtFlagOptions)
         acceptQtOption(parser, name, false);
     //: Description of the files argument in the command line help
-    //% "Files to add: encrypted files (.vx) to Decrypt, all others to Encrypt. A running Varnex Desktop takes
-    //them."
+    //% "Files to add: encrypted files (.vx) to Decrypt, the others to Encrypt."
     parser.addPositionalArgument(
         QStringLiteral("files"), qtTrId("commandLineFiles"), QStringLiteral("[files...]"));
 

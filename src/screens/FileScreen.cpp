@@ -21,10 +21,10 @@
 #include <QContextMenuEvent>
 #include <QDragEnterEvent>
 #include <QElapsedTimer>
-#include <QMenu>
-#include <QMimeData>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
+#include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
 #include <QTimer>
@@ -222,7 +222,8 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
         DesktopNotifier::instance().showInFolder(m_lastResults, m_settings.resultFolder.value_or(QString()));
     });
     // The notifier's fallback and its "Open" go through the same seam as every other opening.
-    DesktopNotifier::instance().openPath = [](const QString& path) { return Dialogs::current().openPath(path); };
+    DesktopNotifier::instance().openPath
+        = [](const QString& path) { return Dialogs::current().openPath(path); };
 
     connect(m_intake, &IntakeList::changed, m_intakeModel, &FileListModel::reload);
     connect(m_intake, &IntakeList::buttonsChanged, this, &FileScreen::applyButtons);
@@ -317,7 +318,8 @@ void FileScreen::showResultInFolder(int row)
 {
     if (row < 0 || row >= m_resultOrder->rowCount())
         return;
-    DesktopNotifier::instance().showInFolder({ resultPath(row) }, m_settings.resultFolder.value_or(QString()));
+    DesktopNotifier::instance().showInFolder(
+        { resultPath(row) }, m_settings.resultFolder.value_or(QString()));
 }
 
 void FileScreen::copyResultPath(int row)
@@ -331,7 +333,8 @@ void FileScreen::showResultMenu(const QPoint& position)
     // From the keyboard (the menu key) the row is the current one.
     QModelIndex index = resultTable->indexAt(position);
     QPoint at = position;
-    if (!index.isValid() && resultTable->currentIndex().isValid() && !resultTable->viewport()->rect().contains(position)) {
+    if (!index.isValid() && resultTable->currentIndex().isValid()
+        && !resultTable->viewport()->rect().contains(position)) {
         index = resultTable->currentIndex();
         at = resultTable->visualRect(index).center();
     }
@@ -504,8 +507,10 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
                 overlay->setDetail(figures->rate.describe());
             });
     connect(task, &OperationTask::finished, this, [this, task, overlay, finish](const OperationTask::Result& result) {
-        if (result.outcome != OperationTask::Outcome::Cancelled)
-            tellOutcome(result.outcome == OperationTask::Outcome::Succeeded, result.title, result.message, result.written);
+        if (result.outcome != OperationTask::Outcome::Cancelled) {
+            const bool succeeded = result.outcome == OperationTask::Outcome::Succeeded;
+            tellOutcome(succeeded, result.title, result.message, result.written);
+        }
         if (!result.title.isEmpty()) {
             // The alert's nested event loop may outlive this screen; the task and the overlay
             // are its children and go with it.
@@ -527,8 +532,8 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
     task->start();
 }
 
-void FileScreen::tellOutcome(bool succeeded, const QString& failureTitle, const QString& failureMessage,
-                             const QStringList& written)
+void FileScreen::tellOutcome(
+    bool succeeded, const QString& failureTitle, const QString& failureMessage, const QStringList& written)
 {
     const bool encrypt = m_settings.kind == IntakeList::Kind::Encrypt;
     const int count = int(written.size());

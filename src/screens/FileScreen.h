@@ -110,7 +110,7 @@ private:
     // After an operation that was not cancelled: the summary line, the newest results first,
     // and a desktop notification when the window is in the background.
     void tellOutcome(bool succeeded, const QString& failureTitle, const QString& failureMessage,
-                     const QStringList& written);
+        const QStringList& written);
     QString resultPath(int row) const;
     void showResultMenu(const QPoint& position);
 

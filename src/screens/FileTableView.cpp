@@ -5,11 +5,10 @@
 #include <QApplication>
 #include <QDrag>
 #include <QDragEnterEvent>
-#include <QPainter>
 #include <QMimeData>
 #include <QMouseEvent>
+#include <QPainter>
 #include <QUrl>
-
 
 FileTableView::FileTableView(const QString& identifier, FileCellDelegate* cell, bool acceptsFileDrops, QWidget* parent)
     : CheckableListView(parent)
@@ -110,7 +109,8 @@ void FileTableView::dropEvent(QDropEvent* event)
 void FileTableView::mousePressEvent(QMouseEvent* event)
 {
     const QModelIndex index = indexAt(event->position().toPoint());
-    m_pressed = event->button() == Qt::LeftButton && m_dragOut ? QPersistentModelIndex(index) : QPersistentModelIndex();
+    m_pressed = event->button() == Qt::LeftButton && m_dragOut ? QPersistentModelIndex(index)
+                                                               : QPersistentModelIndex();
     m_pressPosition = event->position().toPoint();
     if (event->button() != Qt::LeftButton || !index.isValid()) {
         QListView::mousePressEvent(event);
@@ -157,7 +157,8 @@ void FileTableView::mouseReleaseEvent(QMouseEvent* event)
 void FileTableView::mouseMoveEvent(QMouseEvent* event)
 {
     if (m_pressed.isValid() && (event->buttons() & Qt::LeftButton)
-        && (event->position().toPoint() - m_pressPosition).manhattanLength() >= QApplication::startDragDistance()) {
+        && (event->position().toPoint() - m_pressPosition).manhattanLength()
+            >= QApplication::startDragDistance()) {
         const QModelIndex index = m_pressed;
         m_pressed = QPersistentModelIndex();
         if (QMimeData* data = model()->mimeData({ index })) {

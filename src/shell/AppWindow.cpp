@@ -128,8 +128,11 @@ void AppWindow::deliverWaitingFiles()
     if (m_waitingFiles.isEmpty())
         return;
     // After the swap has begun: a refusal dialog must not hold up the main screens.
-    QMetaObject::invokeMethod(this, [this] {
-        const QStringList files = std::exchange(m_waitingFiles, {});
-        openFiles(files);
-    }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            const QStringList files = std::exchange(m_waitingFiles, {});
+            openFiles(files);
+        },
+        Qt::QueuedConnection);
 }

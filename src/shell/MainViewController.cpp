@@ -287,8 +287,9 @@ void MainViewController::openFiles(const QStringList& paths)
 {
     if (paths.isEmpty())
         return;
-    const auto encryptedName
-        = [](const QString& path) { return IntakeList::isEncryptedName(path.section(u'/', -1, -1, QString::SectionSkipEmpty)); };
+    const auto encryptedName = [](const QString& path) {
+        return IntakeList::isEncryptedName(path.section(u'/', -1, -1, QString::SectionSkipEmpty));
+    };
     QStringList encrypted;
     QStringList others;
     for (const QString& path : paths)

@@ -137,7 +137,8 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
 {
     QTemporaryDir home;
     QVERIFY(QDir(home.path()).mkdir(QStringLiteral("runtime")));
-    QFile::setPermissions(home.filePath(QStringLiteral("runtime")), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(
+        home.filePath(QStringLiteral("runtime")), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const QString socket = home.filePath(QStringLiteral("runtime/varnex-desktop.socket"));
     QProcess first;
     first.setProcessEnvironment(programEnvironment(home.path()));
@@ -152,13 +153,15 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
     second.setWorkingDirectory(work.path());
     QElapsedTimer clock;
     clock.start();
-    second.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), { QStringLiteral("a.vx"), QStringLiteral("b.txt") });
+    second.start(
+        qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), { QStringLiteral("a.vx"), QStringLiteral("b.txt") });
     QVERIFY(second.waitForFinished(10000));
     QCOMPARE(second.exitCode(), 0);
     QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
     QByteArray log;
-    const QByteArray expected = "handed over 2 files: " + QFile::encodeName(work.filePath(QStringLiteral("a.vx")))
-        + ' ' + QFile::encodeName(work.filePath(QStringLiteral("b.txt")));
+    const QByteArray expected
+        = "handed over 2 files: " + QFile::encodeName(work.filePath(QStringLiteral("a.vx"))) + ' '
+        + QFile::encodeName(work.filePath(QStringLiteral("b.txt")));
     QTRY_VERIFY_WITH_TIMEOUT((log += first.readAllStandardError(), log.contains(expected)), 10000);
 
     // Without files the first only comes forward.
@@ -166,7 +169,8 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
     second.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
     QVERIFY(second.waitForFinished(10000));
     QCOMPARE(second.exitCode(), 0);
-    QTRY_VERIFY_WITH_TIMEOUT((log += first.readAllStandardError(), log.contains("handed over 0 files")), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (log += first.readAllStandardError(), log.contains("handed over 0 files")), 10000);
 
     // A first start that no longer answers: the second gives up after 2 s and says so.
     ::kill(pid_t(first.processId()), SIGSTOP);
@@ -197,7 +201,8 @@ void TestCommandLine::theLockStaysOutOfSharedFolders_data()
     QTest::addColumn<QString>("runtime"); // made with this mode (octal); empty: not set
     QTest::addColumn<QString>("expected"); // folder of the lock, under HOME
     QTest::newRow("private runtime folder") << QStringLiteral("700") << QStringLiteral("runtime");
-    QTest::newRow("runtime folder others can write") << QStringLiteral("777") << QStringLiteral(".cache/varnex-desktop");
+    QTest::newRow("runtime folder others can write")
+        << QStringLiteral("777") << QStringLiteral(".cache/varnex-desktop");
     QTest::newRow("no runtime folder") << QString() << QStringLiteral(".cache/varnex-desktop");
 }
 
@@ -222,7 +227,8 @@ void TestCommandLine::theLockStaysOutOfSharedFolders()
     const QString folder = home.filePath(expected);
     QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(folder + QStringLiteral("/varnex-desktop.socket")), 20000);
     QVERIFY(QFileInfo::exists(folder + QStringLiteral("/varnex-desktop.lock")));
-    QCOMPARE(QFileInfo(folder).permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther),
+    QCOMPARE(QFileInfo(folder).permissions()
+            & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther),
         QFile::Permissions());
     program.terminate();
     QVERIFY(program.waitForFinished(10000));

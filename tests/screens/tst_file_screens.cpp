@@ -32,7 +32,8 @@ bool dropOn(QWidget* target, const QStringList& paths, QPoint position)
     QApplication::sendEvent(target, &move);
     if (!move.isAccepted())
         return false;
-    QDropEvent dropEvent(QPointF(position), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QDropEvent dropEvent(
+        QPointF(position), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(target, &dropEvent);
     return dropEvent.isAccepted();
 }
