@@ -131,6 +131,7 @@ private Q_SLOTS:
     void initTestCase();
     void init() { m_phone->pair(); }
     void aBackgroundOperationIsNotified();
+    void aFailureInTheBackgroundIsNotifiedToo();
     void inFrontTheSummarySaysIt();
     void withoutAServiceTheWindowIsAlerted();
 
@@ -232,6 +233,33 @@ void TestNotifications::aBackgroundOperationIsNotified()
     invoke(note.id, QStringLiteral("open"));
     QTRY_COMPARE(dialogs.opened, QStringList { result });
     QCOMPARE(m_notifications.shown.size(), 1);
+}
+
+void TestNotifications::aFailureInTheBackgroundIsNotifiedToo()
+{
+    FakeDialogs dialogs;
+    m_notifications.shown.clear();
+    DecryptViewController screen;
+    screen.show();
+    QWidget elsewhere;
+    elsewhere.show();
+    elsewhere.activateWindow();
+    QTRY_VERIFY(!screen.isActiveWindow());
+    TestFiles::write(m_files + QStringLiteral("/old.vx"), "sealed");
+    screen.addFiles({ m_files + QStringLiteral("/old.vx") });
+    screen.intakeList()->flip(0);
+    QVERIFY(m_phone->setFault(
+        { { QStringLiteral("path"), QStringLiteral("/decryptFile/") }, { QStringLiteral("status"), 500 } }));
+    screen.uploadForDecryption();
+    QTRY_VERIFY_WITH_TIMEOUT(!screen.overlay(), 15000);
+    // Told at once, not only once the user comes back to the failure dialog; nothing to show.
+    QTRY_COMPARE(m_notifications.shown.size(), 1);
+    QCOMPARE(m_notifications.shown.at(0).summary, dialogs.shown.at(0).title);
+    QCOMPARE(m_notifications.shown.at(0).body, dialogs.shown.at(0).message);
+    QCOMPARE(m_notifications.shown.at(0).actions, QStringList());
+    QCOMPARE(screen.resultSummary->text(), dialogs.shown.at(0).title);
+    QVERIFY(!screen.showResultsButton->isVisibleTo(&screen));
+    m_phone->clearFaults();
 }
 
 void TestNotifications::inFrontTheSummarySaysIt()
