@@ -64,3 +64,9 @@ void AppDelegate::applicationDidFinishLaunching()
     m_listener->start();
     StoredSession::log();
 }
+
+void AppDelegate::applicationWillTerminate()
+{
+    m_listener.reset();
+    m_instance.reset();
+}

@@ -33,8 +33,10 @@ public:
     // exists. The window opens on pairing whatever the stored session says.
     void applicationDidFinishLaunching();
 
-    // Nothing is saved at exit: everything persistent is already on disk.
-    void applicationWillTerminate() { }
+    // Nothing is saved at exit: everything persistent is already on disk. The listener and
+    // the single-instance socket stop here, while the application object still exists (this
+    // object outlives it: a later start must be told apart before any display is opened).
+    void applicationWillTerminate();
 
     static constexpr bool applicationShouldTerminateAfterLastWindowClosed() { return true; }
 
