@@ -151,13 +151,11 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
     QProcess second;
     second.setProcessEnvironment(programEnvironment(home.path()));
     second.setWorkingDirectory(work.path());
-    QElapsedTimer clock;
-    clock.start();
     second.start(
         qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), { QStringLiteral("a.vx"), QStringLiteral("b.txt") });
     QVERIFY(second.waitForFinished(10000));
+    // 0 only comes with the first's answer, within the 2 s the second waits for it.
     QCOMPARE(second.exitCode(), 0);
-    QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
     QByteArray log;
     const QByteArray expected
         = "handed over 2 files: " + QFile::encodeName(work.filePath(QStringLiteral("a.vx"))) + ' '
@@ -174,7 +172,8 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
 
     // A first start that no longer answers: the second gives up after 2 s and says so.
     ::kill(pid_t(first.processId()), SIGSTOP);
-    clock.restart();
+    QElapsedTimer clock;
+    clock.start();
     second.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), { QStringLiteral("c.txt") });
     const bool ended = second.waitForFinished(15000);
     ::kill(pid_t(first.processId()), SIGCONT);
