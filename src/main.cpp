@@ -1,10 +1,13 @@
 #include "app/CommandLine.h"
 #include "app/Settings.h"
 #include "app/Translations.h"
+#include "desktop/SingleInstance.h"
 #include "shell/AppDelegate.h"
 #include "shell/AppWindow.h"
+#include "shell/QuitGuard.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QTextStream>
 
 static void nameApplication()
@@ -14,11 +17,28 @@ static void nameApplication()
     QCoreApplication::setApplicationVersion(QStringLiteral(VARNEX_VERSION));
 }
 
+// Brings the window in front of the user's other windows, out of the task bar if minimised.
+static void bringForward(QWidget& window)
+{
+    if (window.isMinimized())
+        window.showNormal();
+    window.show();
+    window.raise();
+    window.activateWindow();
+    // Where the window manager refuses focus to a window that did not ask through the user,
+    // the task bar at least marks it.
+    if (!window.isActiveWindow())
+        QApplication::alert(&window);
+}
+
 int main(int argc, char* argv[])
 {
+    AppDelegate delegate;
+    QStringList files;
     // Arguments are answered before any window system, setting, folder or port is touched, so
-    // --help and --version work without a display and never start a session.
-    if (argc > 1) {
+    // --help and --version work without a display and never start a session; a later start
+    // hands its files over without a display too.
+    {
         QCoreApplication probe(argc, argv);
         nameApplication();
         installTranslations(probe);
@@ -26,6 +46,9 @@ int main(int argc, char* argv[])
             QTextStream(answer->exitCode == 0 ? stdout : stderr) << answer->output;
             return answer->exitCode;
         }
+        files = commandLineFiles(QCoreApplication::arguments(), QDir::currentPath());
+        if (!delegate.claimSingleInstance())
+            return delegate.handOverToRunningInstance(files);
     }
 
     QApplication app(argc, argv);
@@ -35,14 +58,23 @@ int main(int argc, char* argv[])
     QApplication::setQuitOnLastWindowClosed(AppDelegate::applicationShouldTerminateAfterLastWindowClosed());
     installTranslations(app);
 
-    AppDelegate delegate;
-    if (!delegate.claimSingleInstance())
-        return 1;
     delegate.applicationDidFinishLaunching();
 
     AppWindow window;
+    // Ctrl+Q, and closing while an operation runs asks first.
+    new QuitGuard(&window);
     window.showPairing();
     window.show();
+    // Files wait in the window until the main screens show (after pairing).
+    if (!files.isEmpty())
+        window.openFiles(files);
+    QObject::connect(delegate.singleInstance(), &SingleInstance::filesHandedOver, &window,
+        [&window](const QStringList& paths) {
+            if (!paths.isEmpty())
+                window.openFiles(paths);
+            bringForward(window);
+        });
+    delegate.listenForLaterStarts();
 
     const int status = app.exec();
     delegate.applicationWillTerminate();

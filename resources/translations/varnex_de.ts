@@ -7,10 +7,6 @@
         <source>Encrypt and decrypt files with your phone.</source>
         <translation>Dateien mit Ihrem Telefon ver- und entschlüsseln.</translation>
     </message>
-    <message id="commandLineUnexpectedArgument">
-        <source>Unexpected argument: %1</source>
-        <translation>Unerwartetes Argument: %1</translation>
-    </message>
     <message id="commandLineTryHelp">
         <source>Try &apos;%1 --help&apos; for more information.</source>
         <translation>Weitere Informationen erhalten Sie mit „%1 --help“.</translation>
@@ -347,16 +343,6 @@ Select deselect all users button</extracomment>
         <extracomment>Dialog description when the results cannot be put into their folder; %1 is the folder, %2 why</extracomment>
         <translation>Die Ergebnisse konnten nicht nach %1 verschoben werden: %2.</translation>
     </message>
-    <message id="alreadyRunningTitle">
-        <source>Varnex Desktop is already running</source>
-        <extracomment>Dialog title when the program is started a second time</extracomment>
-        <translation>Varnex Desktop läuft bereits</translation>
-    </message>
-    <message id="alreadyRunningDescription">
-        <source>Use the window that is already open. Only one Varnex Desktop can run at a time.</source>
-        <extracomment>Dialog description when the program is started a second time</extracomment>
-        <translation>Bitte verwenden Sie das bereits geöffnete Fenster. Es kann immer nur ein Varnex Desktop laufen.</translation>
-    </message>
     <message id="aboutPairedWith">
         <source>Paired with %1 (%2)</source>
         <extracomment>About screen: the phone this computer trusts. %1 is its name, %2 its address.</extracomment>
@@ -686,9 +672,9 @@ Select deselect all users button</extracomment>
     <message id="refusedFilesMore" numerus="yes">
         <source>and %n more</source>
         <extracomment>Ends the list of refused files when more were refused than listed</extracomment>
-        <translation type="unfinished">
-            <numerusform></numerusform>
-            <numerusform></numerusform>
+        <translation>
+            <numerusform>und %n weitere</numerusform>
+            <numerusform>und %n weitere</numerusform>
         </translation>
     </message>
     <message id="groupNameCharacters">
@@ -710,6 +696,106 @@ Select deselect all users button</extracomment>
         <source>Rename Group</source>
         <extracomment>Title of the dialog that renames a group</extracomment>
         <translation>Gruppe umbenennen</translation>
+    </message>
+    <message id="commandLineFiles">
+        <source>Files to add: encrypted files (.vx) to Decrypt, the others to Encrypt.</source>
+        <extracomment>Description of the files argument in the command line help</extracomment>
+        <translation>Hinzuzufügende Dateien: verschlüsselte Dateien (.vx) zum Entschlüsseln, die anderen zum Verschlüsseln.</translation>
+    </message>
+    <message id="notificationShowInFolder">
+        <source>Show in folder</source>
+        <extracomment>Action of a desktop notification: shows the results in the file manager</extracomment>
+        <translation>Im Ordner zeigen</translation>
+    </message>
+    <message id="notificationOpen">
+        <source>Open</source>
+        <extracomment>Action of a desktop notification: opens the one result file</extracomment>
+        <translation>Öffnen</translation>
+    </message>
+    <message id="newResult">
+        <source>New</source>
+        <extracomment>Accessible description of a result row made by the last operation</extracomment>
+        <translation>Neu</translation>
+    </message>
+    <message id="showResultsInFolder">
+        <source>Show in folder</source>
+        <extracomment>Button beside the summary of the last operation: shows its results in the file manager</extracomment>
+        <translation>Im Ordner zeigen</translation>
+    </message>
+    <message id="resultOpen">
+        <source>Open</source>
+        <extracomment>Result row menu: opens the file with its application</extracomment>
+        <translation>Öffnen</translation>
+    </message>
+    <message id="resultShowInFolder">
+        <source>Show in folder</source>
+        <extracomment>Result row menu: shows the file in the file manager</extracomment>
+        <translation>Im Ordner zeigen</translation>
+    </message>
+    <message id="resultCopyPath">
+        <source>Copy path</source>
+        <extracomment>Result row menu: copies the file&apos;s full path</extracomment>
+        <translation>Pfad kopieren</translation>
+    </message>
+    <message id="summaryEncryptedOne">
+        <source>1 file encrypted</source>
+        <extracomment>Summary after encrypting one file; followed by the people it was for</extracomment>
+        <translation>1 Datei verschlüsselt</translation>
+    </message>
+    <message id="summaryEncryptedMany">
+        <source>%1 files encrypted</source>
+        <extracomment>Summary after encrypting several files, %1 is how many; followed by the people it was for</extracomment>
+        <translation>%1 Dateien verschlüsselt</translation>
+    </message>
+    <message id="summaryForOnePerson">
+        <source>for 1 person</source>
+        <extracomment>Ends the summary after encrypting for one person</extracomment>
+        <translation>für 1 Person</translation>
+    </message>
+    <message id="summaryForPeople">
+        <source>for %1 people</source>
+        <extracomment>Ends the summary after encrypting for several people, %1 is how many</extracomment>
+        <translation>für %1 Personen</translation>
+    </message>
+    <message id="summaryDecryptedOne">
+        <source>1 file decrypted</source>
+        <extracomment>Summary after decrypting one file</extracomment>
+        <translation>1 Datei entschlüsselt</translation>
+    </message>
+    <message id="summaryDecryptedMany">
+        <source>%1 files decrypted</source>
+        <extracomment>Summary after decrypting several files, %1 is how many</extracomment>
+        <translation>%1 Dateien entschlüsselt</translation>
+    </message>
+    <message id="alreadyRunningNoAnswer">
+        <source>Varnex Desktop is already running but does not answer. Close it and start again.</source>
+        <extracomment>On standard error when a second start finds the first one not answering</extracomment>
+        <translation>Varnex Desktop läuft bereits, antwortet aber nicht. Schließen Sie es und starten Sie erneut.</translation>
+    </message>
+    <message id="quitWhileRunningTitle">
+        <source>An operation is still running</source>
+        <extracomment>Dialog title when the user quits while the phone works on files</extracomment>
+        <translation>Ein Vorgang läuft noch</translation>
+    </message>
+    <message id="quitWhileRunningDescription">
+        <source>Quitting now cancels it. Your files stay as they are.</source>
+        <extracomment>Dialog description when the user quits while the phone works on files</extracomment>
+        <translation>Beenden bricht ihn ab. Ihre Dateien bleiben, wie sie sind.</translation>
+    </message>
+    <message id="quitWhileRunningQuit">
+        <source>Quit</source>
+        <extracomment>Button of the dialog when quitting while an operation runs: quit and cancel it</extracomment>
+        <translation>Beenden</translation>
+    </message>
+    <message id="quitWhileRunningKeep">
+        <source>Keep running</source>
+        <extracomment>Button of the dialog when quitting while an operation runs: go on with it</extracomment>
+        <translation>Weiterlaufen lassen</translation>
+    </message>
+    <message id="searchShortcutTip">
+        <source>Search people and groups (%1)</source>
+        <extracomment>Tool tip of the recipients&apos; search field; %1 is its shortcut (Ctrl+F)</extracomment>
+        <translation>Personen und Gruppen suchen (%1)</translation>
     </message>
 </context>
 </TS>

@@ -3,6 +3,8 @@
 #include "app/Settings.h"
 
 #include <QCommandLineParser>
+#include <QDir>
+#include <QUrl>
 
 namespace {
 
@@ -36,6 +38,10 @@ std::optional<CommandLineAnswer> answerCommandLine(const QStringList& arguments)
         acceptQtOption(parser, name, true);
     for (const char* name : qtFlagOptions)
         acceptQtOption(parser, name, false);
+    //: Description of the files argument in the command line help
+    //% "Files to add: encrypted files (.vx) to Decrypt, the others to Encrypt."
+    parser.addPositionalArgument(
+        QStringLiteral("files"), qtTrId("commandLineFiles"), QStringLiteral("[files...]"));
 
     const bool parsed = parser.parse(arguments);
     // --help-all is Qt's own spelling; the Qt options it would add are not ours to explain.
@@ -44,13 +50,40 @@ std::optional<CommandLineAnswer> answerCommandLine(const QStringList& arguments)
     if (parsed && parser.isSet(version))
         return CommandLineAnswer { 0,
             QString::fromLatin1(Settings::application) + u' ' + QStringLiteral(VARNEX_VERSION) + u'\n' };
-    QString error = parser.errorText();
-    if (parsed && !parser.positionalArguments().isEmpty())
-        //% "Unexpected argument: %1"
-        error = qtTrId("commandLineUnexpectedArgument").arg(parser.positionalArguments().constFirst());
+    const QString error = parser.errorText();
     if (error.isEmpty())
         return std::nullopt;
     //% "Try '%1 --help' for more information."
     return CommandLineAnswer { 1,
         error + u'\n' + qtTrId("commandLineTryHelp").arg(arguments.value(0)) + u'\n' };
+}
+
+QStringList commandLineFiles(const QStringList& arguments, const QString& workingFolder)
+{
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    for (const char* name : qtValueOptions)
+        acceptQtOption(parser, name, true);
+    for (const char* name : qtFlagOptions)
+        acceptQtOption(parser, name, false);
+    parser.addHelpOption();
+    parser.addVersionOption();
+    if (!parser.parse(arguments))
+        return {};
+    QStringList files;
+    const QDir base(workingFolder);
+    for (const QString& argument : parser.positionalArguments()) {
+        if (argument.isEmpty())
+            continue;
+        // File managers may pass URLs; only local ones name a file here.
+        if (argument.startsWith(u"file:") || argument.contains(u"://")) {
+            const QUrl url(argument);
+            if (url.isLocalFile())
+                files.append(QDir::cleanPath(url.toLocalFile()));
+            continue;
+        }
+        // Made absolute here: the running instance that may take them has a folder of its own.
+        files.append(QDir::cleanPath(base.absoluteFilePath(argument)));
+    }
+    return files;
 }

@@ -1,5 +1,8 @@
 #include "files/FileListModel.h"
 
+#include <QMimeData>
+#include <QUrl>
+
 #include <optional>
 
 FileListModel::FileListModel(std::function<const FileList&()> files, QObject* parent)
@@ -66,6 +69,26 @@ QHash<int, QByteArray> FileListModel::roleNames() const
 {
     return { { NameRole, "fileName" }, { SizeRole, "fileSize" }, { TypeRole, "fileType" },
              { ModifiedRole, "fileModified" }, { PathRole, "filePath" }, { Qt::CheckStateRole, "isChecked" } };
+}
+
+QStringList FileListModel::mimeTypes() const
+{
+    return { QStringLiteral("text/uri-list") };
+}
+
+QMimeData* FileListModel::mimeData(const QModelIndexList& indexes) const
+{
+    QList<QUrl> urls;
+    for (const QModelIndex& index : indexes) {
+        const QString path = data(index, PathRole).toString();
+        if (!path.isEmpty())
+            urls.append(QUrl::fromLocalFile(path));
+    }
+    if (urls.isEmpty())
+        return nullptr;
+    auto* data = new QMimeData;
+    data->setUrls(urls);
+    return data;
 }
 
 namespace {

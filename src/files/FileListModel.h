@@ -28,6 +28,9 @@ public:
     bool setData(const QModelIndex& index, const QVariant& value, int role) override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
     QHash<int, QByteArray> roleNames() const override;
+    // Rows dragged out carry their files as URLs (text/uri-list), as file managers expect.
+    QStringList mimeTypes() const override;
+    QMimeData* mimeData(const QModelIndexList& indexes) const override;
 
     // Called when the list changed. Rows that are still the same files are updated in place
     // (dataChanged), files appended at the end are inserted and files taken out are removed,

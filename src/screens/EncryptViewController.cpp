@@ -87,6 +87,7 @@ void EncryptViewController::encryptFiles()
     auto* task = new EncryptTask(marked, recipients->store()->recipientsString(),
                                  WorkingFolders::encryptedFilesFolder().value_or(QString()),
                                  Session::instance().phoneServiceUrl(u"/encryptFile/"));
+    setOperationAudience(int(recipients->store()->selectedRecipientEmails().size()));
     runOperation(task, new EncryptingViewController(this), [this] {
         // Marks and user checks are cleared; checked groups stay for the next files.
         intakeList()->clearMarks();

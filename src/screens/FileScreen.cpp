@@ -1,8 +1,10 @@
 #include "screens/FileScreen.h"
 
 #include "app/Session.h"
+#include "desktop/DesktopNotifier.h"
 #include "files/FileListModel.h"
 #include "files/ResultFolder.h"
+#include "files/ResultOrderModel.h"
 #include "operations/OperationTask.h"
 #include "operations/TransferRate.h"
 #include "screens/FileCellDelegate.h"
@@ -12,10 +14,17 @@
 #include "widgets/ProgressOverlay.h"
 #include "widgets/RoundedCornersBox.h"
 #include "widgets/RoundedPanel.h"
+#include "widgets/ShortcutTip.h"
 
+#include <QApplication>
+#include <QClipboard>
+#include <QContextMenuEvent>
+#include <QDragEnterEvent>
 #include <QElapsedTimer>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
+#include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
 #include <QTimer>
@@ -79,7 +88,12 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     intakeTable = new FileTableView(m_settings.intakeTableId, intakeCell, true, this);
     resultTable = new FileTableView(m_settings.resultTableId, resultCell, false, this);
     intakeTable->setModel(m_intakeModel);
-    resultTable->setModel(m_resultModel);
+    m_resultOrder = new ResultOrderModel(FileListModel::PathRole, this);
+    m_resultOrder->setSourceModel(m_resultModel);
+    resultTable->setModel(m_resultOrder);
+    resultTable->setHighlightRole(ResultOrderModel::NewResultRole);
+    resultTable->setDragOut(true);
+    resultTable->setContextMenuPolicy(Qt::CustomContextMenu);
     intakeTable->setAccessibleName(m_settings.intakeTitle);
     resultTable->setAccessibleName(m_settings.resultTitle);
     m_intakeModel->onFlip = [this](int row) { m_intake->flip(row); };
@@ -111,6 +125,13 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     intakeTable->setEmptyText(qtTrId("emptyIntakeHint").arg(chooseFilesButton->text()));
     chooseFilesButton->setProperty("state", 1);
     openFolderButton->setProperty("state", 1);
+    // Standard keys; only the shown screen's buttons take them (hidden and switched-off
+    // buttons do not), and a text field keeps its own Delete and Ctrl+A.
+    chooseFilesButton->setShortcut(QKeySequence::Open);
+    removeFilesButton->setShortcut(QKeySequence::Delete);
+    selectDeselectAllButton->setShortcut(QKeySequence::SelectAll);
+    for (QPushButton* button : { chooseFilesButton, removeFilesButton, selectDeselectAllButton })
+        showShortcutInToolTip(button);
 
     // The intake title and its buttons sit together, with the screen's rule right under them:
     // the strokes share the width of that group, so they join into one rule that starts under
@@ -151,10 +172,29 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     auto* files = new QVBoxLayout;
     files->setSpacing(8);
     files->addLayout(header);
-    files->addWidget(boxed(intakeTable, this), 3);
+    m_intakePanel = boxed(intakeTable, this);
+    // A drop on the panel around the list counts as one on the list.
+    m_intakePanel->setAcceptDrops(true);
+    m_intakePanel->installEventFilter(this);
+    files->addWidget(m_intakePanel, 3);
     files->addSpacing(10);
     files->addLayout(resultHeader);
     files->addWidget(boxed(resultTable, this), 2);
+
+    m_summaryRow = new QWidget(this);
+    auto* summary = new QHBoxLayout(m_summaryRow);
+    summary->setContentsMargins(4, 0, 0, 0);
+    resultSummary = new QLabel(m_summaryRow);
+    resultSummary->setStyleSheet(QStringLiteral("color: rgb(50,50,50);"));
+    resultSummary->setTextFormat(Qt::PlainText);
+    //: Button beside the summary of the last operation: shows its results in the file manager
+    //% "Show in folder"
+    showResultsButton = makeButton(qtTrId("showResultsInFolder"), m_summaryRow);
+    summary->addWidget(resultSummary);
+    summary->addWidget(showResultsButton);
+    summary->addStretch();
+    m_summaryRow->hide();
+    files->addWidget(m_summaryRow);
     auto* bottom = new QHBoxLayout;
     bottom->addStretch();
     bottom->addWidget(operationButton);
@@ -177,6 +217,13 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     connect(intakeTable, &FileTableView::checkBoxClicked, m_intake, &IntakeList::flip);
     for (FileTableView* table : { intakeTable, resultTable })
         connect(table, &FileTableView::previewClicked, this, [this, table](int row) { previewFile(table, row); });
+    connect(resultTable, &QWidget::customContextMenuRequested, this, &FileScreen::showResultMenu);
+    connect(showResultsButton, &QPushButton::clicked, this, [this] {
+        DesktopNotifier::instance().showInFolder(m_lastResults, m_settings.resultFolder.value_or(QString()));
+    });
+    // The notifier's fallback and its "Open" go through the same seam as every other opening.
+    DesktopNotifier::instance().openPath
+        = [](const QString& path) { return Dialogs::current().openPath(path); };
 
     connect(m_intake, &IntakeList::changed, m_intakeModel, &FileListModel::reload);
     connect(m_intake, &IntakeList::buttonsChanged, this, &FileScreen::applyButtons);
@@ -191,7 +238,8 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
     setTabOrder(removeFilesButton, intakeTable);
     setTabOrder(intakeTable, openFolderButton);
     setTabOrder(openFolderButton, resultTable);
-    setTabOrder(resultTable, operationButton);
+    setTabOrder(resultTable, showResultsButton);
+    setTabOrder(showResultsButton, operationButton);
 }
 
 void FileScreen::applyButtons(const IntakeList::Buttons& buttons)
@@ -301,10 +349,99 @@ void FileScreen::openVarnexFolder()
 
 void FileScreen::previewFile(FileTableView* table, int row)
 {
-    const FileList& files = table == intakeTable ? m_intake->files() : m_results->files();
+    if (table == resultTable) {
+        // The result table shows the newest first: its rows are not the folder's.
+        if (row >= 0 && row < m_resultOrder->rowCount())
+            Dialogs::current().openPath(resultPath(row));
+        return;
+    }
+    const FileList& files = m_intake->files();
     if (row < 0 || row >= files.size())
         return;
     Dialogs::current().openPath(files.at(row)->filePath.value_or(QStringLiteral("/Users")));
+}
+
+QString FileScreen::resultPath(int row) const
+{
+    const QModelIndex index = m_resultOrder->index(row, 0);
+    const QString path = index.data(FileListModel::PathRole).toString();
+    return path.isEmpty() ? QStringLiteral("/Users") : path;
+}
+
+void FileScreen::showResultInFolder(int row)
+{
+    if (row < 0 || row >= m_resultOrder->rowCount())
+        return;
+    DesktopNotifier::instance().showInFolder(
+        { resultPath(row) }, m_settings.resultFolder.value_or(QString()));
+}
+
+void FileScreen::copyResultPath(int row)
+{
+    if (row >= 0 && row < m_resultOrder->rowCount())
+        QGuiApplication::clipboard()->setText(resultPath(row));
+}
+
+void FileScreen::showResultMenu(const QPoint& position)
+{
+    // From the keyboard (the menu key) the row is the current one.
+    QModelIndex index = resultTable->indexAt(position);
+    QPoint at = position;
+    if (!index.isValid() && resultTable->currentIndex().isValid()
+        && !resultTable->viewport()->rect().contains(position)) {
+        index = resultTable->currentIndex();
+        at = resultTable->visualRect(index).center();
+    }
+    if (!index.isValid())
+        return;
+    const int row = index.row();
+    auto* menu = new QMenu(resultTable);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->setObjectName(QStringLiteral("resultMenu"));
+    //: Result row menu: opens the file with its application
+    //% "Open"
+    menu->addAction(qtTrId("resultOpen"), this, [this, row] { previewFile(resultTable, row); });
+    //: Result row menu: shows the file in the file manager
+    //% "Show in folder"
+    menu->addAction(qtTrId("resultShowInFolder"), this, [this, row] { showResultInFolder(row); });
+    //: Result row menu: copies the file's full path
+    //% "Copy path"
+    menu->addAction(qtTrId("resultCopyPath"), this, [this, row] { copyResultPath(row); });
+    menu->popup(resultTable->viewport()->mapToGlobal(at));
+}
+
+bool FileScreen::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched != m_intakePanel)
+        return QWidget::eventFilter(watched, event);
+    // The panel around the intake list takes the same drops as the list.
+    switch (event->type()) {
+    case QEvent::DragEnter:
+    case QEvent::DragMove: {
+        auto* drag = static_cast<QDragMoveEvent*>(event);
+        if (drag->mimeData()->hasUrls()) {
+            drag->setDropAction(Qt::CopyAction);
+            drag->accept();
+        } else {
+            drag->ignore();
+        }
+        return true;
+    }
+    case QEvent::Drop: {
+        auto* drop = static_cast<QDropEvent*>(event);
+        const QStringList paths = FileTableView::droppedPaths(drop->mimeData());
+        if (paths.isEmpty()) {
+            drop->ignore();
+            return true;
+        }
+        drop->setDropAction(Qt::CopyAction);
+        drop->accept();
+        addFiles(paths);
+        return true;
+    }
+    default:
+        return QWidget::eventFilter(watched, event);
+    }
 }
 
 void FileScreen::selectDeselectAll()
@@ -361,6 +498,10 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
     m_task = task;
     m_overlay = overlay;
     task->setParent(this);
+    // The last operation's summary and highlight last until this one starts.
+    m_summaryRow->hide();
+    m_lastResults.clear();
+    m_resultOrder->setNewResults({});
     overlay->setStage(stageText(OperationTask::Stage::Sending, 0, 0));
     overlay->show();
     // Figures a person can read: speed and time left while bytes move, the time waited while
@@ -443,11 +584,14 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
         figures->tick.stop(); // the overlay stops counting once the outcome is shown
         OperationTask::Result shown = result;
         if (figures->phoneLost && result.outcome == OperationTask::Outcome::Cancelled) {
+            shown.outcome = OperationTask::Outcome::Failed;
             shown.title = task->failureTitle();
             //: Failure dialog when the phone stopped answering during an operation
             //% "Contact with the phone was lost, so the operation was stopped. Nothing was changed: your files and the result folder are as they were."
             shown.message = qtTrId("operationPhoneLost");
         }
+        if (shown.outcome != OperationTask::Outcome::Cancelled)
+            tellOutcome(shown.outcome == OperationTask::Outcome::Succeeded, shown.title, shown.message, shown.written);
         if (!shown.title.isEmpty()) {
             // The alert's nested event loop may outlive this screen; the task and the overlay
             // are its children and go with it.
@@ -467,4 +611,71 @@ void FileScreen::runOperation(OperationTask* task, ProgressOverlay* overlay, std
         m_task = nullptr;
     });
     task->start();
+}
+
+void FileScreen::tellOutcome(
+    bool succeeded, const QString& failureTitle, const QString& failureMessage, const QStringList& written)
+{
+    const bool encrypt = m_settings.kind == IntakeList::Kind::Encrypt;
+    const int count = int(written.size());
+    QString summary;
+    if (!succeeded) {
+        summary = failureTitle;
+    } else if (encrypt) {
+        // Singular and plural by hand: English and German need no more forms, and the
+        // English catalogue has no plural forms of its own.
+        if (count == 1) {
+            //: Summary after encrypting one file; followed by the people it was for
+            //% "1 file encrypted"
+            summary = qtTrId("summaryEncryptedOne");
+        } else {
+            //: Summary after encrypting several files, %1 is how many; followed by the people it was for
+            //% "%1 files encrypted"
+            summary = qtTrId("summaryEncryptedMany").arg(count);
+        }
+        if (m_audience == 1) {
+            //: Ends the summary after encrypting for one person
+            //% "for 1 person"
+            summary += u' ' + qtTrId("summaryForOnePerson");
+        } else if (m_audience > 1) {
+            //: Ends the summary after encrypting for several people, %1 is how many
+            //% "for %1 people"
+            summary += u' ' + qtTrId("summaryForPeople").arg(m_audience);
+        }
+    } else if (count == 1) {
+        //: Summary after decrypting one file
+        //% "1 file decrypted"
+        summary = qtTrId("summaryDecryptedOne");
+    } else {
+        //: Summary after decrypting several files, %1 is how many
+        //% "%1 files decrypted"
+        summary = qtTrId("summaryDecryptedMany").arg(count);
+    }
+    m_lastResults = succeeded ? written : QStringList();
+    m_resultOrder->setNewResults(m_lastResults);
+    resultSummary->setText(summary);
+    resultSummary->setAccessibleName(summary);
+    showResultsButton->setVisible(succeeded && count > 0);
+    m_summaryRow->setVisible(!summary.isEmpty());
+
+    if (window()->isActiveWindow())
+        return;
+    // The user works elsewhere: a notification, or at least the task bar's attention.
+    DesktopNotifier::Note note;
+    note.summary = summary;
+    if (succeeded) {
+        QStringList names;
+        for (const QString& path : written.mid(0, 3))
+            names.append(path.section(u'/', -1));
+        note.body = names.join(u", ") + (count > 3 ? QStringLiteral(", …") : QString());
+        note.folder = m_settings.resultFolder.value_or(QString());
+        note.files = written;
+    } else {
+        note.body = failureMessage;
+    }
+    const QPointer<QWidget> window(this->window());
+    DesktopNotifier::instance().notify(note, [window] {
+        if (window)
+            QApplication::alert(window);
+    });
 }

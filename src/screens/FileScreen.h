@@ -17,6 +17,7 @@ class QHBoxLayout;
 class QLabel;
 class QPushButton;
 class ResultFolder;
+class ResultOrderModel;
 
 // What the Encrypt and Decrypt screens share: an intake list with its buttons and table, a
 // result list filled from the screen's result folder, and the operation button. The twins
@@ -66,6 +67,17 @@ public:
     QPushButton* selectDeselectAllButton = nullptr;
     QPushButton* operationButton = nullptr;
     QPushButton* openFolderButton = nullptr;
+    // Under the result list after an operation, until the next one starts: what happened,
+    // and the button that shows its results in the file manager.
+    QLabel* resultSummary = nullptr;
+    QPushButton* showResultsButton = nullptr;
+    // The result list as the table shows it: the newest results first.
+    ResultOrderModel* resultOrder() const { return m_resultOrder; }
+    // Results of the last operation that ran its course (absolute paths).
+    QStringList lastResults() const { return m_lastResults; }
+    // The result menu's actions for a result row (as the table shows it).
+    void showResultInFolder(int row);
+    void copyResultPath(int row);
     // The decorating strokes under the intake title, left to right.
     const QList<Line*>& lines() const { return m_lines; }
     // The overlay of the operation under way, if any.
@@ -88,8 +100,19 @@ protected:
     // Where a screen puts what it has beside the files (the Encrypt screen: its recipients).
     QHBoxLayout* columns() const { return m_columns; }
 
+    // How many people the running operation encrypts for (the summary says so).
+    void setOperationAudience(int people) { m_audience = people; }
+
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void applyButtons(const IntakeList::Buttons& buttons);
+    // After an operation that was not cancelled: the summary line, the newest results first,
+    // and a desktop notification when the window is in the background.
+    void tellOutcome(bool succeeded, const QString& failureTitle, const QString& failureMessage,
+        const QStringList& written);
+    QString resultPath(int row) const;
+    void showResultMenu(const QPoint& position);
 
     Settings m_settings;
     IntakeList* m_intake;
@@ -100,6 +123,11 @@ private:
     QList<Line*> m_lines;
     ProgressOverlay* m_overlay = nullptr;
     OperationTask* m_task = nullptr;
+    ResultOrderModel* m_resultOrder = nullptr;
+    QWidget* m_intakePanel = nullptr;
+    QWidget* m_summaryRow = nullptr;
+    QStringList m_lastResults;
+    int m_audience = 0;
 };
 
 // The state a switched button shows: enabled, "state" property on, and its mirrored flag.

@@ -2,15 +2,13 @@
 
 #include "screens/FileCellDelegate.h"
 
+#include <QApplication>
+#include <QDrag>
 #include <QDragEnterEvent>
 #include <QMimeData>
 #include <QMouseEvent>
+#include <QPainter>
 #include <QUrl>
-
-namespace {
-// Within this distance of a row's edge a drop counts as between rows.
-constexpr int betweenRowsMargin = 6;
-} // namespace
 
 FileTableView::FileTableView(const QString& identifier, FileCellDelegate* cell, bool acceptsFileDrops, QWidget* parent)
     : CheckableListView(parent)
@@ -56,18 +54,22 @@ void FileTableView::updateTabStop()
         focusNextChild();
 }
 
-bool FileTableView::isBetweenRows(const QPoint& position) const
+bool FileTableView::acceptsDrop(const QMimeData* data) const
 {
-    const QModelIndex index = indexAt(position);
-    if (!index.isValid())
-        return true; // below the last row, or an empty table
-    const QRect rect = visualRect(index);
-    return position.y() - rect.top() < betweenRowsMargin || rect.bottom() - position.y() < betweenRowsMargin;
+    // Anywhere on the list: a full list would otherwise leave almost nowhere to drop.
+    return m_acceptsFileDrops && data && data->hasUrls();
 }
 
-bool FileTableView::acceptsDropAt(const QMimeData* data, const QPoint& position) const
+QStringList FileTableView::droppedPaths(const QMimeData* data)
 {
-    return m_acceptsFileDrops && data && data->hasUrls() && isBetweenRows(position);
+    QStringList paths;
+    if (!data)
+        return paths;
+    for (const QUrl& url : data->urls()) {
+        if (url.isLocalFile())
+            paths.append(url.toLocalFile());
+    }
+    return paths;
 }
 
 void FileTableView::dragEnterEvent(QDragEnterEvent* event)
@@ -80,7 +82,7 @@ void FileTableView::dragEnterEvent(QDragEnterEvent* event)
 
 void FileTableView::dragMoveEvent(QDragMoveEvent* event)
 {
-    if (acceptsDropAt(event->mimeData(), event->position().toPoint())) {
+    if (acceptsDrop(event->mimeData())) {
         event->setDropAction(Qt::CopyAction);
         event->accept();
     } else {
@@ -90,15 +92,11 @@ void FileTableView::dragMoveEvent(QDragMoveEvent* event)
 
 void FileTableView::dropEvent(QDropEvent* event)
 {
-    if (!acceptsDropAt(event->mimeData(), event->position().toPoint())) {
+    if (!acceptsDrop(event->mimeData())) {
         event->ignore();
         return;
     }
-    QStringList paths;
-    for (const QUrl& url : event->mimeData()->urls()) {
-        if (url.isLocalFile())
-            paths.append(url.toLocalFile());
-    }
+    const QStringList paths = droppedPaths(event->mimeData());
     if (paths.isEmpty()) {
         event->ignore();
         return;
@@ -111,6 +109,9 @@ void FileTableView::dropEvent(QDropEvent* event)
 void FileTableView::mousePressEvent(QMouseEvent* event)
 {
     const QModelIndex index = indexAt(event->position().toPoint());
+    m_pressed = event->button() == Qt::LeftButton && m_dragOut ? QPersistentModelIndex(index)
+                                                               : QPersistentModelIndex();
+    m_pressPosition = event->position().toPoint();
     if (event->button() != Qt::LeftButton || !index.isValid()) {
         QListView::mousePressEvent(event);
         return;
@@ -136,23 +137,63 @@ void FileTableView::mousePressEvent(QMouseEvent* event)
 
 void FileTableView::mouseDoubleClickEvent(QMouseEvent* event)
 {
-    // Two quick clicks are two flips, as two single clicks are.
+    // A result row opens, as its eye does; on an intake list two quick clicks are two flips,
+    // as two single clicks are.
+    const QModelIndex index = indexAt(event->position().toPoint());
+    if (!m_cell->outlets().isChecked && index.isValid() && event->button() == Qt::LeftButton) {
+        Q_EMIT previewClicked(index.row());
+        event->accept();
+        return;
+    }
     mousePressEvent(event);
 }
 
 void FileTableView::mouseReleaseEvent(QMouseEvent* event)
 {
+    m_pressed = QPersistentModelIndex();
     event->accept();
 }
 
 void FileTableView::mouseMoveEvent(QMouseEvent* event)
 {
+    if (m_pressed.isValid() && (event->buttons() & Qt::LeftButton)
+        && (event->position().toPoint() - m_pressPosition).manhattanLength()
+            >= QApplication::startDragDistance()) {
+        const QModelIndex index = m_pressed;
+        m_pressed = QPersistentModelIndex();
+        if (QMimeData* data = model()->mimeData({ index })) {
+            auto* drag = new QDrag(this);
+            drag->setMimeData(data);
+            drag->exec(Qt::CopyAction, Qt::CopyAction);
+        }
+        return;
+    }
     const QModelIndex index = indexAt(event->position().toPoint());
     const bool onEye = index.isValid()
         && m_cell->hitTest(visualRect(index), event->position().toPoint()) == FileCellDelegate::Part::Preview;
     setHoveredPreview(onEye ? index.row() : -1);
     viewport()->setCursor(onEye ? Qt::PointingHandCursor : Qt::ArrowCursor);
     QListView::mouseMoveEvent(event);
+}
+
+void FileTableView::paintEvent(QPaintEvent* event)
+{
+    CheckableListView::paintEvent(event);
+    if (m_highlightRole < 0 || !model())
+        return;
+    // The newest results: an amber bar at the start of the row and a light amber wash.
+    QPainter painter(viewport());
+    for (int row = 0; row < model()->rowCount(rootIndex()); ++row) {
+        const QModelIndex index = model()->index(row, 0, rootIndex());
+        if (!index.data(m_highlightRole).toBool())
+            break; // the newest come first
+
+        const QRect rect = visualRect(index);
+        if (!rect.intersects(event->rect()))
+            continue;
+        painter.fillRect(rect, QColor(255, 192, 0, 40));
+        painter.fillRect(QRect(rect.left(), rect.top() + 2, 4, rect.height() - 2), QColor(255, 192, 0));
+    }
 }
 
 void FileTableView::leaveEvent(QEvent* event)

@@ -2,16 +2,14 @@
 
 #include "app/Session.h"
 #include "app/StoredSession.h"
+#include "desktop/SingleInstance.h"
 #include "operations/OperationFolder.h"
 #include "app/Settings.h"
 #include "pairing/MobileDeviceListener.h"
 #include "pairing/PairingGate.h"
 #include "storage/WorkingFolders.h"
-#include "widgets/Dialogs.h"
 
-#include <QDir>
-#include <QLockFile>
-#include <QStandardPaths>
+#include <QTextStream>
 
 namespace {
 
@@ -32,23 +30,27 @@ AppDelegate::~AppDelegate() = default;
 
 bool AppDelegate::claimSingleInstance()
 {
-    QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (folder.isEmpty())
-        folder = QDir::tempPath();
-    QDir().mkpath(folder);
-    m_instanceLock = std::make_unique<QLockFile>(folder + QStringLiteral("/varnex-desktop.lock"));
-    // Never stale by age: only a lock whose program is gone is taken over.
-    m_instanceLock->setStaleLockTime(0);
-    if (m_instanceLock->tryLock(0))
-        return true;
-    m_instanceLock.reset();
-    //: Dialog title when the program is started a second time
-    //% "Varnex Desktop is already running"
-    const QString title = qtTrId("alreadyRunningTitle");
-    //: Dialog description when the program is started a second time
-    //% "Use the window that is already open. Only one Varnex Desktop can run at a time."
-    showAlert(nullptr, title, qtTrId("alreadyRunningDescription"), Dialogs::Style::Informational);
-    return false;
+    if (!m_instance)
+        m_instance = std::make_unique<SingleInstance>();
+    return m_instance->claim();
+}
+
+int AppDelegate::handOverToRunningInstance(const QStringList& files)
+{
+    if (!m_instance)
+        m_instance = std::make_unique<SingleInstance>();
+    if (m_instance->handOver(files, handOverTimeout) == SingleInstance::HandOver::Delivered)
+        return 0;
+    //: On standard error when a second start finds the first one not answering
+    //% "Varnex Desktop is already running but does not answer. Close it and start again."
+    QTextStream(stderr) << qtTrId("alreadyRunningNoAnswer") << u'\n';
+    return 1;
+}
+
+void AppDelegate::listenForLaterStarts()
+{
+    if (m_instance)
+        m_instance->listen();
 }
 
 void AppDelegate::applicationDidFinishLaunching()
@@ -66,4 +68,10 @@ void AppDelegate::applicationDidFinishLaunching()
     m_listener = std::make_unique<MobileDeviceListener>(listenerPort());
     m_listener->start();
     StoredSession::log();
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    m_listener.reset();
+    m_instance.reset();
 }

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <QStringList>
+
+#include <chrono>
 #include <memory>
 
 class MobileDeviceListener;
-class QLockFile;
+class SingleInstance;
 
 // Runs the start-up sequence and owns what lives as long as the process: the device
 // listener. Screens are made by the shell after start-up.
@@ -13,22 +16,33 @@ public:
     AppDelegate();
     ~AppDelegate();
 
-    // One program at a time: true when this is the only one running. Otherwise the user is
-    // told that Varnex Desktop is already running, and the caller exits.
+    // One program per user at a time: true when this is the first start. Needs no
+    // application object, so a later start never needs a display.
     bool claimSingleInstance();
+    // A later start: hands `files` to the first one, which brings its window forward. The
+    // status to exit with: 0 once the first took them, 1 when it did not answer in time
+    // (said on standard error).
+    int handOverToRunningInstance(const QStringList& files);
+    // The first start: takes what later starts hand over (SingleInstance::filesHandedOver).
+    void listenForLaterStarts();
+    SingleInstance* singleInstance() const { return m_instance.get(); }
+
+    static constexpr std::chrono::milliseconds handOverTimeout { 2000 };
 
     // Prepares the working folders, starts the listener and logs whether a stored session
     // exists. The window opens on pairing whatever the stored session says.
     void applicationDidFinishLaunching();
 
-    // Nothing is saved at exit: everything persistent is already on disk.
-    void applicationWillTerminate() { }
+    // Nothing is saved at exit: everything persistent is already on disk. The listener and
+    // the single-instance socket stop here, while the application object still exists (this
+    // object outlives it: a later start must be told apart before any display is opened).
+    void applicationWillTerminate();
 
     static constexpr bool applicationShouldTerminateAfterLastWindowClosed() { return true; }
 
     MobileDeviceListener* listener() const { return m_listener.get(); }
 
 private:
-    std::unique_ptr<QLockFile> m_instanceLock;
+    std::unique_ptr<SingleInstance> m_instance;
     std::unique_ptr<MobileDeviceListener> m_listener;
 };

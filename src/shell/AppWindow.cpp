@@ -103,6 +103,7 @@ void AppWindow::showMain()
     if (!m_main)
         m_main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
     present(m_main);
+    deliverWaitingFiles();
 }
 
 void AppWindow::phoneReplaced()
@@ -138,4 +139,27 @@ void AppWindow::showPairingWhenNoDialog()
 MainViewController* AppWindow::mainScreen() const
 {
     return m_main;
+}
+
+void AppWindow::openFiles(const QStringList& paths)
+{
+    if (auto* main = qobject_cast<MainViewController*>(m_main.data())) {
+        main->openFiles(paths);
+        return;
+    }
+    m_waitingFiles.append(paths);
+}
+
+void AppWindow::deliverWaitingFiles()
+{
+    if (m_waitingFiles.isEmpty())
+        return;
+    // After the swap has begun: a refusal dialog must not hold up the main screens.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            const QStringList files = std::exchange(m_waitingFiles, {});
+            openFiles(files);
+        },
+        Qt::QueuedConnection);
 }

@@ -34,6 +34,10 @@ public:
     void showPairingWhenNoDialog();
     bool isPairingPending() const { return m_pairingPending; }
 
+    // Files from the command line or a later start: ".vx" ones to Decrypt, the others to
+    // Encrypt, and that screen shown. Before pairing they wait for the main screens.
+    void openFiles(const QStringList& paths);
+
 Q_SIGNALS:
     void contentChanged(QWidget* screen);
 
@@ -41,6 +45,7 @@ private:
     void present(QWidget* screen);
     void retire(QWidget* screen);
     void phoneReplaced();
+    void deliverWaitingFiles();
 
     QVBoxLayout* m_layout = nullptr;
     ConnectionWatchdog* m_watchdog = nullptr;
@@ -48,4 +53,5 @@ private:
     QPointer<QWidget> m_wanted; // what the last swap asked for; an older fade gives way to it
     QPointer<MainViewController> m_main; // the main window of the trusted phone, if made
     bool m_pairingPending = false;
+    QStringList m_waitingFiles; // handed over before the main screens existed
 };

@@ -2,11 +2,13 @@
 
 #include "app/Session.h"
 #include "app/Texts.h"
+#include "files/IntakeList.h"
 #include "pairing/PairingGate.h"
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/PairingRequestBar.h"
+#include "shell/Shortcuts.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
@@ -71,6 +73,7 @@ MainViewController::MainViewController(QWidget* parent)
 {
     setObjectName(QStringLiteral("main_vc"));
     viewDidLoad();
+    installShortcuts(this);
 }
 
 void MainViewController::viewDidLoad()
@@ -266,4 +269,27 @@ void MainViewController::selectAbout()
     setTabLook(encryptButtonTest, Colors::darkOrange, Colors::grayColor, true);
     setTabLook(decryptButtonCustom, Colors::darkOrange, Colors::grayColor, true);
     setAboutIcon(QStringLiteral("info_fill"));
+}
+
+void MainViewController::openFiles(const QStringList& paths)
+{
+    if (paths.isEmpty())
+        return;
+    const auto encryptedName = [](const QString& path) {
+        return IntakeList::isEncryptedName(path.section(u'/', -1, -1, QString::SectionSkipEmpty));
+    };
+    QStringList encrypted;
+    QStringList others;
+    for (const QString& path : paths)
+        (encryptedName(path) ? encrypted : others).append(path);
+    if (encryptedName(paths.constFirst()))
+        selectDecrypt();
+    else
+        selectEncrypt();
+    // Each list may say what it refused; the dialog may outlive this screen.
+    const QPointer<MainViewController> self(this);
+    if (!others.isEmpty())
+        vc1->addFiles(others);
+    if (self && !encrypted.isEmpty())
+        vc2->addFiles(encrypted);
 }

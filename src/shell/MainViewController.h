@@ -27,6 +27,10 @@ public:
 
     QWidget* currentScreen() const;
 
+    // ".vx" files to the Decrypt list, the others to Encrypt, each through the list's own
+    // admission (as a drop); shows the screen of the first file.
+    void openFiles(const QStringList& paths);
+
     // The widgets the navigation drives.
     QWidget* container = nullptr;
     QWidget* encryptButton = nullptr;        // backing of the Encrypt tab

@@ -18,6 +18,7 @@ id=org.varnex.Desktop
 
 for file in usr/bin/varnex-desktop \
     usr/share/applications/$id.desktop \
+    usr/share/mime/packages/$id.xml \
     usr/share/metainfo/$id.metainfo.xml \
     usr/share/icons/hicolor/scalable/apps/$id.svg \
     usr/share/man/man1/varnex-desktop.1.gz \
@@ -45,6 +46,7 @@ for library in libc6 libqt6widgets6 libqt6network6 libcurl4 libarchive13 libqren
 done
 
 desktop-file-validate "$root/usr/share/applications/$id.desktop"
+"$source/tests/package/check-desktop-files.sh" "$root/usr" "$scratch/desktop"
 appstreamcli validate --no-net "$root/usr/share/metainfo/$id.metainfo.xml"
 # Each screenshot the metadata names is one of the project's own.
 grep -o '<image>[^<]*</image>' "$root/usr/share/metainfo/$id.metainfo.xml" | sed 's/<[^>]*>//g' |

@@ -1,4 +1,5 @@
 #include "app/Session.h"
+#include "app/Settings.h"
 #include "common/PhoneSimProcess.h"
 #include "common/TestFiles.h"
 #include "pairing/MobileDeviceListener.h"
@@ -156,6 +157,7 @@ void TestPhoneSim::vxFiles()
 
 void TestPhoneSim::pairsAndSignalsChanges()
 {
+    Settings::open()->clear(); // a fresh install: no phone trusted yet
     Session::instance().resetForTesting();
     PairingGate::instance().resetForTesting();
     MobileDeviceListener listener(0);

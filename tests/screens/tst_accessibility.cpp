@@ -539,12 +539,14 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
             store->selectDeselectAll(); // its button waits for the phone's users reply
 
     } else {
-        // A rebuild: the phone's users reply unchecks every user; a file list reload keeps
-        // its marks, so a file is unmarked first, quietly, by the list itself.
+        // A rebuild: a file list reload and the phone's users reply both keep the marks, so a
+        // mark is taken away first, quietly, under the list.
         if (files) {
             m_screen->intakeList()->flip(first);
             m_screen->intakeModel()->reload();
         } else {
+            for (const auto& u : std::as_const(store->users))
+                u->isChecked = false;
             QVERIFY(store->setUsersFromReply(users));
             store->rebuildAssociations();
         }

@@ -18,8 +18,8 @@
 
 namespace {
 
-// Drops file URLs on a table's viewport at `position`, as the file manager does.
-bool drop(FileTableView* table, const QStringList& paths, QPoint position)
+// Drops file URLs on `target` at `position`, as the file manager does.
+bool dropOn(QWidget* target, const QStringList& paths, QPoint position)
 {
     QMimeData data;
     QList<QUrl> urls;
@@ -27,15 +27,20 @@ bool drop(FileTableView* table, const QStringList& paths, QPoint position)
         urls.append(QUrl::fromLocalFile(p));
     data.setUrls(urls);
     QDragEnterEvent enter(position, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(table->viewport(), &enter);
+    QApplication::sendEvent(target, &enter);
     QDragMoveEvent move(position, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(table->viewport(), &move);
+    QApplication::sendEvent(target, &move);
     if (!move.isAccepted())
         return false;
     QDropEvent dropEvent(
         QPointF(position), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(table->viewport(), &dropEvent);
+    QApplication::sendEvent(target, &dropEvent);
     return dropEvent.isAccepted();
+}
+
+bool drop(FileTableView* table, const QStringList& paths, QPoint position)
+{
+    return dropOn(table->viewport(), paths, position);
 }
 
 } // namespace
@@ -46,7 +51,7 @@ class TestFileScreens : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void dropsBetweenRowsOnly();
+    void dropsAnywhereOnTheList();
     void oneDialogForSeveralRefusals();
     void chooseFilesStartsInTheRightFolder();
     void previewAndOpenFolderOpenTheRightPaths();
@@ -68,7 +73,7 @@ void TestFileScreens::initTestCase()
         TestFiles::write(m_files + u'/' + QString::fromLatin1(name), QByteArray(2048, 'x'));
 }
 
-void TestFileScreens::dropsBetweenRowsOnly()
+void TestFileScreens::dropsAnywhereOnTheList()
 {
     EncryptViewController screen;
     screen.resize(1100, 650);
@@ -78,17 +83,22 @@ void TestFileScreens::dropsBetweenRowsOnly()
     FakeDialogs dialogs;
     QVERIFY(drop(table, { m_files + u"/report.pdf"_qs }, QPoint(50, 5)));
     QCOMPARE(screen.filesToEncrypt().size(), 1);
-    // The middle of a row is "onto" it: refused, nothing added.
+    // Onto the middle of a row, and below the last one.
     const QRect row = table->visualRect(table->model()->index(0, 0));
-    QVERIFY(!drop(table, { m_files + u"/notes.txt"_qs }, row.center()));
-    QCOMPARE(screen.filesToEncrypt().size(), 1);
-    // Between rows (at the edge) and below the last row are fine.
-    QVERIFY(drop(table, { m_files + u"/notes.txt"_qs }, QPoint(50, row.bottom() - 1)));
+    QVERIFY(drop(table, { m_files + u"/notes.txt"_qs }, row.center()));
     QVERIFY(drop(table, { m_files + u"/budget.xlsx"_qs }, QPoint(50, table->viewport()->height() - 5)));
     QCOMPARE(screen.filesToEncrypt().size(), 3);
+    // On the panel around the list (its margin), as on the list.
+    QWidget* panel = table->parentWidget();
+    QVERIFY(dropOn(panel, { m_files + u"/report.pdf.vx"_qs, m_files + u"/extra.txt"_qs }, QPoint(2, 2)));
+    QCOMPARE(TestFiles::fileNames(screen.filesToEncrypt()).last(), u"extra.txt"_qs);
+    QCOMPARE(dialogs.shown.size(), 1); // the encrypted one was refused
+    // A dragged folder is refused as the list's rule says, with the list unchanged.
+    QVERIFY(drop(table, { m_files }, row.center()));
+    QCOMPARE(screen.filesToEncrypt().size(), 4);
+    QCOMPARE(dialogs.shown.size(), 2);
     // Never on a result table.
     QVERIFY(!drop(screen.encryptedFilesTable(), { m_files + u"/budget.xlsx"_qs }, QPoint(50, 5)));
-    QVERIFY(dialogs.shown.isEmpty());
     QVERIFY(screen.isSelectFilesEnabled);
     QVERIFY(screen.selectDeselectAllButton->isEnabled());
 }

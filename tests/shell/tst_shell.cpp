@@ -623,14 +623,14 @@ void TestShell::oneInstanceAtATime()
         AppDelegate first;
         QVERIFY(first.claimSingleInstance());
         AppDelegate second;
+        // The second start hands over (tst_commandline runs that with the real program);
+        // no dialog stands in its way.
         QVERIFY(!second.claimSingleInstance());
-        QCOMPARE(dialogs.shown.size(), 1);
-        QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Varnex Desktop is already running"));
+        QCOMPARE(dialogs.shown.size(), 0);
     }
     // The first one ended: the next start runs.
     AppDelegate next;
     QVERIFY(next.claimSingleInstance());
-    QCOMPARE(dialogs.shown.size(), 1);
 }
 
 QTEST_MAIN(TestShell)

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <memory>
+
+class QLocalServer;
+class QLocalSocket;
+class QLockFile;
+
+// One Varnex Desktop per user. The first start holds a lock file and listens on a local socket
+// beside it, both in a folder only the user can reach; a later start finds the lock taken,
+// hands its files to the first over the socket and ends.
+//
+// A message is a 32-bit length, then a QDataStream of a word saying what it carries and its
+// values: "open" with a list of absolute paths (none: just come forward). The first answers
+// "done" once it took the files.
+class SingleInstance : public QObject
+{
+    Q_OBJECT
+
+public:
+    // `folder` holds the lock and the socket; it is made (0700) when missing.
+    explicit SingleInstance(QString folder = defaultFolder(), QObject* parent = nullptr);
+    ~SingleInstance() override;
+
+    // The user's runtime folder when the desktop gives one that is the user's own, else a
+    // folder of the user's cache; never the shared temporary folder, where another account
+    // could take the name first. Empty when neither can be made private.
+    static QString defaultFolder();
+
+    QString folder() const { return m_folder; }
+    QString socketPath() const;
+
+    // True when this is the first start: the lock is now held. Needs no application object.
+    bool claim();
+    // The first start listens for later ones; needs the application object (event loop).
+    bool listen();
+
+    enum class HandOver { Delivered, NoAnswer };
+    // A later start: gives `paths` to the first and waits for its answer, at most `timeout`
+    // in all (the first may still be starting, so a refused connection is tried again).
+    HandOver handOver(const QStringList& paths, std::chrono::milliseconds timeout) const;
+
+    // Largest message taken; anything longer is dropped with its connection.
+    static constexpr quint32 maxMessageBytes = 4 * 1024 * 1024;
+
+Q_SIGNALS:
+    // A later start handed these over (absolute paths; none: only bring the window forward).
+    void filesHandedOver(const QStringList& paths);
+
+private:
+    void accept();
+    void read(QLocalSocket* socket);
+
+    QString m_folder;
+    std::unique_ptr<QLockFile> m_lock;
+    QLocalServer* m_server = nullptr;
+};

@@ -1,0 +1,52 @@
+#include "shell/QuitGuard.h"
+
+#include "operations/OperationTask.h"
+#include "screens/FileScreen.h"
+#include "widgets/Dialogs.h"
+
+#include <QCloseEvent>
+#include <QShortcut>
+#include <QWidget>
+
+QuitGuard::QuitGuard(QWidget* window)
+    : QObject(window)
+    , m_window(window)
+{
+    window->installEventFilter(this);
+    // The desktop's own Quit key where its theme names one, Ctrl+Q everywhere else.
+    const QKeySequence standard(QKeySequence::Quit);
+    auto* quit = new QShortcut(standard.isEmpty() ? QKeySequence(Qt::CTRL | Qt::Key_Q) : standard, window);
+    connect(quit, &QShortcut::activated, window, &QWidget::close);
+}
+
+bool QuitGuard::confirmQuit(QWidget* window)
+{
+    bool running = false;
+    for (const FileScreen* screen : window->findChildren<FileScreen*>())
+        running = running || (screen->runningTask() && screen->runningTask()->isRunning());
+    if (!running)
+        return true;
+    //: Dialog title when the user quits while the phone works on files
+    //% "An operation is still running"
+    const QString title = qtTrId("quitWhileRunningTitle");
+    //: Dialog description when the user quits while the phone works on files
+    //% "Quitting now cancels it. Your files stay as they are."
+    const QString message = qtTrId("quitWhileRunningDescription");
+    //: Button of the dialog when quitting while an operation runs: quit and cancel it
+    //% "Quit"
+    const QString quit = qtTrId("quitWhileRunningQuit");
+    //: Button of the dialog when quitting while an operation runs: go on with it
+    //% "Keep running"
+    const QString keep = qtTrId("quitWhileRunningKeep");
+    // The safe choice comes first, so Enter keeps the operation.
+    return Dialogs::current().ask(window, title, message, { keep, quit }, Dialogs::Style::Warning) == 1;
+}
+
+bool QuitGuard::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_window && event->type() == QEvent::Close && !confirmQuit(m_window)) {
+        event->ignore();
+        return true;
+    }
+    return QObject::eventFilter(watched, event);
+}

@@ -1,0 +1,127 @@
+#include "desktop/SingleInstance.h"
+
+#include <QDataStream>
+#include <QFile>
+#include <QLocalSocket>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+// The first start's side of the hand-over, fed by a client that sends what it likes: whole
+// messages, messages in pieces, and messages no later start would send.
+class TestSingleInstance : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void onlyTheFirstHoldsTheLock();
+    void messages_data();
+    void messages();
+};
+
+namespace {
+
+QByteArray payload(const QString& word, const QStringList& values)
+{
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out.setVersion(QDataStream::Qt_6_4);
+    out << word << values;
+    return bytes;
+}
+
+QByteArray framed(const QByteArray& body, quint32 length)
+{
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out << length;
+    return bytes + body;
+}
+
+QByteArray framed(const QByteArray& body)
+{
+    return framed(body, quint32(body.size()));
+}
+
+} // namespace
+
+void TestSingleInstance::onlyTheFirstHoldsTheLock()
+{
+    QTemporaryDir folder;
+    const QString place = folder.filePath(QStringLiteral("instance"));
+    {
+        SingleInstance first(place);
+        QVERIFY(first.claim());
+        // Made for the user alone.
+        QCOMPARE(QFile::permissions(place)
+                & ~(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
+                    | QFile::WriteUser | QFile::ExeUser),
+            QFile::Permissions());
+        SingleInstance second(place);
+        QVERIFY(!second.claim());
+        // Nobody listens yet: the later start gives up in time rather than hanging.
+        QCOMPARE(second.handOver({ QStringLiteral("/a") }, std::chrono::milliseconds(300)),
+            SingleInstance::HandOver::NoAnswer);
+    }
+    SingleInstance next(place);
+    QVERIFY(next.claim());
+}
+
+void TestSingleInstance::messages_data()
+{
+    QTest::addColumn<QByteArray>("sent");
+    QTest::addColumn<int>("pieceSize"); // 0: all at once
+    QTest::addColumn<bool>("taken");
+    QTest::addColumn<QStringList>("paths");
+
+    const QStringList two { QStringLiteral("/home/ann/a.vx"), QStringLiteral("/home/ann/b c.txt") };
+    const QByteArray open = payload(QStringLiteral("open"), two);
+    QTest::newRow("whole") << framed(open) << 0 << true << two;
+    QTest::newRow("a byte at a time") << framed(open) << 1 << true << two;
+    QTest::newRow("nothing to open: only come forward")
+        << framed(payload(QStringLiteral("open"), {})) << 0 << true << QStringList();
+    QTest::newRow("relative paths are left out")
+        << framed(payload(QStringLiteral("open"), { QStringLiteral("a.vx"), QStringLiteral("/b.txt") })) << 0
+        << true << QStringList { QStringLiteral("/b.txt") };
+    QTest::newRow("unknown word") << framed(payload(QStringLiteral("lock"), two)) << 0 << false
+                                  << QStringList();
+    QTest::newRow("longer than allowed")
+        << framed(open, SingleInstance::maxMessageBytes + 1) << 0 << false << QStringList();
+    QTest::newRow("not a stream") << framed(QByteArray("\xff\xff\xff\xf0garbage", 11)) << 0 << false
+                                  << QStringList();
+}
+
+void TestSingleInstance::messages()
+{
+    QFETCH(QByteArray, sent);
+    QFETCH(int, pieceSize);
+    QFETCH(bool, taken);
+    QFETCH(QStringList, paths);
+
+    QTemporaryDir folder;
+    SingleInstance first(folder.path());
+    QVERIFY(first.claim());
+    QVERIFY(first.listen());
+    QSignalSpy handedOver(&first, &SingleInstance::filesHandedOver);
+
+    QLocalSocket client;
+    client.connectToServer(first.socketPath());
+    QVERIFY(client.waitForConnected(2000));
+    QSignalSpy closed(&client, &QLocalSocket::disconnected);
+    const int step = pieceSize > 0 ? pieceSize : int(sent.size());
+    for (qsizetype at = 0; at < sent.size(); at += step) {
+        client.write(sent.mid(at, step));
+        client.flush();
+        QCoreApplication::processEvents();
+    }
+    // Either way the first ends the connection: after its answer, or at once.
+    QVERIFY(closed.wait(5000));
+    QCOMPARE(handedOver.size(), taken ? 1 : 0);
+    if (taken) {
+        QCOMPARE(handedOver.at(0).at(0).toStringList(), paths);
+        QVERIFY(client.readAll().contains(payload(QStringLiteral("done"), {})));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestSingleInstance)
+#include "tst_single_instance.moc"

@@ -1,0 +1,112 @@
+#include "app/Session.h"
+#include "pairing/ConnectionWatchdog.h"
+#include "app/Translations.h"
+#include "common/FakeDialogs.h"
+#include "common/TestFiles.h"
+#include "screens/DecryptViewController.h"
+#include "screens/EncryptViewController.h"
+#include "shell/AppWindow.h"
+#include "shell/MainViewController.h"
+#include "storage/WorkingFolders.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+// Files given on the command line or by a later start: each to the screen its extension fits,
+// through the list's own admission, and that screen shown; before pairing they wait.
+class TestOpenFiles : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void routing_data();
+    void routing();
+
+private:
+    QTemporaryDir m_home;
+};
+
+void TestOpenFiles::initTestCase()
+{
+    installTranslations(*QCoreApplication::instance());
+    WorkingFolders::prepareWorkingFolders(m_home.filePath(QStringLiteral("Documents")));
+    // No phone answers here: the watchdog must not end the main window during a test.
+    ConnectionWatchdog::setTimingForTesting({ 1h, 3s, 3s, 1h }); // no phone answers pings here
+    Session::instance().setPhoneConnected(true);
+}
+
+void TestOpenFiles::routing_data()
+{
+    QTest::addColumn<QStringList>("given"); // names in the test folder; a trailing "/" makes a folder
+    QTest::addColumn<bool>("beforePairing");
+    QTest::addColumn<QStringList>("encrypt");
+    QTest::addColumn<QStringList>("decrypt");
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<int>("dialogs");
+
+    const auto names
+        = [](const char* line) { return QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts); };
+    QTest::newRow("encrypted first") << names("a.vx b.txt") << false << names("b.txt") << names("a.vx")
+                                     << QStringLiteral("DecryptViewController") << 0;
+    QTest::newRow("plain first") << names("b.txt a.vx c.vx") << false << names("b.txt") << names("a.vx c.vx")
+                                 << QStringLiteral("EncryptViewController") << 0;
+    QTest::newRow("upper-case .VX is not encrypted") << names("d.VX") << false << names("d.VX") << names("")
+                                                     << QStringLiteral("EncryptViewController") << 0;
+    QTest::newRow("before pairing, they wait")
+        << names("a.vx b.txt") << true << names("b.txt") << names("a.vx")
+        << QStringLiteral("DecryptViewController") << 0;
+    QTest::newRow("a folder is refused as a drop is")
+        << names("photos/ b.txt") << false << names("b.txt") << names("")
+        << QStringLiteral("EncryptViewController") << 1;
+    QTest::newRow("the same name twice") << names("b.txt b.txt") << true << names("b.txt") << names("")
+                                         << QStringLiteral("EncryptViewController") << 1;
+}
+
+void TestOpenFiles::routing()
+{
+    QFETCH(QStringList, given);
+    QFETCH(bool, beforePairing);
+    QFETCH(QStringList, encrypt);
+    QFETCH(QStringList, decrypt);
+    QFETCH(QString, shown);
+    QFETCH(int, dialogs);
+
+    FakeDialogs fake;
+    QTemporaryDir folder;
+    QStringList paths;
+    for (const QString& name : given) {
+        if (name.endsWith(u'/'))
+            QVERIFY(QDir(folder.path()).mkdir(name.chopped(1)));
+        else
+            TestFiles::write(folder.filePath(name), "x");
+        paths.append(folder.filePath(name.endsWith(u'/') ? name.chopped(1) : name));
+    }
+
+    AppWindow window;
+    if (beforePairing) {
+        window.showPairing();
+        window.show();
+        window.openFiles(paths);
+        QCoreApplication::processEvents();
+        QCOMPARE(fake.shown.size(), 0);
+    }
+    window.showMain();
+    window.show();
+    MainViewController* main = nullptr;
+    QTRY_VERIFY(main = qobject_cast<MainViewController*>(window.content()));
+    if (!beforePairing)
+        window.openFiles(paths);
+    QTRY_COMPARE(TestFiles::fileNames(main->vc1->filesToEncrypt()), encrypt);
+    QTRY_COMPARE(TestFiles::fileNames(main->vc2->filesToDecrypt()), decrypt);
+    QCOMPARE(main->currentScreen()->objectName(), shown);
+    QCOMPARE(fake.shown.size(), dialogs);
+    // Files from outside arrive unmarked, as dropped ones do.
+    QCOMPARE(main->vc1->intakeList()->markedCount() + main->vc2->intakeList()->markedCount(), 0);
+}
+
+QTEST_MAIN(TestOpenFiles)
+#include "tst_open_files.moc"
