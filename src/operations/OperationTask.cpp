@@ -347,7 +347,8 @@ OperationTask::Result OperationTask::landAll(const QList<SafeArchive::Landing>& 
     QString error;
     const auto landed = SafeArchive::landAll(landings, m_resultsFolder, &error);
     if (!landed) {
-        Log::line(u"Cannot move the results into " + m_resultsFolder + u": " + error);
+        // The reason may name an entry of the phone's reply.
+        Log::line(u"Cannot move the results into " + m_resultsFolder + u": " + Log::escaped(error));
         //: Dialog description when the results cannot be put into their folder; %1 is the folder, %2 why
         //% "The results could not be moved into %1: %2."
         return failedWith(qtTrId("resultsNotMovedIn").arg(QDir::toNativeSeparators(m_resultsFolder), error));

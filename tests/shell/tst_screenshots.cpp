@@ -8,6 +8,7 @@
 #include "common/Settle.h"
 #include "common/TestFiles.h"
 #include "pairing/PairingGate.h"
+#include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AssociatedUserCellView.h"
 #include "screens/DecryptViewController.h"
@@ -430,6 +431,36 @@ void TestScreenshots::screens()
         const auto rect = [pairing](QWidget* w) { return QRect(w->mapTo(pairing, QPoint()), w->size()); };
         QVERIFY(rect(pairing->qrCodeWhiteBackground).contains(rect(pairing->qrCodeImage)));
         save(&window, u"pairing"_qs);
+    }
+    // A first phone asks to pair, and the screen after contact with the trusted phone was lost.
+    for (const bool lost : { false, true }) {
+        auto reset = qScopeGuard([] {
+            TrustedPhone::forget();
+            PairingGate::instance().resetForTesting();
+            Session::instance().resetForTesting();
+        });
+        if (lost) {
+            TrustedPhone { u"alex.morgan@example.com"_qs, u"Alex's Pixel"_qs, u"192.168.1.20"_qs,
+                u"http://192.168.1.20:8080/"_qs }
+                .save();
+            PairingGate::instance().resetForTesting();
+            Session::instance().setPhoneIPAddress(u"192.168.1.20"_qs);
+            Session::instance().setMobileDeviceName(u"Alex's Pixel"_qs);
+            Session::instance().setPhoneConnected(true);
+            PairingGate::instance().phoneLost();
+        } else {
+            QCOMPARE(PairingGate::instance().offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
+                                                       u"http://192.168.1.31:8080/"_qs },
+                         u"192.168.1.31"_qs),
+                PairingGate::Decision::Held);
+        }
+        AppWindow window;
+        auto* pairing = new QRCodeViewController;
+        window.setContent(pairing);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QTRY_VERIFY(lost ? pairing->contactLabel->isVisible() : pairing->pairingRequestBar->isVisible());
+        save(&window, lost ? u"pairing-lost"_qs : u"pairing-pair-request"_qs);
     }
     QRCodeViewController::setAddressSourceForTesting({});
 
