@@ -35,7 +35,8 @@ ConnectionWatchdog::ConnectionWatchdog(QObject* parent)
     , m_timing(currentTiming())
 {
     connect(&m_timer, &QTimer::timeout, this, &ConnectionWatchdog::sendPing);
-    connect(&Session::instance(), &Session::phoneConnectedChanged, this, &ConnectionWatchdog::onConnectedChanged);
+    connect(
+        &Session::instance(), &Session::phoneConnectedChanged, this, &ConnectionWatchdog::onConnectedChanged);
 }
 
 void ConnectionWatchdog::start()
@@ -86,7 +87,8 @@ void ConnectionWatchdog::sendPing()
         }
         if (m_failures++ == 0)
             m_failingSince = sent;
-        qCInfo(lcWatchdog) << "ping got no answer:" << reply->errorString() << "failures in a row:" << m_failures;
+        qCInfo(lcWatchdog) << "ping got no answer:" << reply->errorString()
+                           << "failures in a row:" << m_failures;
         if (m_failures >= 2 && m_failingSince.elapsed() >= m_timing.lostAfter.count())
             PairingGate::instance().phoneLost();
     });

@@ -13,7 +13,8 @@ namespace {
 QString describe(const PairingMessage& message)
 {
     return QStringLiteral("\"%1\" (%2, %3)")
-        .arg(Log::escaped(message.mobileDeviceName), message.ip, Log::escaped(message.email.value_or(QString())));
+        .arg(Log::escaped(message.mobileDeviceName), message.ip,
+            Log::escaped(message.email.value_or(QString())));
 }
 
 } // namespace

@@ -17,7 +17,8 @@ std::optional<TrustedPhone> TrustedPhone::load()
     if (!address || address->isEmpty())
         return std::nullopt;
     return TrustedPhone { Settings::string(emailKey).value_or(QString()),
-        Settings::string(nameKey).value_or(QString()), *address, Settings::string(baseUrlKey).value_or(QString()) };
+        Settings::string(nameKey).value_or(QString()), *address,
+        Settings::string(baseUrlKey).value_or(QString()) };
 }
 
 void TrustedPhone::save() const

@@ -23,7 +23,8 @@ QString requestText(const PendingPairing& pending)
     }
     QString text;
     if (message.email) {
-        //: Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from, %3 the e-mail of its user.
+        //: Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from, %3 the
+        //: e-mail of its user.
         //% "%1 (%2, %3) wants to pair with this computer"
         text = qtTrId("pairingRequestTextEmail").arg(name, pending.peer, *message.email);
     } else {
