@@ -560,9 +560,10 @@ Select deselect all users button</extracomment>
         <translation>%1 vergessen?</translation>
     </message>
     <message id="forgetPhoneQuestion">
-        <source>This computer will no longer connect to it by itself. Your lists start afresh, and the next phone that scans the code asks to pair.</source>
+        <source>This computer will no longer connect to it by itself, and the next phone that scans the code asks to pair. The files in your lists stay.</source>
+        <oldsource>This computer will no longer connect to it by itself. Your lists start afresh, and the next phone that scans the code asks to pair.</oldsource>
         <extracomment>Question before forgetting the paired phone</extracomment>
-        <translation>Dieser Computer verbindet sich dann nicht mehr von selbst mit ihm. Ihre Listen beginnen neu, und das nächste Telefon, das den Code scannt, fragt nach einer Kopplung.</translation>
+        <translation>Dieser Computer verbindet sich dann nicht mehr von selbst mit ihm, und das nächste Telefon, das den Code scannt, fragt nach einer Kopplung. Die Dateien in Ihren Listen bleiben.</translation>
     </message>
     <message id="forgetPhoneButton">
         <source>Forget</source>

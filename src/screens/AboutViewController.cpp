@@ -113,7 +113,7 @@ void AboutViewController::confirmForget()
     //% "Forget %1?"
     const QString title = qtTrId("forgetPhoneTitle").arg(name);
     //: Question before forgetting the paired phone
-    //% "This computer will no longer connect to it by itself. Your lists start afresh, and the next phone that scans the code asks to pair."
+    //% "This computer will no longer connect to it by itself, and the next phone that scans the code asks to pair. The files in your lists stay."
     const QString message = qtTrId("forgetPhoneQuestion");
     //: Button that forgets the paired phone
     //% "Forget"

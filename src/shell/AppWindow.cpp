@@ -112,6 +112,9 @@ void AppWindow::phoneReplaced()
     // gets fresh ones at once.
     QPointer<MainViewController> old = m_main;
     m_main = nullptr;
+    // The people and groups were the old phone's; the listed files are the user's and stay.
+    if (old)
+        m_waitingFiles = old->intakeFiles() + m_waitingFiles;
     if (Session::instance().isPhoneConnected() && old && m_wanted == old)
         showMain();
     if (old && old != m_content && old != m_wanted)

@@ -271,6 +271,18 @@ void MainViewController::selectAbout()
     setAboutIcon(QStringLiteral("info_fill"));
 }
 
+QStringList MainViewController::intakeFiles() const
+{
+    QStringList paths;
+    for (const FileScreen* screen : { static_cast<const FileScreen*>(vc1), static_cast<const FileScreen*>(vc2) }) {
+        for (const auto& file : screen->intakeList()->files()) {
+            if (file->filePath)
+                paths.append(*file->filePath);
+        }
+    }
+    return paths;
+}
+
 void MainViewController::openFiles(const QStringList& paths)
 {
     if (paths.isEmpty())

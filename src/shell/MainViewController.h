@@ -30,6 +30,9 @@ public:
     // ".vx" files to the Decrypt list, the others to Encrypt, each through the list's own
     // admission (as a drop); shows the screen of the first file.
     void openFiles(const QStringList& paths);
+    // The files in both intake lists, Encrypt's first: they are the user's, not the phone's,
+    // and move on to the screens of a phone the user switches to.
+    QStringList intakeFiles() const;
 
     // The widgets the navigation drives.
     QWidget* container = nullptr;

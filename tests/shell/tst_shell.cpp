@@ -257,6 +257,14 @@ void TestShell::pairing()
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
     const QPointer<PairingRequestBar> bar = main->pairingRequestBar;
     QVERIFY(!bar->isVisible());
+    // A file the user listed: theirs, not the phone's.
+    const QString listed = m_home.filePath(u"listed.txt"_qs);
+    {
+        QFile file(listed);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+    main->vc1->addFiles({ listed });
+    QCOMPARE(main->intakeFiles(), QStringList { listed });
 
     QWidget* focused = QApplication::focusWidget();
     QCOMPARE(send(other, u"127.0.0.99"_qs, u"eve@example.com"_qs, u"http://10.0.0.99:8080/"_qs), 200);
@@ -297,6 +305,7 @@ void TestShell::pairing()
     QCOMPARE(
         Settings::string(Settings::userEmailKey), switched ? u"eve@example.com"_qs : u"ann@example.com"_qs);
     QTRY_COMPARE(window.windowTitle(), title(switched ? shown : firstShown, true));
+    QTRY_COMPARE(now->intakeFiles(), QStringList { listed }); // fresh screens, the same files
     QCOMPARE(now->vc3->pairedPhone->text(),
         switched ? u"Paired with %1 (127.0.0.99, eve@example.com)"_qs.arg(shown)
                  : u"Paired with %1 (127.0.0.1, ann@example.com)"_qs.arg(firstShown));
