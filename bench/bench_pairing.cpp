@@ -6,6 +6,7 @@
 #include "pairing/MobileDeviceListener.h"
 
 #include <QCoreApplication>
+#include <QSettings>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QSocketNotifier>
@@ -229,6 +230,14 @@ int main(int argc, char* argv[])
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("HOME"), home.path());
     environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path() + u"/.config");
+    // The phone is the trusted one, on this computer's loopback, as the simulator is for scripts/run.
+    environment.insert(QStringLiteral("VARNEX_ALLOW_LOOPBACK_PHONE"), QStringLiteral("1"));
+    {
+        QSettings trusted(home.path() + u"/.config/Varnex/Varnex Desktop.conf", QSettings::IniFormat);
+        trusted.setValue(QStringLiteral("trustedPhone/address"), QStringLiteral("127.0.0.1"));
+        trusted.setValue(QStringLiteral("trustedPhone/email"), QStringLiteral("ann@example.com"));
+        trusted.setValue(QStringLiteral("trustedPhone/name"), QStringLiteral("Bench phone"));
+    }
     listener.setProcessEnvironment(environment);
     listener.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     listener.start(QCoreApplication::applicationFilePath(), { QStringLiteral("serve") });
