@@ -53,5 +53,6 @@ bool ResultFolder::refresh()
 void ResultFolder::startPeriodicRefresh()
 {
     m_periodic = true;
-    m_timer.start();
+    if (Session::instance().isPhoneConnected())
+        m_timer.start();
 }

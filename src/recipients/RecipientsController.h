@@ -38,6 +38,7 @@ public:
     static void notifyPhoneGroupsUpdated();
 
     // True while a fetch is on the wire or change signals wait for their look.
+    bool isStarted() const { return m_started; }
     bool isBusy() const { return m_users.inFlight || m_groups.inFlight || m_changeSignals.isActive(); }
 
     // A process-wide notice that a group's members or name changed.

@@ -54,6 +54,12 @@ EncryptViewController::EncryptViewController(QWidget* parent)
     connect(store, &AssociationsStore::recipientsChanged, intakeList(), &IntakeList::updateOperationButton);
     if (Session::instance().isPhoneConnected())
         recipients->controller()->start();
+    // Made before the phone connected (files handed over first): the people come when it does.
+    connect(&Session::instance(), &Session::phoneConnectedChanged, recipients->controller(),
+        [controller = recipients->controller()](bool connected) {
+            if (connected && !controller->isStarted())
+                controller->start();
+        });
     connect(this, &FileScreen::operationRequested, this, &EncryptViewController::encryptFiles);
 }
 

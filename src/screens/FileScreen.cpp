@@ -231,8 +231,8 @@ FileScreen::FileScreen(Settings settings, QWidget* parent)
 
     applyButtons(m_intake->buttons());
     m_results->refresh();
-    if (Session::instance().isPhoneConnected())
-        m_results->startPeriodicRefresh();
+    // Runs while a phone is connected, from whenever one is (screens may be made before).
+    m_results->startPeriodicRefresh();
     setTabOrder(chooseFilesButton, selectDeselectAllButton);
     setTabOrder(selectDeselectAllButton, removeFilesButton);
     setTabOrder(removeFilesButton, intakeTable);

@@ -146,11 +146,14 @@ MainViewController* AppWindow::mainScreen() const
 
 void AppWindow::openFiles(const QStringList& paths)
 {
-    if (auto* main = qobject_cast<MainViewController*>(m_main.data())) {
-        main->openFiles(paths);
-        return;
+    // Before any phone is connected the main screens are made at once, out of sight, so the
+    // files wait in their own intake lists until the main window shows.
+    if (!m_main) {
+        m_main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
+        m_main->setParent(this);
+        m_main->hide();
     }
-    m_waitingFiles.append(paths);
+    m_main->openFiles(paths);
 }
 
 void AppWindow::deliverWaitingFiles()

@@ -1,5 +1,6 @@
 #include "shell/MainViewController.h"
 
+#include "app/Log.h"
 #include "app/Session.h"
 #include "app/Texts.h"
 #include "files/IntakeList.h"
@@ -304,4 +305,17 @@ void MainViewController::openFiles(const QStringList& paths)
         vc1->addFiles(others);
     if (self && !encrypted.isEmpty())
         vc2->addFiles(encrypted);
+    if (!self)
+        return;
+    // Where the handed-over files ended up, for whoever reads the program's diagnostics.
+    const QStringList listed = intakeFiles();
+    const auto names = [&listed](const QStringList& candidates) {
+        QStringList found;
+        for (const QString& path : candidates) {
+            if (listed.contains(path))
+                found.append(path.section(u'/', -1));
+        }
+        return Log::escaped(found.join(u", ")); // a file name may hold a line break
+    };
+    qCInfo(lcMain).noquote() << "handed-over files listed: Encrypt:" << names(others) << "| Decrypt:" << names(encrypted);
 }

@@ -148,6 +148,11 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
 
     // Relative names are read in the second start's folder, not the first's.
     QTemporaryDir work;
+    for (const char* name : { "a.vx", "b.txt" }) {
+        QFile file(work.filePath(QString::fromLatin1(name)));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("x");
+    }
     QProcess second;
     second.setProcessEnvironment(programEnvironment(home.path()));
     second.setWorkingDirectory(work.path());
@@ -161,6 +166,10 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
         = "handed over 2 files: " + QFile::encodeName(work.filePath(QStringLiteral("a.vx"))) + ' '
         + QFile::encodeName(work.filePath(QStringLiteral("b.txt")));
     QTRY_VERIFY_WITH_TIMEOUT((log += first.readAllStandardError(), log.contains(expected)), 10000);
+    // Not yet paired, the first lists them on their screens at once: each waits in its list.
+    QTRY_VERIFY_WITH_TIMEOUT((log += first.readAllStandardError(),
+                                 log.contains("handed-over files listed: Encrypt: b.txt | Decrypt: a.vx")),
+        10000);
 
     // Without files the first only comes forward.
     second.setWorkingDirectory(work.path());

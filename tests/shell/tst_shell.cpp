@@ -458,14 +458,28 @@ void TestShell::aStartFindsTheTrustedPhone()
     PairingGate::instance().restore();
     QCOMPARE(Session::instance().phoneIPAddress(), u"127.0.0.1"_qs);
     QVERIFY(m_sim->clearRequests());
+    // The phone is slow to answer at first; meanwhile a file comes from the file manager.
+    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
     AppWindow window;
     window.showPairing();
     window.show();
     QVERIFY(showsPairing(window));
     auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
     QCOMPARE(pairing->contactLabel->text(), u"Looking for Ann's phone on the network. Or scan the code with another phone."_qs);
-    QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<MainViewController*>(window.content()) != nullptr, 5000);
+    const QString handed = m_home.filePath(u"handed.txt"_qs);
+    {
+        QFile file(handed);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+    window.openFiles({ handed });
+    QVERIFY(m_sim->clearFaults());
+    QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<MainViewController*>(window.content()) != nullptr, 8000);
     QTRY_COMPARE(window.windowTitle(), title(u"Ann's phone"_qs, true));
+    // The screens made for the file are the phone's: the file waited in its list, and the
+    // people arrive now that the phone does.
+    auto* main = qobject_cast<MainViewController*>(window.content());
+    QCOMPARE(main->intakeFiles(), QStringList { handed });
+    QTRY_VERIFY_WITH_TIMEOUT(main->vc1->recipients->store()->associatedRowCount() > 0, 5000);
     for (const auto& r : m_sim->requests())
         QVERIFY(r[u"path"].toString() != u"/myInformation"_qs);
 }
