@@ -25,11 +25,6 @@ void ConnectionWatchdog::setTimingForTesting(const Timing& timing)
     currentTiming() = timing;
 }
 
-ConnectionWatchdog::Timing ConnectionWatchdog::timing()
-{
-    return currentTiming();
-}
-
 ConnectionWatchdog::ConnectionWatchdog(QObject* parent)
     : QObject(parent)
     , m_timing(currentTiming())
@@ -46,7 +41,6 @@ void ConnectionWatchdog::start()
 
 void ConnectionWatchdog::onConnectedChanged(bool connected)
 {
-    m_watching = connected;
     m_failures = 0;
     m_timer.start(connected ? m_timing.period : m_timing.seekPeriod);
     // Looking for the phone starts at once: at start, a reachable trusted phone connects

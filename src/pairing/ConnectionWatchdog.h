@@ -25,12 +25,10 @@ public:
         std::chrono::milliseconds seekPeriod { 2000 };
     };
     static void setTimingForTesting(const Timing& timing);
-    static Timing timing();
 
     explicit ConnectionWatchdog(QObject* parent = nullptr);
 
     void start();
-    bool isWatching() const { return m_timer.isActive() && m_watching; }
 
 private:
     void onConnectedChanged(bool connected);
@@ -38,7 +36,6 @@ private:
 
     Timing m_timing;
     QTimer m_timer;
-    bool m_watching = false;
     int m_failures = 0; // in a row
     QElapsedTimer m_failingSince; // since the first of them was sent
 };

@@ -161,6 +161,8 @@ struct MobileDeviceListener::Impl
     // ones; the trusted phone's own connections never give way.
     void makeRoom()
     {
+        const auto trusted = PairingGate::instance().trustedPhone();
+        const QString trustedAddress = trusted ? trusted->address : QString();
         std::lock_guard lock(mutex);
         Open* oldest = nullptr;
         unsigned arriving = 0;
@@ -169,7 +171,7 @@ struct MobileDeviceListener::Impl
                 continue;
             ++arriving;
             if (entry.fd >= 0 && (!oldest || entry.opened < oldest->opened)
-                && !PairingGate::instance().isTrustedAddress(entry.peer))
+                && entry.peer != trustedAddress)
                 oldest = &entry;
         }
         if (arriving < limits.totalConnections || !oldest)

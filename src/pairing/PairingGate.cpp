@@ -184,12 +184,6 @@ std::optional<TrustedPhone> PairingGate::trustedPhone() const
     return m_trusted;
 }
 
-bool PairingGate::isTrustedAddress(const QString& address) const
-{
-    std::lock_guard lock(m_mutex);
-    return m_trusted && m_trusted->address == address;
-}
-
 void PairingGate::restore()
 {
     std::optional<TrustedPhone> trusted;

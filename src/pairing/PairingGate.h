@@ -31,7 +31,7 @@ struct PendingPairing
 // from the trusted phone's own address. The listener has already made sure that every message
 // comes from the address its "ip" names.
 //
-// offer() and isTrustedAddress() are called on the listener's thread, everything else on the
+// offer() and trustedPhone() are called on the listener's thread, everything else on the
 // main thread. Signals reach main-thread receivers queued.
 class PairingGate : public QObject
 {
@@ -57,7 +57,6 @@ public:
     void ignorePending(quint64 id);
 
     std::optional<TrustedPhone> trustedPhone() const;
-    bool isTrustedAddress(const QString& address) const;
 
     // At start: the remembered phone becomes the one the watchdog looks for.
     void restore();

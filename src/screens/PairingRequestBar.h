@@ -23,8 +23,6 @@ public:
     QPushButton* acceptButton = nullptr; // "Pair", or "Switch" while a phone is connected
     QPushButton* ignoreButton = nullptr;
 
-    quint64 shownRequest() const { return m_pendingId; }
-
 private:
     void refresh();
 
