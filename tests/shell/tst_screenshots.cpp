@@ -7,6 +7,7 @@
 #include "app/Translations.h"
 #include "common/Settle.h"
 #include "common/TestFiles.h"
+#include "pairing/ConnectionWatchdog.h"
 #include "pairing/PairingGate.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
@@ -298,6 +299,9 @@ private:
 void TestScreenshots::initTestCase()
 {
     installTranslations(*QCoreApplication::instance());
+    // No phone answers here: the windows must not notice that while they are drawn.
+    ConnectionWatchdog::setTimingForTesting({ std::chrono::hours(1), std::chrono::seconds(3),
+        std::chrono::seconds(3), std::chrono::hours(1) });
     WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
     for (const char* name : { "Quarterly report 2026.pdf", "holiday-photo.jpg", "notes.txt", "budget.xlsx",
              "a very long file name that goes on and on beyond what any list can show.docx",
@@ -440,11 +444,11 @@ void TestScreenshots::screens()
             Session::instance().resetForTesting();
         });
         if (lost) {
-            TrustedPhone { u"alex.morgan@example.com"_qs, u"Alex's Pixel"_qs, u"192.168.1.20"_qs,
-                u"http://192.168.1.20:8080/"_qs }
+            TrustedPhone { u"alex.morgan@example.com"_qs, u"Alex's Pixel"_qs, u"127.0.0.20"_qs,
+                u"http://127.0.0.20:8080/"_qs }
                 .save();
             PairingGate::instance().resetForTesting();
-            Session::instance().setPhoneIPAddress(u"192.168.1.20"_qs);
+            Session::instance().setPhoneIPAddress(u"127.0.0.20"_qs);
             Session::instance().setMobileDeviceName(u"Alex's Pixel"_qs);
             Session::instance().setPhoneConnected(true);
             PairingGate::instance().phoneLost();
@@ -471,7 +475,7 @@ void TestScreenshots::screens()
             PairingGate::instance().resetForTesting();
             Session::instance().resetForTesting();
         });
-        Session::instance().setPhoneIPAddress(u"192.168.1.20"_qs);
+        Session::instance().setPhoneIPAddress(u"127.0.0.20"_qs);
         Session::instance().setPhoneConnected(true);
         QCOMPARE(PairingGate::instance().offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
                                                    u"http://192.168.1.31:8080/"_qs },
