@@ -9,9 +9,11 @@ Session& Session::instance()
     return session;
 }
 
-Session::Session()
-    : m_associatesUpdatedAt(QDateTime::currentDateTimeUtc())
+Session::Session(quint16 phoneServicePort, QObject* parent)
+    : QObject(parent)
+    , m_associatesUpdatedAt(QDateTime::currentDateTimeUtc())
     , m_groupsUpdatedAt(m_associatesUpdatedAt)
+    , m_phoneServicePort(phoneServicePort)
 {
     // The first use may come from a listener thread; the object belongs to the main thread so
     // that its signals reach the screens queued.

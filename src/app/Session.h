@@ -15,6 +15,13 @@ class Session : public QObject
     Q_OBJECT
 
 public:
+    static constexpr quint16 defaultPhoneServicePort = 8080;
+
+    // `phoneServicePort` is the phone's service port (tests run a simulator on a free one).
+    explicit Session(quint16 phoneServicePort = defaultPhoneServicePort, QObject* parent = nullptr);
+
+    // Transitional: the process-wide session of the unmigrated code; goes once every object
+    // receives its session through its constructor.
     static Session& instance();
 
     QString phoneIPAddress() const;
@@ -43,8 +50,6 @@ public:
     // service; path is "/ping" and the like (a leading ":8080" is accepted and dropped).
     QString phoneServiceUrl(QStringView path) const;
 
-    // The phone's service port is 8080. Tests run their phone simulator on a free port instead.
-    static constexpr quint16 defaultPhoneServicePort = 8080;
     void setPhoneServicePortForTesting(quint16 port) { m_phoneServicePort.store(port); }
 
     // Restores the initial values of a fresh process; for tests that run several scenarios.
@@ -57,7 +62,6 @@ Q_SIGNALS:
     void groupsUpdated(const QDateTime& at);
 
 private:
-    Session();
 
     mutable std::mutex m_mutex;
     QString m_phoneIPAddress;
