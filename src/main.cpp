@@ -60,23 +60,26 @@ int main(int argc, char* argv[])
 
     delegate.applicationDidFinishLaunching();
 
-    AppWindow window;
-    // Ctrl+Q, and closing while an operation runs asks first.
-    new QuitGuard(&window);
-    window.showPairing();
-    window.show();
-    // Files wait in the window until the main screens show (after pairing).
-    if (!files.isEmpty())
-        window.openFiles(files);
-    QObject::connect(delegate.singleInstance(), &SingleInstance::filesHandedOver, &window,
-        [&window](const QStringList& paths) {
-            if (!paths.isEmpty())
-                window.openFiles(paths);
-            bringForward(window);
-        });
-    delegate.listenForLaterStarts();
-
-    const int status = app.exec();
+    int status = 0;
+    {
+        // The window goes before what it was built on.
+        AppWindow window(delegate.services());
+        // Ctrl+Q, and closing while an operation runs asks first.
+        new QuitGuard(&window);
+        window.showPairing();
+        window.show();
+        // Files wait in the window until the main screens show (after pairing).
+        if (!files.isEmpty())
+            window.openFiles(files);
+        QObject::connect(delegate.singleInstance(), &SingleInstance::filesHandedOver, &window,
+            [&window](const QStringList& paths) {
+                if (!paths.isEmpty())
+                    window.openFiles(paths);
+                bringForward(window);
+            });
+        delegate.listenForLaterStarts();
+        status = app.exec();
+    }
     delegate.applicationWillTerminate();
     return status;
 }

@@ -49,14 +49,15 @@ bool isWellFormedUrl(const QString& text)
     return url.isValid() && (scheme == u"http" || scheme == u"https") && !url.host().isEmpty();
 }
 
-void setBaseURL(const QString& text)
+bool setBaseURL(const QString& text)
 {
     if (!isWellFormedUrl(text)) {
         Log::line(QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: ") + Log::escaped(text));
-        return;
+        return false;
     }
     Settings::setString(Settings::baseUrlKey, text);
     Log::line(QStringLiteral("[BaseUrlStore] ✅ Base URL set: ") + Log::escaped(text));
+    return true;
 }
 
 bool hasBaseURL()

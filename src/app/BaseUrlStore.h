@@ -10,8 +10,9 @@ namespace BaseUrlStore {
 // holding a space, a relative reference, or a file: or ftp: URL.
 bool isWellFormedUrl(const QString& text);
 
-// Stores text unchanged when it is well formed and logs the outcome either way.
-void setBaseURL(const QString& text);
+// Stores text unchanged when it is well formed and logs the outcome either way; true when
+// it was stored.
+bool setBaseURL(const QString& text);
 
 bool hasBaseURL();
 

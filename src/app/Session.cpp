@@ -1,8 +1,5 @@
 #include "app/Session.h"
 
-#include <QCoreApplication>
-#include <QThread>
-
 Session& Session::instance()
 {
     static Session session;
@@ -15,39 +12,17 @@ Session::Session(quint16 phoneServicePort, QObject* parent)
     , m_groupsUpdatedAt(m_associatesUpdatedAt)
     , m_phoneServicePort(phoneServicePort)
 {
-    // The first use may come from a listener thread; the object belongs to the main thread so
-    // that its signals reach the screens queued.
-    if (auto* app = QCoreApplication::instance(); app && thread() != app->thread())
-        moveToThread(app->thread());
 }
 
-QString Session::phoneIPAddress() const
+void Session::setPhone(const QString& address, const QString& name)
 {
-    std::lock_guard lock(m_mutex);
-    return m_phoneIPAddress;
-}
-
-void Session::setPhoneIPAddress(const QString& address)
-{
-    std::lock_guard lock(m_mutex);
     m_phoneIPAddress = address;
-}
-
-QString Session::mobileDeviceName() const
-{
-    std::lock_guard lock(m_mutex);
-    return m_mobileDeviceName;
-}
-
-void Session::setMobileDeviceName(const QString& name)
-{
-    std::lock_guard lock(m_mutex);
     m_mobileDeviceName = name;
 }
 
 void Session::setPhoneConnected(bool connected)
 {
-    if (m_isPhoneConnected.exchange(connected) == connected)
+    if (std::exchange(m_isPhoneConnected, connected) == connected)
         return;
     Q_EMIT phoneConnectedChanged(connected);
 }
@@ -58,51 +33,27 @@ void Session::replacePhone()
     Q_EMIT phoneReplaced();
 }
 
-QDateTime Session::associatesUpdatedAt() const
-{
-    std::lock_guard lock(m_mutex);
-    return m_associatesUpdatedAt;
-}
-
-QDateTime Session::groupsUpdatedAt() const
-{
-    std::lock_guard lock(m_mutex);
-    return m_groupsUpdatedAt;
-}
-
 void Session::markAssociatesUpdated()
 {
-    QDateTime now = QDateTime::currentDateTimeUtc();
-    {
-        std::lock_guard lock(m_mutex);
-        m_associatesUpdatedAt = now;
-    }
-    Q_EMIT associatesUpdated(now);
+    m_associatesUpdatedAt = QDateTime::currentDateTimeUtc();
+    Q_EMIT associatesUpdated(m_associatesUpdatedAt);
 }
 
 void Session::markGroupsUpdated()
 {
-    QDateTime now = QDateTime::currentDateTimeUtc();
-    {
-        std::lock_guard lock(m_mutex);
-        m_groupsUpdatedAt = now;
-    }
-    Q_EMIT groupsUpdated(now);
+    m_groupsUpdatedAt = QDateTime::currentDateTimeUtc();
+    Q_EMIT groupsUpdated(m_groupsUpdatedAt);
 }
 
 QString Session::phoneServiceUrl(QStringView path) const
 {
     if (path.startsWith(u":8080"))
         path = path.mid(5);
-    return QStringLiteral("http://") + phoneIPAddress() + u':' + QString::number(m_phoneServicePort.load()) + path;
+    return QStringLiteral("http://") + m_phoneIPAddress + u':' + QString::number(m_phoneServicePort) + path;
 }
 
 void Session::resetForTesting()
 {
-    {
-        std::lock_guard lock(m_mutex);
-        m_phoneIPAddress.clear();
-        m_mobileDeviceName.clear();
-    }
+    setPhone(QString(), QString());
     setPhoneConnected(false);
 }

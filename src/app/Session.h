@@ -4,12 +4,10 @@
 #include <QObject>
 #include <QString>
 
-#include <atomic>
-#include <mutex>
-
-// The process-wide session values shared by the listener's threads, the screens and the
-// watchdog. Each value is safe to read and write from any thread; every change is also
-// announced by a signal, which reaches receivers on the main thread queued.
+// The phone's session values as the rest of the program reads them: its address and name,
+// whether it is connected, and when it last said that its users or groups changed. They are
+// written by their one owner, the phone connection in pairing/, on the main thread; everyone
+// else is handed a const reference and follows the signals.
 class Session : public QObject
 {
     Q_OBJECT
@@ -24,35 +22,35 @@ public:
     // receives its session through its constructor.
     static Session& instance();
 
-    QString phoneIPAddress() const;
-    void setPhoneIPAddress(const QString& address);
-
-    QString mobileDeviceName() const;
-    void setMobileDeviceName(const QString& name);
-
-    bool isPhoneConnected() const { return m_isPhoneConnected.load(); }
-    void setPhoneConnected(bool connected);
+    QString phoneIPAddress() const { return m_phoneIPAddress; }
+    QString mobileDeviceName() const { return m_mobileDeviceName; }
+    bool isPhoneConnected() const { return m_isPhoneConnected; }
 
     // Changes whenever the phone the screens were made for is replaced by another, or forgotten.
     // Work begun under one epoch and finishing under another is dropped instead of being shown
     // over, or sent to, whatever came next. A phone lost and found again keeps its epoch: it is
     // the same phone, and the same screens come back.
-    quint64 phoneEpoch() const { return m_phoneEpoch.load(); }
-    // The user chose another phone, or forgot this one: the screens of the old one go.
-    void replacePhone();
+    quint64 phoneEpoch() const { return m_phoneEpoch; }
 
-    QDateTime associatesUpdatedAt() const;
-    QDateTime groupsUpdatedAt() const;
-    void markAssociatesUpdated();
-    void markGroupsUpdated();
+    QDateTime associatesUpdatedAt() const { return m_associatesUpdatedAt; }
+    QDateTime groupsUpdatedAt() const { return m_groupsUpdatedAt; }
 
     // "http://" + phone address + ":8080" + path, the form of every call to the phone's own
     // service; path is "/ping" and the like (a leading ":8080" is accepted and dropped).
     QString phoneServiceUrl(QStringView path) const;
 
-    void setPhoneServicePortForTesting(quint16 port) { m_phoneServicePort.store(port); }
+    // Written by the phone connection only (scripts/check-layers holds every other folder to
+    // that); tests set up a session with them.
+    void setPhone(const QString& address, const QString& name);
+    void setPhoneIPAddress(const QString& address) { m_phoneIPAddress = address; }
+    void setPhoneConnected(bool connected);
+    // The user chose another phone, or forgot this one: the screens of the old one go.
+    void replacePhone();
+    void markAssociatesUpdated();
+    void markGroupsUpdated();
 
-    // Restores the initial values of a fresh process; for tests that run several scenarios.
+    // Transitional, with instance().
+    void setPhoneServicePortForTesting(quint16 port) { m_phoneServicePort = port; }
     void resetForTesting();
 
 Q_SIGNALS:
@@ -62,13 +60,11 @@ Q_SIGNALS:
     void groupsUpdated(const QDateTime& at);
 
 private:
-
-    mutable std::mutex m_mutex;
     QString m_phoneIPAddress;
     QString m_mobileDeviceName;
     QDateTime m_associatesUpdatedAt;
     QDateTime m_groupsUpdatedAt;
-    std::atomic<bool> m_isPhoneConnected { false };
-    std::atomic<quint64> m_phoneEpoch { 0 };
-    std::atomic<quint16> m_phoneServicePort { defaultPhoneServicePort };
+    bool m_isPhoneConnected = false;
+    quint64 m_phoneEpoch = 0;
+    quint16 m_phoneServicePort;
 };

@@ -1,89 +1,65 @@
 #include "pairing/ConnectionWatchdog.h"
 
-#include "app/PhoneService.h"
-#include "app/Session.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PairingLog.h"
 
-#include <QLoggingCategory>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QNetworkRequest>
-#include <QUrl>
-
-Q_LOGGING_CATEGORY(lcWatchdog, "varnex.pairing")
-
-namespace {
-ConnectionWatchdog::Timing& currentTiming()
-{
-    static ConnectionWatchdog::Timing timing;
-    return timing;
-}
-} // namespace
-
-void ConnectionWatchdog::setTimingForTesting(const Timing& timing)
-{
-    currentTiming() = timing;
-}
-
-ConnectionWatchdog::ConnectionWatchdog(QObject* parent)
+ConnectionWatchdog::ConnectionWatchdog(Ping ping, Timing timing, QObject* parent)
     : QObject(parent)
-    , m_timing(currentTiming())
+    , m_ping(std::move(ping))
+    , m_timing(timing)
 {
     connect(&m_timer, &QTimer::timeout, this, &ConnectionWatchdog::sendPing);
-    connect(
-        &Session::instance(), &Session::phoneConnectedChanged, this, &ConnectionWatchdog::onConnectedChanged);
 }
 
-void ConnectionWatchdog::start()
+void ConnectionWatchdog::watch()
 {
-    onConnectedChanged(Session::instance().isPhoneConnected());
+    enter(Mode::Watching);
 }
 
-void ConnectionWatchdog::onConnectedChanged(bool connected)
+void ConnectionWatchdog::seek()
 {
+    enter(Mode::Seeking);
+    // At start, a reachable trusted phone connects without waiting for a round.
+    sendPing();
+}
+
+void ConnectionWatchdog::stop()
+{
+    enter(Mode::Off);
+}
+
+void ConnectionWatchdog::enter(Mode mode)
+{
+    m_mode = mode;
+    ++m_round;
     m_failures = 0;
-    m_timer.start(connected ? m_timing.period : m_timing.seekPeriod);
-    // Looking for the phone starts at once: at start, a reachable trusted phone connects
-    // without waiting for a round.
-    if (!connected)
-        sendPing();
+    if (mode == Mode::Off)
+        m_timer.stop();
+    else
+        m_timer.start(mode == Mode::Watching ? m_timing.period : m_timing.seekPeriod);
 }
 
 void ConnectionWatchdog::sendPing()
 {
-    Session& session = Session::instance();
-    const bool watching = session.isPhoneConnected();
-    if (!watching && !PairingGate::instance().trustedPhone())
-        return; // nobody to look for
-    QNetworkRequest request(QUrl(session.phoneServiceUrl(u"/ping")));
-    request.setTransferTimeout(int((watching ? m_timing.pingTimeout : m_timing.seekPeriod).count()));
-    QNetworkReply* reply = PhoneService::network()->get(request);
-    const quint64 epoch = session.phoneEpoch();
+    const bool watching = m_mode == Mode::Watching;
     QElapsedTimer sent;
     sent.start();
-    connect(reply, &QNetworkReply::finished, this, [this, reply, epoch, watching, sent] {
-        reply->deleteLater();
-        Session& session = Session::instance();
-        // A ping sent to a phone the user has since replaced says nothing of the new one, and
-        // one sent before the state changed says nothing of the state now.
-        if (session.phoneEpoch() != epoch || session.isPhoneConnected() != watching)
-            return;
-        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (!watching) {
-            // Something at the phone's address that answers with an error is not the phone.
-            if (status.isValid() && status.toInt() / 100 == 2)
-                PairingGate::instance().phoneFound();
-            return;
-        }
-        if (status.isValid()) {
-            m_failures = 0;
-            return;
-        }
-        if (m_failures++ == 0)
-            m_failingSince = sent;
-        qCInfo(lcWatchdog) << "ping got no answer:" << reply->errorString()
-                           << "failures in a row:" << m_failures;
-        if (m_failures >= 2 && m_failingSince.elapsed() >= m_timing.lostAfter.count())
-            PairingGate::instance().phoneLost();
-    });
+    m_ping(watching ? m_timing.pingTimeout : m_timing.seekPeriod, this,
+        [this, round = m_round, watching, sent](std::optional<int> status) {
+            if (round != m_round)
+                return;
+            if (!watching) {
+                if (status && *status / 100 == 2)
+                    Q_EMIT found();
+                return;
+            }
+            if (status) {
+                m_failures = 0;
+                return;
+            }
+            if (m_failures++ == 0)
+                m_failingSince = sent;
+            qCInfo(lcPairing) << "ping got no answer; failures in a row:" << m_failures;
+            if (m_failures >= 2 && m_failingSince.elapsed() >= m_timing.lostAfter.count())
+                Q_EMIT lost();
+        });
 }

@@ -1,10 +1,10 @@
 #include "pairing/MobileDeviceListener.h"
 
 #include "app/Log.h"
-#include "app/Session.h"
 #include "pairing/ListenerRequestHandler.h"
 #include "pairing/LocalAddressRule.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PairingLog.h"
+#include "pairing/PhoneConnection.h"
 #include "pairing/PairingRateLimiter.h"
 
 #include <QLoggingCategory>
@@ -21,7 +21,6 @@
 #include <thread>
 #include <unordered_map>
 
-Q_LOGGING_CATEGORY(lcListener, "varnex.pairing", QtInfoMsg)
 
 namespace {
 
@@ -95,15 +94,16 @@ void logFromLibrary(void*, const char* format, va_list arguments)
 {
     char text[512];
     std::vsnprintf(text, sizeof(text), format, arguments);
-    qCDebug(lcListener) << "server:" << QByteArray(text).trimmed();
+    qCDebug(lcPairing) << "server:" << QByteArray(text).trimmed();
 }
 
 } // namespace
 
 struct MobileDeviceListener::Impl
 {
-    explicit Impl(const ListenerLimits& limits)
-        : limits(limits)
+    Impl(PhoneConnection& phone, const ListenerLimits& limits)
+        : phone(&phone)
+        , limits(limits)
         , rateLimiter(limits.pairingBurst, limits.pairingWindow)
     {
     }
@@ -116,6 +116,7 @@ struct MobileDeviceListener::Impl
         bool settled = false; // arrived whole, or already dropped
     };
 
+    PhoneConnection* phone;
     ListenerLimits limits;
     PairingRateLimiter rateLimiter;
     MHD_Daemon* daemon = nullptr;
@@ -150,7 +151,7 @@ struct MobileDeviceListener::Impl
                 if (!entry.settled && now - entry.opened >= limits.requestDeadline) {
                     entry.settled = true;
                     ::shutdown(entry.fd, SHUT_RDWR);
-                    qCDebug(lcListener) << "dropped a request that did not arrive in time";
+                    qCDebug(lcPairing) << "dropped a request that did not arrive in time";
                 }
             }
         }
@@ -161,8 +162,8 @@ struct MobileDeviceListener::Impl
     // ones; the trusted phone's own connections never give way.
     void makeRoom()
     {
-        const auto trusted = PairingGate::instance().trustedPhone();
-        const QString trustedAddress = trusted ? trusted->address : QString();
+        const std::shared_ptr<const QString> trusted = phone->trustedAddress();
+        const QString& trustedAddress = *trusted;
         std::lock_guard lock(mutex);
         Open* oldest = nullptr;
         unsigned arriving = 0;
@@ -178,7 +179,7 @@ struct MobileDeviceListener::Impl
             return;
         oldest->settled = true;
         ::shutdown(oldest->fd, SHUT_RDWR);
-        qCDebug(lcListener) << "full: dropped the oldest unfinished request, from" << oldest->peer;
+        qCDebug(lcPairing) << "full: dropped the oldest unfinished request, from" << oldest->peer;
     }
 
     static MHD_Result acceptPolicy(void* cls, const sockaddr* address, socklen_t)
@@ -226,14 +227,14 @@ struct MobileDeviceListener::Impl
             const QString peer = peerOf(info ? info->client_addr : nullptr);
             if (auto refusal = screenListenerRequestHead(head)) {
                 self->settle(connection);
-                qCInfo(lcListener).noquote()
+                qCInfo(lcPairing).noquote()
                     << "refused" << head.method << Log::escaped(QString::fromLatin1(head.path)) << "from"
                     << peer << "->" << *refusal;
                 return answer(connection, *refusal);
             }
             if (head.method == "POST" && head.path == "/myInformation" && !self->rateLimiter.admit(peer)) {
                 self->settle(connection);
-                qCInfo(lcListener) << "too many pairing messages from" << peer;
+                qCInfo(lcPairing) << "too many pairing messages from" << peer;
                 return answer(connection, MHD_HTTP_TOO_MANY_REQUESTS);
             }
             *context = new RequestState { std::move(head), peer };
@@ -253,22 +254,26 @@ struct MobileDeviceListener::Impl
         if (!outcome.refusal.isEmpty())
             Log::line(u"[MobileDeviceListener] Refused a pairing message from " + state->peer + u": "
                 + Log::escaped(outcome.refusal));
-        // The handler has parsed; the gate decides whether a pairing takes effect.
-        if (outcome.pairing)
-            PairingGate::instance().offer(*outcome.pairing, state->peer);
-        if (outcome.associatesChanged)
-            Session::instance().markAssociatesUpdated();
-        if (outcome.groupsChanged)
-            Session::instance().markGroupsUpdated();
-        qCDebug(lcListener) << state->request.method << state->request.path << "from" << state->peer << "->"
+        // The handler has parsed; the phone connection decides, on the main thread.
+        if (outcome.pairing || outcome.associatesChanged || outcome.groupsChanged) {
+            QMetaObject::invokeMethod(
+                self->phone,
+                [phone = self->phone, outcome, peer = state->peer] {
+                    if (outcome.pairing)
+                        phone->offer(*outcome.pairing, peer);
+                    phone->noteChangeSignal(outcome.associatesChanged, outcome.groupsChanged);
+                },
+                Qt::QueuedConnection);
+        }
+        qCDebug(lcPairing) << state->request.method << state->request.path << "from" << state->peer << "->"
                             << outcome.status;
         return answer(connection, outcome.status);
     }
 };
 
-MobileDeviceListener::MobileDeviceListener(quint16 port, ListenerLimits limits)
+MobileDeviceListener::MobileDeviceListener(PhoneConnection& phone, quint16 port, ListenerLimits limits)
     : m_port(port)
-    , m_impl(std::make_unique<Impl>(limits))
+    , m_impl(std::make_unique<Impl>(phone, limits))
 {
 }
 
@@ -281,8 +286,6 @@ bool MobileDeviceListener::start()
 {
     if (m_impl->daemon)
         return true;
-    PairingGate::instance(); // made on this (the main) thread, before any request
-
     sockaddr_in address {};
     address.sin_family = AF_INET;
     address.sin_port = htons(m_port);

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <memory>
 
+class PhoneConnection;
+
 // The bars the listener holds against a hostile local network. The defaults are the
 // application's; tests shorten the time-based ones.
 struct ListenerLimits
@@ -21,14 +23,15 @@ struct ListenerLimits
 // The desktop's small HTTP server that the phone calls to pair and to announce changes.
 // One event-driven thread serves every connection, so a slow or idle peer never holds up
 // another's pairing message; each connection carries one request and is closed after its
-// answer, so nothing can hide in a body. Handlers only write the session values.
+// answer, so nothing can hide in a body. Handlers only parse: each parsed message goes to the
+// phone connection on the main thread, which decides.
 class MobileDeviceListener
 {
 public:
     static constexpr quint16 defaultPort = 8888;
 
     // port 0 picks a free port (tests); the application uses defaultPort.
-    explicit MobileDeviceListener(quint16 port = defaultPort, ListenerLimits limits = {});
+    explicit MobileDeviceListener(PhoneConnection& phone, quint16 port = defaultPort, ListenerLimits limits = {});
     ~MobileDeviceListener();
 
     MobileDeviceListener(const MobileDeviceListener&) = delete;

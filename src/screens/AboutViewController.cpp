@@ -1,8 +1,7 @@
 #include "screens/AboutViewController.h"
 
-#include "app/Session.h"
 #include "app/Texts.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
 #include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/RoundedPanel.h"
@@ -15,8 +14,9 @@
 #include <QVBoxLayout>
 #include <QSvgWidget>
 
-AboutViewController::AboutViewController(QWidget* parent)
+AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* parent)
     : QWidget(parent)
+    , m_phone(phone)
     , version(new QLabel(this))
     , versionNum(new QLabel(this))
     , pairedPhone(new QLabel(this))
@@ -67,7 +67,7 @@ AboutViewController::AboutViewController(QWidget* parent)
     forgetButton->setStyleSheet(amberButtonStyle());
     forgetButton->setCursor(Qt::PointingHandCursor);
     connect(forgetButton, &QPushButton::clicked, this, &AboutViewController::confirmForget);
-    connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &AboutViewController::showPairedPhone);
+    connect(&phone, &PhoneConnection::pairingApplied, this, &AboutViewController::showPairedPhone);
     showPairedPhone();
 
     auto* layout = new QVBoxLayout(this);
@@ -87,7 +87,7 @@ AboutViewController::AboutViewController(QWidget* parent)
 
 void AboutViewController::showPairedPhone()
 {
-    const auto trusted = PairingGate::instance().trustedPhone();
+    const auto trusted = m_phone.trustedPhone();
     if (!trusted) {
         pairedPhone->clear();
         return;
@@ -107,7 +107,7 @@ void AboutViewController::showPairedPhone()
 
 void AboutViewController::confirmForget()
 {
-    const auto trusted = PairingGate::instance().trustedPhone();
+    const auto trusted = m_phone.trustedPhone();
     const QString name = trusted ? Texts::deviceName(trusted->name) : QString();
     //: Title of the question before forgetting the paired phone. %1 is its name.
     //% "Forget %1?"

@@ -2,6 +2,7 @@
 
 #include <QWidget>
 
+class PhoneConnection;
 class QLabel;
 class QPushButton;
 
@@ -12,7 +13,7 @@ class AboutViewController : public QWidget
     Q_OBJECT
 
 public:
-    explicit AboutViewController(QWidget* parent = nullptr);
+    AboutViewController(const PhoneConnection& phone, QWidget* parent);
 
     QLabel* version = nullptr;
     QLabel* versionNum = nullptr;
@@ -31,4 +32,6 @@ protected:
 
 private:
     void confirmForget();
+
+    const PhoneConnection& m_phone;
 };

@@ -2,7 +2,7 @@
 
 #include "app/Session.h"
 #include "app/Texts.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -44,8 +44,9 @@ QString requestText(const PendingPairing& pending)
 
 } // namespace
 
-PairingRequestBar::PairingRequestBar(QWidget* parent)
+PairingRequestBar::PairingRequestBar(PhoneConnection& phone, QWidget* parent)
     : QFrame(parent)
+    , m_phone(phone)
     , messageLabel(new QLabel(this))
     , moreLabel(new QLabel(this))
     , acceptButton(new QPushButton(this))
@@ -85,17 +86,17 @@ PairingRequestBar::PairingRequestBar(QWidget* parent)
 
     // The buttons act on the request shown, whatever arrived since.
     connect(acceptButton, &QPushButton::clicked, this,
-        [this] { PairingGate::instance().acceptPending(m_pendingId); });
+        [this] { m_phone.acceptPending(m_pendingId); });
     connect(ignoreButton, &QPushButton::clicked, this,
-        [this] { PairingGate::instance().ignorePending(m_pendingId); });
-    connect(&PairingGate::instance(), &PairingGate::pendingChanged, this, &PairingRequestBar::refresh);
-    connect(&Session::instance(), &Session::phoneConnectedChanged, this, &PairingRequestBar::refresh);
+        [this] { m_phone.ignorePending(m_pendingId); });
+    connect(&phone, &PhoneConnection::pendingChanged, this, &PairingRequestBar::refresh);
+    connect(&phone.session(), &Session::phoneConnectedChanged, this, &PairingRequestBar::refresh);
     refresh();
 }
 
 void PairingRequestBar::refresh()
 {
-    const auto pending = PairingGate::instance().pending();
+    const auto pending = m_phone.pending();
     if (!pending) {
         m_pendingId = 0;
         hide();
@@ -103,7 +104,7 @@ void PairingRequestBar::refresh()
     }
     m_pendingId = pending->id;
     messageLabel->setText(requestText(*pending));
-    const int more = PairingGate::instance().waitingBehind();
+    const int more = m_phone.waitingBehind();
     if (more == 1) {
         //: Pairing bar: one more phone asks to pair after this one
         //% "1 more request"
@@ -114,7 +115,7 @@ void PairingRequestBar::refresh()
         moreLabel->setText(qtTrId("pairingMoreRequests").arg(more));
     }
     moreLabel->setVisible(more > 0);
-    if (Session::instance().isPhoneConnected()) {
+    if (m_phone.session().isPhoneConnected()) {
         //: Pairing bar while a phone is connected: use the phone that asks instead
         //% "Switch"
         acceptButton->setText(qtTrId("pairingRequestSwitch"));

@@ -2,6 +2,7 @@
 
 #include <QFrame>
 
+class PhoneConnection;
 class QLabel;
 class QPushButton;
 
@@ -16,7 +17,7 @@ class PairingRequestBar : public QFrame
     Q_OBJECT
 
 public:
-    explicit PairingRequestBar(QWidget* parent = nullptr);
+    PairingRequestBar(PhoneConnection& phone, QWidget* parent);
 
     QLabel* messageLabel = nullptr;
     QLabel* moreLabel = nullptr;
@@ -26,5 +27,6 @@ public:
 private:
     void refresh();
 
+    PhoneConnection& m_phone;
     quint64 m_pendingId = 0;
 };

@@ -4,8 +4,9 @@
 #include "app/Settings.h"
 #include "app/Texts.h"
 #include "pairing/AddressFinder.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
 #include "screens/PairingRequestBar.h"
+#include "screens/ScreensLog.h"
 #include "widgets/Colors.h"
 #include "widgets/RoundedPanel.h"
 
@@ -16,11 +17,8 @@
 #include <QIcon>
 #include <QLabel>
 #include <QLocale>
-#include <QLoggingCategory>
 #include <QPainter>
 #include <QVBoxLayout>
-
-Q_LOGGING_CATEGORY(lcScreens, "varnex.screens", QtInfoMsg)
 
 namespace {
 
@@ -74,8 +72,9 @@ void QRCodeViewController::setAddressSourceForTesting(AddressSource source)
     addressSource() = std::move(source);
 }
 
-QRCodeViewController::QRCodeViewController(QWidget* parent)
+QRCodeViewController::QRCodeViewController(PhoneConnection& phone, QWidget* parent)
     : QWidget(parent)
+    , m_phone(phone)
 {
     setObjectName(QStringLiteral("qrCode_vc"));
     viewDidLoad();
@@ -169,7 +168,7 @@ void QRCodeViewController::viewDidLoad()
         "#contactLabel { background: white; color: rgb(45,45,45); border-radius: 10px; padding: 10px 16px;"
         " font-size: 15px; }"));
     contactLabel->hide();
-    pairingRequestBar = new PairingRequestBar(this);
+    pairingRequestBar = new PairingRequestBar(m_phone, this);
 
     auto* row = new QHBoxLayout;
     row->setContentsMargins(70, 30, 70, 60);
@@ -183,7 +182,7 @@ void QRCodeViewController::viewDidLoad()
     page->addWidget(contactLabel);
     page->addLayout(row, 1);
     showContact();
-    connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &QRCodeViewController::showContact);
+    connect(&m_phone, &PhoneConnection::pairingApplied, this, &QRCodeViewController::showContact);
 
     // Version line in the bottom right corner.
     versionLabel = new QLabel(this);
@@ -199,24 +198,21 @@ void QRCodeViewController::viewDidLoad()
 
     m_refresher.setInterval(refreshMilliseconds);
     connect(&m_refresher, &QTimer::timeout, this, &QRCodeViewController::refreshAddress);
-    m_waiter.setInterval(waiterMilliseconds);
-    connect(&m_waiter, &QTimer::timeout, this, &QRCodeViewController::checkConnection);
-    // A pairing takes effect at once; the one-second poll stays as the fallback.
-    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
+    // The window leaves this screen when a phone connects; nothing is left to refresh.
+    connect(&m_phone.session(), &Session::phoneConnectedChanged, this, [this](bool connected) {
         if (connected)
-            checkConnection();
+            m_refresher.stop();
     });
-    if (!Session::instance().isPhoneConnected()) {
+    if (!m_phone.session().isPhoneConnected()) {
         refreshAddress();
         m_refresher.start();
     }
-    m_waiter.start();
 }
 
 void QRCodeViewController::showContact()
 {
-    const auto lost = PairingGate::instance().lostContact();
-    const auto trusted = PairingGate::instance().trustedPhone();
+    const auto lost = m_phone.lostContact();
+    const auto trusted = m_phone.trustedPhone();
     if (lost) {
         //: Pairing screen after the paired phone stopped answering. %1 is its name, %2 the time.
         //% "Lost contact with %1 at %2. Varnex Desktop reconnects by itself as soon as the phone answers again."
@@ -233,7 +229,7 @@ void QRCodeViewController::showContact()
 
 void QRCodeViewController::refreshAddress()
 {
-    if (Session::instance().isPhoneConnected()) {
+    if (m_phone.session().isPhoneConnected()) {
         m_refresher.stop();
         return;
     }
@@ -316,16 +312,6 @@ void QRCodeViewController::showAddress(const QString& text)
     const QPixmap pixmap = QPixmap::fromImage(renderQr(matrix, devicePixelRatioF()));
     qrCodeImage->setMinimumSize(pixmap.deviceIndependentSize().toSize().expandedTo(QSize(300, 300)));
     qrCodeImage->setPixmap(pixmap);
-}
-
-void QRCodeViewController::checkConnection()
-{
-    if (m_left || !Session::instance().isPhoneConnected())
-        return;
-    m_left = true;
-    m_refresher.stop();
-    m_waiter.stop();
-    Q_EMIT pairingAccepted();
 }
 
 void QRCodeViewController::showEvent(QShowEvent* event)

@@ -10,17 +10,18 @@
 #include <functional>
 
 class PairingRequestBar;
+class PhoneConnection;
 class QComboBox;
 class QLabel;
 
 // The screen shown while no phone is connected: this computer's LAN address as text and as
-// a QR code, with the steps to pair. Emits pairingAccepted() once when a phone has paired.
+// a QR code, with the steps to pair. It only shows: the window leaves it when a phone connects.
 class QRCodeViewController : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit QRCodeViewController(QWidget* parent = nullptr);
+    QRCodeViewController(PhoneConnection& phone, QWidget* parent);
 
     // Where the addresses come from: candidates, the preferred one by the rule first. Tests
     // replace it; by default it reads this machine's interfaces.
@@ -29,7 +30,6 @@ public:
 
     static constexpr int moduleSize = 15;
     static constexpr int refreshMilliseconds = 4000;
-    static constexpr int waiterMilliseconds = 1000;
 
     // Shows `text` (an address, or the not-found text) in the label and the code.
     void showAddress(const QString& text);
@@ -58,24 +58,19 @@ public:
     QLabel* contactLabel = nullptr;
     PairingRequestBar* pairingRequestBar = nullptr;
 
-Q_SIGNALS:
-    void pairingAccepted();
-
 protected:
     void showEvent(QShowEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
     void viewDidLoad();
-    void checkConnection();
     void chooseAddress(int index);
     void placeVersionLabel();
     void showContact();
 
+    PhoneConnection& m_phone;
     QComboBox* m_selector = nullptr;
     QTimer m_refresher;
-    QTimer m_waiter;
     QrMatrix m_matrix;
     int m_redraws = 0;
-    bool m_left = false;
 };

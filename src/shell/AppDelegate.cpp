@@ -1,14 +1,19 @@
 #include "shell/AppDelegate.h"
 
+#include "app/PhoneService.h"
 #include "app/Session.h"
+#include "app/Settings.h"
 #include "app/StoredSession.h"
+#include "desktop/DesktopNotifier.h"
 #include "desktop/SingleInstance.h"
 #include "operations/OperationFolder.h"
-#include "app/Settings.h"
 #include "pairing/MobileDeviceListener.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
+#include "shell/AppServices.h"
 #include "storage/WorkingFolders.h"
 
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QTextStream>
 
 namespace {
@@ -21,6 +26,19 @@ quint16 listenerPort()
     bool set = false;
     const int port = qEnvironmentVariableIntValue("VARNEX_LISTENER_PORT", &set);
     return set && port >= 0 && port <= 65535 ? quint16(port) : MobileDeviceListener::defaultPort;
+}
+
+// Transitional: the watchdog's ping until the phone service client takes it over.
+void ping(std::chrono::milliseconds timeout, QObject* context, std::function<void(std::optional<int>)> done)
+{
+    QNetworkRequest request(QUrl(Session::instance().phoneServiceUrl(u"/ping")));
+    request.setTransferTimeout(int(timeout.count()));
+    QNetworkReply* reply = PhoneService::network()->get(request);
+    QObject::connect(reply, &QNetworkReply::finished, context, [reply, done = std::move(done)] {
+        reply->deleteLater();
+        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        done(status.isValid() ? std::optional<int>(status.toInt()) : std::nullopt);
+    });
 }
 
 } // namespace
@@ -55,17 +73,19 @@ void AppDelegate::listenForLaterStarts()
 
 void AppDelegate::applicationDidFinishLaunching()
 {
-    Session::instance(); // made on the main thread, before any listener thread touches it
     Settings::protectFile(); // a file an older version left readable to others
-    // The trusted phone of the last run is the one to look for; the window's watchdog finds it.
-    PairingGate::instance().restore();
     WorkingFolders::prepareWorkingFolders();
     // Operation folders an interrupted run left behind; nothing else is ever removed.
     for (const auto& folder : { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {
         if (folder)
             OperationFolder::removeLeftovers(*folder);
     }
-    m_listener = std::make_unique<MobileDeviceListener>(listenerPort());
+    // The trusted phone of the last run is the one to look for; the watchdog finds it.
+    m_phone = std::make_unique<PhoneConnection>(Session::instance(), ping);
+    m_phone->start();
+    m_notifier = std::make_unique<DesktopNotifier>();
+    m_services = std::make_unique<AppServices>(AppServices { *m_phone, *m_notifier });
+    m_listener = std::make_unique<MobileDeviceListener>(*m_phone, listenerPort());
     m_listener->start();
     StoredSession::log();
 }
@@ -74,4 +94,7 @@ void AppDelegate::applicationWillTerminate()
 {
     m_listener.reset();
     m_instance.reset();
+    m_services.reset();
+    m_notifier.reset();
+    m_phone.reset();
 }

@@ -5,11 +5,15 @@
 #include <chrono>
 #include <memory>
 
+struct AppServices;
+class DesktopNotifier;
 class MobileDeviceListener;
+class PhoneConnection;
 class SingleInstance;
 
-// Runs the start-up sequence and owns what lives as long as the process: the device
-// listener. Screens are made by the shell after start-up.
+// Runs the start-up sequence and owns what lives as long as the process: the phone connection
+// (the one owner of the session values), the device listener, the desktop notifier. Screens
+// are made by the shell after start-up and handed these through services().
 class AppDelegate
 {
 public:
@@ -29,7 +33,8 @@ public:
 
     static constexpr std::chrono::milliseconds handOverTimeout { 2000 };
 
-    // Prepares the working folders, starts the listener and logs whether a stored session
+    // Prepares the working folders, makes the phone connection (which starts looking for the
+    // trusted phone of the last run), starts the listener and logs whether a stored session
     // exists. The window opens on pairing whatever the stored session says.
     void applicationDidFinishLaunching();
 
@@ -40,9 +45,12 @@ public:
 
     static constexpr bool applicationShouldTerminateAfterLastWindowClosed() { return true; }
 
-    MobileDeviceListener* listener() const { return m_listener.get(); }
+    AppServices& services() const { return *m_services; }
 
 private:
     std::unique_ptr<SingleInstance> m_instance;
+    std::unique_ptr<PhoneConnection> m_phone;
+    std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<MobileDeviceListener> m_listener;
+    std::unique_ptr<AppServices> m_services;
 };

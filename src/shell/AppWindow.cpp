@@ -2,8 +2,8 @@
 
 #include "app/Session.h"
 #include "app/Texts.h"
-#include "pairing/ConnectionWatchdog.h"
-#include "screens/QRCodeViewController.h"
+#include "pairing/PhoneConnection.h"
+#include "shell/AppServices.h"
 #include "shell/MainViewController.h"
 #include "shell/ReplacePresentationAnimator.h"
 #include "shell/ScreenFactory.h"
@@ -13,10 +13,10 @@
 #include <QIcon>
 #include <QVBoxLayout>
 
-AppWindow::AppWindow(QWidget* parent)
+AppWindow::AppWindow(AppServices& services, QWidget* parent)
     : QWidget(parent)
+    , m_services(services)
     , m_layout(new QVBoxLayout(this))
-    , m_watchdog(new ConnectionWatchdog(this))
 {
     m_layout->setContentsMargins(0, 0, 0, 0);
     setWindowTitle(Texts::varnexDesktopNotConnected());
@@ -27,12 +27,20 @@ AppWindow::AppWindow(QWidget* parent)
     palette.setColor(QPalette::Window, Colors::primaryColor);
     setPalette(palette);
     setAutoFillBackground(true);
-    connect(&Session::instance(), &Session::phoneReplaced, this, &AppWindow::phoneReplaced);
-    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
-        if (!connected && m_main && m_wanted == m_main)
-            showPairingWhenNoDialog();
-    });
-    m_watchdog->start();
+    connect(&services.phone.session(), &Session::phoneReplaced, this, &AppWindow::phoneReplaced);
+    connect(&services.phone, &PhoneConnection::stateChanged, this, &AppWindow::phoneStateChanged);
+}
+
+void AppWindow::phoneStateChanged()
+{
+    if (m_services.phone.state() == PhoneConnection::State::Connected) {
+        // From the pairing screen; a phone found again while its main window still shows
+        // (the loss waited behind a dialog) stays where it is.
+        if (m_wanted != m_main || !m_main)
+            showMain();
+    } else if (m_main && m_wanted == m_main) {
+        showPairingWhenNoDialog();
+    }
 }
 
 void AppWindow::setContent(QWidget* screen)
@@ -93,15 +101,13 @@ void AppWindow::present(QWidget* screen)
 
 void AppWindow::showPairing()
 {
-    auto* pairing = static_cast<QRCodeViewController*>(ScreenFactory::make(QStringLiteral("qrCode_vc")));
-    connect(pairing, &QRCodeViewController::pairingAccepted, this, &AppWindow::showMain);
-    present(pairing);
+    present(ScreenFactory::make(QStringLiteral("qrCode_vc"), m_services));
 }
 
 void AppWindow::showMain()
 {
     if (!m_main)
-        m_main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
+        m_main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc"), m_services));
     present(m_main);
     deliverWaitingFiles();
 }
@@ -115,7 +121,7 @@ void AppWindow::phoneReplaced()
     // The people and groups were the old phone's; the listed files are the user's and stay.
     if (old)
         m_waitingFiles = old->intakeFiles() + m_waitingFiles;
-    if (Session::instance().isPhoneConnected() && old && m_wanted == old)
+    if (m_services.phone.session().isPhoneConnected() && old && m_wanted == old)
         showMain();
     if (old && old != m_content && old != m_wanted)
         retire(old);
@@ -126,7 +132,7 @@ void AppWindow::showPairingWhenNoDialog()
     if (!ModalDialogs::anyOpen()) {
         m_pairingPending = false;
         // The phone may have come back while a dialog was open.
-        if (!Session::instance().isPhoneConnected() && (!m_wanted || m_wanted == m_main))
+        if (!m_services.phone.session().isPhoneConnected() && (!m_wanted || m_wanted == m_main))
             showPairing();
         return;
     }
@@ -149,7 +155,7 @@ void AppWindow::openFiles(const QStringList& paths)
     // Before any phone is connected the main screens are made at once, out of sight, so the
     // files wait in their own intake lists until the main window shows.
     if (!m_main) {
-        m_main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc")));
+        m_main = static_cast<MainViewController*>(ScreenFactory::make(QStringLiteral("main_vc"), m_services));
         m_main->setParent(this);
         m_main->hide();
     }

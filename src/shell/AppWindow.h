@@ -3,13 +3,13 @@
 #include <QPointer>
 #include <QWidget>
 
-class ConnectionWatchdog;
+struct AppServices;
 class MainViewController;
 class QVBoxLayout;
 
-// The application's single window. It shows one content screen at a time: the pairing
-// screen while no phone is connected, the main window's content while one is, and moves
-// between them with a fade. The main window belongs to the trusted phone: when that phone is
+// The application's single window, and the one place that swaps screens. It shows one content
+// screen at a time: the pairing screen while no phone is connected, the main window's content
+// while one is, and moves between them with a fade as the phone connection's state changes. The main window belongs to the trusted phone: when that phone is
 // lost it is put aside as it is (lists, marks, recipients, search, tab) and comes back when
 // the phone answers again; only another phone, or forgetting this one, replaces it.
 class AppWindow : public QWidget
@@ -17,7 +17,7 @@ class AppWindow : public QWidget
     Q_OBJECT
 
 public:
-    explicit AppWindow(QWidget* parent = nullptr);
+    explicit AppWindow(AppServices& services, QWidget* parent = nullptr);
 
     QWidget* content() const { return m_content; }
     MainViewController* mainScreen() const;
@@ -45,10 +45,11 @@ private:
     void present(QWidget* screen);
     void retire(QWidget* screen);
     void phoneReplaced();
+    void phoneStateChanged();
     void deliverWaitingFiles();
 
+    AppServices& m_services;
     QVBoxLayout* m_layout = nullptr;
-    ConnectionWatchdog* m_watchdog = nullptr;
     QPointer<QWidget> m_content;
     QPointer<QWidget> m_wanted; // what the last swap asked for; an older fade gives way to it
     QPointer<MainViewController> m_main; // the main window of the trusted phone, if made

@@ -4,11 +4,12 @@
 #include "app/Session.h"
 #include "app/Texts.h"
 #include "files/IntakeList.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/PairingRequestBar.h"
+#include "shell/AppServices.h"
 #include "shell/Shortcuts.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
@@ -69,8 +70,9 @@ CustomButton* makeTab(TabList* tabs, QWidget* backing, const QString& title)
 
 } // namespace
 
-MainViewController::MainViewController(QWidget* parent)
+MainViewController::MainViewController(AppServices& services, QWidget* parent)
     : QWidget(parent)
+    , m_services(services)
 {
     setObjectName(QStringLiteral("main_vc"));
     viewDidLoad();
@@ -149,7 +151,7 @@ void MainViewController::viewDidLoad()
     m_stack->setContentsMargins(0, 0, 0, 0);
 
     // Another phone asking to pair shows here, above everything, until answered.
-    pairingRequestBar = new PairingRequestBar(this);
+    pairingRequestBar = new PairingRequestBar(m_services.phone, this);
     auto* barRow = new QHBoxLayout;
     barRow->setContentsMargins(20, 10, 20, 0);
     barRow->addWidget(pairingRequestBar);
@@ -165,14 +167,14 @@ void MainViewController::viewDidLoad()
     // screen factory, which makes this screen.
     vc1 = new EncryptViewController(container);
     vc2 = new DecryptViewController(container);
-    vc3 = new AboutViewController(container);
+    vc3 = new AboutViewController(m_services.phone, container);
     for (QWidget* screen : { static_cast<QWidget*>(vc1), static_cast<QWidget*>(vc2), static_cast<QWidget*>(vc3) })
         m_stack->addWidget(screen);
     m_stack->setCurrentWidget(vc1);
 
-    connect(vc3, &AboutViewController::forgetRequested, &PairingGate::instance(), &PairingGate::forget);
+    connect(vc3, &AboutViewController::forgetRequested, &m_services.phone, &PhoneConnection::forget);
     // The same phone re-pairing under a new name, or found again.
-    connect(&PairingGate::instance(), &PairingGate::pairingApplied, this, &MainViewController::updateTitle);
+    connect(&m_services.phone, &PhoneConnection::pairingApplied, this, &MainViewController::updateTitle);
 
     setTabOrder(pairingRequestBar->acceptButton, pairingRequestBar->ignoreButton);
     setTabOrder(pairingRequestBar->ignoreButton, encryptButtonTest);
@@ -206,9 +208,9 @@ void MainViewController::showEvent(QShowEvent* event)
 
 void MainViewController::updateTitle()
 {
-    if (isVisible() && Session::instance().isPhoneConnected())
-        window()->setWindowTitle(
-            Texts::varnexDesktopConnected() + Texts::deviceName(Session::instance().mobileDeviceName()) + u')');
+    const Session& session = m_services.phone.session();
+    if (isVisible() && session.isPhoneConnected())
+        window()->setWindowTitle(Texts::varnexDesktopConnected() + Texts::deviceName(session.mobileDeviceName()) + u')');
 }
 
 void MainViewController::showScreen(QWidget* screen)

@@ -3,6 +3,7 @@
 #include <QPointer>
 #include <QWidget>
 
+struct AppServices;
 class AboutViewController;
 class CustomButton;
 class DecryptViewController;
@@ -19,7 +20,7 @@ class MainViewController : public QWidget
     Q_OBJECT
 
 public:
-    explicit MainViewController(QWidget* parent = nullptr);
+    explicit MainViewController(AppServices& services, QWidget* parent = nullptr);
 
     void selectEncrypt();
     void selectDecrypt();
@@ -61,6 +62,7 @@ private:
     void setAboutIcon(const QString& name);
     void updateTitle();
 
+    AppServices& m_services;
     QStackedLayout* m_stack = nullptr;
     QString m_aboutIcon;
 };

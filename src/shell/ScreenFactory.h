@@ -2,11 +2,11 @@
 
 #include <QString>
 
+struct AppServices;
 class QWidget;
 
-// Makes screens by their identifiers: "main_vc", "qrCode_vc", "EncryptViewController",
-// "DecryptViewController", "AboutViewController", "EncryptingViewController",
+// Makes screens by their identifiers: "main_vc", "qrCode_vc", "EncryptingViewController",
 // "DecryptingViewController". Unknown identifiers give nothing.
 namespace ScreenFactory {
-QWidget* make(const QString& identifier, QWidget* parent = nullptr);
+QWidget* make(const QString& identifier, AppServices& services, QWidget* parent = nullptr);
 }

@@ -6,7 +6,7 @@
 #include "pairing/ListenerRequestHandler.h"
 #include "pairing/LoopbackClient.h"
 #include "pairing/MobileDeviceListener.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsController.h"
@@ -54,10 +54,22 @@ private Q_SLOTS:
     void changeSignalBurstsAreCoalesced();
 
 private:
+    // A phone connection and a listener handing it messages, made anew; the trusted phone is
+    // whatever the settings hold. Its watchdog's pings are answered while m_phoneAnswers holds.
+    void makePhone(PhoneConnection::Options options = {});
+    // The user accepted this phone earlier.
+    void trust(const QString& address = u"127.0.0.7"_qs, const QString& email = u"ann@example.com"_qs,
+        const QString& name = u"My phone"_qs, const QString& baseURL = u"http://127.0.0.7:8080/"_qs);
+    // The trusted phone is found at its address.
+    void connectTrusted();
+    // Runs what the listener handed to the main thread.
+    void deliver() { QCoreApplication::sendPostedEvents(m_phone.get(), QEvent::MetaCall); }
     int post(const QByteArray& path, const QByteArray& body);
     int pair(const QString& ip, const QString& email, const QString& name,
         const QString& baseURL = u"http://10.0.0.7:8080/"_qs, const char* from = nullptr);
+    std::unique_ptr<PhoneConnection> m_phone;
     std::unique_ptr<MobileDeviceListener> m_listener;
+    bool m_phoneAnswers = true;
     std::unique_ptr<PhoneSimProcess> m_sim; // started by the first test that needs the phone
 };
 
@@ -68,28 +80,18 @@ const char* const phoneAddress = "127.0.0.7";
 const QByteArray phoneMessage
     = R"({"ip":"127.0.0.7","mobileDeviceName":"My phone","email":"ann@example.com","baseURL":"http://127.0.0.7:8080/"})";
 
-// The user accepted this phone earlier.
-void trust(const QString& address = QString::fromLatin1(phoneAddress), const QString& email = u"ann@example.com"_qs,
-    const QString& name = u"My phone"_qs, const QString& baseURL = u"http://127.0.0.7:8080/"_qs)
-{
-    TrustedPhone { email, name, address, baseURL }.save();
-    Settings::setString(Settings::userEmailKey, email);
-    Settings::setString(Settings::baseUrlKey, baseURL);
-    PairingGate::instance().resetForTesting();
-}
-
 QByteArray pairingRequest(const QByteArray& body, const QByteArray& headers = {})
 {
     return LoopbackClient::request("POST", "/myInformation", body, headers);
 }
 
-void verifyNothingChanged()
+void verifyNothingChanged(const PhoneConnection& phone)
 {
-    QVERIFY(!Session::instance().isPhoneConnected());
-    QCOMPARE(Session::instance().phoneIPAddress(), QString());
+    QVERIFY(!phone.session().isPhoneConnected());
+    QCOMPARE(phone.session().phoneIPAddress(), QString());
     QCOMPARE(Settings::string(Settings::userEmailKey), std::nullopt);
     QCOMPARE(Settings::string(Settings::baseUrlKey), std::nullopt);
-    QVERIFY(!PairingGate::instance().pending());
+    QVERIFY(!phone.pending());
 }
 
 // The phone's GET requests whose path contains `pathPart`.
@@ -110,15 +112,44 @@ void TestPairing::init()
 {
     Settings::open()->clear();
     Session::instance().resetForTesting();
-    PairingGate::instance().resetForTesting();
-    m_listener = std::make_unique<MobileDeviceListener>(0);
+    m_phoneAnswers = true;
+    makePhone();
+}
+
+void TestPairing::makePhone(PhoneConnection::Options options)
+{
+    m_listener.reset();
+    const auto ping = [this](std::chrono::milliseconds, QObject* context, std::function<void(std::optional<int>)> done) {
+        QTimer::singleShot(0, context, [done, answers = m_phoneAnswers] { done(answers ? std::optional(200) : std::nullopt); });
+    };
+    options.watchdog = { 50ms, 50ms, 150ms, 50ms };
+    m_phone = std::make_unique<PhoneConnection>(Session::instance(), ping, options);
+    m_listener = std::make_unique<MobileDeviceListener>(*m_phone, 0);
     QVERIFY(m_listener->start());
     QVERIFY(m_listener->port() > 0);
 }
 
+void TestPairing::trust(const QString& address, const QString& email, const QString& name, const QString& baseURL)
+{
+    TrustedPhone { email, name, address, baseURL }.save();
+    Settings::setString(Settings::userEmailKey, email);
+    Settings::setString(Settings::baseUrlKey, baseURL);
+    makePhone();
+}
+
+void TestPairing::connectTrusted()
+{
+    trust();
+    m_phone->start();
+    QTRY_VERIFY(m_phone->session().isPhoneConnected());
+}
+
 int TestPairing::post(const QByteArray& path, const QByteArray& body)
 {
-    return LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", path, body), phoneAddress);
+    const int status
+        = LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", path, body), phoneAddress);
+    deliver();
+    return status;
 }
 
 int TestPairing::pair(
@@ -129,9 +160,11 @@ int TestPairing::pair(
         message.insert(u"email"_qs, email);
     // A phone posts from its own address.
     const QByteArray own = ip.toLatin1();
-    return LoopbackClient::exchange(m_listener->port(),
+    const int status = LoopbackClient::exchange(m_listener->port(),
         LoopbackClient::request("POST", "/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)),
         from ? from : own.constData());
+    deliver();
+    return status;
 }
 
 void TestPairing::pairingExtraction_data()
@@ -248,7 +281,7 @@ void TestPairing::aStrangerPairsOnlyWhenTheUserSaysSo()
 {
     // A fresh install: no settings file yet (a rewrite keeps an existing file's mode).
     QFile::remove(Settings::open()->fileName());
-    PairingGate& gate = PairingGate::instance();
+    PhoneConnection& gate = *m_phone;
     SignalCounter connected(&Session::instance(), &Session::phoneConnectedChanged);
     LoopbackClient client(m_listener->port(), phoneAddress);
     QVERIFY(client.send(pairingRequest(phoneMessage)));
@@ -301,11 +334,10 @@ void TestPairing::theTrustedPhonePairsAtOnce()
     QFETCH(QString, email);
     QFETCH(QString, baseURL);
     QFETCH(bool, atOnce);
-    trust();
-    Session::instance().setPhoneConnected(true);
+    connectTrusted();
     SignalCounter replaced(&Session::instance(), &Session::phoneReplaced);
     QCOMPARE(pair(ip, email, u"Renamed"_qs, baseURL), 200);
-    const auto trusted = PairingGate::instance().trustedPhone();
+    const auto trusted = m_phone->trustedPhone();
     QVERIFY(trusted);
     if (atOnce) {
         QCOMPARE(Session::instance().phoneIPAddress(), ip);
@@ -314,10 +346,10 @@ void TestPairing::theTrustedPhonePairsAtOnce()
         QCOMPARE(Settings::string(Settings::userEmailKey), u"ann@example.com"_qs); // kept when absent
         QCOMPARE(*trusted, (TrustedPhone { u"ann@example.com"_qs, u"Renamed"_qs, ip, baseURL }));
         QCOMPARE(TrustedPhone::load(), trusted);
-        QVERIFY(!PairingGate::instance().pending());
+        QVERIFY(!m_phone->pending());
     } else {
-        QTRY_VERIFY(PairingGate::instance().pending());
-        QCOMPARE(Session::instance().mobileDeviceName(), QString());
+        QTRY_VERIFY(m_phone->pending());
+        QCOMPARE(Session::instance().mobileDeviceName(), u"My phone"_qs); // unchanged
         QCOMPARE(trusted->address, u"127.0.0.7"_qs);
     }
     QCOMPARE(replaced.count(), 0); // the same phone keeps its screens
@@ -348,7 +380,7 @@ void TestPairing::baseUrlFromThePhone()
     QVERIFY(Session::instance().isPhoneConnected());
     const bool urlSet = logged.startsWith(u"[BaseUrlStore] ✅");
     QCOMPARE(Settings::string(Settings::baseUrlKey), urlSet ? baseURL : u"http://old:8080/"_qs);
-    QCOMPARE(PairingGate::instance().trustedPhone()->baseURL, urlSet ? baseURL : u"http://old:8080/"_qs);
+    QCOMPARE(m_phone->trustedPhone()->baseURL, urlSet ? baseURL : u"http://old:8080/"_qs);
     QCOMPARE(log.lines().size(), 1);
     const QString line = log.lines().at(0);
     QCOMPARE(line, logged);
@@ -438,7 +470,8 @@ void TestPairing::requestsThatMustNotPair()
         QVERIFY(!oneAnswer || answer.count("HTTP/1.1 ") == 1);
     }
     client.close();
-    verifyNothingChanged();
+    deliver();
+    verifyNothingChanged(*m_phone);
     QCOMPARE(post("/updateAssociates", "anything at all [{"), 200); // and the listener still serves
     QTRY_COMPARE(groups.count(), status == 200 ? 1 : 0);
 }
@@ -454,7 +487,7 @@ void TestPairing::loopbackIsNotAPhone()
     qputenv("VARNEX_ALLOW_LOOPBACK_PHONE", "1");
     QCOMPARE(status, 0);
     QVERIFY(!Session::instance().isPhoneConnected());
-    QVERIFY(!PairingGate::instance().pending());
+    QVERIFY(!m_phone->pending());
 }
 
 void TestPairing::slowHeadIsDroppedWhileAnotherPeerPairs()
@@ -512,7 +545,7 @@ void TestPairing::aFloodFromManyAddressesLeavesThePhoneAnswered()
     // Deadlines far off: what frees places here is the newcomers, not the clock.
     ListenerLimits limits;
     limits.requestDeadline = 60s;
-    m_listener = std::make_unique<MobileDeviceListener>(0, limits);
+    m_listener = std::make_unique<MobileDeviceListener>(*m_phone, 0, limits);
     QVERIFY(m_listener->start());
     std::vector<std::unique_ptr<LoopbackClient>> flood;
     const QByteArray half = "POST /updateGroups HTTP/1.1\r\nHost: d\r\nContent-Length: 10\r\n\r\nabc";
@@ -549,7 +582,7 @@ void TestPairing::aFloodFromManyAddressesLeavesThePhoneAnswered()
                  pairingRequest(R"({"ip":"127.0.2.1","mobileDeviceName":"New","email":"new@example.com"})"),
                  "127.0.2.1"),
         200);
-    QTRY_VERIFY(PairingGate::instance().pending());
+    QTRY_VERIFY(m_phone->pending());
 }
 
 void TestPairing::pairingBurstsAnswer429UntilTheWindowPasses()
@@ -557,12 +590,14 @@ void TestPairing::pairingBurstsAnswer429UntilTheWindowPasses()
     trust(u"127.0.0.1"_qs);
     ListenerLimits limits;
     limits.pairingWindow = 1500ms; // the rule's 10 seconds, shortened
-    MobileDeviceListener listener(0, limits);
+    MobileDeviceListener listener(*m_phone, 0, limits);
     QVERIFY(listener.start());
     auto pair = [&](const char* name, const char* source = "127.0.0.1") {
         const QByteArray body = R"({"ip":")" + QByteArray(source)
             + R"(","email":"ann@example.com","mobileDeviceName":")" + QByteArray(name) + "\"}";
-        return LoopbackClient::exchange(listener.port(), pairingRequest(body), source);
+        const int status = LoopbackClient::exchange(listener.port(), pairingRequest(body), source);
+        deliver();
+        return status;
     };
     for (int i = 0; i < 10; ++i)
         QCOMPARE(pair("Phone"), 200);
@@ -607,16 +642,17 @@ void TestPairing::concurrentRequests()
     QCOMPARE(ok.load(), 160);
     // Eight strangers, one request each waiting (a newer message of a waiting phone takes its
     // place behind the one shown); nothing applied.
-    PairingGate& gate = PairingGate::instance();
+    deliver();
+    PhoneConnection& gate = *m_phone;
     QVERIFY(gate.pending());
-    QCOMPARE(gate.waitingBehind(), PairingGate::maxWaiting - 1);
+    QCOMPARE(gate.waitingBehind(), PhoneConnection::maxWaiting - 1);
     QVERIFY(!Session::instance().isPhoneConnected());
 }
 
 void TestPairing::busyPortIsReportedAndTolerated()
 {
     LogCapture log;
-    MobileDeviceListener second(m_listener->port());
+    MobileDeviceListener second(*m_phone, m_listener->port());
     QVERIFY(!second.start());
     QCOMPARE(log.lines().size(), 1);
     QVERIFY(log.lines().at(0).contains(QString::number(m_listener->port())));
@@ -644,10 +680,10 @@ void TestPairing::anotherPhoneWaitsForTheUser()
     QFETCH(QString, end);
     QFETCH(bool, switched);
     QFETCH(bool, connected);
-    PairingGate& gate = PairingGate::instance();
     const QString annUrl = u"http://127.0.0.7:8080/"_qs;
     trust();
-    gate.setHoldTimeForTesting(end == u"no answer" ? 400ms : 60s);
+    makePhone({ end == u"no answer" ? 400ms : 60s, {} });
+    PhoneConnection& gate = *m_phone;
     QCOMPARE(pair(u"127.0.0.7"_qs, u"ann@example.com"_qs, u"Ann's phone"_qs, annUrl), 200);
     QVERIFY(Session::instance().isPhoneConnected());
     SignalCounter replaced(&Session::instance(), &Session::phoneReplaced);
@@ -682,8 +718,9 @@ void TestPairing::anotherPhoneWaitsForTheUser()
         QCOMPARE(gate.pending().value_or(PendingPairing {}).peer, u"127.0.0.98"_qs);
         gate.ignorePending(gate.pending()->id);
     } else if (end == u"lost") {
-        gate.phoneLost();
-        QVERIFY(!Session::instance().isPhoneConnected());
+        m_phoneAnswers = false;
+        QTRY_VERIFY(!Session::instance().isPhoneConnected());
+        QCOMPARE(gate.state(), PhoneConnection::State::Lost);
         QCOMPARE(gate.pending().value_or(PendingPairing {}).id, id);
         QVERIFY(gate.acceptPending(id));
     } else if (end == u"Forget") {
