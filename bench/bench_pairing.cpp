@@ -3,12 +3,14 @@
 // so its memory is measured alone. The attacker binds its sockets to 127.0.0.2 and keeps 256
 // connections that each send one header byte a second, plus 1000 idle ones, reopening any the
 // listener closes; the phone posts from 127.0.0.1.
+#include "app/Session.h"
 #include "pairing/MobileDeviceListener.h"
+#include "pairing/PhoneConnection.h"
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QSettings>
 #include <QSocketNotifier>
 #include <QTemporaryDir>
 
@@ -198,7 +200,10 @@ struct Attack
 int serve(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    MobileDeviceListener listener(0);
+    Session session;
+    // Whatever the settings trust; the bench's phone answers no pings.
+    PhoneConnection phone(session, [](auto, QObject*, auto) {});
+    MobileDeviceListener listener(phone, 0);
     if (!listener.start())
         return 1;
     std::printf("port %u\n", unsigned(listener.port()));

@@ -14,7 +14,8 @@ bool isLanInterface(const InterfaceEntry& entry, bool macOS)
     if (macOS)
         return entry.name == u"en0";
     return entry.isUp && entry.isRunning
-        && (entry.kind == InterfaceKind::Ethernet || entry.kind == InterfaceKind::Wifi) && !looksVirtual(entry.name);
+        && (entry.kind == InterfaceKind::Ethernet || entry.kind == InterfaceKind::Wifi)
+        && !looksVirtual(entry.name);
 }
 
 bool isDottedQuad(const QString& text)
@@ -26,9 +27,9 @@ bool isDottedQuad(const QString& text)
 
 bool looksVirtual(const QString& name)
 {
-    static const QStringList prefixes { u"docker"_qs, u"veth"_qs, u"br-"_qs, u"bridge"_qs, u"virbr"_qs, u"tun"_qs,
-                                        u"tap"_qs, u"wg"_qs, u"vmnet"_qs, u"vboxnet"_qs, u"zt"_qs, u"tailscale"_qs,
-                                        u"utun"_qs, u"lxc"_qs, u"lxd"_qs, u"cni"_qs, u"flannel"_qs, u"podman"_qs };
+    static const QStringList prefixes { u"docker"_qs, u"veth"_qs, u"br-"_qs, u"bridge"_qs, u"virbr"_qs,
+        u"tun"_qs, u"tap"_qs, u"wg"_qs, u"vmnet"_qs, u"vboxnet"_qs, u"zt"_qs, u"tailscale"_qs, u"utun"_qs,
+        u"lxc"_qs, u"lxd"_qs, u"cni"_qs, u"flannel"_qs, u"podman"_qs };
     for (const QString& prefix : prefixes) {
         if (name.startsWith(prefix))
             return true;
@@ -60,7 +61,8 @@ QStringList candidateAddresses(const QList<InterfaceEntry>& interfaces, bool mac
         if (!isLanInterface(entry, false) && !(macOS && entry.name == u"en0"))
             continue;
         for (const QString& address : entry.addresses) {
-            if (QHostAddress(address).protocol() == QAbstractSocket::IPv4Protocol && !result.contains(address))
+            if (QHostAddress(address).protocol() == QAbstractSocket::IPv4Protocol
+                && !result.contains(address))
                 result.append(address);
         }
     }

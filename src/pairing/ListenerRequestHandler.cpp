@@ -97,4 +97,3 @@ ListenerOutcome handleListenerRequest(const ListenerRequest& request, const QStr
     }
     return outcome;
 }
-

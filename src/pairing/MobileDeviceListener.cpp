@@ -4,8 +4,8 @@
 #include "pairing/ListenerRequestHandler.h"
 #include "pairing/LocalAddressRule.h"
 #include "pairing/PairingLog.h"
-#include "pairing/PhoneConnection.h"
 #include "pairing/PairingRateLimiter.h"
+#include "pairing/PhoneConnection.h"
 
 #include <QLoggingCategory>
 
@@ -20,7 +20,6 @@
 #include <mutex>
 #include <thread>
 #include <unordered_map>
-
 
 namespace {
 
@@ -171,8 +170,7 @@ struct MobileDeviceListener::Impl
             if (entry.settled)
                 continue;
             ++arriving;
-            if (entry.fd >= 0 && (!oldest || entry.opened < oldest->opened)
-                && entry.peer != trustedAddress)
+            if (entry.fd >= 0 && (!oldest || entry.opened < oldest->opened) && entry.peer != trustedAddress)
                 oldest = &entry;
         }
         if (arriving < limits.totalConnections || !oldest)
@@ -201,8 +199,8 @@ struct MobileDeviceListener::Impl
                 = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
             const MHD_ConnectionInfo* client
                 = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-            self->open[connection] = Open {
-                info ? info->connect_fd : -1, Clock::now(), peerOf(client ? client->client_addr : nullptr), !info };
+            self->open[connection] = Open { info ? info->connect_fd : -1, Clock::now(),
+                peerOf(client ? client->client_addr : nullptr), !info };
         } else {
             self->open.erase(connection);
         }
@@ -266,7 +264,7 @@ struct MobileDeviceListener::Impl
                 Qt::QueuedConnection);
         }
         qCDebug(lcPairing) << state->request.method << state->request.path << "from" << state->peer << "->"
-                            << outcome.status;
+                           << outcome.status;
         return answer(connection, outcome.status);
     }
 };
@@ -301,10 +299,10 @@ bool MobileDeviceListener::start()
     // unfinished one (makeRoom) instead of being turned away; the margin covers connections
     // being closed.
     m_impl->daemon = MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_ERROR_LOG,
-        m_port, &Impl::acceptPolicy, m_impl.get(), &Impl::access, m_impl.get(), MHD_OPTION_SOCK_ADDR, &address,
-        MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections + 64, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
-        limits.perPeerConnections, MHD_OPTION_CONNECTION_TIMEOUT, idleSeconds,
-        MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(16 * 1024), MHD_OPTION_NOTIFY_CONNECTION,
+        m_port, &Impl::acceptPolicy, m_impl.get(), &Impl::access, m_impl.get(), MHD_OPTION_SOCK_ADDR,
+        &address, MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections + 64,
+        MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.perPeerConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+        idleSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t(16 * 1024), MHD_OPTION_NOTIFY_CONNECTION,
         &Impl::notifyConnection, m_impl.get(), MHD_OPTION_NOTIFY_COMPLETED, &Impl::requestCompleted, nullptr,
         MHD_OPTION_EXTERNAL_LOGGER, &logFromLibrary, nullptr, MHD_OPTION_END);
     if (!m_impl->daemon) {

@@ -31,7 +31,8 @@ public:
     static constexpr quint16 defaultPort = 8888;
 
     // port 0 picks a free port (tests); the application uses defaultPort.
-    explicit MobileDeviceListener(PhoneConnection& phone, quint16 port = defaultPort, ListenerLimits limits = {});
+    explicit MobileDeviceListener(
+        PhoneConnection& phone, quint16 port = defaultPort, ListenerLimits limits = {});
     ~MobileDeviceListener();
 
     MobileDeviceListener(const MobileDeviceListener&) = delete;

@@ -12,7 +12,8 @@ namespace {
 QString describe(const PairingMessage& message)
 {
     return QStringLiteral("\"%1\" (%2, %3)")
-        .arg(Log::escaped(message.mobileDeviceName), message.ip, Log::escaped(message.email.value_or(QString())));
+        .arg(Log::escaped(message.mobileDeviceName), message.ip,
+            Log::escaped(message.email.value_or(QString())));
 }
 
 } // namespace
@@ -190,7 +191,8 @@ void PhoneConnection::phoneFound()
     if (!m_trusted || m_state == State::Connected || m_session.phoneIPAddress() != m_trusted->address)
         return;
     m_lost.reset();
-    Log::line(u"[PairingGate] " + Log::escaped(m_session.mobileDeviceName()) + u" answers again; reconnected");
+    Log::line(
+        u"[PairingGate] " + Log::escaped(m_session.mobileDeviceName()) + u" answers again; reconnected");
     setState(State::Connected);
     Q_EMIT pairingApplied();
 }

@@ -57,7 +57,8 @@ public:
     static constexpr int maxWaiting = 8;
 
     // `ping` reaches the phone's service at the session's address (the watchdog's pings).
-    PhoneConnection(Session& session, ConnectionWatchdog::Ping ping, Options options, QObject* parent = nullptr);
+    PhoneConnection(
+        Session& session, ConnectionWatchdog::Ping ping, Options options, QObject* parent = nullptr);
     PhoneConnection(Session& session, ConnectionWatchdog::Ping ping, QObject* parent = nullptr)
         : PhoneConnection(session, std::move(ping), Options {}, parent)
     {

@@ -7,8 +7,8 @@ namespace QrPayload {
 QrMatrix encode(const QByteArray& message)
 {
     QrMatrix matrix;
-    QRcode* code = QRcode_encodeData(int(message.size()), reinterpret_cast<const unsigned char*>(message.constData()),
-                                     0, QR_ECLEVEL_M);
+    QRcode* code = QRcode_encodeData(
+        int(message.size()), reinterpret_cast<const unsigned char*>(message.constData()), 0, QR_ECLEVEL_M);
     if (!code)
         return matrix;
     matrix.width = code->width;

@@ -17,5 +17,8 @@ struct QrMatrix
 namespace QrPayload {
 // Error correction level M, version chosen by size, 8-bit mode. Invalid on failure.
 QrMatrix encode(const QByteArray& message);
-inline QrMatrix encodeAddress(const QString& address) { return encode(address.toLatin1()); }
+inline QrMatrix encodeAddress(const QString& address)
+{
+    return encode(address.toLatin1());
+}
 } // namespace QrPayload

@@ -7,12 +7,12 @@
 #include "widgets/RoundedPanel.h"
 
 #include <QCoreApplication>
-#include <QPointer>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPointer>
 #include <QPushButton>
-#include <QVBoxLayout>
 #include <QSvgWidget>
+#include <QVBoxLayout>
 
 AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* parent)
     : QWidget(parent)
@@ -45,7 +45,8 @@ AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* 
     versionRow->addStretch();
 
     //: About screen: what the desktop application does
-    //% "Your phone holds your identity and does all encryption and decryption. This application sends it the files you choose and keeps the results in Documents/Varnex."
+    //% "Your phone holds your identity and does all encryption and decryption. This application sends it the
+    //files you choose and keeps the results in Documents/Varnex."
     auto* blurb = new QLabel(qtTrId("aboutDescription"), this);
     blurb->setWordWrap(true);
     blurb->setAlignment(Qt::AlignCenter);
@@ -98,7 +99,8 @@ void AboutViewController::showPairedPhone()
         //% "Paired with %1 (%2)"
         pairedPhone->setText(qtTrId("aboutPairedWith").arg(name, trusted->address));
     } else {
-        //: About screen: the phone this computer trusts. %1 is its name, %2 its address, %3 the e-mail of its user.
+        //: About screen: the phone this computer trusts. %1 is its name, %2 its address, %3 the e-mail of its
+        //: user.
         //% "Paired with %1 (%2, %3)"
         pairedPhone->setText(qtTrId("aboutPairedWithEmail").arg(name, trusted->address, trusted->email));
     }
@@ -113,7 +115,8 @@ void AboutViewController::confirmForget()
     //% "Forget %1?"
     const QString title = qtTrId("forgetPhoneTitle").arg(name);
     //: Question before forgetting the paired phone
-    //% "This computer will no longer connect to it by itself, and the next phone that scans the code asks to pair. The files in your lists stay."
+    //% "This computer will no longer connect to it by itself, and the next phone that scans the code asks to
+    //pair. The files in your lists stay."
     const QString message = qtTrId("forgetPhoneQuestion");
     //: Button that forgets the paired phone
     //% "Forget"

@@ -85,10 +85,8 @@ PairingRequestBar::PairingRequestBar(PhoneConnection& phone, QWidget* parent)
     layout->addWidget(ignoreButton);
 
     // The buttons act on the request shown, whatever arrived since.
-    connect(acceptButton, &QPushButton::clicked, this,
-        [this] { m_phone.acceptPending(m_pendingId); });
-    connect(ignoreButton, &QPushButton::clicked, this,
-        [this] { m_phone.ignorePending(m_pendingId); });
+    connect(acceptButton, &QPushButton::clicked, this, [this] { m_phone.acceptPending(m_pendingId); });
+    connect(ignoreButton, &QPushButton::clicked, this, [this] { m_phone.ignorePending(m_pendingId); });
     connect(&phone, &PhoneConnection::pendingChanged, this, &PairingRequestBar::refresh);
     connect(&phone.session(), &Session::phoneConnectedChanged, this, &PairingRequestBar::refresh);
     refresh();

@@ -215,9 +215,11 @@ void QRCodeViewController::showContact()
     const auto trusted = m_phone.trustedPhone();
     if (lost) {
         //: Pairing screen after the paired phone stopped answering. %1 is its name, %2 the time.
-        //% "Lost contact with %1 at %2. Varnex Desktop reconnects by itself as soon as the phone answers again."
-        contactLabel->setText(qtTrId("lostContact").arg(
-            Texts::deviceName(lost->name), QLocale().toString(lost->at.time(), QLocale::ShortFormat)));
+        //% "Lost contact with %1 at %2. Varnex Desktop reconnects by itself as soon as the phone answers
+        //again."
+        contactLabel->setText(qtTrId("lostContact")
+                                  .arg(Texts::deviceName(lost->name),
+                                      QLocale().toString(lost->at.time(), QLocale::ShortFormat)));
     } else if (trusted) {
         //: Pairing screen at start, while the paired phone has not answered yet. %1 is its name.
         //% "Looking for %1 on the network. Or scan the code with another phone."
@@ -300,7 +302,8 @@ void QRCodeViewController::showAddress(const QString& text)
     ipAdressLabel->setWordWrap(sentence);
     if (text == cannotFindIP() || sentence) {
         m_matrix = {};
-        qrCodeImage->setPixmap(QIcon(QStringLiteral(":/images/ipnotfound.svg")).pixmap(QSize(220, 220), devicePixelRatioF()));
+        qrCodeImage->setPixmap(
+            QIcon(QStringLiteral(":/images/ipnotfound.svg")).pixmap(QSize(220, 220), devicePixelRatioF()));
         return;
     }
     const QrMatrix matrix = QrPayload::encodeAddress(text);

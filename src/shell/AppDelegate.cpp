@@ -76,7 +76,8 @@ void AppDelegate::applicationDidFinishLaunching()
     Settings::protectFile(); // a file an older version left readable to others
     WorkingFolders::prepareWorkingFolders();
     // Operation folders an interrupted run left behind; nothing else is ever removed.
-    for (const auto& folder : { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {
+    for (const auto& folder :
+        { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {
         if (folder)
             OperationFolder::removeLeftovers(*folder);
     }

@@ -9,9 +9,10 @@ class QVBoxLayout;
 
 // The application's single window, and the one place that swaps screens. It shows one content
 // screen at a time: the pairing screen while no phone is connected, the main window's content
-// while one is, and moves between them with a fade as the phone connection's state changes. The main window belongs to the trusted phone: when that phone is
-// lost it is put aside as it is (lists, marks, recipients, search, tab) and comes back when
-// the phone answers again; only another phone, or forgetting this one, replaces it.
+// while one is, and moves between them with a fade as the phone connection's state changes. The main window
+// belongs to the trusted phone: when that phone is lost it is put aside as it is (lists, marks, recipients,
+// search, tab) and comes back when the phone answers again; only another phone, or forgetting this one,
+// replaces it.
 class AppWindow : public QWidget
 {
     Q_OBJECT

@@ -19,8 +19,8 @@
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
-#include <QPushButton>
 #include <QLoggingCategory>
+#include <QPushButton>
 #include <QStackedLayout>
 #include <QSvgWidget>
 #include <QToolButton>
@@ -168,7 +168,8 @@ void MainViewController::viewDidLoad()
     vc1 = new EncryptViewController(container);
     vc2 = new DecryptViewController(container);
     vc3 = new AboutViewController(m_services.phone, container);
-    for (QWidget* screen : { static_cast<QWidget*>(vc1), static_cast<QWidget*>(vc2), static_cast<QWidget*>(vc3) })
+    for (QWidget* screen :
+        { static_cast<QWidget*>(vc1), static_cast<QWidget*>(vc2), static_cast<QWidget*>(vc3) })
         m_stack->addWidget(screen);
     m_stack->setCurrentWidget(vc1);
 
@@ -210,7 +211,8 @@ void MainViewController::updateTitle()
 {
     const Session& session = m_services.phone.session();
     if (isVisible() && session.isPhoneConnected())
-        window()->setWindowTitle(Texts::varnexDesktopConnected() + Texts::deviceName(session.mobileDeviceName()) + u')');
+        window()->setWindowTitle(
+            Texts::varnexDesktopConnected() + Texts::deviceName(session.mobileDeviceName()) + u')');
 }
 
 void MainViewController::showScreen(QWidget* screen)
@@ -277,7 +279,8 @@ void MainViewController::selectAbout()
 QStringList MainViewController::intakeFiles() const
 {
     QStringList paths;
-    for (const FileScreen* screen : { static_cast<const FileScreen*>(vc1), static_cast<const FileScreen*>(vc2) }) {
+    for (const FileScreen* screen :
+        { static_cast<const FileScreen*>(vc1), static_cast<const FileScreen*>(vc2) }) {
         for (const auto& file : screen->intakeList()->files()) {
             if (file->filePath)
                 paths.append(*file->filePath);
@@ -319,5 +322,6 @@ void MainViewController::openFiles(const QStringList& paths)
         }
         return Log::escaped(found.join(u", ")); // a file name may hold a line break
     };
-    qCInfo(lcMain).noquote() << "handed-over files listed: Encrypt:" << names(others) << "| Decrypt:" << names(encrypted);
+    qCInfo(lcMain).noquote() << "handed-over files listed: Encrypt:" << names(others)
+                             << "| Decrypt:" << names(encrypted);
 }

@@ -37,9 +37,9 @@ public:
 
     // The widgets the navigation drives.
     QWidget* container = nullptr;
-    QWidget* encryptButton = nullptr;        // backing of the Encrypt tab
+    QWidget* encryptButton = nullptr; // backing of the Encrypt tab
     CustomButton* encryptButtonTest = nullptr;
-    QWidget* decryptButton = nullptr;        // backing of the Decrypt tab
+    QWidget* decryptButton = nullptr; // backing of the Decrypt tab
     CustomButton* decryptButtonCustom = nullptr;
     QToolButton* aboutButton = nullptr;
     QPointer<QWidget> grayBackground;

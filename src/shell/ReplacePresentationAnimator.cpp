@@ -21,9 +21,17 @@ public:
         setGeometry(window->rect());
     }
 
-    void setPicture(const QPixmap& picture) { m_picture = picture; update(); }
+    void setPicture(const QPixmap& picture)
+    {
+        m_picture = picture;
+        update();
+    }
     qreal opacity() const { return m_opacity; }
-    void setOpacity(qreal opacity) { m_opacity = opacity; update(); }
+    void setOpacity(qreal opacity)
+    {
+        m_opacity = opacity;
+        update();
+    }
 
 protected:
     void paintEvent(QPaintEvent*) override

@@ -1,5 +1,4 @@
 #include "app/BaseUrlStore.h"
-#include "app/Session.h"
 #include "app/Settings.h"
 #include "common/LogCapture.h"
 
@@ -9,8 +8,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <thread>
-#include <vector>
 
 class TestSession : public QObject
 {
@@ -20,7 +17,6 @@ private Q_SLOTS:
     void init();
     void baseUrlValidation_data();
     void baseUrlValidation();
-    void valuesAreSafeAcrossThreadsAndAnnounced();
     void startupOfTheRealProgram_data();
     void startupOfTheRealProgram();
 };
@@ -28,7 +24,6 @@ private Q_SLOTS:
 void TestSession::init()
 {
     Settings::open()->clear();
-    Session::instance().resetForTesting();
 }
 
 void TestSession::baseUrlValidation_data()
@@ -64,48 +59,6 @@ void TestSession::baseUrlValidation()
         QStringList { (accepted ? QStringLiteral("[BaseUrlStore] ✅ Base URL set: ")
                                 : QStringLiteral("[BaseUrlStore] ❌ ERROR: Invalid URL format: "))
             + url });
-}
-
-void TestSession::valuesAreSafeAcrossThreadsAndAnnounced()
-{
-    Session& session = Session::instance();
-    // QSignalSpy records on the emitting thread, so it cannot watch writers on four threads.
-    // A receiver living on this thread gets the signals queued, as the screens do.
-    QObject receiver;
-    QList<bool> connected;
-    int groups = 0;
-    int associates = 0;
-    connect(&session, &Session::phoneConnectedChanged, &receiver, [&](bool on) { connected.append(on); });
-    connect(&session, &Session::groupsUpdated, &receiver, [&] { ++groups; });
-    connect(&session, &Session::associatesUpdated, &receiver, [&] { ++associates; });
-    const QDateTime associatesBefore = session.associatesUpdatedAt();
-
-    std::vector<std::thread> writers;
-    for (int i = 0; i < 4; ++i) {
-        writers.emplace_back([i, &session] {
-            for (int n = 0; n < 2000; ++n) {
-                session.setPhoneIPAddress(QStringLiteral("10.0.0.%1").arg(i));
-                session.setMobileDeviceName(QStringLiteral("phone %1 with a longer name").arg(i));
-                (void)session.phoneIPAddress();
-            }
-            session.markGroupsUpdated();
-            session.setPhoneConnected(true);
-        });
-    }
-    for (auto& writer : writers)
-        writer.join();
-
-    QVERIFY(session.phoneIPAddress().startsWith(u"10.0.0."));
-    QVERIFY(session.isPhoneConnected());
-    // Signals from other threads arrive queued on this thread: one flag change, four stamps.
-    QTRY_COMPARE(groups, 4);
-    QCOMPARE(connected, QList<bool> { true });
-    QCOMPARE(associates, 0);
-    QCOMPARE(session.associatesUpdatedAt(), associatesBefore);
-    QVERIFY(session.groupsUpdatedAt() >= associatesBefore);
-    session.setPhoneConnected(true);
-    session.setPhoneConnected(false);
-    QCOMPARE(connected, (QList<bool> { true, false }));
 }
 
 void TestSession::startupOfTheRealProgram_data()

@@ -6,23 +6,30 @@
 #include "app/Session.h"
 #include "pairing/LoopbackClient.h"
 #include "pairing/MobileDeviceListener.h"
+#include "pairing/PhoneConnection.h"
 
 #include <chrono>
 
 namespace {
 
+// The phone connection the listener hands its messages to; no phone answers its pings.
+PhoneConnection& phone()
+{
+    static auto* made = new PhoneConnection(Session::instance(), [](auto, QObject*, auto) {});
+    return *made;
+}
+
 // Made on first use and kept for the whole run (a static pointer, so no leak is reported).
 quint16 listenerPort()
 {
     static MobileDeviceListener* listener = [] {
-        Session::instance(); // made on this thread, as the application does before listening
         // The fuzzer's peer is on loopback, which counts as a LAN host only when asked for.
         qputenv("VARNEX_ALLOW_LOOPBACK_PHONE", "1");
         // The program's caps, except the pairing burst: 429s after ten messages would keep the
         // fuzzer from the pairing code for ten seconds at a time.
         ListenerLimits limits;
         limits.pairingBurst = 1 << 30;
-        auto* made = new MobileDeviceListener(0, limits);
+        auto* made = new MobileDeviceListener(phone(), 0, limits);
         FuzzSupport::check(made->start());
         return made;
     }();
@@ -63,7 +70,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     static unsigned inputs = 0;
     if (++inputs % 200 == 1)
         FuzzSupport::check(stillServing());
-    QCoreApplication::processEvents(); // the session's queued signals, as the program's loop runs them
-    Session::instance().setPhoneConnected(false);
+    // What the listener handed over, as the program's loop runs it; a phone accepted is
+    // forgotten again.
+    QCoreApplication::processEvents();
+    if (phone().trustedPhone())
+        phone().forget();
     return 0;
 }

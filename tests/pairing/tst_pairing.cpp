@@ -119,9 +119,11 @@ void TestPairing::init()
 void TestPairing::makePhone(PhoneConnection::Options options)
 {
     m_listener.reset();
-    const auto ping = [this](std::chrono::milliseconds, QObject* context, std::function<void(std::optional<int>)> done) {
-        QTimer::singleShot(0, context, [done, answers = m_phoneAnswers] { done(answers ? std::optional(200) : std::nullopt); });
-    };
+    const auto ping
+        = [this](std::chrono::milliseconds, QObject* context, std::function<void(std::optional<int>)> done) {
+              QTimer::singleShot(0, context,
+                  [done, answers = m_phoneAnswers] { done(answers ? std::optional(200) : std::nullopt); });
+          };
     options.watchdog = { 50ms, 50ms, 150ms, 50ms };
     m_phone = std::make_unique<PhoneConnection>(Session::instance(), ping, options);
     m_listener = std::make_unique<MobileDeviceListener>(*m_phone, 0);
@@ -129,7 +131,8 @@ void TestPairing::makePhone(PhoneConnection::Options options)
     QVERIFY(m_listener->port() > 0);
 }
 
-void TestPairing::trust(const QString& address, const QString& email, const QString& name, const QString& baseURL)
+void TestPairing::trust(
+    const QString& address, const QString& email, const QString& name, const QString& baseURL)
 {
     TrustedPhone { email, name, address, baseURL }.save();
     Settings::setString(Settings::userEmailKey, email);
@@ -146,8 +149,8 @@ void TestPairing::connectTrusted()
 
 int TestPairing::post(const QByteArray& path, const QByteArray& body)
 {
-    const int status
-        = LoopbackClient::exchange(m_listener->port(), LoopbackClient::request("POST", path, body), phoneAddress);
+    const int status = LoopbackClient::exchange(
+        m_listener->port(), LoopbackClient::request("POST", path, body), phoneAddress);
     deliver();
     return status;
 }
@@ -161,7 +164,8 @@ int TestPairing::pair(
     // A phone posts from its own address.
     const QByteArray own = ip.toLatin1();
     const int status = LoopbackClient::exchange(m_listener->port(),
-        LoopbackClient::request("POST", "/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)),
+        LoopbackClient::request(
+            "POST", "/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)),
         from ? from : own.constData());
     deliver();
     return status;
@@ -302,11 +306,14 @@ void TestPairing::aStrangerPairsOnlyWhenTheUserSaysSo()
     QVERIFY(session.isPhoneConnected());
     QTRY_COMPARE(connected.count(), 1);
     // Remembered for the next start, in a file only the user can read.
-    const TrustedPhone expected { u"ann@example.com"_qs, u"My phone"_qs, u"127.0.0.7"_qs, u"http://127.0.0.7:8080/"_qs };
+    const TrustedPhone expected { u"ann@example.com"_qs, u"My phone"_qs, u"127.0.0.7"_qs,
+        u"http://127.0.0.7:8080/"_qs };
     QCOMPARE(TrustedPhone::load(), std::optional(expected));
     const auto permissions = QFileInfo(Settings::open()->fileName()).permissions();
     QVERIFY(permissions & QFileDevice::ReadOwner);
-    QVERIFY(!(permissions & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ReadOther | QFileDevice::WriteOther)));
+    QVERIFY(!(permissions
+        & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ReadOther
+            | QFileDevice::WriteOther)));
 }
 
 // The trusted phone's own messages take effect at once, whatever new name, address or base URL
@@ -321,7 +328,8 @@ void TestPairing::theTrustedPhonePairsAtOnce_data()
     const QString url = u"http://127.0.0.7:8080/"_qs;
     QTest::newRow("a new name") << u"127.0.0.7"_qs << ann << url << true;
     QTest::newRow("without e-mail, from its address") << u"127.0.0.7"_qs << QString() << url << true;
-    QTest::newRow("a service restarted on another port") << u"127.0.0.7"_qs << ann << u"http://127.0.0.7:9090/"_qs << true;
+    QTest::newRow("a service restarted on another port")
+        << u"127.0.0.7"_qs << ann << u"http://127.0.0.7:9090/"_qs << true;
     QTest::newRow("from its other address") << u"127.0.0.8"_qs << ann << u"http://127.0.0.8:8080/"_qs << true;
     // An absent e-mail proves nothing: from another address it is another phone.
     QTest::newRow("without e-mail, from another address") << u"127.0.0.8"_qs << QString() << url << false;
@@ -361,7 +369,8 @@ void TestPairing::baseUrlFromThePhone_data()
     QTest::addColumn<QString>("baseURL");
     QTest::addColumn<QString>("logged");
     const QString invalid = u"[BaseUrlStore] ❌ ERROR: Invalid URL format: "_qs;
-    QTest::newRow("valid") << u"http://127.0.0.7:8081/"_qs << u"[BaseUrlStore] ✅ Base URL set: http://127.0.0.7:8081/"_qs;
+    QTest::newRow("valid") << u"http://127.0.0.7:8081/"_qs
+                           << u"[BaseUrlStore] ✅ Base URL set: http://127.0.0.7:8081/"_qs;
     for (const char* bad : { "http://new host/", "file:///home/ann/", "ftp://10.0.0.7/", "10.0.0.7:8080/",
              "javascript:alert(1)" })
         QTest::newRow(bad) << QString::fromUtf8(bad) << invalid + QString::fromUtf8(bad);
@@ -416,7 +425,8 @@ void TestPairing::requestsThatMustNotPair_data()
         413);
     // A change signal's body is read only to be dropped, so it may come chunked, within the cap.
     row("chunked change signal",
-        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n", 200);
+        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n",
+        200);
     row("chunked change signal over 64 KiB",
         "POST /updateGroups HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n10400\r\n"
             + QByteArray(0x10400, 'x') + "\r\n0\r\n\r\n",
@@ -482,8 +492,9 @@ void TestPairing::loopbackIsNotAPhone()
     // not even answered.
     trust(u"127.0.0.1"_qs);
     qunsetenv("VARNEX_ALLOW_LOOPBACK_PHONE");
-    const int status = LoopbackClient::exchange(m_listener->port(), pairingRequest(
-        R"({"ip":"127.0.0.1","mobileDeviceName":"Local","email":"ann@example.com"})"), "127.0.0.1");
+    const int status = LoopbackClient::exchange(m_listener->port(),
+        pairingRequest(R"({"ip":"127.0.0.1","mobileDeviceName":"Local","email":"ann@example.com"})"),
+        "127.0.0.1");
     qputenv("VARNEX_ALLOW_LOOPBACK_PHONE", "1");
     QCOMPARE(status, 0);
     QVERIFY(!Session::instance().isPhoneConnected());
@@ -604,7 +615,8 @@ void TestPairing::pairingBurstsAnswer429UntilTheWindowPasses()
     QCOMPARE(pair("Eleventh"), 429);
     QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Phone"));
     // Change signals and other peers are not held back.
-    QCOMPARE(LoopbackClient::exchange(listener.port(), LoopbackClient::request("POST", "/updateGroups", {}), "127.0.0.1"),
+    QCOMPARE(LoopbackClient::exchange(
+                 listener.port(), LoopbackClient::request("POST", "/updateGroups", {}), "127.0.0.1"),
         200);
     QCOMPARE(pair("Other host", "127.0.0.9"), 200);
     // The window slides: once the oldest message leaves it, one more is let through. (QTRY
@@ -628,7 +640,8 @@ void TestPairing::concurrentRequests()
         clients.emplace_back([port, i, &ok] {
             const QByteArray source = "127.0.3." + QByteArray::number(i + 1);
             for (int n = 0; n < 20; ++n) {
-                const QByteArray body = "{\"ip\":\"" + source + "\",\"mobileDeviceName\":\"" + QByteArray::number(n) + "\"}";
+                const QByteArray body
+                    = "{\"ip\":\"" + source + "\",\"mobileDeviceName\":\"" + QByteArray::number(n) + "\"}";
                 const QByteArray path = n % 2 ? "/myInformation" : "/updateGroups";
                 if (LoopbackClient::exchange(
                         port, LoopbackClient::request("POST", path, body), source.constData())
@@ -694,12 +707,13 @@ void TestPairing::anotherPhoneWaitsForTheUser()
     QTRY_VERIFY(gate.pending());
     QCOMPARE(gate.pending()->peer, u"127.0.0.99"_qs);
     const quint64 id = gate.pending()->id;
-    const auto verifyPhone = [](const QString& ip, const QString& name, const QString& email, const QString& baseURL) {
-        QCOMPARE(Session::instance().phoneIPAddress(), ip);
-        QCOMPARE(Session::instance().mobileDeviceName(), name);
-        QCOMPARE(Settings::string(Settings::userEmailKey), email);
-        QCOMPARE(Settings::string(Settings::baseUrlKey), baseURL);
-    };
+    const auto verifyPhone
+        = [](const QString& ip, const QString& name, const QString& email, const QString& baseURL) {
+              QCOMPARE(Session::instance().phoneIPAddress(), ip);
+              QCOMPARE(Session::instance().mobileDeviceName(), name);
+              QCOMPARE(Settings::string(Settings::userEmailKey), email);
+              QCOMPARE(Settings::string(Settings::baseUrlKey), baseURL);
+          };
     // Nothing of the other phone's is stored until the user says so.
     verifyPhone(u"127.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
 
@@ -736,7 +750,8 @@ void TestPairing::anotherPhoneWaitsForTheUser()
     QCOMPARE(replaced.count(), switched || end == u"Forget" ? 1 : 0); // fresh screens for another phone
     if (switched) {
         verifyPhone(u"127.0.0.99"_qs, u"Eve's phone"_qs, eve, eveUrl);
-        QCOMPARE(gate.trustedPhone(), std::optional(TrustedPhone { eve, u"Eve's phone"_qs, u"127.0.0.99"_qs, eveUrl }));
+        QCOMPARE(gate.trustedPhone(),
+            std::optional(TrustedPhone { eve, u"Eve's phone"_qs, u"127.0.0.99"_qs, eveUrl }));
         // The phone switched away from is now a stranger.
         QCOMPARE(pair(u"127.0.0.7"_qs, u"ann@example.com"_qs, u"Ann's phone"_qs, annUrl), 200);
         QTRY_COMPARE(gate.pending().value_or(PendingPairing {}).peer, u"127.0.0.7"_qs);

@@ -3,7 +3,7 @@
 #include "common/PhoneSimProcess.h"
 #include "common/TestFiles.h"
 #include "pairing/MobileDeviceListener.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
 
 #include <QJsonArray>
 #include <QSignalSpy>
@@ -159,8 +159,8 @@ void TestPhoneSim::pairsAndSignalsChanges()
 {
     Settings::open()->clear(); // a fresh install: no phone trusted yet
     Session::instance().resetForTesting();
-    PairingGate::instance().resetForTesting();
-    MobileDeviceListener listener(0);
+    PhoneConnection gate(Session::instance(), [](auto, QObject*, auto) {});
+    MobileDeviceListener listener(gate, 0);
     QVERIFY(listener.start());
     QSignalSpy associates(&Session::instance(), &Session::associatesUpdated);
     QSignalSpy groups(&Session::instance(), &Session::groupsUpdated);
@@ -168,7 +168,6 @@ void TestPhoneSim::pairsAndSignalsChanges()
         u"Test phone"_qs });
     QVERIFY(sim.isRunning());
     // Its message passes every rule a phone's must, and waits for the user, as a stranger's does.
-    PairingGate& gate = PairingGate::instance();
     QTRY_VERIFY_WITH_TIMEOUT(gate.pending(), 5000);
     QVERIFY(gate.acceptPending(gate.pending()->id));
     QTRY_VERIFY_WITH_TIMEOUT(Session::instance().isPhoneConnected(), 5000);

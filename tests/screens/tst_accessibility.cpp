@@ -3,6 +3,7 @@
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
+#include "common/TestServices.h"
 #include "files/FileListModel.h"
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
@@ -183,6 +184,8 @@ private:
     QTemporaryDir m_home;
     QStringList m_files;
     std::unique_ptr<EncryptViewController> m_screen;
+    // No phone: the screens show what they are given.
+    TestServices m_app { Session::defaultPhoneServicePort, {}, TestServices::noAnswer };
 };
 
 void TestAccessibility::initTestCase()
@@ -226,9 +229,9 @@ void TestAccessibility::everyControlHasAName()
     });
     std::unique_ptr<QWidget> window;
     if (screen == u"pairing") {
-        window = std::make_unique<QRCodeViewController>();
+        window = std::make_unique<QRCodeViewController>(m_app.phone, nullptr);
     } else {
-        auto* main = new MainViewController;
+        auto* main = new MainViewController(m_app.services);
         window.reset(main);
         main->vc1->intakeList()->addFiles(m_files.mid(0, 3));
         main->vc2->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
@@ -423,7 +426,7 @@ void TestAccessibility::customButtonEndsTheSameWayByEveryRoute()
 
 void TestAccessibility::tabsAreATabList()
 {
-    MainViewController main;
+    MainViewController main(m_app.services);
     main.resize(1100, 720);
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
@@ -696,7 +699,7 @@ void TestAccessibility::keyboardOnlyJourney()
     // control of both screens on the way.
     FakeDialogs dialogs;
     dialogs.filesToChoose = m_files.mid(0, 3);
-    MainViewController main;
+    MainViewController main(m_app.services);
     main.resize(1100, 720);
     fillRecipients(main.vc1->recipients->store());
     main.vc2->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });

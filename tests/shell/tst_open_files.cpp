@@ -1,8 +1,8 @@
 #include "app/Session.h"
-#include "pairing/ConnectionWatchdog.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
+#include "common/TestServices.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/QRCodeViewController.h"
@@ -28,6 +28,7 @@ private Q_SLOTS:
     void routing();
 
 private:
+    std::unique_ptr<TestServices> m_app;
     QTemporaryDir m_home;
 };
 
@@ -36,8 +37,9 @@ void TestOpenFiles::initTestCase()
     installTranslations(*QCoreApplication::instance());
     WorkingFolders::prepareWorkingFolders(m_home.filePath(QStringLiteral("Documents")));
     // No phone answers here: the watchdog must not end the main window during a test.
-    ConnectionWatchdog::setTimingForTesting({ 1h, 3s, 3s, 1h }); // no phone answers pings here
-    Session::instance().setPhoneConnected(true);
+    m_app = std::make_unique<TestServices>(Session::defaultPhoneServicePort,
+        PhoneConnection::Options { 60s, { 1h, 3s, 3s, 1h } }, TestServices::noAnswer);
+    m_app->pair(u"127.0.0.20"_qs, u"Phone"_qs, u"alex.morgan@example.com"_qs, u"http://127.0.0.20:8080/"_qs);
 }
 
 void TestOpenFiles::routing_data()
@@ -87,7 +89,7 @@ void TestOpenFiles::routing()
         paths.append(folder.filePath(name.endsWith(u'/') ? name.chopped(1) : name));
     }
 
-    AppWindow window;
+    AppWindow window(m_app->services);
     if (beforePairing) {
         window.showPairing();
         window.show();

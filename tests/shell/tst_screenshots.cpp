@@ -7,8 +7,8 @@
 #include "app/Translations.h"
 #include "common/Settle.h"
 #include "common/TestFiles.h"
-#include "pairing/ConnectionWatchdog.h"
-#include "pairing/PairingGate.h"
+#include "common/TestServices.h"
+#include "pairing/PhoneConnection.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AssociatedUserCellView.h"
@@ -294,14 +294,23 @@ private:
     QStringList m_files;
     QString m_suffix;
     QHash<QString, QImage> m_lightPictures;
+    std::unique_ptr<TestServices> m_app;
 };
+
+namespace {
+
+// No phone answers here: the windows must not notice that while they are drawn.
+const PhoneConnection::Options quietPhone { std::chrono::seconds(60),
+    { std::chrono::hours(1), std::chrono::milliseconds(50), std::chrono::milliseconds(0),
+        std::chrono::hours(1) } };
+
+} // namespace
 
 void TestScreenshots::initTestCase()
 {
     installTranslations(*QCoreApplication::instance());
-    // No phone answers here: the windows must not notice that while they are drawn.
-    ConnectionWatchdog::setTimingForTesting({ std::chrono::hours(1), std::chrono::seconds(3),
-        std::chrono::seconds(3), std::chrono::hours(1) });
+    m_app = std::make_unique<TestServices>(
+        Session::defaultPhoneServicePort, quietPhone, TestServices::noAnswer);
     WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
     for (const char* name : { "Quarterly report 2026.pdf", "holiday-photo.jpg", "notes.txt", "budget.xlsx",
              "a very long file name that goes on and on beyond what any list can show.docx",
@@ -423,8 +432,8 @@ void TestScreenshots::screens()
         return QStringList { u"192.168.100.200"_qs, u"10.0.0.7"_qs };
     });
     {
-        AppWindow window;
-        auto* pairing = new QRCodeViewController;
+        AppWindow window(m_app->services);
+        auto* pairing = new QRCodeViewController(m_app->phone, nullptr);
         window.setContent(pairing);
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
@@ -440,26 +449,25 @@ void TestScreenshots::screens()
     for (const bool lost : { false, true }) {
         auto reset = qScopeGuard([] {
             TrustedPhone::forget();
-            PairingGate::instance().resetForTesting();
             Session::instance().resetForTesting();
         });
+        PhoneConnection::Options options = quietPhone;
+        options.watchdog.period = std::chrono::milliseconds(10); // lost at once when watched
+        TestServices app(
+            Session::defaultPhoneServicePort, lost ? options : quietPhone, TestServices::noAnswer);
         if (lost) {
-            TrustedPhone { u"alex.morgan@example.com"_qs, u"Alex's Pixel"_qs, u"127.0.0.20"_qs,
-                u"http://127.0.0.20:8080/"_qs }
-                .save();
-            PairingGate::instance().resetForTesting();
-            Session::instance().setPhoneIPAddress(u"127.0.0.20"_qs);
-            Session::instance().setMobileDeviceName(u"Alex's Pixel"_qs);
-            Session::instance().setPhoneConnected(true);
-            PairingGate::instance().phoneLost();
+            // The phone watched goes silent: lost after two pings.
+            app.pair(u"127.0.0.20"_qs, u"Alex's Pixel"_qs, u"alex.morgan@example.com"_qs,
+                u"http://127.0.0.20:8080/"_qs);
+            QTRY_COMPARE(app.phone.state(), PhoneConnection::State::Lost);
         } else {
-            QCOMPARE(PairingGate::instance().offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
-                                                       u"http://192.168.1.31:8080/"_qs },
+            QCOMPARE(app.phone.offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
+                                         u"http://192.168.1.31:8080/"_qs },
                          u"192.168.1.31"_qs),
-                PairingGate::Decision::Held);
+                PhoneConnection::Decision::Held);
         }
-        AppWindow window;
-        auto* pairing = new QRCodeViewController;
+        AppWindow window(app.services);
+        auto* pairing = new QRCodeViewController(app.phone, nullptr);
         window.setContent(pairing);
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
@@ -472,18 +480,19 @@ void TestScreenshots::screens()
     // against what is really painted behind it, not against what the palette says.
     {
         auto reset = qScopeGuard([] {
-            PairingGate::instance().resetForTesting();
+            TrustedPhone::forget();
             Session::instance().resetForTesting();
         });
-        Session::instance().setPhoneIPAddress(u"127.0.0.20"_qs);
-        Session::instance().setPhoneConnected(true);
-        QCOMPARE(PairingGate::instance().offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
-                                                   u"http://192.168.1.31:8080/"_qs },
+        TestServices app(Session::defaultPhoneServicePort, quietPhone, TestServices::noAnswer);
+        app.pair(u"127.0.0.20"_qs, u"Alex's Pixel"_qs, u"alex.morgan@example.com"_qs,
+            u"http://127.0.0.20:8080/"_qs);
+        QCOMPARE(app.phone.offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
+                                     u"http://192.168.1.31:8080/"_qs },
                      u"192.168.1.31"_qs),
-            PairingGate::Decision::Held);
-        AppWindow strip;
+            PhoneConnection::Decision::Held);
+        AppWindow strip(app.services);
         strip.setMinimumSize(0, 0);
-        auto* bar = new PairingRequestBar(&strip);
+        auto* bar = new PairingRequestBar(app.phone, &strip);
         strip.resize(900, 80);
         bar->setGeometry(20, 10, 860, 56);
         strip.show();
@@ -502,8 +511,8 @@ void TestScreenshots::screens()
         save(&strip, u"pairing-request"_qs);
     }
 
-    AppWindow window;
-    auto* content = new MainViewController;
+    AppWindow window(m_app->services);
+    auto* content = new MainViewController(m_app->services);
     window.setContent(content);
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));

@@ -2,13 +2,13 @@
 #include "app/Settings.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
-#include "common/SignalCounter.h"
 #include "common/PhoneSimProcess.h"
+#include "common/SignalCounter.h"
+#include "common/TestServices.h"
 #include "files/IntakeList.h"
 #include "pairing/LoopbackClient.h"
 #include "pairing/MobileDeviceListener.h"
-#include "pairing/ConnectionWatchdog.h"
-#include "pairing/PairingGate.h"
+#include "pairing/PhoneConnection.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
 #include "screens/AboutViewController.h"
@@ -63,8 +63,12 @@ private Q_SLOTS:
     void oneInstanceAtATime();
 
 private:
+    // What the window is built on, anew; paired with the simulator when `paired`.
+    void makeApp(PhoneConnection::Options options, bool paired = true);
+
     QTemporaryDir m_home;
     std::unique_ptr<PhoneSimProcess> m_sim;
+    std::unique_ptr<TestServices> m_app;
 };
 
 struct Look
@@ -130,15 +134,19 @@ void TestShell::init()
     Settings::open()->clear();
     Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
     Settings::setString(Settings::userEmailKey, u"alex.morgan@example.com"_qs);
-    TrustedPhone { u"alex.morgan@example.com"_qs, u"Ann's phone"_qs, u"127.0.0.1"_qs, m_sim->baseUrl() }.save();
-    Session::instance().resetForTesting();
-    Session::instance().setPhoneServicePortForTesting(m_sim->port());
-    Session::instance().setPhoneIPAddress(QStringLiteral("127.0.0.1"));
-    Session::instance().setPhoneConnected(true);
-    Session::instance().setMobileDeviceName(u"Ann's phone"_qs);
-    PairingGate::instance().resetForTesting();
+    TrustedPhone { u"alex.morgan@example.com"_qs, u"Ann's phone"_qs, u"127.0.0.1"_qs, m_sim->baseUrl() }
+        .save();
     // The production rule (lost after 3 s and two failures in a row), faster.
-    ConnectionWatchdog::setTimingForTesting({ 100ms, 300ms, 600ms, 200ms });
+    makeApp({ 60s, { 100ms, 300ms, 600ms, 200ms } });
+}
+
+void TestShell::makeApp(PhoneConnection::Options options, bool paired)
+{
+    m_app.reset();
+    Session::instance().resetForTesting();
+    m_app = std::make_unique<TestServices>(m_sim->port(), options);
+    if (paired)
+        m_app->pair(u"127.0.0.1"_qs, u"Ann's phone"_qs, u"alex.morgan@example.com"_qs, m_sim->baseUrl());
 }
 
 void TestShell::navigationLooks_data()
@@ -172,7 +180,7 @@ void TestShell::navigationLooks()
     QFETCH(Look, decryptTab);
     QFETCH(bool, backingDarkOrange);
 
-    MainViewController main;
+    MainViewController main(m_app->services);
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
     // The screens are made once and kept while hidden.
@@ -218,20 +226,20 @@ void TestShell::pairing()
     QFETCH(QString, first);
     QFETCH(QString, other);
     QFETCH(QString, answer);
-    if (answer.isEmpty())
-        PairingGate::instance().setHoldTimeForTesting(300ms);
     // A fresh install: nobody trusted, and the phones switched to do not answer pings.
-    ConnectionWatchdog::setTimingForTesting({ 10min, 3s, 3s, 10min });
-    PairingGate::instance().forget();
-    MobileDeviceListener listener(0);
+    TrustedPhone::forget();
+    makeApp({ answer.isEmpty() ? 300ms : 60s, { 10min, 3s, 3s, 10min } }, false);
+    MobileDeviceListener listener(m_app->phone, 0);
     QVERIFY(listener.start());
-    const auto send = [&listener](const QString& name, const QString& ip, const QString& email, const QString& url) {
-        const QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name }, { u"email"_qs, email },
-            { u"baseURL"_qs, url } };
-        return LoopbackClient::exchange(listener.port(),
-            LoopbackClient::request("POST", "/myInformation", QJsonDocument(message).toJson()), ip.toLatin1().constData());
-    };
-    AppWindow window;
+    const auto send
+        = [&listener](const QString& name, const QString& ip, const QString& email, const QString& url) {
+              const QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name },
+                  { u"email"_qs, email }, { u"baseURL"_qs, url } };
+              return LoopbackClient::exchange(listener.port(),
+                  LoopbackClient::request("POST", "/myInformation", QJsonDocument(message).toJson()),
+                  ip.toLatin1().constData());
+          };
+    AppWindow window(m_app->services);
     window.showPairing();
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
@@ -273,8 +281,10 @@ void TestShell::pairing()
     QCOMPARE(bar->messageLabel->textFormat(), Qt::PlainText);
     QFETCH(QString, shown);
     // Who asks, from where it really posted, for whom, and where its group service is.
-    QCOMPARE(bar->messageLabel->text(), QString(shown + u" (127.0.0.99, eve@example.com) wants to pair with this "
-                                                        u"computer\nIts group service is at 127.0.0.97"));
+    QCOMPARE(bar->messageLabel->text(),
+        QString(shown
+            + u" (127.0.0.99, eve@example.com) wants to pair with this "
+              u"computer\nIts group service is at 127.0.0.97"));
     QVERIFY(!bar->moreLabel->isVisible());
     QCOMPARE(QApplication::focusWidget(), focused); // a keystroke meant elsewhere cannot answer it
     QCOMPARE(bar->acceptButton->accessibleName(), QStringLiteral("Switch"));
@@ -282,7 +292,8 @@ void TestShell::pairing()
     QVERIFY(bar->acceptButton->focusPolicy() & Qt::TabFocus);
     // A newer request never replaces the one shown: it is counted.
     const QString shownText = bar->messageLabel->text();
-    QCOMPARE(send(u"Zoe's phone"_qs, u"127.0.0.98"_qs, u"zoe@example.com"_qs, u"http://127.0.0.98:8080/"_qs), 200);
+    QCOMPARE(
+        send(u"Zoe's phone"_qs, u"127.0.0.98"_qs, u"zoe@example.com"_qs, u"http://127.0.0.98:8080/"_qs), 200);
     QTRY_VERIFY(bar->moreLabel->isVisible());
     QCOMPARE(bar->moreLabel->text(), u"1 more request"_qs);
     QCOMPARE(bar->messageLabel->text(), shownText);
@@ -317,14 +328,15 @@ void TestShell::pairing()
 void TestShell::leavingThePhone_data()
 {
     QTest::addColumn<QString>("event");
-    for (const char* event : { "an error status is an answer", "one dropped ping", "phone is gone", "Forget this phone" })
+    for (const char* event :
+        { "an error status is an answer", "one dropped ping", "phone is gone", "Forget this phone" })
         QTest::newRow(event) << QString::fromLatin1(event);
 }
 
 void TestShell::leavingThePhone()
 {
     QFETCH(QString, event);
-    AppWindow window;
+    AppWindow window(m_app->services);
     window.showMain();
     window.show();
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
@@ -340,13 +352,14 @@ void TestShell::leavingThePhone()
         AboutViewController* about = main->vc3;
         main->selectAbout();
         QTRY_VERIFY(about->isVisible());
-        QCOMPARE(about->pairedPhone->text(), QStringLiteral("Paired with Ann's phone (127.0.0.1, alex.morgan@example.com)"));
+        QCOMPARE(about->pairedPhone->text(),
+            QStringLiteral("Paired with Ann's phone (127.0.0.1, alex.morgan@example.com)"));
         QCOMPARE(about->forgetButton->accessibleName(), QStringLiteral("Forget this phone"));
         dialogs.answers.enqueue(1); // Cancel: nothing happens
         QTest::mouseClick(about->forgetButton, Qt::LeftButton);
         QCOMPARE(dialogs.shown.size(), 1);
         QCOMPARE(dialogs.shown.at(0).title, u"Forget Ann's phone?"_qs);
-        QVERIFY(PairingGate::instance().trustedPhone());
+        QVERIFY(m_app->phone.trustedPhone());
         QCOMPARE(window.content(), main.data());
         dialogs.answers.enqueue(0);
         QTest::mouseClick(about->forgetButton, Qt::LeftButton);
@@ -355,8 +368,9 @@ void TestShell::leavingThePhone()
     } else {
         // Any answer is an answer; one ping that gets none (a Wi-Fi blip) changes nothing.
         const bool drop = event == u"one dropped ping";
-        QVERIFY(m_sim->setFault(drop ? QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true }, { u"times"_qs, 1 } }
-                                     : QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"status"_qs, 503 } }));
+        QVERIFY(m_sim->setFault(drop
+                ? QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true }, { u"times"_qs, 1 } }
+                : QJsonObject { { u"path"_qs, u"/ping"_qs }, { u"status"_qs, 503 } }));
         QVERIFY(m_sim->clearRequests());
         QTRY_VERIFY_WITH_TIMEOUT(pings() >= 12, 10000); // over the 600 ms the loss would take
         QCOMPARE(connection.count(), 0);
@@ -370,17 +384,18 @@ void TestShell::leavingThePhone()
     auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
     if (event == u"Forget this phone") {
         // Nothing trusted any more: no looking for it, and its screens are gone.
-        QVERIFY(!PairingGate::instance().trustedPhone());
+        QVERIFY(!m_app->phone.trustedPhone());
         QVERIFY(!TrustedPhone::load());
         QVERIFY(!pairing->contactLabel->isVisible());
         QTRY_VERIFY(!main);
     } else {
         // The user is told why, and the phone's screens wait for it.
         QVERIFY(pairing->contactLabel->isVisible());
-        QVERIFY2(pairing->contactLabel->text().startsWith(u"Lost contact with Ann's phone at "), qPrintable(pairing->contactLabel->text()));
+        QVERIFY2(pairing->contactLabel->text().startsWith(u"Lost contact with Ann's phone at "),
+            qPrintable(pairing->contactLabel->text()));
         QVERIFY(main);
         QCOMPARE(window.mainScreen(), main.data());
-        QVERIFY(PairingGate::instance().trustedPhone());
+        QVERIFY(m_app->phone.trustedPhone());
     }
     // The stored session stays for the next pairing.
     QCOMPARE(Settings::string(Settings::userEmailKey), QStringLiteral("alex.morgan@example.com"));
@@ -391,8 +406,8 @@ void TestShell::leavingThePhone()
 // when the phone answers again the same window comes back, as the user left it.
 void TestShell::lostAndFoundKeepsTheWindowAsItWas()
 {
-    ConnectionWatchdog::setTimingForTesting({});
-    AppWindow window;
+    makeApp({});
+    AppWindow window(m_app->services);
     window.showMain();
     window.show();
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
@@ -435,7 +450,9 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     const qint64 lostAfter = silence.elapsed();
     qInfo("silence to the lost-contact screen: %lld ms", lostAfter);
     QVERIFY2(lostAfter >= 3000 && lostAfter <= 6500, qPrintable(QString::number(lostAfter)));
-    QVERIFY(qobject_cast<QRCodeViewController*>(window.content())->contactLabel->text().startsWith(u"Lost contact"));
+    QVERIFY(qobject_cast<QRCodeViewController*>(window.content())
+                ->contactLabel->text()
+                .startsWith(u"Lost contact"));
 
     QVERIFY(m_sim->clearFaults());
     QElapsedTimer back;
@@ -455,18 +472,19 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
 // At start, a trusted phone that answers is connected without a QR scan or a pairing message.
 void TestShell::aStartFindsTheTrustedPhone()
 {
-    Session::instance().resetForTesting();
-    PairingGate::instance().restore();
-    QCOMPARE(Session::instance().phoneIPAddress(), u"127.0.0.1"_qs);
+    makeApp({ 60s, { 100ms, 300ms, 600ms, 200ms } }, false);
     QVERIFY(m_sim->clearRequests());
     // The phone is slow to answer at first; meanwhile a file comes from the file manager.
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
-    AppWindow window;
+    m_app->phone.start();
+    QCOMPARE(Session::instance().phoneIPAddress(), u"127.0.0.1"_qs);
+    AppWindow window(m_app->services);
     window.showPairing();
     window.show();
     QVERIFY(showsPairing(window));
     auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
-    QCOMPARE(pairing->contactLabel->text(), u"Looking for Ann's phone on the network. Or scan the code with another phone."_qs);
+    QCOMPARE(pairing->contactLabel->text(),
+        u"Looking for Ann's phone on the network. Or scan the code with another phone."_qs);
     const QString handed = m_home.filePath(u"handed.txt"_qs);
     {
         QFile file(handed);
@@ -489,7 +507,7 @@ void TestShell::aStartFindsTheTrustedPhone()
 // dialog, saying why, the overlay stops counting, and nothing is left behind.
 void TestShell::anOperationWhosePhoneIsLost()
 {
-    AppWindow window;
+    AppWindow window(m_app->services);
     window.showMain();
     window.show();
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
@@ -516,16 +534,19 @@ void TestShell::anOperationWhosePhoneIsLost()
         stillWhileOpen = overlay->detailLabel()->text() == detailWhenShown;
     };
     decrypt->uploadForDecryption();
-    QTRY_VERIFY_WITH_TIMEOUT(decrypt->overlay() && decrypt->overlay()->detailLabel()->text().startsWith(u"Waiting"), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        decrypt->overlay() && decrypt->overlay()->detailLabel()->text().startsWith(u"Waiting"), 5000);
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
     QTRY_VERIFY_WITH_TIMEOUT(!dialogs.shown.isEmpty(), 10000);
     QCOMPARE(dialogs.shown.at(0).title, u"Decryption failed"_qs);
-    QVERIFY2(dialogs.shown.at(0).message.startsWith(u"Contact with the phone was lost"), qPrintable(dialogs.shown.at(0).message));
+    QVERIFY2(dialogs.shown.at(0).message.startsWith(u"Contact with the phone was lost"),
+        qPrintable(dialogs.shown.at(0).message));
     QTRY_VERIFY(!decrypt->runningTask());
     QVERIFY(stillWhileOpen);
     // The mark stays; the result folder holds nothing new.
     QVERIFY(decrypt->intakeList()->files().at(0)->isChecked);
-    QCOMPARE(QDir(*WorkingFolders::decryptedFilesFolder()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList());
+    QCOMPARE(QDir(*WorkingFolders::decryptedFilesFolder()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
+        QStringList());
     QTRY_VERIFY_WITH_TIMEOUT(showsPairing(window), 5000);
 }
 
@@ -544,7 +565,7 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
     // fades and the fade ends inside the dialog's loop. The others are not shown: without the
     // fade a swap happens at once, so one that came too early shows.
     const bool late = dialog.endsWith(u"fade began");
-    AppWindow window;
+    AppWindow window(m_app->services);
     if (late)
         window.show();
     window.showMain();

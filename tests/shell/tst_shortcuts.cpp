@@ -1,7 +1,7 @@
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
-#include "pairing/ConnectionWatchdog.h"
 #include "common/TestFiles.h"
+#include "common/TestServices.h"
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
@@ -35,6 +35,7 @@ private Q_SLOTS:
     void quittingWhileAnOperationRunsAsks();
 
 private:
+    std::unique_ptr<TestServices> m_app;
     MainViewController* showMain(AppWindow& window);
     QTemporaryDir m_home;
     QString m_files;
@@ -51,7 +52,9 @@ void TestShortcuts::initTestCase()
         TestFiles::write(m_files + u'/' + QString::fromLatin1(name), "x");
     m_phone = std::make_unique<PairedPhone>();
     QVERIFY(m_phone->isRunning());
-    ConnectionWatchdog::setTimingForTesting({ 1h, 3s, 3s, 1h }); // no phone answers pings here
+    // No phone answers pings here: the watchdog must not end the main window during a test.
+    m_app = std::make_unique<TestServices>(
+        m_phone->port(), PhoneConnection::Options { 60s, { 1h, 3s, 3s, 1h } });
 }
 
 MainViewController* TestShortcuts::showMain(AppWindow& window)
@@ -68,7 +71,7 @@ MainViewController* TestShortcuts::showMain(AppWindow& window)
 void TestShortcuts::keysDoWhatTheyDo()
 {
     FakeDialogs dialogs;
-    AppWindow window;
+    AppWindow window(m_app->services);
     MainViewController* main = showMain(window);
     QVERIFY(main);
     QCOMPARE(main->currentScreen(), static_cast<QWidget*>(main->vc1));
@@ -120,7 +123,7 @@ void TestShortcuts::keysDoWhatTheyDo()
 void TestShortcuts::quittingWhileAnOperationRunsAsks()
 {
     FakeDialogs dialogs;
-    AppWindow window;
+    AppWindow window(m_app->services);
     new QuitGuard(&window);
     MainViewController* main = showMain(window);
     QVERIFY(main);
