@@ -1,12 +1,12 @@
 #include "desktop/DesktopNotifier.h"
 
+#include "desktop/DesktopLog.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QLoggingCategory>
 #include <QUrl>
-
-Q_LOGGING_CATEGORY(lcNotify, "varnex.desktop")
 
 namespace {
 
@@ -57,7 +57,7 @@ void DesktopNotifier::notify(const Note& note, std::function<void()> whenNotShow
         watcher->deleteLater();
         const QDBusPendingReply<uint> reply = *watcher;
         if (reply.isError()) {
-            qCInfo(lcNotify) << "No desktop notification:" << reply.error().message();
+            qCInfo(lcDesktop) << "No desktop notification:" << reply.error().message();
             if (whenNotShown)
                 whenNotShown();
             Q_EMIT notShown();

@@ -1,5 +1,7 @@
 #include "desktop/SingleInstance.h"
 
+#include "desktop/DesktopLog.h"
+
 #include <QDataStream>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -16,8 +18,6 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-
-Q_LOGGING_CATEGORY(lcInstance, "varnex.desktop")
 
 namespace {
 
@@ -135,7 +135,7 @@ bool SingleInstance::claim()
 {
     if (m_folder.isEmpty()) {
         // Nowhere private to hold a lock: run alone rather than not at all.
-        qCWarning(lcInstance, "No private folder for the single-instance lock; running without one");
+        qCWarning(lcDesktop, "No private folder for the single-instance lock; running without one");
         return true;
     }
     if (!QFileInfo::exists(m_folder))
@@ -158,7 +158,7 @@ bool SingleInstance::listen()
     // We hold the lock, so a socket left here belongs to a program that is gone.
     QLocalServer::removeServer(socketPath());
     if (!m_server->listen(socketPath())) {
-        qCWarning(lcInstance) << "Cannot listen for later starts:" << m_server->errorString();
+        qCWarning(lcDesktop) << "Cannot listen for later starts:" << m_server->errorString();
         return false;
     }
     connect(m_server, &QLocalServer::newConnection, this, &SingleInstance::accept);
@@ -195,8 +195,8 @@ void SingleInstance::read(QLocalSocket* socket)
         if (QDir::isAbsolutePath(path))
             paths.append(path);
     }
-    qCInfo(lcInstance).noquote() << "A later start handed over" << paths.size()
-                                 << "files:" << paths.join(u' ');
+    qCInfo(lcDesktop).noquote() << "A later start handed over" << paths.size()
+                                << "files:" << paths.join(u' ');
     Q_EMIT filesHandedOver(paths);
 }
 

@@ -23,6 +23,10 @@ AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* 
     , forgetButton(new QPushButton(this))
 {
     setObjectName(QStringLiteral("AboutViewController"));
+    version->setObjectName(QStringLiteral("version"));
+    versionNum->setObjectName(QStringLiteral("versionNum"));
+    pairedPhone->setObjectName(QStringLiteral("pairedPhone"));
+    forgetButton->setObjectName(QStringLiteral("forgetButton"));
     auto* logo = new QSvgWidget(QStringLiteral(":/images/varnex.svg"), this);
     logo->setFixedSize(112, 112);
     logo->setAccessibleName(QStringLiteral("Varnex"));
@@ -45,8 +49,7 @@ AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* 
     versionRow->addStretch();
 
     //: About screen: what the desktop application does
-    //% "Your phone holds your identity and does all encryption and decryption. This application sends it the
-    //files you choose and keeps the results in Documents/Varnex."
+    //% "Your phone holds your identity and does all encryption and decryption. This application sends it the files you choose and keeps the results in Documents/Varnex."
     auto* blurb = new QLabel(qtTrId("aboutDescription"), this);
     blurb->setWordWrap(true);
     blurb->setAlignment(Qt::AlignCenter);
@@ -99,8 +102,7 @@ void AboutViewController::showPairedPhone()
         //% "Paired with %1 (%2)"
         pairedPhone->setText(qtTrId("aboutPairedWith").arg(name, trusted->address));
     } else {
-        //: About screen: the phone this computer trusts. %1 is its name, %2 its address, %3 the e-mail of its
-        //: user.
+        //: About screen: the phone this computer trusts. %1 is its name, %2 its address, %3 the e-mail of its user.
         //% "Paired with %1 (%2, %3)"
         pairedPhone->setText(qtTrId("aboutPairedWithEmail").arg(name, trusted->address, trusted->email));
     }
@@ -115,8 +117,7 @@ void AboutViewController::confirmForget()
     //% "Forget %1?"
     const QString title = qtTrId("forgetPhoneTitle").arg(name);
     //: Question before forgetting the paired phone
-    //% "This computer will no longer connect to it by itself, and the next phone that scans the code asks to
-    //pair. The files in your lists stay."
+    //% "This computer will no longer connect to it by itself, and the next phone that scans the code asks to pair. The files in your lists stay."
     const QString message = qtTrId("forgetPhoneQuestion");
     //: Button that forgets the paired phone
     //% "Forget"

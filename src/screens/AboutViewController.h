@@ -15,11 +15,6 @@ class AboutViewController : public QWidget
 public:
     AboutViewController(const PhoneConnection& phone, QWidget* parent);
 
-    QLabel* version = nullptr;
-    QLabel* versionNum = nullptr;
-    QLabel* pairedPhone = nullptr;
-    QPushButton* forgetButton = nullptr;
-
     // Shows the trusted phone's current name, address and e-mail.
     void showPairedPhone();
 
@@ -34,4 +29,8 @@ private:
     void confirmForget();
 
     const PhoneConnection& m_phone;
+    QLabel* version = nullptr;
+    QLabel* versionNum = nullptr;
+    QLabel* pairedPhone = nullptr;
+    QPushButton* forgetButton = nullptr;
 };

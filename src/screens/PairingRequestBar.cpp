@@ -53,6 +53,9 @@ PairingRequestBar::PairingRequestBar(PhoneConnection& phone, QWidget* parent)
     , ignoreButton(new QPushButton(this))
 {
     setObjectName(QStringLiteral("PairingRequestBar"));
+    messageLabel->setObjectName(QStringLiteral("pairingRequestMessage"));
+    acceptButton->setObjectName(QStringLiteral("pairingAccept"));
+    ignoreButton->setObjectName(QStringLiteral("pairingIgnore"));
     // The bar is white whatever the system's colours, so its text and buttons carry their own
     // colours too (a dark desktop would otherwise give light text on white).
     setStyleSheet(
@@ -89,7 +92,13 @@ PairingRequestBar::PairingRequestBar(PhoneConnection& phone, QWidget* parent)
     connect(ignoreButton, &QPushButton::clicked, this, [this] { m_phone.ignorePending(m_pendingId); });
     connect(&phone, &PhoneConnection::pendingChanged, this, &PairingRequestBar::refresh);
     connect(&phone.session(), &Session::phoneConnectedChanged, this, &PairingRequestBar::refresh);
+    setTabOrder(acceptButton, ignoreButton);
     refresh();
+}
+
+QWidget* PairingRequestBar::lastControl() const
+{
+    return ignoreButton;
 }
 
 void PairingRequestBar::refresh()

@@ -19,14 +19,16 @@ class PairingRequestBar : public QFrame
 public:
     PairingRequestBar(PhoneConnection& phone, QWidget* parent);
 
-    QLabel* messageLabel = nullptr;
-    QLabel* moreLabel = nullptr;
-    QPushButton* acceptButton = nullptr; // "Pair", or "Switch" while a phone is connected
-    QPushButton* ignoreButton = nullptr;
+    // Where Tab goes on from the bar's own controls.
+    QWidget* lastControl() const;
 
 private:
     void refresh();
 
     PhoneConnection& m_phone;
+    QLabel* messageLabel = nullptr;
+    QLabel* moreLabel = nullptr;
+    QPushButton* acceptButton = nullptr; // "Pair", or "Switch" while a phone is connected
+    QPushButton* ignoreButton = nullptr;
     quint64 m_pendingId = 0;
 };

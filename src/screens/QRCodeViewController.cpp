@@ -111,6 +111,7 @@ void QRCodeViewController::viewDidLoad()
 
     auto* box = new RoundedPanel(Qt::white, 35, RoundedPanel::AllCorners, this);
     qrCodeWhiteBackground = box;
+    box->setObjectName(QStringLiteral("qrCodeWhiteBackground"));
     box->setPalette(Colors::lightPalette(box->palette()));
     auto* shadow = new QGraphicsDropShadowEffect(box);
     shadow->setBlurRadius(12);
@@ -122,6 +123,7 @@ void QRCodeViewController::viewDidLoad()
 
     QRCodeView = new QWidget(box);
     qrCodeImage = new QLabel(QRCodeView);
+    qrCodeImage->setObjectName(QStringLiteral("qrCodeImage"));
     qrCodeImage->setAlignment(Qt::AlignCenter);
     qrCodeImage->setMinimumSize(300, 300);
     //: Accessible name of the pairing QR code
@@ -132,6 +134,7 @@ void QRCodeViewController::viewDidLoad()
     codeLayout->addWidget(qrCodeImage);
 
     ipAdressLabel = new QLabel(box);
+    ipAdressLabel->setObjectName(QStringLiteral("ipAdressLabel"));
     ipAdressLabel->setAlignment(Qt::AlignCenter);
     ipAdressLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     QFont addressFont = ipAdressLabel->font();
@@ -186,6 +189,7 @@ void QRCodeViewController::viewDidLoad()
 
     // Version line in the bottom right corner.
     versionLabel = new QLabel(this);
+    versionLabel->setObjectName(QStringLiteral("versionLabel"));
     QFont versionFont = versionLabel->font();
     versionFont.setPointSize(11);
     versionLabel->setFont(versionFont);
@@ -215,8 +219,7 @@ void QRCodeViewController::showContact()
     const auto trusted = m_phone.trustedPhone();
     if (lost) {
         //: Pairing screen after the paired phone stopped answering. %1 is its name, %2 the time.
-        //% "Lost contact with %1 at %2. Varnex Desktop reconnects by itself as soon as the phone answers
-        //again."
+        //% "Lost contact with %1 at %2. Varnex Desktop reconnects by itself as soon as the phone answers again."
         contactLabel->setText(qtTrId("lostContact")
                                   .arg(Texts::deviceName(lost->name),
                                       QLocale().toString(lost->at.time(), QLocale::ShortFormat)));

@@ -43,6 +43,17 @@ public:
     static QImage renderQr(const QrMatrix& matrix, qreal devicePixelRatio = 1.0);
     static int quietZoneModules() { return 1; } // the white box around it adds the rest
 
+protected:
+    void showEvent(QShowEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void viewDidLoad();
+    void chooseAddress(int index);
+    void placeVersionLabel();
+    void showContact();
+
+    PhoneConnection& m_phone;
     QLabel* qrCodeImage = nullptr;
     QLabel* openVarnex = nullptr;
     QLabel* toUseVarnex = nullptr;
@@ -57,18 +68,6 @@ public:
     // desktop is looking for it after a start. Hidden on a first pairing.
     QLabel* contactLabel = nullptr;
     PairingRequestBar* pairingRequestBar = nullptr;
-
-protected:
-    void showEvent(QShowEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
-
-private:
-    void viewDidLoad();
-    void chooseAddress(int index);
-    void placeVersionLabel();
-    void showContact();
-
-    PhoneConnection& m_phone;
     QComboBox* m_selector = nullptr;
     QTimer m_refresher;
     QrMatrix m_matrix;

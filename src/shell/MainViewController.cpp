@@ -9,18 +9,21 @@
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/PairingRequestBar.h"
+#include "screens/RecipientsPanel.h"
 #include "shell/AppServices.h"
-#include "shell/Shortcuts.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
+#include "widgets/ShortcutTip.h"
 #include "widgets/TabList.h"
 
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
+#include <QLineEdit>
 #include <QLoggingCategory>
 #include <QPushButton>
+#include <QShortcut>
 #include <QStackedLayout>
 #include <QSvgWidget>
 #include <QToolButton>
@@ -76,7 +79,7 @@ MainViewController::MainViewController(AppServices& services, QWidget* parent)
 {
     setObjectName(QStringLiteral("main_vc"));
     viewDidLoad();
-    installShortcuts(this);
+    installShortcuts();
 }
 
 void MainViewController::viewDidLoad()
@@ -106,8 +109,12 @@ void MainViewController::viewDidLoad()
     //% "DECRYPT"
     decryptButtonCustom = makeTab(tabs, decryptBacking, qtTrId("decryptButton"));
     decryptButton->setAccessibleName(decryptButtonCustom->title());
+    encryptButtonTest->setObjectName(QStringLiteral("encryptTab"));
+    decryptButtonCustom->setObjectName(QStringLiteral("decryptTab"));
+    decryptButton->setObjectName(QStringLiteral("decryptTabBacking"));
 
     aboutButton = new QToolButton(this);
+    aboutButton->setObjectName(QStringLiteral("aboutButton"));
     aboutButton->setAutoRaise(true);
     aboutButton->setFixedSize(53, 53);
     aboutButton->setIconSize(QSize(30, 30));
@@ -141,6 +148,7 @@ void MainViewController::viewDidLoad()
     // The grey panel with its one rounded corner, holding the screens.
     auto* panel = new RoundedPanel(Colors::grayColor, 35, RoundedPanel::TopLeft, this);
     grayBackground = panel;
+    panel->setObjectName(QStringLiteral("grayBackground"));
     panel->setPalette(Colors::lightPalette(panel->palette()));
     container = new QWidget(panel);
     container->setObjectName(QStringLiteral("container"));
@@ -177,8 +185,7 @@ void MainViewController::viewDidLoad()
     // The same phone re-pairing under a new name, or found again.
     connect(&m_services.phone, &PhoneConnection::pairingApplied, this, &MainViewController::updateTitle);
 
-    setTabOrder(pairingRequestBar->acceptButton, pairingRequestBar->ignoreButton);
-    setTabOrder(pairingRequestBar->ignoreButton, encryptButtonTest);
+    setTabOrder(pairingRequestBar->lastControl(), encryptButtonTest);
     setTabOrder(encryptButtonTest, decryptButtonCustom);
     setTabOrder(decryptButtonCustom, aboutButton);
     qCInfo(lcMain, "🔵 MainViewController viewDidLoad finished");
@@ -324,4 +331,32 @@ void MainViewController::openFiles(const QStringList& paths)
     };
     qCInfo(lcMain).noquote() << "handed-over files listed: Encrypt:" << names(others)
                              << "| Decrypt:" << names(encrypted);
+}
+
+void MainViewController::installShortcuts()
+{
+    encryptButtonTest->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_1));
+    decryptButtonCustom->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_2));
+    aboutButton->setShortcut(QKeySequence(QKeySequence::HelpContents));
+    showShortcutInToolTip(aboutButton);
+    // A tab's tool tip sits on its backing, which the tab fills (a tool tip the tab has not
+    // goes to it): on the tab itself it would stand in for the accessible description,
+    // which says which tab is shown.
+    for (CustomButton* tab : { encryptButtonTest, decryptButtonCustom }) {
+        tab->parentWidget()->setToolTip(
+            tab->title() + QStringLiteral(" (") + tab->shortcut().toString(QKeySequence::NativeText) + u')');
+    }
+
+    // Find: the recipients' search, on the Encrypt screen (the only one with recipients).
+    auto* find = new QShortcut(QKeySequence::Find, this);
+    connect(find, &QShortcut::activated, this, [this] {
+        selectEncrypt();
+        QLineEdit* search = vc1->recipients->searchTextField;
+        search->setFocus(Qt::ShortcutFocusReason);
+        search->selectAll();
+    });
+    //: Tool tip of the recipients' search field; %1 is its shortcut (Ctrl+F)
+    //% "Search people and groups (%1)"
+    vc1->recipients->searchTextField->setToolTip(
+        qtTrId("searchShortcutTip").arg(find->key().toString(QKeySequence::NativeText)));
 }

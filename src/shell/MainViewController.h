@@ -27,6 +27,9 @@ public:
     void selectAbout();
 
     QWidget* currentScreen() const;
+    EncryptViewController* encryptScreen() const { return vc1; }
+    DecryptViewController* decryptScreen() const { return vc2; }
+    AboutViewController* aboutScreen() const { return vc3; }
 
     // ".vx" files to the Decrypt list, the others to Encrypt, each through the list's own
     // admission (as a drop); shows the screen of the first file.
@@ -35,6 +38,23 @@ public:
     // and move on to the screens of a phone the user switches to.
     QStringList intakeFiles() const;
 
+    // The colour the Encrypt tab's backing shows (dark orange once Decrypt was selected).
+    QColor encryptButtonBackground() const;
+    QString aboutIconName() const { return m_aboutIcon; }
+
+protected:
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void viewDidLoad();
+    // Ctrl+1, Ctrl+2, F1 and Find, shown in the tool tips.
+    void installShortcuts();
+    void viewDidAppear();
+    void showScreen(QWidget* screen);
+    void setAboutIcon(const QString& name);
+    void updateTitle();
+
+    AppServices& m_services;
     // The widgets the navigation drives.
     QWidget* container = nullptr;
     QWidget* encryptButton = nullptr; // backing of the Encrypt tab
@@ -47,22 +67,6 @@ public:
     DecryptViewController* vc2 = nullptr;
     AboutViewController* vc3 = nullptr;
     PairingRequestBar* pairingRequestBar = nullptr;
-
-    // The colour the Encrypt tab's backing shows (dark orange once Decrypt was selected).
-    QColor encryptButtonBackground() const;
-    QString aboutIconName() const { return m_aboutIcon; }
-
-protected:
-    void showEvent(QShowEvent* event) override;
-
-private:
-    void viewDidLoad();
-    void viewDidAppear();
-    void showScreen(QWidget* screen);
-    void setAboutIcon(const QString& name);
-    void updateTitle();
-
-    AppServices& m_services;
     QStackedLayout* m_stack = nullptr;
     QString m_aboutIcon;
 };

@@ -2,6 +2,7 @@
 // interfaces the Linux accessibility bus is fed from, and what a keyboard user gets.
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
+#include "common/Parts.h"
 #include "common/TestFiles.h"
 #include "common/TestServices.h"
 #include "files/FileListModel.h"
@@ -233,15 +234,15 @@ void TestAccessibility::everyControlHasAName()
     } else {
         auto* main = new MainViewController(m_app.services);
         window.reset(main);
-        main->vc1->intakeList()->addFiles(m_files.mid(0, 3));
-        main->vc2->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
-        fillRecipients(main->vc1->recipients->store());
+        main->encryptScreen()->intakeList()->addFiles(m_files.mid(0, 3));
+        main->decryptScreen()->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
+        fillRecipients(main->encryptScreen()->recipients->store());
         if (screen == u"decrypt")
             main->selectDecrypt();
         if (screen == u"about")
             main->selectAbout();
         if (screen == u"overlay")
-            (new EncryptingViewController(main->vc1))->show();
+            (new EncryptingViewController(main->encryptScreen()))->show();
     }
     window->resize(1100, 720);
     window->show();
@@ -430,8 +431,10 @@ void TestAccessibility::tabsAreATabList()
     main.resize(1100, 720);
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
-    QAccessibleInterface* encrypt = QAccessible::queryAccessibleInterface(main.encryptButtonTest);
-    QAccessibleInterface* decrypt = QAccessible::queryAccessibleInterface(main.decryptButtonCustom);
+    QAccessibleInterface* encrypt
+        = QAccessible::queryAccessibleInterface(part<CustomButton>(&main, "encryptTab"));
+    QAccessibleInterface* decrypt
+        = QAccessible::queryAccessibleInterface(part<CustomButton>(&main, "decryptTab"));
     // Page tabs in one page tab list, which the window's tree reaches.
     for (QAccessibleInterface* tab : { encrypt, decrypt }) {
         QCOMPARE(tab->role(), QAccessible::PageTab);
@@ -457,30 +460,30 @@ void TestAccessibility::tabsAreATabList()
 
     // Pressed by assistive technology: the other screen, the other tab selected, and told so.
     decrypt->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
-    QCOMPARE(main.currentScreen(), main.vc2);
+    QCOMPARE(main.currentScreen(), main.decryptScreen());
     QCOMPARE(selected(), u"decrypt"_qs);
     QVERIFY(std::any_of(told.begin(), told.end(), [](const Told& t) {
         return t.type == QAccessible::StateChanged && t.role == QAccessible::PageTab && t.state.selected;
     }));
-    QCOMPARE(QAccessible::queryAccessibleInterface(main.encryptButtonTest), encrypt);
+    QCOMPARE(QAccessible::queryAccessibleInterface(part<CustomButton>(&main, "encryptTab")), encrypt);
 
     // The arrow keys go round the tabs and select the one they reach; About selects none.
-    main.decryptButtonCustom->setFocus();
-    QTest::keyClick(main.decryptButtonCustom, Qt::Key_Right);
-    QVERIFY(main.encryptButtonTest->hasFocus());
-    QCOMPARE(main.currentScreen(), main.vc1);
+    part<CustomButton>(&main, "decryptTab")->setFocus();
+    QTest::keyClick(part<CustomButton>(&main, "decryptTab"), Qt::Key_Right);
+    QVERIFY(part<CustomButton>(&main, "encryptTab")->hasFocus());
+    QCOMPARE(main.currentScreen(), main.encryptScreen());
     QCOMPARE(selected(), u"encrypt"_qs);
-    QTest::keyClick(main.encryptButtonTest, Qt::Key_Left);
-    QVERIFY(main.decryptButtonCustom->hasFocus());
-    QCOMPARE(main.currentScreen(), main.vc2);
-    QTest::keyClick(main.decryptButtonCustom, Qt::Key_Home);
-    QCOMPARE(main.currentScreen(), main.vc1);
+    QTest::keyClick(part<CustomButton>(&main, "encryptTab"), Qt::Key_Left);
+    QVERIFY(part<CustomButton>(&main, "decryptTab")->hasFocus());
+    QCOMPARE(main.currentScreen(), main.decryptScreen());
+    QTest::keyClick(part<CustomButton>(&main, "decryptTab"), Qt::Key_Home);
+    QCOMPARE(main.currentScreen(), main.encryptScreen());
     main.selectAbout();
     QCOMPARE(selected(), QString());
     // Tab still leaves the tabs for the next control.
-    main.decryptButtonCustom->setFocus();
-    QTest::keyClick(main.decryptButtonCustom, Qt::Key_Tab);
-    QCOMPARE(QApplication::focusWidget(), main.aboutButton);
+    part<CustomButton>(&main, "decryptTab")->setFocus();
+    QTest::keyClick(part<CustomButton>(&main, "decryptTab"), Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), part<QToolButton>(&main, "aboutButton"));
 }
 
 void TestAccessibility::onlyRowsWhoseMarkChangedAreTold_data()
@@ -701,14 +704,14 @@ void TestAccessibility::keyboardOnlyJourney()
     dialogs.filesToChoose = m_files.mid(0, 3);
     MainViewController main(m_app.services);
     main.resize(1100, 720);
-    fillRecipients(main.vc1->recipients->store());
-    main.vc2->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
-    main.vc2->intakeList()->flip(0);
+    fillRecipients(main.encryptScreen()->recipients->store());
+    main.decryptScreen()->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
+    main.decryptScreen()->intakeList()->flip(0);
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
     QApplication::setActiveWindow(&main);
-    main.encryptButtonTest->setFocus();
-    EncryptViewController* screen = main.vc1;
+    part<CustomButton>(&main, "encryptTab")->setFocus();
+    EncryptViewController* screen = main.encryptScreen();
     RecipientsPanel* panel = screen->recipients;
 
     // The hint painted in the empty list reaches a screen reader too, and goes with the first file.
@@ -720,7 +723,8 @@ void TestAccessibility::keyboardOnlyJourney()
     QTRY_COMPARE(screen->filesToEncrypt().size(), 3);
     QCOMPARE(intake->childCount(), 3);
     QVERIFY(intake->text(QAccessible::Description).isEmpty());
-    const QList<QWidget*> everywhere { main.encryptButtonTest, main.decryptButtonCustom, main.aboutButton };
+    const QList<QWidget*> everywhere { part<CustomButton>(&main, "encryptTab"),
+        part<CustomButton>(&main, "decryptTab"), part<QToolButton>(&main, "aboutButton") };
     QCOMPARE(missedByTab(everywhere
                  + QList<QWidget*> { screen->chooseFilesButton, screen->selectDeselectAllButton,
                      screen->intakeTable, screen->openFolderButton, panel->createGroupButton,
@@ -770,10 +774,10 @@ void TestAccessibility::keyboardOnlyJourney()
     }
     QTRY_VERIFY_WITH_TIMEOUT(!screen->runningTask(), 20000);
 
-    QVERIFY(tabTo(main.decryptButtonCustom));
+    QVERIFY(tabTo(part<CustomButton>(&main, "decryptTab")));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-    QCOMPARE(main.currentScreen(), main.vc2);
-    FileScreen* decrypt = main.vc2;
+    QCOMPARE(main.currentScreen(), main.decryptScreen());
+    FileScreen* decrypt = main.decryptScreen();
     QCOMPARE(missedByTab(everywhere
                  + QList<QWidget*> { decrypt->chooseFilesButton, decrypt->selectDeselectAllButton,
                      decrypt->intakeTable, decrypt->openFolderButton, decrypt->removeFilesButton,

@@ -1,6 +1,7 @@
 #include "app/Session.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
+#include "common/Parts.h"
 #include "common/TestFiles.h"
 #include "common/TestServices.h"
 #include "screens/DecryptViewController.h"
@@ -105,12 +106,14 @@ void TestOpenFiles::routing()
     QTRY_VERIFY(main = qobject_cast<MainViewController*>(window.content()));
     if (!beforePairing)
         window.openFiles(paths);
-    QTRY_COMPARE(TestFiles::fileNames(main->vc1->filesToEncrypt()), encrypt);
-    QTRY_COMPARE(TestFiles::fileNames(main->vc2->filesToDecrypt()), decrypt);
+    QTRY_COMPARE(TestFiles::fileNames(main->encryptScreen()->filesToEncrypt()), encrypt);
+    QTRY_COMPARE(TestFiles::fileNames(main->decryptScreen()->filesToDecrypt()), decrypt);
     QCOMPARE(main->currentScreen()->objectName(), shown);
     QCOMPARE(fake.shown.size(), dialogs);
     // Files from outside arrive unmarked, as dropped ones do.
-    QCOMPARE(main->vc1->intakeList()->markedCount() + main->vc2->intakeList()->markedCount(), 0);
+    QCOMPARE(main->encryptScreen()->intakeList()->markedCount()
+            + main->decryptScreen()->intakeList()->markedCount(),
+        0);
 }
 
 QTEST_MAIN(TestOpenFiles)

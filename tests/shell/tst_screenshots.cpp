@@ -5,6 +5,7 @@
 #include "api/RecordDecoding.h"
 #include "app/Session.h"
 #include "app/Translations.h"
+#include "common/Parts.h"
 #include "common/Settle.h"
 #include "common/TestFiles.h"
 #include "common/TestServices.h"
@@ -437,12 +438,13 @@ void TestScreenshots::screens()
         window.setContent(pairing);
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
-        const QSizeF code = pairing->qrCodeImage->pixmap().deviceIndependentSize();
+        const QSizeF code = part<QLabel>(pairing, "qrCodeImage")->pixmap().deviceIndependentSize();
         QCOMPARE(std::fmod(code.width(), QRCodeViewController::moduleSize), 0.0);
         QVERIFY(code.width() >= 21 * QRCodeViewController::moduleSize);
-        QVERIFY(pairing->qrCodeImage->width() >= code.width());
+        QVERIFY(part<QLabel>(pairing, "qrCodeImage")->width() >= code.width());
         const auto rect = [pairing](QWidget* w) { return QRect(w->mapTo(pairing, QPoint()), w->size()); };
-        QVERIFY(rect(pairing->qrCodeWhiteBackground).contains(rect(pairing->qrCodeImage)));
+        QVERIFY(rect(part<QWidget>(pairing, "qrCodeWhiteBackground"))
+                    .contains(rect(part<QLabel>(pairing, "qrCodeImage"))));
         save(&window, u"pairing"_qs);
     }
     // A first phone asks to pair, and the screen after contact with the trusted phone was lost.
@@ -471,7 +473,8 @@ void TestScreenshots::screens()
         window.setContent(pairing);
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
-        QTRY_VERIFY(lost ? pairing->contactLabel->isVisible() : pairing->pairingRequestBar->isVisible());
+        QTRY_VERIFY(lost ? part<QLabel>(pairing, "contactLabel")->isVisible()
+                         : part<PairingRequestBar>(pairing, "PairingRequestBar")->isVisible());
         save(&window, lost ? u"pairing-lost"_qs : u"pairing-pair-request"_qs);
     }
     QRCodeViewController::setAddressSourceForTesting({});
@@ -500,9 +503,12 @@ void TestScreenshots::screens()
         QTRY_VERIFY(bar->isVisible());
         const QImage picture = bar->grab().toImage();
         const QColor behind = picture.pixelColor(QPoint(6, picture.height() / 2));
-        const QColor text = bar->messageLabel->palette().color(bar->messageLabel->foregroundRole());
+        const QColor text = part<QLabel>(bar, "pairingRequestMessage")
+                                ->palette()
+                                .color(part<QLabel>(bar, "pairingRequestMessage")->foregroundRole());
         QVERIFY2(contrast(text, behind) >= 4.5, qPrintable(text.name() + u" on "_qs + behind.name()));
-        for (QPushButton* button : { bar->acceptButton, bar->ignoreButton }) {
+        for (QPushButton* button :
+            { part<QPushButton>(bar, "pairingAccept"), part<QPushButton>(bar, "pairingIgnore") }) {
             const QImage face = button->grab().toImage();
             // Inside the left padding, clear of the border and the title.
             const QColor fill = face.pixelColor(QPoint(int(6 * face.devicePixelRatio()), face.height() / 2));
@@ -520,22 +526,24 @@ void TestScreenshots::screens()
     save(&window, u"encrypt-empty"_qs);
 
     // Tabs stand on the panel and keep their height whichever is selected.
-    const int tabHeight = main.encryptButtonTest->height();
+    const int tabHeight = part<CustomButton>(&main, "encryptTab")->height();
     for (auto select : { &MainViewController::selectDecrypt, &MainViewController::selectAbout,
              &MainViewController::selectEncrypt }) {
         (main.*select)();
         QVERIFY(waitUntilDrawingSettles(&window, settleMs));
-        for (CustomButton* tab : { main.encryptButtonTest, main.decryptButtonCustom }) {
+        for (CustomButton* tab :
+            { part<CustomButton>(&main, "encryptTab"), part<CustomButton>(&main, "decryptTab") }) {
             QCOMPARE(tab->height(), tabHeight);
             QCOMPARE(tab->mapTo(&main, QPoint(0, tab->height())).y(),
-                main.grayBackground->mapTo(&main, QPoint()).y());
+                part<QWidget>(&main, "grayBackground")->mapTo(&main, QPoint()).y());
         }
     }
 
     // The strokes under each intake title join into one rule, from under the title to under
     // the last button: no gap between them and nothing hanging past the buttons.
-    for (FileScreen* screen : { static_cast<FileScreen*>(main.vc1), static_cast<FileScreen*>(main.vc2) }) {
-        const bool decrypt = screen == main.vc2;
+    for (FileScreen* screen :
+        { static_cast<FileScreen*>(main.encryptScreen()), static_cast<FileScreen*>(main.decryptScreen()) }) {
+        const bool decrypt = screen == main.decryptScreen();
         if (decrypt)
             main.selectDecrypt();
         const QList<Line*> lines = screen->lines();
@@ -553,7 +561,7 @@ void TestScreenshots::screens()
     }
     main.selectEncrypt();
 
-    EncryptViewController* encrypt = main.vc1;
+    EncryptViewController* encrypt = main.encryptScreen();
     // The focus border is always there, clear until focused: focus changes neither size nor title.
     const QSize upload = encrypt->chooseFilesButton->sizeHint();
     encrypt->chooseFilesButton->setFocus();
@@ -572,7 +580,8 @@ void TestScreenshots::screens()
     store->clickRow(0); // Ann Lee
     save(&window, u"encrypt"_qs);
     main.selectDecrypt();
-    main.vc2->intakeList()->addFiles({ *WorkingFolders::encryptedFilesFolder() + u"/contract.pdf.vx"_qs });
+    main.decryptScreen()->intakeList()->addFiles(
+        { *WorkingFolders::encryptedFilesFolder() + u"/contract.pdf.vx"_qs });
     save(&window, u"decrypt"_qs);
     main.selectAbout();
     save(&window, u"about"_qs);

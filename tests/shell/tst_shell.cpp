@@ -2,6 +2,7 @@
 #include "app/Settings.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
+#include "common/Parts.h"
 #include "common/PhoneSimProcess.h"
 #include "common/SignalCounter.h"
 #include "common/TestServices.h"
@@ -184,25 +185,26 @@ void TestShell::navigationLooks()
     main.show();
     QVERIFY(QTest::qWaitForWindowExposed(&main));
     // The screens are made once and kept while hidden.
-    const QList<QPointer<QWidget>> screens { main.vc1, main.vc2, main.vc3 };
+    const QList<QPointer<QWidget>> screens { main.encryptScreen(), main.decryptScreen(), main.aboutScreen() };
     // Through the buttons, as a user would.
-    const QHash<QString, QWidget*> buttons { { u"encrypt"_qs, main.encryptButtonTest },
-        { u"decrypt"_qs, main.decryptButtonCustom }, { u"about"_qs, main.aboutButton } };
+    const QHash<QString, QWidget*> buttons { { u"encrypt"_qs, part<CustomButton>(&main, "encryptTab") },
+        { u"decrypt"_qs, part<CustomButton>(&main, "decryptTab") },
+        { u"about"_qs, part<QToolButton>(&main, "aboutButton") } };
     for (const QString& action : actions)
         QTest::mouseClick(buttons.value(action), Qt::LeftButton);
     QVERIFY(screens.at(screen));
     QCOMPARE(main.currentScreen(), screens.at(screen).data());
     // What is drawn, once the tabs' animations are over.
-    QTRY_VERIFY(looksLike(main.encryptButtonTest, encryptTab));
-    QTRY_VERIFY(looksLike(main.decryptButtonCustom, decryptTab));
-    QCOMPARE(main.encryptButtonTest->isChecked(), encryptTab.on);
-    QCOMPARE(main.decryptButtonCustom->isChecked(), decryptTab.on);
+    QTRY_VERIFY(looksLike(part<CustomButton>(&main, "encryptTab"), encryptTab));
+    QTRY_VERIFY(looksLike(part<CustomButton>(&main, "decryptTab"), decryptTab));
+    QCOMPARE(part<CustomButton>(&main, "encryptTab")->isChecked(), encryptTab.on);
+    QCOMPARE(part<CustomButton>(&main, "decryptTab")->isChecked(), decryptTab.on);
     QTEST(main.aboutIconName(), "icon");
     QCOMPARE(main.encryptButtonBackground() == Colors::darkOrange, backingDarkOrange);
-    QCOMPARE(main.encryptButtonTest->title(), QStringLiteral("ENCRYPT"));
-    QCOMPARE(main.decryptButtonCustom->title(), QStringLiteral("DECRYPT"));
-    QCOMPARE(main.vc3->version->text(), QStringLiteral("Version"));
-    QCOMPARE(main.vc3->versionNum->text(), QStringLiteral("1.0.0"));
+    QCOMPARE(part<CustomButton>(&main, "encryptTab")->title(), QStringLiteral("ENCRYPT"));
+    QCOMPARE(part<CustomButton>(&main, "decryptTab")->title(), QStringLiteral("DECRYPT"));
+    QCOMPARE(part<QLabel>(main.aboutScreen(), "version")->text(), QStringLiteral("Version"));
+    QCOMPARE(part<QLabel>(main.aboutScreen(), "versionNum")->text(), QStringLiteral("1.0.0"));
 }
 
 void TestShell::pairing_data()
@@ -246,24 +248,24 @@ void TestShell::pairing()
     QVERIFY(showsPairing(window));
     QCOMPARE(window.windowTitle(), title());
     auto* pairingScreen = qobject_cast<QRCodeViewController*>(window.content());
-    QVERIFY(!pairingScreen->contactLabel->isVisible()); // nothing was lost: a first pairing
+    QVERIFY(!part<QLabel>(pairingScreen, "contactLabel")->isVisible()); // nothing was lost: a first pairing
 
     // Even the very first phone waits for the user, on the pairing screen.
     QCOMPARE(send(first, u"127.0.0.1"_qs, u"ann@example.com"_qs, m_sim->baseUrl()), 200);
-    PairingRequestBar* firstBar = pairingScreen->pairingRequestBar;
+    PairingRequestBar* firstBar = part<PairingRequestBar>(pairingScreen, "PairingRequestBar");
     QTRY_VERIFY(firstBar->isVisible());
-    QCOMPARE(firstBar->acceptButton->text(), u"Pair"_qs);
+    QCOMPARE(part<QPushButton>(firstBar, "pairingAccept")->text(), u"Pair"_qs);
     QVERIFY(showsPairing(window));
     QVERIFY(!Session::instance().isPhoneConnected());
     QElapsedTimer clock;
     clock.start();
-    QTest::mouseClick(firstBar->acceptButton, Qt::LeftButton);
+    QTest::mouseClick(part<QPushButton>(firstBar, "pairingAccept"), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<MainViewController*>(window.content()) != nullptr, 2000);
     QVERIFY(clock.elapsed() < 900); // at once, not at the next poll
     const QString firstShown = first.isEmpty() ? QString() : first;
     QTRY_COMPARE(window.windowTitle(), title(firstShown, true));
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
-    const QPointer<PairingRequestBar> bar = main->pairingRequestBar;
+    const QPointer<PairingRequestBar> bar = part<PairingRequestBar>(main, "PairingRequestBar");
     QVERIFY(!bar->isVisible());
     // A file the user listed: theirs, not the phone's.
     const QString listed = m_home.filePath(u"listed.txt"_qs);
@@ -271,46 +273,47 @@ void TestShell::pairing()
         QFile file(listed);
         QVERIFY(file.open(QIODevice::WriteOnly));
     }
-    main->vc1->addFiles({ listed });
+    main->encryptScreen()->addFiles({ listed });
     QCOMPARE(main->intakeFiles(), QStringList { listed });
 
     QWidget* focused = QApplication::focusWidget();
     // Its group service on another host (loopback too: tests reach no other address).
     QCOMPARE(send(other, u"127.0.0.99"_qs, u"eve@example.com"_qs, u"http://127.0.0.97:8080/"_qs), 200);
     QTRY_VERIFY(bar->isVisible());
-    QCOMPARE(bar->messageLabel->textFormat(), Qt::PlainText);
+    QCOMPARE(part<QLabel>(bar, "pairingRequestMessage")->textFormat(), Qt::PlainText);
     QFETCH(QString, shown);
     // Who asks, from where it really posted, for whom, and where its group service is.
-    QCOMPARE(bar->messageLabel->text(),
+    QCOMPARE(part<QLabel>(bar, "pairingRequestMessage")->text(),
         QString(shown
             + u" (127.0.0.99, eve@example.com) wants to pair with this "
               u"computer\nIts group service is at 127.0.0.97"));
-    QVERIFY(!bar->moreLabel->isVisible());
+    QVERIFY(!part<QLabel>(bar, "moreRequests")->isVisible());
     QCOMPARE(QApplication::focusWidget(), focused); // a keystroke meant elsewhere cannot answer it
-    QCOMPARE(bar->acceptButton->accessibleName(), QStringLiteral("Switch"));
-    QCOMPARE(bar->ignoreButton->accessibleName(), QStringLiteral("Ignore"));
-    QVERIFY(bar->acceptButton->focusPolicy() & Qt::TabFocus);
+    QCOMPARE(part<QPushButton>(bar, "pairingAccept")->accessibleName(), QStringLiteral("Switch"));
+    QCOMPARE(part<QPushButton>(bar, "pairingIgnore")->accessibleName(), QStringLiteral("Ignore"));
+    QVERIFY(part<QPushButton>(bar, "pairingAccept")->focusPolicy() & Qt::TabFocus);
     // A newer request never replaces the one shown: it is counted.
-    const QString shownText = bar->messageLabel->text();
+    const QString shownText = part<QLabel>(bar, "pairingRequestMessage")->text();
     QCOMPARE(
         send(u"Zoe's phone"_qs, u"127.0.0.98"_qs, u"zoe@example.com"_qs, u"http://127.0.0.98:8080/"_qs), 200);
-    QTRY_VERIFY(bar->moreLabel->isVisible());
-    QCOMPARE(bar->moreLabel->text(), u"1 more request"_qs);
-    QCOMPARE(bar->messageLabel->text(), shownText);
+    QTRY_VERIFY(part<QLabel>(bar, "moreRequests")->isVisible());
+    QCOMPARE(part<QLabel>(bar, "moreRequests")->text(), u"1 more request"_qs);
+    QCOMPARE(part<QLabel>(bar, "pairingRequestMessage")->text(), shownText);
     // Nothing changes until the user says so.
     QCOMPARE(window.windowTitle(), title(firstShown, true));
     QCOMPARE(Session::instance().phoneIPAddress(), QStringLiteral("127.0.0.1"));
 
     if (answer == u"Switch") {
-        bar->acceptButton->setFocus();
-        QTest::keyClick(bar->acceptButton, Qt::Key_Space);
+        part<QPushButton>(bar, "pairingAccept")->setFocus();
+        QTest::keyClick(part<QPushButton>(bar, "pairingAccept"), Qt::Key_Space);
     } else if (answer == u"Ignore") {
-        QTest::mouseClick(bar->ignoreButton, Qt::LeftButton);
+        QTest::mouseClick(part<QPushButton>(bar, "pairingIgnore"), Qt::LeftButton);
     }
     const bool switched = answer == u"Switch";
     // Switch opens fresh screens: the old phone's people, groups and group ids mean nothing to
     // the new one.
-    QTRY_VERIFY_WITH_TIMEOUT(switched ? !main : bar->messageLabel->text() != shownText, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        switched ? !main : part<QLabel>(bar, "pairingRequestMessage")->text() != shownText, 5000);
     auto* now = qobject_cast<MainViewController*>(window.content());
     QVERIFY(now);
     QCOMPARE(Session::instance().phoneIPAddress(), switched ? u"127.0.0.99"_qs : u"127.0.0.1"_qs);
@@ -318,11 +321,14 @@ void TestShell::pairing()
         Settings::string(Settings::userEmailKey), switched ? u"eve@example.com"_qs : u"ann@example.com"_qs);
     QTRY_COMPARE(window.windowTitle(), title(switched ? shown : firstShown, true));
     QTRY_COMPARE(now->intakeFiles(), QStringList { listed }); // fresh screens, the same files
-    QCOMPARE(now->vc3->pairedPhone->text(),
+    QCOMPARE(part<QLabel>(now->aboutScreen(), "pairedPhone")->text(),
         switched ? u"Paired with %1 (127.0.0.99, eve@example.com)"_qs.arg(shown)
                  : u"Paired with %1 (127.0.0.1, ann@example.com)"_qs.arg(firstShown));
     // The next request, Zoe's, is shown now (unanswered, it lapses).
-    QTRY_COMPARE(now->pairingRequestBar->messageLabel->text().left(12), u"Zoe's phone "_qs);
+    QTRY_COMPARE(part<QLabel>(part<PairingRequestBar>(now, "PairingRequestBar"), "pairingRequestMessage")
+                     ->text()
+                     .left(12),
+        u"Zoe's phone "_qs);
 }
 
 void TestShell::leavingThePhone_data()
@@ -349,20 +355,21 @@ void TestShell::leavingThePhone()
     };
     FakeDialogs dialogs;
     if (event == u"Forget this phone") {
-        AboutViewController* about = main->vc3;
+        AboutViewController* about = main->aboutScreen();
         main->selectAbout();
         QTRY_VERIFY(about->isVisible());
-        QCOMPARE(about->pairedPhone->text(),
+        QCOMPARE(part<QLabel>(about, "pairedPhone")->text(),
             QStringLiteral("Paired with Ann's phone (127.0.0.1, alex.morgan@example.com)"));
-        QCOMPARE(about->forgetButton->accessibleName(), QStringLiteral("Forget this phone"));
+        QCOMPARE(
+            part<QPushButton>(about, "forgetButton")->accessibleName(), QStringLiteral("Forget this phone"));
         dialogs.answers.enqueue(1); // Cancel: nothing happens
-        QTest::mouseClick(about->forgetButton, Qt::LeftButton);
+        QTest::mouseClick(part<QPushButton>(about, "forgetButton"), Qt::LeftButton);
         QCOMPARE(dialogs.shown.size(), 1);
         QCOMPARE(dialogs.shown.at(0).title, u"Forget Ann's phone?"_qs);
         QVERIFY(m_app->phone.trustedPhone());
         QCOMPARE(window.content(), main.data());
         dialogs.answers.enqueue(0);
-        QTest::mouseClick(about->forgetButton, Qt::LeftButton);
+        QTest::mouseClick(part<QPushButton>(about, "forgetButton"), Qt::LeftButton);
     } else if (event == u"phone is gone") {
         m_sim->stop();
     } else {
@@ -386,13 +393,14 @@ void TestShell::leavingThePhone()
         // Nothing trusted any more: no looking for it, and its screens are gone.
         QVERIFY(!m_app->phone.trustedPhone());
         QVERIFY(!TrustedPhone::load());
-        QVERIFY(!pairing->contactLabel->isVisible());
+        QVERIFY(!part<QLabel>(pairing, "contactLabel")->isVisible());
         QTRY_VERIFY(!main);
     } else {
         // The user is told why, and the phone's screens wait for it.
-        QVERIFY(pairing->contactLabel->isVisible());
-        QVERIFY2(pairing->contactLabel->text().startsWith(u"Lost contact with Ann's phone at "),
-            qPrintable(pairing->contactLabel->text()));
+        QVERIFY(part<QLabel>(pairing, "contactLabel")->isVisible());
+        QVERIFY2(
+            part<QLabel>(pairing, "contactLabel")->text().startsWith(u"Lost contact with Ann's phone at "),
+            qPrintable(part<QLabel>(pairing, "contactLabel")->text()));
         QVERIFY(main);
         QCOMPARE(window.mainScreen(), main.data());
         QVERIFY(m_app->phone.trustedPhone());
@@ -412,8 +420,8 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     window.show();
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
     QVERIFY(main);
-    EncryptViewController* encrypt = main->vc1;
-    DecryptViewController* decrypt = main->vc2;
+    EncryptViewController* encrypt = main->encryptScreen();
+    DecryptViewController* decrypt = main->decryptScreen();
     RecipientsPanel* panel = encrypt->recipients;
     QTRY_VERIFY_WITH_TIMEOUT(panel->store()->associatedRowCount() >= 3, 5000);
     // The user's work: files in both lists, one marked, a recipient chosen, a search typed, the
@@ -450,9 +458,7 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     const qint64 lostAfter = silence.elapsed();
     qInfo("silence to the lost-contact screen: %lld ms", lostAfter);
     QVERIFY2(lostAfter >= 3000 && lostAfter <= 6500, qPrintable(QString::number(lostAfter)));
-    QVERIFY(qobject_cast<QRCodeViewController*>(window.content())
-                ->contactLabel->text()
-                .startsWith(u"Lost contact"));
+    QVERIFY(part<QLabel>(window.content(), "contactLabel")->text().startsWith(u"Lost contact"));
 
     QVERIFY(m_sim->clearFaults());
     QElapsedTimer back;
@@ -483,7 +489,7 @@ void TestShell::aStartFindsTheTrustedPhone()
     window.show();
     QVERIFY(showsPairing(window));
     auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
-    QCOMPARE(pairing->contactLabel->text(),
+    QCOMPARE(part<QLabel>(pairing, "contactLabel")->text(),
         u"Looking for Ann's phone on the network. Or scan the code with another phone."_qs);
     const QString handed = m_home.filePath(u"handed.txt"_qs);
     {
@@ -498,7 +504,7 @@ void TestShell::aStartFindsTheTrustedPhone()
     // people arrive now that the phone does.
     auto* main = qobject_cast<MainViewController*>(window.content());
     QCOMPARE(main->intakeFiles(), QStringList { handed });
-    QTRY_VERIFY_WITH_TIMEOUT(main->vc1->recipients->store()->associatedRowCount() > 0, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(main->encryptScreen()->recipients->store()->associatedRowCount() > 0, 5000);
     for (const auto& r : m_sim->requests())
         QVERIFY(r[u"path"].toString() != u"/myInformation"_qs);
 }
@@ -511,7 +517,7 @@ void TestShell::anOperationWhosePhoneIsLost()
     window.showMain();
     window.show();
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
-    DecryptViewController* decrypt = main->vc2;
+    DecryptViewController* decrypt = main->decryptScreen();
     const QString file = m_home.filePath(u"lost.txt.vx"_qs);
     {
         QFile f(file);
@@ -572,7 +578,7 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
     QPointer<MainViewController> main = qobject_cast<MainViewController*>(window.content());
     QVERIFY(main);
     QSignalSpy lost(&Session::instance(), &Session::phoneConnectedChanged);
-    EncryptViewController* encrypt = main->vc1;
+    EncryptViewController* encrypt = main->encryptScreen();
     RecipientsPanel* panel = encrypt->recipients;
     QTRY_VERIFY_WITH_TIMEOUT(panel->store()->groups.size() >= 2, 5000);
 
@@ -616,7 +622,7 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
             panel->menuRemoveMember(family);
     } else if (dialog == u"operation failure") {
         QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"status"_qs, 500 } }));
-        DecryptViewController* decrypt = main->vc2;
+        DecryptViewController* decrypt = main->decryptScreen();
         decrypt->addFiles({ file });
         decrypt->intakeList()->flip(0);
         decrypt->uploadForDecryption();

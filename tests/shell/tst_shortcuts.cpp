@@ -1,5 +1,6 @@
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
+#include "common/Parts.h"
 #include "common/TestFiles.h"
 #include "common/TestServices.h"
 #include "screens/AboutViewController.h"
@@ -74,47 +75,49 @@ void TestShortcuts::keysDoWhatTheyDo()
     AppWindow window(m_app->services);
     MainViewController* main = showMain(window);
     QVERIFY(main);
-    QCOMPARE(main->currentScreen(), static_cast<QWidget*>(main->vc1));
+    QCOMPARE(main->currentScreen(), static_cast<QWidget*>(main->encryptScreen()));
 
     QTest::keyClick(&window, Qt::Key_2, Qt::ControlModifier);
-    QTRY_COMPARE(main->currentScreen(), static_cast<QWidget*>(main->vc2));
+    QTRY_COMPARE(main->currentScreen(), static_cast<QWidget*>(main->decryptScreen()));
     // Ctrl+O chooses files for the screen shown: the Decrypt screen's chooser.
     dialogs.filesToChoose = { m_files + QStringLiteral("/c.vx") };
     QTest::keyClick(&window, Qt::Key_O, Qt::ControlModifier);
-    QTRY_COMPARE(main->vc2->filesToDecrypt().size(), 1);
+    QTRY_COMPARE(main->decryptScreen()->filesToDecrypt().size(), 1);
     QCOMPARE(dialogs.chooseFilesFolder, *WorkingFolders::encryptedFilesFolder());
-    QCOMPARE(main->vc1->filesToEncrypt().size(), 0);
+    QCOMPARE(main->encryptScreen()->filesToEncrypt().size(), 0);
 
     QTest::keyClick(&window, Qt::Key_1, Qt::ControlModifier);
-    QTRY_COMPARE(main->currentScreen(), static_cast<QWidget*>(main->vc1));
-    main->vc1->addFiles({ m_files + QStringLiteral("/a.txt"), m_files + QStringLiteral("/b.txt") });
+    QTRY_COMPARE(main->currentScreen(), static_cast<QWidget*>(main->encryptScreen()));
+    main->encryptScreen()->addFiles(
+        { m_files + QStringLiteral("/a.txt"), m_files + QStringLiteral("/b.txt") });
     // Ctrl+A marks all, Delete removes the marked ones; on the Decrypt list nothing changes.
-    main->vc1->intakeTable->setFocus();
+    main->encryptScreen()->intakeTable->setFocus();
     QTest::keyClick(&window, Qt::Key_A, Qt::ControlModifier);
-    QTRY_COMPARE(main->vc1->intakeList()->markedCount(), 2);
+    QTRY_COMPARE(main->encryptScreen()->intakeList()->markedCount(), 2);
     QTest::keyClick(&window, Qt::Key_Delete);
-    QTRY_COMPARE(main->vc1->filesToEncrypt().size(), 0);
-    QCOMPARE(main->vc2->filesToDecrypt().size(), 1);
+    QTRY_COMPARE(main->encryptScreen()->filesToEncrypt().size(), 0);
+    QCOMPARE(main->decryptScreen()->filesToDecrypt().size(), 1);
 
     // Ctrl+F: the recipients' search, from any screen; there Ctrl+A is the field's own.
     QTest::keyClick(&window, Qt::Key_F1);
-    QTRY_COMPARE(main->currentScreen(), static_cast<QWidget*>(main->vc3));
+    QTRY_COMPARE(main->currentScreen(), static_cast<QWidget*>(main->aboutScreen()));
     QTest::keyClick(&window, Qt::Key_F, Qt::ControlModifier);
-    QLineEdit* search = main->vc1->recipients->searchTextField;
+    QLineEdit* search = main->encryptScreen()->recipients->searchTextField;
     QTRY_VERIFY(search->hasFocus());
-    QCOMPARE(main->currentScreen(), static_cast<QWidget*>(main->vc1));
-    main->vc1->addFiles({ m_files + QStringLiteral("/a.txt") });
+    QCOMPARE(main->currentScreen(), static_cast<QWidget*>(main->encryptScreen()));
+    main->encryptScreen()->addFiles({ m_files + QStringLiteral("/a.txt") });
     QTest::keyClicks(search, QStringLiteral("ben"));
     QTest::keyClick(search, Qt::Key_A, Qt::ControlModifier);
     QCOMPARE(search->selectedText(), QStringLiteral("ben"));
-    QCOMPARE(main->vc1->intakeList()->markedCount(), 0);
+    QCOMPARE(main->encryptScreen()->intakeList()->markedCount(), 0);
 
     // Seen in tool tips, and heard as the buttons' key bindings.
-    QCOMPARE(main->vc1->chooseFilesButton->toolTip(),
+    QCOMPARE(main->encryptScreen()->chooseFilesButton->toolTip(),
         QStringLiteral("Choose files to add, or drop them on the list (Ctrl+O)"));
-    QCOMPARE(main->decryptButton->toolTip(), QStringLiteral("DECRYPT (Ctrl+2)"));
-    QCOMPARE(main->aboutButton->toolTip(), QStringLiteral("About (F1)"));
-    QAccessibleInterface* about = QAccessible::queryAccessibleInterface(main->aboutButton);
+    QCOMPARE(part<QWidget>(main, "decryptTabBacking")->toolTip(), QStringLiteral("DECRYPT (Ctrl+2)"));
+    QCOMPARE(part<QToolButton>(main, "aboutButton")->toolTip(), QStringLiteral("About (F1)"));
+    QAccessibleInterface* about
+        = QAccessible::queryAccessibleInterface(part<QToolButton>(main, "aboutButton"));
     QVERIFY(about && about->actionInterface());
     QCOMPARE(about->actionInterface()->keyBindingsForAction(QAccessibleActionInterface::pressAction()),
         QStringList { QStringLiteral("F1") });
@@ -138,10 +141,10 @@ void TestShortcuts::quittingWhileAnOperationRunsAsks()
     QVERIFY(m_phone->setFault({ { QStringLiteral("path"), QStringLiteral("/decryptFile/") },
         { QStringLiteral("noAnswer"), true } }));
     main->selectDecrypt();
-    main->vc2->addFiles({ m_files + QStringLiteral("/c.vx") });
-    main->vc2->intakeList()->flip(0);
-    main->vc2->uploadForDecryption();
-    QVERIFY(main->vc2->overlay());
+    main->decryptScreen()->addFiles({ m_files + QStringLiteral("/c.vx") });
+    main->decryptScreen()->intakeList()->flip(0);
+    main->decryptScreen()->uploadForDecryption();
+    QVERIFY(main->decryptScreen()->overlay());
 
     // The user keeps the operation: the window stays.
     dialogs.answers.enqueue(0);
@@ -151,7 +154,7 @@ void TestShortcuts::quittingWhileAnOperationRunsAsks()
     QCOMPARE(dialogs.shown.at(0).options,
         (QStringList { QStringLiteral("Keep running"), QStringLiteral("Quit") }));
     QVERIFY(window.isVisible());
-    QVERIFY(main->vc2->overlay());
+    QVERIFY(main->decryptScreen()->overlay());
     // Closing the window asks the same; Quit closes it.
     dialogs.answers.enqueue(1);
     QVERIFY(window.close());
