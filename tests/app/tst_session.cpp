@@ -1,5 +1,7 @@
 #include "app/BaseUrlStore.h"
 #include "app/Settings.h"
+#include "app/StoredSession.h"
+#include "app/Texts.h"
 #include "common/LogCapture.h"
 
 #include <QFileInfo>
@@ -17,8 +19,11 @@ private Q_SLOTS:
     void init();
     void baseUrlValidation_data();
     void baseUrlValidation();
-    void startupOfTheRealProgram_data();
+    void startupLines_data();
+    void startupLines();
     void startupOfTheRealProgram();
+    void deviceNames_data();
+    void deviceNames();
 };
 
 void TestSession::init()
@@ -61,7 +66,8 @@ void TestSession::baseUrlValidation()
             + url });
 }
 
-void TestSession::startupOfTheRealProgram_data()
+// The start-up lines say whether a stored session (e-mail and base URL) exists.
+void TestSession::startupLines_data()
 {
     QTest::addColumn<QVariant>("email");
     QTest::addColumn<QVariant>("baseURL");
@@ -83,26 +89,39 @@ void TestSession::startupOfTheRealProgram_data()
                                                                  "\\u000a[AppDelegate] ✅ BaseURL: http://evil/"),
                                         QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
     QTest::newRow("no base URL") << QVariant(u"ann@example.com"_qs) << QVariant() << QStringList { waiting };
-    QTest::newRow("empty base URL") << QVariant(u"ann@example.com"_qs) << QVariant(QString(u""_qs)) << QStringList { waiting };
+    QTest::newRow("empty base URL") << QVariant(u"ann@example.com"_qs) << QVariant(QString(u""_qs))
+                                    << QStringList { waiting };
 }
 
-void TestSession::startupOfTheRealProgram()
+void TestSession::startupLines()
 {
     QFETCH(QVariant, email);
     QFETCH(QVariant, baseURL);
-    QFETCH(QStringList, expected);
+    if (email.isValid())
+        Settings::setString(Settings::userEmailKey, email.toString());
+    if (baseURL.isValid())
+        Settings::setString(Settings::baseUrlKey, baseURL.toString());
+    LogCapture log;
+    StoredSession::log();
+    QTEST(log.lines(), "expected");
+}
 
+// The real program, started twice on a stored session: its lines on standard output and
+// nothing else (the listener found its free port), its folders made, the stored values
+// untouched in a file only the user can read.
+void TestSession::startupOfTheRealProgram()
+{
     QTemporaryDir home;
     const QString config = home.filePath(QStringLiteral(".config"));
+    const QString file = config + QStringLiteral("/Varnex/Varnex Desktop.conf");
     {
         // The file the program reads its settings from, written as an earlier run left it.
-        QSettings stored(config + QStringLiteral("/Varnex/Varnex Desktop.conf"), QSettings::IniFormat);
-        if (email.isValid())
-            stored.setValue(QString::fromLatin1(Settings::userEmailKey), email.toString());
-        if (baseURL.isValid())
-            stored.setValue(QString::fromLatin1(Settings::baseUrlKey), baseURL.toString());
+        QSettings stored(file, QSettings::IniFormat);
+        stored.setValue(QString::fromLatin1(Settings::userEmailKey), u"ann@example.com"_qs);
+        stored.setValue(QString::fromLatin1(Settings::baseUrlKey), u"http://10.0.0.7:8080/"_qs);
     }
-
+    const QStringList expected { QStringLiteral("[AppDelegate] ✅ User authenticated: ann@example.com"),
+        QStringLiteral("[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/") };
     for (int run = 0; run < 2; ++run) {
         QProcess program;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -118,18 +137,34 @@ void TestSession::startupOfTheRealProgram()
             (output += program.readAllStandardOutput(), output.contains(expected.last().toUtf8())), 20000);
         program.terminate();
         QVERIFY(program.waitForFinished(10000));
-
-        // The start-up lines, in order, and nothing else: the listener found its free port.
         QCOMPARE(QString::fromUtf8(output).split(u'\n', Qt::SkipEmptyParts), expected);
         QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/EncryptedFiles"))).isDir());
         QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/DecryptedFiles"))).isDir());
     }
-    // The stored values survive both runs untouched, in a file only the user can read.
-    const QString file = config + QStringLiteral("/Varnex/Varnex Desktop.conf");
     QSettings stored(file, QSettings::IniFormat);
-    QCOMPARE(stored.value(QString::fromLatin1(Settings::baseUrlKey)), baseURL);
-    if (QFileInfo::exists(file))
-        QCOMPARE(QFileInfo(file).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
+    QCOMPARE(stored.value(QString::fromLatin1(Settings::baseUrlKey)).toString(), u"http://10.0.0.7:8080/"_qs);
+    QCOMPARE(QFileInfo(file).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
+}
+
+// A phone's name as every screen shows it: on one line, nothing that hides or reorders text,
+// at most 64 characters.
+void TestSession::deviceNames_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("plain") << u"Ann's phone"_qs << u"Ann's phone"_qs;
+    QTest::newRow("none") << QString() << QString();
+    QTest::newRow("disguised")
+        << u"<b>Ann's phone</b>\n\u2028\u202Eenohp\u202C"_qs + QString(300, u'x')
+        << QString(u"<b>Ann's phone</b>enohp"_qs + QString(300, u'x')).left(63) + u'…';
+    QTest::newRow("not half a character") << QString(62, u'a') + u"\U0001F600\U0001F600"_qs
+                                          << QString(62, u'a') + u'…';
+}
+
+void TestSession::deviceNames()
+{
+    QFETCH(QString, name);
+    QTEST(Texts::deviceName(name), "shown");
 }
 
 QTEST_GUILESS_MAIN(TestSession)

@@ -3,6 +3,7 @@
 #include "common/LogCapture.h"
 #include "common/PhoneSimProcess.h"
 #include "common/SignalCounter.h"
+#include "pairing/AddressFinder.h"
 #include "pairing/ListenerRequestHandler.h"
 #include "pairing/LoopbackClient.h"
 #include "pairing/MobileDeviceListener.h"
@@ -24,12 +25,30 @@ using namespace std::chrono_literals;
 
 // The pairing port as phones, web pages and hostile hosts on the LAN reach it: real sockets
 // from several loopback addresses.
+using AddressFinder::InterfaceEntry;
+using AddressFinder::InterfaceKind;
+using Interfaces = QList<InterfaceEntry>;
+Q_DECLARE_METATYPE(Interfaces)
+
+namespace {
+
+InterfaceEntry lan(
+    const QString& name, QStringList addresses, InterfaceKind kind = InterfaceKind::Ethernet, bool up = true)
+{
+    return { name, kind, up, up, std::move(addresses) };
+}
+
+} // namespace
+
 class TestPairing : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init();
+    void addressRule_data();
+    void addressRule();
+    void candidatesPutTheRuleFirst();
     void pairingExtraction_data();
     void pairingExtraction();
     void pairingMessageRules_data();
@@ -169,6 +188,52 @@ int TestPairing::pair(
         from ? from : own.constData());
     deliver();
     return status;
+}
+
+void TestPairing::addressRule_data()
+{
+    QTest::addColumn<Interfaces>("interfaces");
+    QTest::addColumn<bool>("macOS");
+    QTest::addColumn<QString>("address"); // empty: none
+    const InterfaceEntry loopback = lan(u"lo"_qs, { u"127.0.0.1"_qs }, InterfaceKind::Loopback);
+    const InterfaceEntry wlan = lan(u"wlan0"_qs, { u"192.168.1.4"_qs }, InterfaceKind::Wifi);
+    QTest::newRow("last address wins")
+        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.5"_qs, u"10.0.0.7"_qs }) } << false << u"10.0.0.7"_qs;
+    QTest::newRow("ipv6 last gives none")
+        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.7"_qs, u"fe80::1"_qs }), wlan } << false << QString();
+    QTest::newRow("loopback skipped") << Interfaces { loopback, wlan } << false << u"192.168.1.4"_qs;
+    QTest::newRow("virtual by name skipped") << Interfaces { lan(u"docker0"_qs, { u"172.17.0.1"_qs }),
+        lan(u"veth12"_qs, { u"172.18.0.1"_qs }), lan(u"enp3s0"_qs, { u"192.168.0.9"_qs }) }
+                                             << false << u"192.168.0.9"_qs;
+    QTest::newRow("virtual kind skipped") << Interfaces {
+        lan(u"tailnet"_qs, { u"100.64.0.1"_qs }, InterfaceKind::Virtual), lan(u"eno1"_qs, { u"10.1.1.1"_qs })
+    } << false << u"10.1.1.1"_qs;
+    QTest::newRow("down skipped") << Interfaces {
+        lan(u"eth0"_qs, { u"10.0.0.5"_qs }, InterfaceKind::Ethernet, false),
+        lan(u"eth1"_qs, { u"10.0.0.6"_qs })
+    } << false << u"10.0.0.6"_qs;
+    QTest::newRow("no lan at all") << Interfaces { loopback } << false << QString();
+    QTest::newRow("macOS: en0 only") << Interfaces { lan(u"en1"_qs, { u"10.0.0.2"_qs }),
+        lan(u"en0"_qs, { u"fe80::2"_qs, u"10.0.0.7"_qs }) }
+                                     << true << u"10.0.0.7"_qs;
+    QTest::newRow("three dots in ipv6")
+        << Interfaces { lan(u"eth0"_qs, { u"::ffff:1.2.3"_qs }) } << false << QString();
+}
+
+void TestPairing::addressRule()
+{
+    QFETCH(Interfaces, interfaces);
+    QFETCH(bool, macOS);
+    QTEST(AddressFinder::pickAddress(interfaces, macOS).value_or(QString()), "address");
+}
+
+void TestPairing::candidatesPutTheRuleFirst()
+{
+    const Interfaces interfaces { lan(u"wlan0"_qs, { u"192.168.1.4"_qs, u"192.168.1.5"_qs },
+                                      InterfaceKind::Wifi),
+        lan(u"docker0"_qs, { u"172.17.0.1"_qs }), lan(u"eth0"_qs, { u"10.0.0.3"_qs, u"fe80::3"_qs }) };
+    QCOMPARE(AddressFinder::candidateAddresses(interfaces),
+        (QStringList { u"192.168.1.5"_qs, u"192.168.1.4"_qs, u"10.0.0.3"_qs }));
 }
 
 void TestPairing::pairingExtraction_data()

@@ -2,7 +2,6 @@
 #include "app/Settings.h"
 #include "app/Translations.h"
 #include "common/Parts.h"
-#include "pairing/AddressFinder.h"
 #include "pairing/PhoneConnection.h"
 #include "screens/QRCodeViewController.h"
 
@@ -12,20 +11,6 @@
 
 #include <qrencode.h>
 
-using AddressFinder::InterfaceEntry;
-using AddressFinder::InterfaceKind;
-using Interfaces = QList<InterfaceEntry>;
-Q_DECLARE_METATYPE(Interfaces)
-
-namespace {
-
-InterfaceEntry lan(
-    const QString& name, QStringList addresses, InterfaceKind kind = InterfaceKind::Ethernet, bool up = true)
-{
-    return { name, kind, up, up, std::move(addresses) };
-}
-
-} // namespace
 
 class TestPairingScreen : public QObject
 {
@@ -35,9 +20,6 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
-    void addressRule_data();
-    void addressRule();
-    void candidatesPutTheRuleFirst();
     void qrCodeCarriesExactlyTheAddress_data();
     void qrCodeCarriesExactlyTheAddress();
     void redrawsOnlyWhenTheAddressChanges();
@@ -67,52 +49,6 @@ void TestPairingScreen::init()
 void TestPairingScreen::cleanup()
 {
     QRCodeViewController::setAddressSourceForTesting({});
-}
-
-void TestPairingScreen::addressRule_data()
-{
-    QTest::addColumn<Interfaces>("interfaces");
-    QTest::addColumn<bool>("macOS");
-    QTest::addColumn<QString>("address"); // empty: none
-    const InterfaceEntry loopback = lan(u"lo"_qs, { u"127.0.0.1"_qs }, InterfaceKind::Loopback);
-    const InterfaceEntry wlan = lan(u"wlan0"_qs, { u"192.168.1.4"_qs }, InterfaceKind::Wifi);
-    QTest::newRow("last address wins")
-        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.5"_qs, u"10.0.0.7"_qs }) } << false << u"10.0.0.7"_qs;
-    QTest::newRow("ipv6 last gives none")
-        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.7"_qs, u"fe80::1"_qs }), wlan } << false << QString();
-    QTest::newRow("loopback skipped") << Interfaces { loopback, wlan } << false << u"192.168.1.4"_qs;
-    QTest::newRow("virtual by name skipped") << Interfaces { lan(u"docker0"_qs, { u"172.17.0.1"_qs }),
-        lan(u"veth12"_qs, { u"172.18.0.1"_qs }), lan(u"enp3s0"_qs, { u"192.168.0.9"_qs }) }
-                                             << false << u"192.168.0.9"_qs;
-    QTest::newRow("virtual kind skipped") << Interfaces {
-        lan(u"tailnet"_qs, { u"100.64.0.1"_qs }, InterfaceKind::Virtual), lan(u"eno1"_qs, { u"10.1.1.1"_qs })
-    } << false << u"10.1.1.1"_qs;
-    QTest::newRow("down skipped") << Interfaces {
-        lan(u"eth0"_qs, { u"10.0.0.5"_qs }, InterfaceKind::Ethernet, false),
-        lan(u"eth1"_qs, { u"10.0.0.6"_qs })
-    } << false << u"10.0.0.6"_qs;
-    QTest::newRow("no lan at all") << Interfaces { loopback } << false << QString();
-    QTest::newRow("macOS: en0 only") << Interfaces { lan(u"en1"_qs, { u"10.0.0.2"_qs }),
-        lan(u"en0"_qs, { u"fe80::2"_qs, u"10.0.0.7"_qs }) }
-                                     << true << u"10.0.0.7"_qs;
-    QTest::newRow("three dots in ipv6")
-        << Interfaces { lan(u"eth0"_qs, { u"::ffff:1.2.3"_qs }) } << false << QString();
-}
-
-void TestPairingScreen::addressRule()
-{
-    QFETCH(Interfaces, interfaces);
-    QFETCH(bool, macOS);
-    QTEST(AddressFinder::pickAddress(interfaces, macOS).value_or(QString()), "address");
-}
-
-void TestPairingScreen::candidatesPutTheRuleFirst()
-{
-    const Interfaces interfaces { lan(u"wlan0"_qs, { u"192.168.1.4"_qs, u"192.168.1.5"_qs },
-                                      InterfaceKind::Wifi),
-        lan(u"docker0"_qs, { u"172.17.0.1"_qs }), lan(u"eth0"_qs, { u"10.0.0.3"_qs, u"fe80::3"_qs }) };
-    QCOMPARE(AddressFinder::candidateAddresses(interfaces),
-        (QStringList { u"192.168.1.5"_qs, u"192.168.1.4"_qs, u"10.0.0.3"_qs }));
 }
 
 void TestPairingScreen::qrCodeCarriesExactlyTheAddress_data()
