@@ -78,7 +78,8 @@ public:
 
     QStringList keyBindingsForAction(const QString& action) const override
     {
-        return action == pressAction() ? QStringList { QStringLiteral("Space") } : QAccessibleWidget::keyBindingsForAction(action);
+        return action == pressAction() ? QStringList { QStringLiteral("Space") }
+                                       : QAccessibleWidget::keyBindingsForAction(action);
     }
 };
 
@@ -106,7 +107,6 @@ CustomButton::CustomButton(QWidget* parent)
     setFocusPolicy(Qt::StrongFocus);
     setCursor(Qt::PointingHandCursor);
     setMouseTracking(false);
-    setup();
 }
 
 CustomButton::~CustomButton()
@@ -120,36 +120,6 @@ CustomButton::~CustomButton()
     }
 }
 
-CustomButton* CustomButton::roundButton(const QString& title, qreal radius, const QPointF& center, QWidget* parent)
-{
-    auto* button = new CustomButton(parent);
-    button->setTitle(title);
-    button->setGeometry(QRectF(center.x() - radius, center.y() - radius, 2 * radius, 2 * radius).toRect());
-    button->setCornerRadius(radius);
-    QFont font = button->font();
-    font.setPointSizeF(2 * radius / 3);
-    button->setFont(font);
-    return button;
-}
-
-void CustomButton::setup()
-{
-    const bool on = isChecked();
-    m_shown.background = on ? m_activeBackgroundColor : m_backgroundColor;
-    m_shown.border = on ? m_activeBorderColor : m_borderColor;
-    m_shown.shadow = on && m_activeShadowColor ? *m_activeShadowColor : m_shadowColor;
-    m_shown.text = on ? m_activeTextColor : m_textColor;
-    applyShadowNumbers();
-    update();
-}
-
-void CustomButton::applyShadowNumbers()
-{
-    const bool on = isChecked();
-    m_shown.shadowRadius = on && m_activeShadowRadius != -1 ? m_activeShadowRadius : m_shadowRadius;
-    m_shown.shadowOpacity = on && m_activeShadowOpacity != -1 ? m_activeShadowOpacity : m_shadowOpacity;
-}
-
 void CustomButton::setTitle(const QString& title)
 {
     setText(title);
@@ -159,7 +129,8 @@ void CustomButton::setTitle(const QString& title)
     update();
 }
 
-// Setters: store, and show at once what the table of immediate effects asks for.
+// The normal colours show at once whatever the state (the next refresh puts the look of the
+// state back); the active ones show at once only while the state is on.
 void CustomButton::setTextColor(const QColor& color)
 {
     m_textColor = color;
@@ -171,19 +142,6 @@ void CustomButton::setActiveTextColor(const QColor& color)
     m_activeTextColor = color;
     if (isChecked())
         setDisplayedText(color);
-}
-
-void CustomButton::setBorderColor(const QColor& color)
-{
-    m_borderColor = color;
-    setDisplayedBorder(color);
-}
-
-void CustomButton::setActiveBorderColor(const QColor& color)
-{
-    m_activeBorderColor = color;
-    if (isChecked())
-        setDisplayedBorder(color);
 }
 
 void CustomButton::setBackgroundColor(const QColor& color)
@@ -199,19 +157,6 @@ void CustomButton::setActiveBackgroundColor(const QColor& color)
         setDisplayedBackground(color);
 }
 
-void CustomButton::setShadowColor(const QColor& color)
-{
-    m_shadowColor = color;
-    setDisplayedShadow(color);
-}
-
-void CustomButton::setActiveShadowColor(std::optional<QColor> color)
-{
-    m_activeShadowColor = color;
-    if (isChecked() && color)
-        setDisplayedShadow(*color);
-}
-
 void CustomButton::setCornerRadius(qreal radius)
 {
     m_cornerRadius = radius;
@@ -224,56 +169,9 @@ void CustomButton::setRoundedCorners(int corners)
     update();
 }
 
-void CustomButton::setHasContinuousCorners(bool continuous)
-{
-    // Qt draws circular arcs only; the flag is kept for callers that set it.
-    m_hasContinuousCorners = continuous;
-}
-
-void CustomButton::setBorderWidth(qreal width)
-{
-    m_borderWidth = width;
-    update();
-}
-
-void CustomButton::setShadowRadius(qreal radius)
-{
-    m_shadowRadius = radius;
-    m_shown.shadowRadius = radius;
-    update();
-}
-
-void CustomButton::setActiveShadowRadius(qreal radius)
-{
-    m_activeShadowRadius = radius;
-    if (isChecked()) {
-        applyShadowNumbers(); // -1 puts the normal radius back on show
-        update();
-    }
-}
-
-void CustomButton::setShadowOpacity(qreal opacity)
-{
-    m_shadowOpacity = opacity;
-    m_shown.shadowOpacity = opacity;
-    update();
-}
-
-void CustomButton::setActiveShadowOpacity(qreal opacity)
-{
-    m_activeShadowOpacity = opacity;
-    if (isChecked()) {
-        applyShadowNumbers();
-        update();
-    }
-}
-
 void CustomButton::setColorGenerator(ColorProperty property, std::function<QColor()> generator)
 {
-    if (generator)
-        m_colorGenerators.insert(property, std::move(generator));
-    else
-        m_colorGenerators.remove(property);
+    m_colorGenerators.insert(property, std::move(generator));
 }
 
 QColor CustomButton::colorOf(ColorProperty property, const QColor& stored) const
@@ -286,15 +184,10 @@ void CustomButton::refresh()
 {
     const bool on = isChecked();
     const int duration = on ? activeDurationMs : normalDurationMs;
-    const QColor background = on ? colorOf(ColorProperty::ActiveBackground, m_activeBackgroundColor)
-                                 : colorOf(ColorProperty::Background, m_backgroundColor);
-    const QColor text = on ? colorOf(ColorProperty::ActiveText, m_activeTextColor) : colorOf(ColorProperty::Text, m_textColor);
-    const QColor border = on ? colorOf(ColorProperty::ActiveBorder, m_activeBorderColor)
-                             : colorOf(ColorProperty::Border, m_borderColor);
-    const QColor shadow = on && m_activeShadowColor ? *m_activeShadowColor : colorOf(ColorProperty::Shadow, m_shadowColor);
+    const QColor background = on ? m_activeBackgroundColor : m_backgroundColor;
+    const QColor text = on ? colorOf(ColorProperty::ActiveText, m_activeTextColor)
+                           : colorOf(ColorProperty::Text, m_textColor);
     animate("displayedBackground", background, duration);
-    animate("displayedBorder", border, duration);
-    animate("displayedShadow", shadow, duration);
     animate("displayedText", text, duration);
 }
 
@@ -307,7 +200,7 @@ void CustomButton::animate(const QByteArray& property, const QColor& target, int
     animation->setEndValue(target);
     animation->setDuration(durationMs);
     connect(animation, &QVariantAnimation::valueChanged, this,
-            [this, property](const QVariant& value) { setProperty(property.constData(), value); });
+        [this, property](const QVariant& value) { setProperty(property.constData(), value); });
     QPointer<CustomButton> self(this);
     // Whether it finished or was replaced, the model value ends at the target.
     AnimationDelegate::attach(animation, [self, property, target](bool) {
@@ -343,34 +236,18 @@ void CustomButton::paintEvent(QPaintEvent*)
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
     p.setOpacity(displayedOpacity());
-    const qreal inset = qMax<qreal>(m_shown.shadowRadius, m_borderWidth / 2);
-    QRectF box = QRectF(rect()).adjusted(inset, inset, -inset, -inset);
+    const QRectF box(rect());
     const qreal radius = qMin(m_cornerRadius, qMin(box.width(), box.height()) / 2);
-
-    // A soft shadow: concentric strokes fading out over the shadow radius.
-    if (m_shown.shadowRadius > 0 && m_shown.shadowOpacity > 0 && m_shown.shadow.alpha() > 0) {
-        const int steps = int(std::ceil(m_shown.shadowRadius));
-        for (int i = steps; i >= 1; --i) {
-            QColor c = m_shown.shadow;
-            c.setAlphaF(c.alphaF() * m_shown.shadowOpacity * (1.0 - qreal(i) / (steps + 1)) / steps * 2);
-            p.setPen(Qt::NoPen);
-            p.setBrush(c);
-            p.drawRoundedRect(box.adjusted(-i, -i + 1, i, i + 1), radius + i, radius + i);
-        }
-    }
-    p.setBrush(m_shown.background);
-    if (m_borderWidth > 0 && m_shown.border.alpha() > 0)
-        p.setPen(QPen(m_shown.border, m_borderWidth));
-    else
-        p.setPen(Qt::NoPen);
+    p.setBrush(m_shownBackground);
+    p.setPen(Qt::NoPen);
     p.drawPath(roundedRectPath(box, radius, m_roundedCorners));
 
-    p.setPen(m_shown.text);
+    p.setPen(m_shownText);
     p.setFont(font());
     p.drawText(titleRect(), Qt::AlignCenter, text());
 
     if (hasFocus()) {
-        QColor ring = m_shown.text;
+        QColor ring = m_shownText;
         ring.setAlphaF(0.55);
         p.setPen(QPen(ring, 1.5, Qt::DashLine));
         p.setBrush(Qt::NoBrush);
@@ -419,7 +296,8 @@ void CustomButton::mouseReleaseEvent(QMouseEvent* event)
 
 void CustomButton::keyPressEvent(QKeyEvent* event)
 {
-    const bool trigger = event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    const bool trigger
+        = event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
     if (!trigger || event->isAutoRepeat() || !isEnabled()) {
         if (!trigger)
             QAbstractButton::keyPressEvent(event);
@@ -433,7 +311,8 @@ void CustomButton::keyPressEvent(QKeyEvent* event)
 
 void CustomButton::keyReleaseEvent(QKeyEvent* event)
 {
-    const bool trigger = event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    const bool trigger
+        = event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
     if (!trigger || event->isAutoRepeat() || !m_keyDown) {
         if (!trigger)
             QAbstractButton::keyReleaseEvent(event);
