@@ -2,8 +2,10 @@
 // drop takes too: both end in FileScreen::addFiles), marked all, removed all. For each step:
 // the time until the list shows the result, and the main thread's slowest step meanwhile,
 // measured by a 1 ms timer that cannot fire while the main thread is busy.
+#include "app/Session.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
+#include "desktop/DesktopNotifier.h"
 #include "files/FileListModel.h"
 #include "screens/EncryptViewController.h"
 #include "storage/WorkingFolders.h"
@@ -126,7 +128,7 @@ int main(int argc, char* argv[])
     constexpr double stepBudgetMs = 50;
     QList<double> addMs;
     for (const int count : { 1000, 5000, 10000 }) {
-        EncryptViewController screen;
+        EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
         screen.resize(1100, 650);
         screen.show();
         QCoreApplication::processEvents();
@@ -139,7 +141,7 @@ int main(int argc, char* argv[])
         dialogs.filesToChoose = paths;
         // The clock restarts when the dialog closes.
         const Measured add = measure(
-            watch, clock, [&] { screen.chooseFilesButton->click(); },
+            watch, clock, [&] { screen.widgets().chooseFilesButton->click(); },
             [&] { return rows->rowCount() == count; });
         addMs.append(add.ms);
         const double addBudgetMs = 0.5 * 1000 * count / 10000; // linear in the files
@@ -148,12 +150,13 @@ int main(int argc, char* argv[])
         std::printf("add %d files: slowest main-thread step %.1f ms (budget %.0f ms) %s\n", count,
             add.slowestStepMs, stepBudgetMs, verdict(add.slowestStepMs <= stepBudgetMs));
         const Measured mark = measure(
-            watch, clock, [&] { screen.selectDeselectAllButton->click(); },
+            watch, clock, [&] { screen.widgets().selectDeselectAllButton->click(); },
             [&] { return screen.intakeList()->markedCount() == count; });
         std::printf("mark all %d files: %.1f ms, slowest main-thread step %.1f ms (budget %.0f ms) %s\n",
             count, mark.ms, mark.slowestStepMs, stepBudgetMs, verdict(mark.slowestStepMs <= stepBudgetMs));
         const Measured remove = measure(
-            watch, clock, [&] { screen.removeFilesButton->click(); }, [&] { return rows->rowCount() == 0; });
+            watch, clock, [&] { screen.widgets().removeFilesButton->click(); },
+            [&] { return rows->rowCount() == 0; });
         std::printf("remove all %d files: %.1f ms, slowest main-thread step %.1f ms (budget %.0f ms) %s\n",
             count, remove.ms, remove.slowestStepMs, stepBudgetMs,
             verdict(remove.slowestStepMs <= stepBudgetMs));

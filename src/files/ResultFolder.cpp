@@ -5,20 +5,22 @@
 
 #include <QFileInfo>
 
-ResultFolder::ResultFolder(std::optional<QString> folder, std::chrono::milliseconds period, QObject* parent)
+ResultFolder::ResultFolder(
+    const Session& session, std::optional<QString> folder, std::chrono::milliseconds period, QObject* parent)
     : QObject(parent)
+    , m_session(session)
     , m_folder(std::move(folder))
 {
     m_timer.setInterval(period);
     connect(&m_timer, &QTimer::timeout, this, [this] {
-        if (!Session::instance().isPhoneConnected()) {
+        if (!m_session.isPhoneConnected()) {
             m_timer.stop();
             return;
         }
         refresh();
     });
     // The periodic listing pauses while the phone is away and resumes when it is back.
-    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
+    connect(&m_session, &Session::phoneConnectedChanged, this, [this](bool connected) {
         if (connected && m_periodic && !m_timer.isActive()) {
             refresh();
             m_timer.start();
@@ -53,6 +55,6 @@ bool ResultFolder::refresh()
 void ResultFolder::startPeriodicRefresh()
 {
     m_periodic = true;
-    if (Session::instance().isPhoneConnected())
+    if (m_session.isPhoneConnected())
         m_timer.start();
 }

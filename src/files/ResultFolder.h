@@ -9,6 +9,8 @@
 #include <chrono>
 #include <optional>
 
+class Session;
+
 // A result folder listed into a list of files: at once when the folder changes (watched), and
 // periodically while the phone is connected as the fallback. An unchanged folder keeps the
 // records and their marks.
@@ -17,7 +19,8 @@ class ResultFolder : public QObject
     Q_OBJECT
 
 public:
-    ResultFolder(std::optional<QString> folder, std::chrono::milliseconds period, QObject* parent = nullptr);
+    ResultFolder(const Session& session, std::optional<QString> folder, std::chrono::milliseconds period,
+        QObject* parent = nullptr);
 
     const FileList& files() const { return m_files; }
     FileList& files() { return m_files; }
@@ -35,6 +38,7 @@ Q_SIGNALS:
 private:
     void watch();
 
+    const Session& m_session;
     std::optional<QString> m_folder;
     FileList m_files;
     QTimer m_timer;

@@ -1,5 +1,7 @@
 #include "operations/MultipartUpload.h"
 
+#include "operations/WholeWrite.h"
+
 #include <QFile>
 #include <QMimeDatabase>
 
@@ -349,16 +351,7 @@ Outcome send(const QString& url, const QList<Part>& parts, const QString& replyP
             problem = Problem::ReplyTooLarge;
             break;
         }
-        qint64 off = 0;
-        while (off < n) {
-            const ssize_t w = ::write(replyFd, block + off, size_t(n - off));
-            if (w < 0 && errno == EINTR)
-                continue;
-            if (w <= 0)
-                break;
-            off += w;
-        }
-        if (off < n) {
+        if (!WholeWrite::writeAll(replyFd, block, n)) {
             problem = Problem::ReplyNotWritten;
             detail = QString::fromLocal8Bit(std::strerror(errno));
             break;

@@ -1,6 +1,7 @@
 #include "operations/OperationFolder.h"
 
 #include "app/Log.h"
+#include "operations/WholeWrite.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -22,21 +23,6 @@ constexpr char markerMagic[] = "varnex-desktop operation folder\n";
 QByteArray encoded(const QString& path)
 {
     return QFile::encodeName(path);
-}
-
-bool writeAll(int fd, const QByteArray& data)
-{
-    const char* p = data.constData();
-    for (qsizetype left = data.size(); left > 0;) {
-        const ssize_t n = ::write(fd, p, size_t(left));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        left -= n;
-    }
-    return true;
 }
 
 // Opens the marker of `folder` without following links, locked exclusively; -1 when it is
@@ -98,7 +84,7 @@ std::unique_ptr<OperationFolder> OperationFolder::create(
     const QByteArray content = QByteArray(markerMagic) + "pid "
         + QByteArray::number(QCoreApplication::applicationPid()) + "\nstarted "
         + QDateTime::currentDateTimeUtc().toString(Qt::ISODate).toLatin1() + '\n';
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || !writeAll(fd, content)
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || !WholeWrite::writeAll(fd, content.constData(), content.size())
         || ::rename(encoded(temp).constData(), encoded(path + u'/' + QLatin1String(markerName)).constData())
             != 0) {
         const auto result = fail(u"Cannot mark " + path);

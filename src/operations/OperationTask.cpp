@@ -1,6 +1,7 @@
 #include "operations/OperationTask.h"
 
 #include "app/Log.h"
+#include "operations/WholeWrite.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -81,12 +82,34 @@ void OperationTask::start()
     });
 }
 
+void OperationTask::cancel(CancelReason reason)
+{
+    if (m_cancel.load())
+        return;
+    m_phoneLost = reason == CancelReason::PhoneLost;
+    m_cancel = true;
+}
+
+OperationTask::Result OperationTask::cancelledResult() const
+{
+    if (!m_phoneLost.load())
+        return { Outcome::Cancelled, {}, {}, {}, true };
+    //: Failure dialog when the phone stopped answering during an operation
+    //% "Contact with the phone was lost, so the operation was stopped. Nothing was changed: "
+    //% "your files and the result folder are as they were."
+    Result lost = failedWith(qtTrId("operationPhoneLost"));
+    lost.stopped = true;
+    return lost;
+}
+
 void OperationTask::report(Stage stage, qint64 done, qint64 total)
 {
-    // At most every 50 ms, so a fast transfer does not flood the screen with updates; a new
-    // stage is always told.
+    // Four updates a second are as many as a person can read, and each one repaints on the
+    // main thread; a new stage, and the end of a stage of known size, are always told.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    if (stage == m_lastStage && now - m_lastReport < 50 && done < total)
+    const bool known = stage == Stage::Sending || stage == Stage::Unpacking;
+    const bool end = known && total > 0 && done >= total;
+    if (stage == m_lastStage && now - m_lastReport < 250 && !end)
         return;
     m_lastReport = now;
     m_lastStage = stage;
@@ -237,14 +260,7 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
     QByteArray head;
     const char* block = nullptr;
     qint64 firstLength = 0;
-    const auto headLength = [&head] {
-        // The first local header with its name and extra field.
-        if (head.size() < 30)
-            return qsizetype(30);
-        const auto le16 = [&head](int at) { return qsizetype(quint8(head[at]) | quint8(head[at + 1]) << 8); };
-        return 30 + le16(26) + le16(28);
-    };
-    while (head.size() < headLength() && (firstLength = transfer.next(&block)) > 0)
+    while (head.size() < SafeArchive::localHeaderLength(head) && (firstLength = transfer.next(&block)) > 0)
         head.append(block, firstLength);
     if (head.isEmpty()) {
         if (auto problem = transferProblem(transfer.finish(false)))
@@ -319,14 +335,8 @@ QList<OperationTask::Result> OperationTask::spill(
             Log::line(QStringLiteral("The phone's reply went past the free space"));
             return { notEnoughSpace() };
         }
-        for (qint64 off = 0; ok && off < n;) {
-            const ssize_t w = ::write(fd, block + off, size_t(n - off));
-            if (w < 0 && errno == EINTR)
-                continue;
-            ok = w > 0;
-            error = errno;
-            off += w;
-        }
+        ok = WholeWrite::writeAll(fd, block, n);
+        error = ok ? 0 : errno;
         written += n;
         report(Stage::Receiving, written, 0);
     } while (ok && (n = transfer.next(&block)) > 0);

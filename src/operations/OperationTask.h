@@ -37,6 +37,8 @@ public:
         QString title; // empty when nothing is to be shown
         QString message;
         QStringList written; // the result files that landed
+        // Ended before its course (cancelled, or the phone was lost): the user's choices stay.
+        bool stopped = false;
     };
 
     // Free space kept for the rest of the system: replies and results never eat into it.
@@ -44,8 +46,12 @@ public:
 
     ~OperationTask() override;
 
+    // Why an operation stops before its end: the user asked, or the phone stopped answering
+    // (which ends it as a failure that says so). The first reason given holds.
+    enum class CancelReason { User, PhoneLost };
+
     void start();
-    void cancel() { m_cancel = true; }
+    void cancel(CancelReason reason = CancelReason::User);
     bool isRunning() const { return m_running; }
     QString operationId() const { return m_operationId; }
     // The title of this operation's failure dialog ("Encryption failed", ...).
@@ -91,7 +97,7 @@ protected:
         return { Outcome::Failed, m_failureTitle, message, {} };
     }
     Result connectionFailed() const;
-    static Result cancelledResult() { return { Outcome::Cancelled, {}, {}, {} }; }
+    Result cancelledResult() const;
     bool cancelled() const { return m_cancel.load(); }
 
     QString m_url;
@@ -108,6 +114,7 @@ private:
 
     QString m_failureTitle;
     std::atomic<bool> m_cancel { false };
+    std::atomic<bool> m_phoneLost { false };
     std::atomic<bool> m_running { false };
     std::thread m_worker;
     qint64 m_lastReport = 0;

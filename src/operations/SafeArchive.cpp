@@ -1,6 +1,7 @@
 #include "operations/SafeArchive.h"
 
 #include "operations/UniqueNames.h"
+#include "operations/WholeWrite.h"
 
 #include <QDir>
 #include <QFile>
@@ -69,20 +70,6 @@ Result fail(const QString& stagingFolder, Failure failure, const QString& detail
     return { false, failure, detail, {} };
 }
 
-bool writeAll(int fd, const char* p, size_t length)
-{
-    while (length > 0) {
-        const ssize_t n = ::write(fd, p, length);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        length -= size_t(n);
-    }
-    return true;
-}
-
 // The copy of last resort: a new file created exclusively, filled, flushed.
 int copyExclusive(const QByteArray& from, const QByteArray& to)
 {
@@ -104,7 +91,7 @@ int copyExclusive(const QByteArray& from, const QByteArray& to)
     char buffer[64 * 1024];
     bool ok = true;
     for (ssize_t n; ok && (n = ::read(in, buffer, sizeof buffer)) != 0;)
-        ok = n > 0 ? writeAll(out, buffer, size_t(n)) : errno == EINTR;
+        ok = n > 0 ? WholeWrite::writeAll(out, buffer, n) : errno == EINTR;
     ok = ok && ::fsync(out) == 0;
     const int saved = errno;
     ::close(in);
@@ -235,7 +222,7 @@ Written writeEntry(archive* a, int fd, qint64& written, qint64 limit,
             w.ok = false;
             break;
         }
-        w.ok = writeAll(fd, static_cast<const char*>(block), length);
+        w.ok = WholeWrite::writeAll(fd, static_cast<const char*>(block), qint64(length));
         w.size = offset + qint64(length);
         written += qint64(length);
         if (!w.ok || written > limit || (cancel && cancel->load()))
@@ -440,6 +427,13 @@ QString decodeName(const QByteArray& raw)
     return name;
 }
 
+qsizetype localHeaderLength(const QByteArray& head)
+{
+    if (head.size() < 30)
+        return 30;
+    return 30 + le16(head.constData() + 26) + le16(head.constData() + 28);
+}
+
 bool needsSeeking(const QByteArray& head)
 {
     if (head.size() < 30 || !head.startsWith("PK\x03\x04"))
@@ -453,7 +447,7 @@ bool needsSeeking(const QByteArray& head)
     if (size == 0xffffffff) {
         // Zip64: the size is in the extra field (id 1), when the head reaches that far.
         const qsizetype nameLength = le16(head.constData() + 26);
-        const qsizetype extraEnd = 30 + nameLength + le16(head.constData() + 28);
+        const qsizetype extraEnd = localHeaderLength(head);
         size = 0;
         for (qsizetype at = 30 + nameLength; at + 4 <= qMin(extraEnd, head.size());) {
             const quint16 id = le16(head.constData() + at);

@@ -70,6 +70,10 @@ inline constexpr int retainedBlocks = 8;
 Result extractStream(const BlockReader& read, const QString& stagingFolder, qint64 budgetBytes,
     const std::atomic<bool>* cancel = nullptr, int mode = 0600);
 
+// How many bytes of a zip's start hold its first local header with the entry's name and
+// extra field; 30 (the fixed part) while fewer bytes than that are known.
+qsizetype localHeaderLength(const QByteArray& head);
+
 // Whether a zip starting with `head` (its first local header, whole) cannot be read in one
 // pass: its first entry is stored and its size only follows its data, so nothing but the
 // central directory says where it ends.

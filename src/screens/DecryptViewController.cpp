@@ -1,8 +1,7 @@
 #include "screens/DecryptViewController.h"
 
-#include "app/Session.h"
 #include "files/ResultFolder.h"
-#include "operations/DecryptTask.h"
+#include "operations/OperationRun.h"
 #include "storage/WorkingFolders.h"
 #include "widgets/ProgressOverlay.h"
 
@@ -22,15 +21,17 @@ FileScreen::Settings decryptSettings()
     //: Dialog description when adding files that are already added
     //% "You can only add encrypted files or files that haven't already been uploaded"
     const QString refusal = qtTrId("filesToDecryptDialogDescription");
-    return { IntakeList::Kind::Decrypt, QStringLiteral("filesToDecryptTable"), QStringLiteral("decryptedFilesTable"),
-             intake, result, operation, refusal, WorkingFolders::encryptedFilesFolder(),
-             WorkingFolders::decryptedFilesFolder(), std::chrono::seconds(5), 2 };
+    return { IntakeList::Kind::Decrypt, QStringLiteral("filesToDecryptTable"),
+        QStringLiteral("decryptedFilesTable"), intake, result, operation, refusal,
+        WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder(),
+        std::chrono::seconds(5), 2 };
 }
 
 } // namespace
 
-DecryptViewController::DecryptViewController(QWidget* parent)
-    : FileScreen(decryptSettings(), parent)
+DecryptViewController::DecryptViewController(
+    const Session& session, DesktopNotifier& notifier, QWidget* parent)
+    : FileScreen(decryptSettings(), session, notifier, parent)
 {
     setObjectName(QStringLiteral("DecryptViewController"));
     connect(this, &FileScreen::operationRequested, this, &DecryptViewController::uploadForDecryption);
@@ -38,14 +39,14 @@ DecryptViewController::DecryptViewController(QWidget* parent)
 
 void DecryptViewController::uploadForDecryption()
 {
-    if (runningTask())
+    if (runningOperation())
         return;
     QList<DecryptTask::Intake> files;
     for (const FilePtr& file : filesToDecrypt())
         files.append({ file->filePath.value_or(QString()), file->isChecked });
-    auto* task = new DecryptTask(files, WorkingFolders::decryptedFilesFolder().value_or(QString()),
-                                 Session::instance().phoneServiceUrl(u"/decryptFile/"));
-    runOperation(task, new DecryptingViewController(this), [this] { intakeList()->clearMarks(); });
+    auto* run
+        = OperationRun::decrypt(session(), WorkingFolders::decryptedFilesFolder().value_or(QString()), files);
+    runOperation(run, new DecryptingViewController(this), [this] { intakeList()->clearMarks(); });
 }
 
 const FileList& DecryptViewController::decryptedFiles() const

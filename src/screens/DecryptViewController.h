@@ -8,14 +8,14 @@ class DecryptViewController : public FileScreen
     Q_OBJECT
 
 public:
-    explicit DecryptViewController(QWidget* parent = nullptr);
+    DecryptViewController(const Session& session, DesktopNotifier& notifier, QWidget* parent = nullptr);
 
     const FileList& filesToDecrypt() const { return intakeList()->files(); }
     const FileList& decryptedFiles() const;
-    FileTableView* filesToDecryptTable() const { return intakeTable; }
-    FileTableView* decryptedFilesTable() const { return resultTable; }
-    QPushButton* decryptButton() const { return operationButton; }
-    bool isDecryptFilesEnabled() const { return isOperationEnabled; }
+    FileTableView* filesToDecryptTable() const { return widgets().intakeTable; }
+    FileTableView* decryptedFilesTable() const { return widgets().resultTable; }
+    QPushButton* decryptButton() const { return widgets().operationButton; }
+    bool isDecryptFilesEnabled() const { return isOperationEnabled(); }
 
     // DECRYPT: the marked files go to the phone; no checks before sending.
     void uploadForDecryption();

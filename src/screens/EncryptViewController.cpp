@@ -2,7 +2,7 @@
 
 #include "app/Session.h"
 #include "files/ResultFolder.h"
-#include "operations/EncryptTask.h"
+#include "operations/OperationRun.h"
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsController.h"
 #include "screens/RecipientsPanel.h"
@@ -29,15 +29,17 @@ FileScreen::Settings encryptSettings()
     //: Dialog description when adding files that are already added
     //% "You can only add files that aren't encrypted or uploaded"
     const QString refusal = qtTrId("filesToEncryptDialogDescription");
-    return { IntakeList::Kind::Encrypt, QStringLiteral("filesToEncryptTable"), QStringLiteral("encryptedFilesTable"),
-             intake, result, operation, refusal, WorkingFolders::documentsFolder(),
-             WorkingFolders::encryptedFilesFolder(), std::chrono::seconds(3), 3 };
+    return { IntakeList::Kind::Encrypt, QStringLiteral("filesToEncryptTable"),
+        QStringLiteral("encryptedFilesTable"), intake, result, operation, refusal,
+        WorkingFolders::documentsFolder(), WorkingFolders::encryptedFilesFolder(), std::chrono::seconds(3),
+        3 };
 }
 
 } // namespace
 
-EncryptViewController::EncryptViewController(QWidget* parent)
-    : FileScreen(encryptSettings(), parent)
+EncryptViewController::EncryptViewController(
+    const Session& session, DesktopNotifier& notifier, QWidget* parent)
+    : FileScreen(encryptSettings(), session, notifier, parent)
 {
     setObjectName(QStringLiteral("EncryptViewController"));
     recipientsArea = new QWidget(this);
@@ -65,7 +67,7 @@ EncryptViewController::EncryptViewController(QWidget* parent)
 
 void EncryptViewController::encryptFiles()
 {
-    if (runningTask())
+    if (runningOperation())
         return;
     if (recipients->store()->selectedRecipientEmails().isEmpty()) {
         //: Dialog title when no recipients are selected
@@ -90,11 +92,10 @@ void EncryptViewController::encryptFiles()
         showAlert(this, title, qtTrId("noFilesDescription"), Dialogs::Style::Warning);
         return;
     }
-    auto* task = new EncryptTask(marked, recipients->store()->recipientsString(),
-                                 WorkingFolders::encryptedFilesFolder().value_or(QString()),
-                                 Session::instance().phoneServiceUrl(u"/encryptFile/"));
-    setOperationAudience(int(recipients->store()->selectedRecipientEmails().size()));
-    runOperation(task, new EncryptingViewController(this), [this] {
+    auto* run = OperationRun::encrypt(session(), WorkingFolders::encryptedFilesFolder().value_or(QString()),
+        marked, recipients->store()->recipientsString(),
+        int(recipients->store()->selectedRecipientEmails().size()));
+    runOperation(run, new EncryptingViewController(this), [this] {
         // Marks and user checks are cleared; checked groups stay for the next files.
         intakeList()->clearMarks();
         recipients->store()->uncheckAllUsers();

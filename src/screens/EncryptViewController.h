@@ -10,14 +10,14 @@ class EncryptViewController : public FileScreen
     Q_OBJECT
 
 public:
-    explicit EncryptViewController(QWidget* parent = nullptr);
+    EncryptViewController(const Session& session, DesktopNotifier& notifier, QWidget* parent = nullptr);
 
     const FileList& filesToEncrypt() const { return intakeList()->files(); }
     const FileList& encryptedFiles() const;
-    FileTableView* filesToEncryptTable() const { return intakeTable; }
-    FileTableView* encryptedFilesTable() const { return resultTable; }
-    QPushButton* encryptButton() const { return operationButton; }
-    bool isEncryptFilesEnabled() const { return isOperationEnabled; }
+    FileTableView* filesToEncryptTable() const { return widgets().intakeTable; }
+    FileTableView* encryptedFilesTable() const { return widgets().resultTable; }
+    QPushButton* encryptButton() const { return widgets().operationButton; }
+    bool isEncryptFilesEnabled() const { return isOperationEnabled(); }
 
     // ENCRYPT: recipients checked first, then files; then the phone does the work.
     void encryptFiles();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "files/IntakeList.h"
+#include "operations/OperationRun.h"
 
 #include <QWidget>
 
@@ -9,7 +10,6 @@
 #include <optional>
 
 class FileListModel;
-class OperationTask;
 class ProgressOverlay;
 class FileTableView;
 class Line;
@@ -18,6 +18,7 @@ class QLabel;
 class QPushButton;
 class ResultFolder;
 class ResultOrderModel;
+class Session;
 
 // What the Encrypt and Decrypt screens share: an intake list with its buttons and table, a
 // result list filled from the screen's result folder, and the operation button. The twins
@@ -42,7 +43,7 @@ public:
         int lineCount;
     };
 
-    FileScreen(Settings settings, QWidget* parent);
+    FileScreen(Settings settings, const Session& session, DesktopNotifier& notifier, QWidget* parent);
 
     // Admits what the screen's rule allows and tells the user once about the rest.
     void addFiles(const QStringList& paths);
@@ -58,19 +59,26 @@ public:
     FileListModel* intakeModel() const { return m_intakeModel; }
     FileListModel* resultModel() const { return m_resultModel; }
 
-    FileTableView* intakeTable = nullptr;
-    FileTableView* resultTable = nullptr;
-    QLabel* intakeText = nullptr;
-    QLabel* resultText = nullptr;
-    QPushButton* chooseFilesButton = nullptr;
-    QPushButton* removeFilesButton = nullptr;
-    QPushButton* selectDeselectAllButton = nullptr;
-    QPushButton* operationButton = nullptr;
-    QPushButton* openFolderButton = nullptr;
-    // Under the result list after an operation, until the next one starts: what happened,
-    // and the button that shows its results in the file manager.
-    QLabel* resultSummary = nullptr;
-    QPushButton* showResultsButton = nullptr;
+    // The screen's widgets, for the window's layout checks and tests; each also carries its
+    // accessible name.
+    struct Widgets
+    {
+        FileTableView* intakeTable = nullptr;
+        FileTableView* resultTable = nullptr;
+        QLabel* intakeText = nullptr;
+        QLabel* resultText = nullptr;
+        QPushButton* chooseFilesButton = nullptr;
+        QPushButton* removeFilesButton = nullptr;
+        QPushButton* selectDeselectAllButton = nullptr;
+        QPushButton* operationButton = nullptr;
+        QPushButton* openFolderButton = nullptr;
+        // Under the result list after an operation, until the next one starts: what happened,
+        // and the button that shows its results in the file manager.
+        QLabel* resultSummary = nullptr;
+        QPushButton* showResultsButton = nullptr;
+    };
+    const Widgets& widgets() const { return m_widgets; }
+
     // The result list as the table shows it: the newest results first.
     ResultOrderModel* resultOrder() const { return m_resultOrder; }
     // Results of the last operation that ran its course (absolute paths).
@@ -82,26 +90,23 @@ public:
     const QList<Line*>& lines() const { return m_lines; }
     // The overlay of the operation under way, if any.
     ProgressOverlay* overlay() const { return m_overlay; }
-    OperationTask* runningTask() const { return m_task; }
+    OperationRun* runningOperation() const { return m_run; }
 
-    // Mirrors of the three switched buttons.
-    bool isSelectFilesEnabled = false;
-    bool isRemoveFilesEnabled = false;
-    bool isOperationEnabled = false;
+    // Whether the operation button is on (it follows the intake list's rule).
+    bool isOperationEnabled() const { return m_isOperationEnabled; }
 
 Q_SIGNALS:
     void operationRequested();
 
 protected:
-    // Covers the screen with `overlay`, runs `task`, shows its message (if any) once it ends,
+    // Covers the screen with `overlay`, runs `run`, shows its dialog (if any) once it ends,
     // then runs `finish` and removes the overlay.
-    void runOperation(OperationTask* task, ProgressOverlay* overlay, std::function<void()> finish);
+    void runOperation(OperationRun* run, ProgressOverlay* overlay, std::function<void()> finish);
 
     // Where a screen puts what it has beside the files (the Encrypt screen: its recipients).
     QHBoxLayout* columns() const { return m_columns; }
 
-    // How many people the running operation encrypts for (the summary says so).
-    void setOperationAudience(int people) { m_audience = people; }
+    const Session& session() const { return m_session; }
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -109,12 +114,14 @@ private:
     void applyButtons(const IntakeList::Buttons& buttons);
     // After an operation that was not cancelled: the summary line, the newest results first,
     // and a desktop notification when the window is in the background.
-    void tellOutcome(bool succeeded, const QString& failureTitle, const QString& failureMessage,
-        const QStringList& written);
+    void tellOutcome(const OperationRun::Outcome& outcome);
     QString resultPath(int row) const;
     void showResultMenu(const QPoint& position);
 
     Settings m_settings;
+    const Session& m_session;
+    DesktopNotifier& m_notifier;
+    Widgets m_widgets;
     IntakeList* m_intake;
     ResultFolder* m_results;
     FileListModel* m_intakeModel;
@@ -122,13 +129,13 @@ private:
     QHBoxLayout* m_columns;
     QList<Line*> m_lines;
     ProgressOverlay* m_overlay = nullptr;
-    OperationTask* m_task = nullptr;
+    OperationRun* m_run = nullptr;
     ResultOrderModel* m_resultOrder = nullptr;
     QWidget* m_intakePanel = nullptr;
     QWidget* m_summaryRow = nullptr;
     QStringList m_lastResults;
-    int m_audience = 0;
+    bool m_isOperationEnabled = false;
 };
 
-// The state a switched button shows: enabled, "state" property on, and its mirrored flag.
-void switchButton(QPushButton* button, bool on, bool& mirror);
+// The state a switched button shows: enabled and its "state" property on.
+void switchButton(QPushButton* button, bool on);

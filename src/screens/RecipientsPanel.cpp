@@ -8,6 +8,7 @@
 #include "recipients/RecipientsController.h"
 #include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
+#include "screens/ScreensLog.h"
 #include "widgets/Accessibility.h"
 #include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
@@ -18,7 +19,6 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QLoggingCategory>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPointer>
@@ -26,8 +26,6 @@
 #include <QRegularExpression>
 #include <QTimer>
 #include <QVBoxLayout>
-
-Q_LOGGING_CATEGORY(lcRecipientsPanel, "varnex.screens")
 
 namespace {
 
@@ -238,7 +236,8 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     //% "CREATE GROUP"
     createGroupButton = new QPushButton(qtTrId("createGroupButton"), this);
     for (QPushButton* b : { createGroupButton, selectDeselectAllUsersButton }) {
-        b->setStyleSheet(amberButtonStyle() + QStringLiteral("QPushButton { font-size: 11px; padding: 7px 12px; }"));
+        b->setStyleSheet(
+            amberButtonStyle() + QStringLiteral("QPushButton { font-size: 11px; padding: 7px 12px; }"));
         b->setAccessibleName(b->text());
         b->setCursor(Qt::PointingHandCursor);
     }
@@ -256,9 +255,10 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     // The field's own colours, set before its style sheet: polishing fixes the palette it has
     // then, and the white field keeps dark text and a readable hint whatever the system's.
     searchTextField->setPalette(Colors::lightPalette(searchTextField->palette()));
-    searchTextField->setStyleSheet(QStringLiteral(
-        "QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: 10px; padding: 7px 12px;"
-        " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
+    searchTextField->setStyleSheet(
+        QStringLiteral("QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: "
+                       "10px; padding: 7px 12px;"
+                       " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
 
     associatedUsersTable = new RecipientsTableView(new AssociatedUserCellView, this);
     associatedUsersTable->setModel(m_model);
@@ -277,11 +277,14 @@ RecipientsPanel::RecipientsPanel(QWidget* parent)
     layout->addWidget(associatedUsersTable, 1);
 
     connect(searchTextField, &QLineEdit::textChanged, m_store, &AssociationsStore::applySearch);
-    connect(selectDeselectAllUsersButton, &QPushButton::clicked, m_store, &AssociationsStore::selectDeselectAll);
+    connect(
+        selectDeselectAllUsersButton, &QPushButton::clicked, m_store, &AssociationsStore::selectDeselectAll);
     connect(createGroupButton, &QPushButton::clicked, this, &RecipientsPanel::createGroupButtonClicked);
     connect(associatedUsersTable, &RecipientsTableView::rowClicked, m_store, &AssociationsStore::clickRow);
-    connect(associatedUsersTable, &RecipientsTableView::groupCheckBoxClicked, m_store, &AssociationsStore::toggleGroupChecked);
-    connect(associatedUsersTable, &RecipientsTableView::disclosureClicked, m_store, &AssociationsStore::toggleGroupExpansion);
+    connect(associatedUsersTable, &RecipientsTableView::groupCheckBoxClicked, m_store,
+        &AssociationsStore::toggleGroupChecked);
+    connect(associatedUsersTable, &RecipientsTableView::disclosureClicked, m_store,
+        &AssociationsStore::toggleGroupExpansion);
     connect(associatedUsersTable, &RecipientsTableView::menuClicked, this, &RecipientsPanel::showGroupMenu);
     connect(m_controller, &RecipientsController::usersLoaded, this, [this](bool anyUsers) {
         selectDeselectAllUsersButton->setEnabled(anyUsers);
@@ -326,7 +329,7 @@ bool RecipientsPanel::isGone(const QPointer<RecipientsPanel>& self)
         return true;
     if (self->servesCurrentPhone())
         return false;
-    qCInfo(lcRecipientsPanel) << "dropped a group change: the phone it was meant for is gone";
+    qCInfo(lcScreens) << "dropped a group change: the phone it was meant for is gone";
     return true;
 }
 
@@ -361,8 +364,8 @@ void RecipientsPanel::createGroupButtonClicked()
     //: Button that creates the group
     //% "Create"
     const QString create = qtTrId("groupCreateButton");
-    const auto typed = Dialogs::current().askText(
-        this, title, prompt, QString(), groupNamePlaceholder(), create, Dialogs::cancelText(), groupNameProblem);
+    const auto typed = Dialogs::current().askText(this, title, prompt, QString(), groupNamePlaceholder(),
+        create, Dialogs::cancelText(), groupNameProblem);
     if (isGone(self) || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
@@ -372,13 +375,14 @@ void RecipientsPanel::createGroupButtonClicked()
     if (!user)
         //% "Not connected. Please scan QR code with iOS app first."
         return showErrorAlert(qtTrId("groupNotConnected"));
-    NetworkClient::shared().createGroup(*user, *verdict.name, this, [this](const APIResult<GroupPtr>& result) {
-        if (!result.isSuccess())
-            return showErrorAlert(result.error().description());
-        revealWhenListed(result.value());
-        afterGroupChange();
-        m_controller->refreshGroups();
-    });
+    NetworkClient::shared().createGroup(
+        *user, *verdict.name, this, [this](const APIResult<GroupPtr>& result) {
+            if (!result.isSuccess())
+                return showErrorAlert(result.error().description());
+            revealWhenListed(result.value());
+            afterGroupChange();
+            m_controller->refreshGroups();
+        });
 }
 
 QMenu* RecipientsPanel::buildGroupMenu(qint64 groupId)
@@ -431,8 +435,8 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
     //: Button that renames the group
     //% "Save"
     const QString save = qtTrId("groupSaveButton");
-    const auto typed = Dialogs::current().askText(
-        this, title, prompt, group->name, groupNamePlaceholder(), save, Dialogs::cancelText(), groupNameProblem);
+    const auto typed = Dialogs::current().askText(this, title, prompt, group->name, groupNamePlaceholder(),
+        save, Dialogs::cancelText(), groupNameProblem);
     if (isGone(self) || !typed)
         return;
     const auto verdict = GroupNameRule::check(*typed);
@@ -441,16 +445,17 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
     if (*verdict.name == group->name)
         return;
     const QString name = *verdict.name;
-    NetworkClient::shared().updateGroup(groupId, name, this, [this, groupId, name](const APIResult<GroupPtr>& result) {
-        if (!result.isSuccess())
-            return showErrorAlert(groupNotUpdated(result.error()));
-        auto renamed = std::make_shared<GroupModel>();
-        renamed->id = groupId;
-        renamed->name = name;
-        revealWhenListed(renamed);
-        RecipientsController::postGroupMembersChanged();
-        afterGroupChange();
-    });
+    NetworkClient::shared().updateGroup(
+        groupId, name, this, [this, groupId, name](const APIResult<GroupPtr>& result) {
+            if (!result.isSuccess())
+                return showErrorAlert(groupNotUpdated(result.error()));
+            auto renamed = std::make_shared<GroupModel>();
+            renamed->id = groupId;
+            renamed->name = name;
+            revealWhenListed(renamed);
+            RecipientsController::postGroupMembersChanged();
+            afterGroupChange();
+        });
 }
 
 void RecipientsPanel::revealWhenListed(const GroupPtr& group)
@@ -495,7 +500,8 @@ void RecipientsPanel::menuRemoveMember(qint64 groupId)
     memberPicker(groupId, qtTrId("groupRemoveUsersTitle").arg(group->name), group->groupMembers, false);
 }
 
-void RecipientsPanel::memberPicker(qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add)
+void RecipientsPanel::memberPicker(
+    qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add)
 {
     if (isGone(this))
         return;

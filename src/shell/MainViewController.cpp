@@ -173,8 +173,8 @@ void MainViewController::viewDidLoad()
 
     // The tabs' screens are this screen's own parts, made here rather than through the
     // screen factory, which makes this screen.
-    vc1 = new EncryptViewController(container);
-    vc2 = new DecryptViewController(container);
+    vc1 = new EncryptViewController(m_services.phone.session(), m_services.notifier, container);
+    vc2 = new DecryptViewController(m_services.phone.session(), m_services.notifier, container);
     vc3 = new AboutViewController(m_services.phone, container);
     for (QWidget* screen :
         { static_cast<QWidget*>(vc1), static_cast<QWidget*>(vc2), static_cast<QWidget*>(vc3) })

@@ -23,7 +23,7 @@ bool QuitGuard::confirmQuit(QWidget* window)
 {
     bool running = false;
     for (const FileScreen* screen : window->findChildren<FileScreen*>())
-        running = running || (screen->runningTask() && screen->runningTask()->isRunning());
+        running = running || (screen->runningOperation() && screen->runningOperation()->isRunning());
     if (!running)
         return true;
     //: Dialog title when the user quits while the phone works on files

@@ -207,7 +207,7 @@ void TestAccessibility::initTestCase()
 
 void TestAccessibility::showEncryptScreen(int files, int height)
 {
-    m_screen = std::make_unique<EncryptViewController>();
+    m_screen = std::make_unique<EncryptViewController>(m_app.session(), m_app.notifier);
     m_screen->resize(1100, height);
     m_screen->intakeList()->addFiles(m_files.mid(0, files));
     fillRecipients(m_screen->recipients->store());
@@ -281,8 +281,8 @@ void TestAccessibility::rowsToggleThroughTheAccessibleAction()
     RecipientsModel* recipients = m_screen->recipients->model();
     const int row = files ? 2 : firstRow(recipients, list == u"user" ? Kind::user : Kind::groupHeader);
     QVERIFY(row >= 0);
-    QWidget* view
-        = files ? static_cast<QWidget*>(m_screen->intakeTable) : m_screen->recipients->associatedUsersTable;
+    QWidget* view = files ? static_cast<QWidget*>(m_screen->widgets().intakeTable)
+                          : m_screen->recipients->associatedUsersTable;
     auto marked = [&] {
         return files ? m_screen->filesToEncrypt().at(row)->isChecked
                      : recipients->index(row).data(RecipientsModel::CheckedRole).toBool();
@@ -306,12 +306,12 @@ void TestAccessibility::rowsToggleThroughTheAccessibleAction()
         QVERIFY(std::any_of(events.begin(), events.end(),
             [](const auto& e) { return e.first == QAccessible::StateChanged && e.second.checked; }));
     // The same rule as a click: a marked file switches REMOVE on.
-    QCOMPARE(m_screen->removeFilesButton->isEnabled(), files);
+    QCOMPARE(m_screen->widgets().removeFilesButton->isEnabled(), files);
 
     item->actionInterface()->doAction(action);
     QVERIFY(!marked());
     QVERIFY(!item->state().checked);
-    QVERIFY(!m_screen->removeFilesButton->isEnabled());
+    QVERIFY(!m_screen->widgets().removeFilesButton->isEnabled());
 }
 
 void TestAccessibility::groupRowsReportFolding()
@@ -504,7 +504,7 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
     QFETCH(QString, route);
     showEncryptScreen(4);
     AssociationsStore* store = m_screen->recipients->store();
-    QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(m_screen->intakeTable)
+    QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(m_screen->widgets().intakeTable)
                                     : m_screen->recipients->associatedUsersTable;
     QAbstractItemModel* model = view->model();
     const auto marks = [model] {
@@ -540,7 +540,7 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, box);
     } else if (route == u"select all") {
         if (files)
-            m_screen->selectDeselectAllButton->click();
+            m_screen->widgets().selectDeselectAllButton->click();
         else
             store->selectDeselectAll(); // its button waits for the phone's users reply
 
@@ -658,7 +658,7 @@ void TestAccessibility::keyboardKeepsItsPlace()
         store->setGroups({});
         store->rebuildAssociations();
     }
-    QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(m_screen->intakeTable)
+    QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(m_screen->widgets().intakeTable)
                                     : m_screen->recipients->associatedUsersTable;
     auto marked = [&](int row) {
         return view->model()->index(row, 0).data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked;
@@ -683,7 +683,7 @@ void TestAccessibility::keyboardKeepsItsPlace()
 
     // Select/deselect all and a refresh that changes nothing keep the place too.
     if (files) {
-        m_screen->selectDeselectAllButton->click();
+        m_screen->widgets().selectDeselectAllButton->click();
         QVERIFY(marked(0));
         m_screen->intakeModel()->reload();
     } else {
@@ -715,10 +715,10 @@ void TestAccessibility::keyboardOnlyJourney()
     RecipientsPanel* panel = screen->recipients;
 
     // The hint painted in the empty list reaches a screen reader too, and goes with the first file.
-    QAccessibleInterface* intake = QAccessible::queryAccessibleInterface(screen->intakeTable);
-    QVERIFY(intake->text(QAccessible::Description).contains(screen->chooseFilesButton->text()));
+    QAccessibleInterface* intake = QAccessible::queryAccessibleInterface(screen->widgets().intakeTable);
+    QVERIFY(intake->text(QAccessible::Description).contains(screen->widgets().chooseFilesButton->text()));
     QVERIFY(!intake->text(QAccessible::Name).isEmpty());
-    QVERIFY(tabTo(screen->chooseFilesButton));
+    QVERIFY(tabTo(screen->widgets().chooseFilesButton));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     QTRY_COMPARE(screen->filesToEncrypt().size(), 3);
     QCOMPARE(intake->childCount(), 3);
@@ -726,13 +726,14 @@ void TestAccessibility::keyboardOnlyJourney()
     const QList<QWidget*> everywhere { part<CustomButton>(&main, "encryptTab"),
         part<CustomButton>(&main, "decryptTab"), part<QToolButton>(&main, "aboutButton") };
     QCOMPARE(missedByTab(everywhere
-                 + QList<QWidget*> { screen->chooseFilesButton, screen->selectDeselectAllButton,
-                     screen->intakeTable, screen->openFolderButton, panel->createGroupButton,
-                     panel->searchTextField, panel->associatedUsersTable }),
+                 + QList<QWidget*> { screen->widgets().chooseFilesButton,
+                     screen->widgets().selectDeselectAllButton, screen->widgets().intakeTable,
+                     screen->widgets().openFolderButton, panel->createGroupButton, panel->searchTextField,
+                     panel->associatedUsersTable }),
         QStringList());
-    QCOMPARE(missedByTab({ screen->resultTable }).size(), 1); // empty: no row could show the focus
+    QCOMPARE(missedByTab({ screen->widgets().resultTable }).size(), 1); // empty: no row could show the focus
 
-    QVERIFY(tabTo(screen->intakeTable));
+    QVERIFY(tabTo(screen->widgets().intakeTable));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     QCOMPARE(screen->intakeList()->markedCount(), 1);
@@ -744,7 +745,7 @@ void TestAccessibility::keyboardOnlyJourney()
         QTest::keyClick(recipients, Qt::Key_Down);
     QTest::keyClick(recipients, Qt::Key_Space);
     QVERIFY(!panel->store()->selectedRecipientEmails().isEmpty());
-    QVERIFY(screen->operationButton->isEnabled());
+    QVERIFY(screen->widgets().operationButton->isEnabled());
 
     // A group's options: to its row, Return opens the menu, Return on the first item.
     const int group = firstRow(panel->model(), AssociatedUserRowType::Kind::groupHeader);
@@ -764,24 +765,25 @@ void TestAccessibility::keyboardOnlyJourney()
     QTRY_COMPARE(QApplication::focusWidget(), recipients);
 
     // ENCRYPT starts the operation; Escape cancels it.
-    QVERIFY(tabTo(screen->operationButton));
+    QVERIFY(tabTo(screen->widgets().operationButton));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-    QVERIFY(screen->runningTask());
+    QVERIFY(screen->runningOperation());
     if (screen->overlay()) {
         QTRY_VERIFY(!screen->overlay() || screen->overlay()->cancelButton()->hasFocus());
         if (screen->overlay())
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
     }
-    QTRY_VERIFY_WITH_TIMEOUT(!screen->runningTask(), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(!screen->runningOperation(), 20000);
 
     QVERIFY(tabTo(part<CustomButton>(&main, "decryptTab")));
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     QCOMPARE(main.currentScreen(), main.decryptScreen());
     FileScreen* decrypt = main.decryptScreen();
     QCOMPARE(missedByTab(everywhere
-                 + QList<QWidget*> { decrypt->chooseFilesButton, decrypt->selectDeselectAllButton,
-                     decrypt->intakeTable, decrypt->openFolderButton, decrypt->removeFilesButton,
-                     decrypt->operationButton }),
+                 + QList<QWidget*> { decrypt->widgets().chooseFilesButton,
+                     decrypt->widgets().selectDeselectAllButton, decrypt->widgets().intakeTable,
+                     decrypt->widgets().openFolderButton, decrypt->widgets().removeFilesButton,
+                     decrypt->widgets().operationButton }),
         QStringList());
 }
 

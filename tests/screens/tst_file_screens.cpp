@@ -1,6 +1,8 @@
+#include "app/Session.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
+#include "desktop/DesktopNotifier.h"
 #include "files/ResultFolder.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
@@ -75,7 +77,7 @@ void TestFileScreens::initTestCase()
 
 void TestFileScreens::dropsAnywhereOnTheList()
 {
-    EncryptViewController screen;
+    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
     screen.resize(1100, 650);
     screen.show();
     QVERIFY(QTest::qWaitForWindowExposed(&screen));
@@ -99,13 +101,12 @@ void TestFileScreens::dropsAnywhereOnTheList()
     QCOMPARE(dialogs.shown.size(), 2);
     // Never on a result table.
     QVERIFY(!drop(screen.encryptedFilesTable(), { m_files + u"/budget.xlsx"_qs }, QPoint(50, 5)));
-    QVERIFY(screen.isSelectFilesEnabled);
-    QVERIFY(screen.selectDeselectAllButton->isEnabled());
+    QVERIFY(screen.widgets().selectDeselectAllButton->isEnabled());
 }
 
 void TestFileScreens::oneDialogForSeveralRefusals()
 {
-    DecryptViewController screen;
+    DecryptViewController screen(Session::instance(), DesktopNotifier::instance());
     screen.show();
     FakeDialogs dialogs;
     QVERIFY(drop(screen.filesToDecryptTable(),
@@ -120,7 +121,7 @@ void TestFileScreens::oneDialogForSeveralRefusals()
         u"report.pdf: not encrypted\nnotes.txt: not encrypted"_qs);
     QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Informational);
 
-    EncryptViewController encrypt;
+    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
     encrypt.addFiles({ m_files + u"/photo.vx"_qs });
     QCOMPARE(dialogs.shown.at(1).message,
         u"You can only add files that aren't encrypted or uploaded\n\nphoto.vx: already encrypted"_qs);
@@ -151,13 +152,13 @@ void TestFileScreens::chooseFilesStartsInTheRightFolder()
 {
     FakeDialogs dialogs;
     dialogs.filesToChoose = { m_files + u"/report.pdf"_qs, m_files + u"/notes.txt"_qs };
-    EncryptViewController encrypt;
-    QTest::mouseClick(encrypt.chooseFilesButton, Qt::LeftButton);
+    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    QTest::mouseClick(encrypt.widgets().chooseFilesButton, Qt::LeftButton);
     QCOMPARE(dialogs.chooseFilesFolder, *WorkingFolders::documentsFolder());
     QCOMPARE(encrypt.filesToEncrypt().size(), 2);
 
     dialogs.filesToChoose = { m_files + u"/report.pdf.vx"_qs, m_files + u"/report.pdf"_qs };
-    DecryptViewController decrypt;
+    DecryptViewController decrypt(Session::instance(), DesktopNotifier::instance());
     decrypt.chooseFiles();
     QCOMPARE(dialogs.chooseFilesFolder, *WorkingFolders::encryptedFilesFolder());
     QCOMPARE(decrypt.filesToDecrypt().size(), 1);
@@ -170,7 +171,7 @@ void TestFileScreens::previewAndOpenFolderOpenTheRightPaths()
 {
     TestFiles::write(*WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs, "x");
     FakeDialogs dialogs;
-    EncryptViewController encrypt;
+    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
     encrypt.resize(1100, 650);
     encrypt.show();
     QVERIFY(QTest::qWaitForWindowExposed(&encrypt));
@@ -178,9 +179,9 @@ void TestFileScreens::previewAndOpenFolderOpenTheRightPaths()
     FileTableView* table = encrypt.filesToEncryptTable();
     const QRect row = table->visualRect(table->model()->index(0, 0));
     QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, table->cell()->previewRect(row).center());
-    QTest::mouseClick(encrypt.openFolderButton, Qt::LeftButton);
+    QTest::mouseClick(encrypt.widgets().openFolderButton, Qt::LeftButton);
 
-    DecryptViewController decrypt;
+    DecryptViewController decrypt(Session::instance(), DesktopNotifier::instance());
     decrypt.resize(1100, 650);
     decrypt.show();
     QVERIFY(QTest::qWaitForWindowExposed(&decrypt));
@@ -199,7 +200,7 @@ void TestFileScreens::previewAndOpenFolderOpenTheRightPaths()
 
 void TestFileScreens::clicksAndKeysFlipMarks()
 {
-    DecryptViewController screen;
+    DecryptViewController screen(Session::instance(), DesktopNotifier::instance());
     screen.resize(1100, 650);
     screen.show();
     QVERIFY(QTest::qWaitForWindowExposed(&screen));
@@ -208,26 +209,21 @@ void TestFileScreens::clicksAndKeysFlipMarks()
     const QRect first = table->visualRect(table->model()->index(0, 0));
     QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, first.center());
     QVERIFY(screen.filesToDecrypt().at(0)->isChecked);
-    QVERIFY(screen.isDecryptFilesEnabled());
-    QVERIFY(screen.removeFilesButton->isEnabled());
-    QCOMPARE(screen.removeFilesButton->property("state").toInt(), 1);
+    QCOMPARE(screen.widgets().removeFilesButton->property("state").toInt(), 1);
     QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, table->cell()->checkBoxRect(first).center());
     QVERIFY(!screen.filesToDecrypt().at(0)->isChecked);
-    QVERIFY(!screen.isDecryptFilesEnabled());
     table->setFocus();
     table->setCurrentIndex(table->model()->index(1, 0));
     QTest::keyClick(table, Qt::Key_Space);
     QVERIFY(screen.filesToDecrypt().at(1)->isChecked);
-    QTest::mouseClick(screen.removeFilesButton, Qt::LeftButton);
+    QTest::mouseClick(screen.widgets().removeFilesButton, Qt::LeftButton);
     QCOMPARE(screen.filesToDecrypt().size(), 1);
-    QVERIFY(!screen.removeFilesButton->isEnabled());
-    QCOMPARE(screen.removeFilesButton->property("state").toInt(), 0);
-    QVERIFY(!screen.isDecryptFilesEnabled()); // nothing marked is left
+    QCOMPARE(screen.widgets().removeFilesButton->property("state").toInt(), 0);
 }
 
 void TestFileScreens::keyboardFocusIsVisible()
 {
-    EncryptViewController screen;
+    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
     screen.resize(1100, 650);
     screen.show();
     QVERIFY(QTest::qWaitForWindowActive(&screen));
@@ -240,7 +236,7 @@ void TestFileScreens::keyboardFocusIsVisible()
     const QPoint frame = table->visualRect(table->currentIndex()).topLeft() + QPoint(3, 20);
     const auto colourAtFrame = [&] { return table->viewport()->grab().toImage().pixelColor(frame); };
     QCOMPARE(colourAtFrame(), FileCellDelegate::focusColor);
-    screen.chooseFilesButton->setFocus();
+    screen.widgets().chooseFilesButton->setFocus();
     QTRY_VERIFY(!table->hasFocus());
     QCOMPARE(colourAtFrame(), QColor(Qt::white));
 }

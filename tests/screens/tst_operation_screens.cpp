@@ -2,7 +2,8 @@
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
-#include "operations/OperationTask.h"
+#include "desktop/DesktopNotifier.h"
+#include "operations/OperationRun.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
 #include "screens/RecipientsPanel.h"
@@ -15,7 +16,6 @@
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -38,10 +38,9 @@ private Q_SLOTS:
     void initTestCase();
     void init() { m_phone->pair(); }
     void encryptChecksRecipientsThenFiles();
-    void roundTripThroughTheScreens();
-    void failuresAreToldAndClearTheChoice_data();
-    void failuresAreToldAndClearTheChoice();
-    void waitIsCountedAndCancelKeepsTheChoice();
+    void operationsThatEndClearTheChoice_data();
+    void operationsThatEndClearTheChoice();
+    void cancelKeepsTheChoice();
     void mainThreadStaysResponsive();
     void screenDestroyedMidOperation();
 
@@ -83,7 +82,7 @@ void TestOperationScreens::prepare(EncryptViewController& screen, const QString&
 void TestOperationScreens::encryptChecksRecipientsThenFiles()
 {
     FakeDialogs dialogs;
-    EncryptViewController screen;
+    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
     prepare(screen);
     screen.encryptFiles();
     QCOMPARE(dialogs.shown.size(), 1);
@@ -100,108 +99,75 @@ void TestOperationScreens::encryptChecksRecipientsThenFiles()
     QCOMPARE(m_phone->requests().size(), 2); // users and groups only: nothing was sent
 }
 
-void TestOperationScreens::roundTripThroughTheScreens()
+void TestOperationScreens::operationsThatEndClearTheChoice_data()
 {
+    QTest::addColumn<QJsonObject>("fault");
+    QTest::addColumn<QString>("dialog"); // the failure dialog's title, if any
+    QTest::newRow("encrypted") << QJsonObject() << QString();
+    QTest::newRow("failed") << QJsonObject { { u"path"_qs, u"*"_qs }, { u"status"_qs, 500 } }
+                            << u"Encryption failed"_qs;
+}
+
+void TestOperationScreens::operationsThatEndClearTheChoice()
+{
+    QFETCH(QJsonObject, fault);
+    QFETCH(QString, dialog);
     FakeDialogs dialogs;
-    const QByteArray report = QByteArray("quarterly numbers\n").repeated(50000);
-    TestFiles::write(m_files + u"/report.pdf"_qs, report);
-    EncryptViewController encrypt;
-    prepare(encrypt);
+    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    prepare(encrypt, u"report.pdf"_qs);
     AssociationsStore* store = encrypt.recipients->store();
     store->toggleGroupChecked(PairedPhone::groupId(store, u"Family"_qs));
-    store->clickRow(PairedPhone::userRow(store, u"amelia.clarke@example.com"_qs));
-    encrypt.addFiles({ m_files + u"/report.pdf"_qs });
-    encrypt.intakeList()->flip(0);
+    const QString recipients = store->recipientsString();
+    if (!fault.isEmpty())
+        QVERIFY(m_phone->setFault(fault));
     QTest::mouseClick(encrypt.encryptButton(), Qt::LeftButton);
     QVERIFY(encrypt.overlay());
     QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 15000);
-    QVERIFY(dialogs.shown.isEmpty());
-
-    // Whom the phone was asked to encrypt for, and what the screen looks like afterwards (the
-    // names and the folders of the results are the task's, tested with it).
-    QJsonArray parts;
-    for (const auto& r : m_phone->requests()) {
-        if (r.toObject().value(u"path").toString() == u"/encryptFile/")
-            parts = r.toObject().value(u"parts").toArray();
+    QCOMPARE(dialogs.shown.size(), int(!dialog.isEmpty()));
+    if (!dialog.isEmpty()) {
+        QCOMPARE(dialogs.shown.at(0).title, dialog);
+        QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Critical);
     }
-    QCOMPARE(parts.at(0).toObject().value(u"value").toString(),
-        u"amelia.clarke@example.com;elena.rossi@example.it;julia.santos@example.br;"_qs);
-    QTRY_VERIFY(std::any_of(encrypt.encryptedFiles().begin(), encrypt.encryptedFiles().end(),
-        [](const FilePtr& f) { return f->filePath->endsWith(u"/report.pdf.vx"); }));
-    QCOMPARE(encrypt.filesToEncrypt().size(), 1);
+    // Marks and user checks are cleared; checked groups stay for the next files.
     QVERIFY(!encrypt.filesToEncrypt().at(0)->isChecked);
-    QVERIFY(!encrypt.encryptButton()->isEnabled() && !encrypt.removeFilesButton->isEnabled());
+    QVERIFY(!encrypt.isEncryptFilesEnabled());
     QCOMPARE(store->selectedRecipientEmails(),
         (QStringList { u"elena.rossi@example.it"_qs, u"julia.santos@example.br"_qs }));
-
-    // Back again on the Decrypt screen.
-    DecryptViewController decrypt;
+    QCOMPARE(encrypt.lastResults().size(), int(dialog.isEmpty()));
+    if (!dialog.isEmpty())
+        return;
+    QCOMPARE(m_phone->requests().last().toObject().value(u"parts").toArray().at(0).toObject().value(u"value"),
+        recipients);
+    // The result goes on to the Decrypt screen, which clears its marks in turn.
+    DecryptViewController decrypt(Session::instance(), DesktopNotifier::instance());
     decrypt.show();
-    decrypt.addFiles({ *WorkingFolders::encryptedFilesFolder() + u"/report.pdf.vx"_qs });
+    decrypt.addFiles(encrypt.lastResults());
     decrypt.intakeList()->flip(0);
     QTest::mouseClick(decrypt.decryptButton(), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
     QVERIFY(dialogs.shown.isEmpty());
-    QCOMPARE(TestFiles::read(*WorkingFolders::decryptedFilesFolder() + u"/report.pdf"_qs), report);
+    QVERIFY(!decrypt.filesToDecrypt().at(0)->isChecked);
     QTRY_COMPARE(decrypt.decryptedFiles().size(), 1);
 }
 
-void TestOperationScreens::failuresAreToldAndClearTheChoice_data()
-{
-    QTest::addColumn<QJsonObject>("fault");
-    QTest::addColumn<QString>("message"); // a pattern
-    QTest::newRow("error status") << QJsonObject { { u"status"_qs, 500 } } << u"^Connection timeout$"_qs;
-    // A hostile reply is told, not swallowed.
-    QTest::newRow("hostile archive") << QJsonObject { { u"archive"_qs, u"longName"_qs } }
-                                     << u"^The phone's reply could not be saved: ."_qs;
-}
-
-void TestOperationScreens::failuresAreToldAndClearTheChoice()
-{
-    QFETCH(QJsonObject, fault);
-    QFETCH(QString, message);
-    FakeDialogs dialogs;
-    EncryptViewController encrypt;
-    prepare(encrypt, u"a.txt"_qs);
-    const QStringList before = entries(WorkingFolders::encryptedFilesFolder());
-    fault.insert(u"path"_qs, u"/encryptFile/"_qs);
-    QVERIFY(m_phone->setFault(fault));
-    encrypt.encryptFiles();
-    QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);
-    QCOMPARE(dialogs.shown.size(), 1);
-    QCOMPARE(dialogs.shown.at(0).title, u"Encryption failed"_qs);
-    QVERIFY2(QRegularExpression(message).match(dialogs.shown.at(0).message).hasMatch(),
-        qPrintable(dialogs.shown.at(0).message));
-    QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Critical);
-    QVERIFY(!encrypt.filesToEncrypt().at(0)->isChecked);
-    QVERIFY(encrypt.recipients->store()->selectedRecipientEmails().isEmpty());
-    QCOMPARE(entries(WorkingFolders::encryptedFilesFolder()), before);
-}
-
-void TestOperationScreens::waitIsCountedAndCancelKeepsTheChoice()
+void TestOperationScreens::cancelKeepsTheChoice()
 {
     FakeDialogs dialogs;
-    EncryptViewController encrypt;
-    prepare(encrypt, u"slow.txt"_qs, QByteArray(200'000, 's'));
-    // The phone takes its time: the overlay says how long it has been waiting, second by second.
+    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    prepare(encrypt, u"slow.txt"_qs);
     QVERIFY(m_phone->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     encrypt.encryptFiles();
     QVERIFY(encrypt.overlay());
-    QCOMPARE(encrypt.overlay()->stageLabel()->text(), QStringLiteral("Connecting to the phone...")); // no figures yet
-    QLabel* detail = encrypt.overlay()->detailLabel();
-    QTRY_VERIFY_WITH_TIMEOUT(detail->text().contains(u"0:01"_qs), 10000);
-    QTRY_VERIFY_WITH_TIMEOUT(detail->text().contains(u"0:02"_qs), 5000);
-    QVERIFY(encrypt.overlay()->accessibleDescription().contains(detail->text()));
-    // The user gives up: the overlay goes, nothing is shown, the marks and the recipients stay,
-    // and no operation folder is left behind.
+    QTRY_COMPARE_WITH_TIMEOUT(encrypt.overlay()->stageLabel()->text(), u"Waiting for the phone..."_qs, 10000);
+    QVERIFY(encrypt.overlay()->accessibleDescription().contains(encrypt.overlay()->detailLabel()->text()));
+    // The user gives up: the overlay goes, nothing is shown, the marks and the recipients stay.
     QTest::mouseClick(encrypt.overlay()->cancelButton(), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);
     QVERIFY(dialogs.shown.isEmpty());
     QVERIFY(encrypt.filesToEncrypt().at(0)->isChecked);
     QCOMPARE(
         encrypt.recipients->store()->selectedRecipientEmails(), QStringList { u"ben.ortiz@example.com"_qs });
-    QVERIFY(encrypt.isOperationEnabled);
-    QCOMPARE(entries(WorkingFolders::encryptedFilesFolder(), QDir::Dirs), QStringList());
+    QVERIFY(encrypt.isEncryptFilesEnabled());
 }
 
 void TestOperationScreens::mainThreadStaysResponsive()
@@ -210,7 +176,7 @@ void TestOperationScreens::mainThreadStaysResponsive()
     // 48 MiB in the suite; VARNEX_STALL_PROBE_MIB=1024 runs the full-size measurement.
     const int full = qEnvironmentVariableIntValue("VARNEX_STALL_PROBE_MIB");
     const qsizetype mib = full > 0 ? full : 48;
-    EncryptViewController encrypt;
+    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
     prepare(encrypt, u"big.bin"_qs, TestFiles::randomBytes(mib * 1024 * 1024, 5));
     // A probe timer: the longest gap between its ticks is the longest stall of this thread.
     QTimer probe;
@@ -228,8 +194,8 @@ void TestOperationScreens::mainThreadStaysResponsive()
     probe.start();
     encrypt.encryptFiles();
     QVERIFY(encrypt.overlay());
-    QObject::connect(encrypt.runningTask(), &OperationTask::progress, &probe,
-        [&encrypt, &stage] { stage = encrypt.overlay()->stageLabel()->text(); });
+    QObject::connect(encrypt.runningOperation(), &OperationRun::stageChanged, &probe,
+        [&stage](const QString& text) { stage = text; });
     QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 600000);
     probe.stop();
     qInfo("longest main-thread stall during a %lld MiB encryption: %lld ms", qint64(mib), worst);
@@ -251,11 +217,11 @@ void TestOperationScreens::screenDestroyedMidOperation()
     FakeDialogs dialogs;
     TestFiles::write(m_files + u"/a.txt.vx"_qs, "a");
     QVERIFY(m_phone->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"noAnswer"_qs, true } }));
-    auto* decrypt = new DecryptViewController;
+    auto* decrypt = new DecryptViewController(Session::instance(), DesktopNotifier::instance());
     decrypt->addFiles({ m_files + u"/a.txt.vx"_qs });
     decrypt->intakeList()->flip(0);
     decrypt->uploadForDecryption();
-    QPointer<OperationTask> task = decrypt->runningTask();
+    QPointer<OperationTask> task = decrypt->runningOperation()->task();
     QVERIFY(task);
     QSignalSpy progress(task.data(), &OperationTask::progress);
     QTRY_VERIFY_WITH_TIMEOUT(progress.size() >= 2, 5000);

@@ -4,11 +4,12 @@
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
+#include "desktop/DesktopNotifier.h"
+#include "recipients/RecipientsController.h"
+#include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
 #include "screens/EncryptViewController.h"
 #include "screens/RecipientsPanel.h"
-#include "recipients/RecipientsController.h"
-#include "recipients/RecipientsModel.h"
 #include "storage/WorkingFolders.h"
 
 #include <QAccessible>
@@ -107,7 +108,7 @@ void TestRecipientsPanel::initTestCase()
 void TestRecipientsPanel::init()
 {
     m_phone->pair();
-    m_screen = std::make_unique<EncryptViewController>();
+    m_screen = std::make_unique<EncryptViewController>(Session::instance(), DesktopNotifier::instance());
     m_screen->resize(1100, 650);
     m_screen->show();
     QTRY_VERIFY_WITH_TIMEOUT(store()->users.size() >= 12 && store()->groups.size() >= 2, 5000);
@@ -554,8 +555,8 @@ void TestRecipientsPanel::aFetchThePhoneNeverAnswersIsAbandoned()
     QFETCH(QString, path);
     const bool users = path == u"/getUsers";
     panel()->controller()->setFetchTimeout(std::chrono::milliseconds(1000));
-    QVERIFY(m_phone->setFault({ { u"method"_qs, u"GET"_qs }, { u"path"_qs, path }, { u"noAnswer"_qs, true },
-        { u"times"_qs, 1 } }));
+    QVERIFY(m_phone->setFault(
+        { { u"method"_qs, u"GET"_qs }, { u"path"_qs, path }, { u"noAnswer"_qs, true }, { u"times"_qs, 1 } }));
     const int before = m_phone->count(u"GET"_qs, path);
     auto signal = [users] {
         if (users)

@@ -549,24 +549,25 @@ void TestScreenshots::screens()
         const QList<Line*> lines = screen->lines();
         QCOMPARE(lines.size(), decrypt ? 2 : 3);
         const auto x = [screen](QWidget* w) { return w->mapTo(screen, QPoint()).x(); };
-        QCOMPARE(x(lines.first()), x(screen->intakeText));
+        QCOMPARE(x(lines.first()), x(screen->widgets().intakeText));
         for (int i = 1; i < lines.size(); ++i) {
             QCOMPARE(x(lines.at(i)), x(lines.at(i - 1)) + lines.at(i - 1)->width());
             QVERIFY(lines.at(i - 1)->width() <= 286); // a wider share would leave a gap
         }
         const int end = x(lines.last()) + std::min(lines.last()->width(), 286);
         // Under the last button, or as far as the strokes reach when a translation is longer.
-        const int buttonsEnd = x(screen->removeFilesButton) + screen->removeFilesButton->width();
+        const int buttonsEnd
+            = x(screen->widgets().removeFilesButton) + screen->widgets().removeFilesButton->width();
         QCOMPARE(end, std::min(buttonsEnd, x(lines.first()) + int(lines.size()) * 285));
     }
     main.selectEncrypt();
 
     EncryptViewController* encrypt = main.encryptScreen();
     // The focus border is always there, clear until focused: focus changes neither size nor title.
-    const QSize upload = encrypt->chooseFilesButton->sizeHint();
-    encrypt->chooseFilesButton->setFocus();
-    QCOMPARE(encrypt->chooseFilesButton->sizeHint(), upload);
-    QVERIFY(encrypt->chooseFilesButton->width() >= upload.width());
+    const QSize upload = encrypt->widgets().chooseFilesButton->sizeHint();
+    encrypt->widgets().chooseFilesButton->setFocus();
+    QCOMPARE(encrypt->widgets().chooseFilesButton->sizeHint(), upload);
+    QVERIFY(encrypt->widgets().chooseFilesButton->width() >= upload.width());
     encrypt->intakeList()->addFiles(m_files);
     encrypt->intakeList()->flip(0);
     encrypt->intakeList()->flip(2);
@@ -629,7 +630,8 @@ void TestScreenshots::screens()
     QVERIFY(QTest::qWaitForWindowExposed(menu.get()));
     save(menu.get(), u"menu-group-empty"_qs);
     menu->close();
-    QToolTip::showText(main.mapToGlobal(QPoint(300, 120)), encrypt->chooseFilesButton->toolTip(), &main);
+    QToolTip::showText(
+        main.mapToGlobal(QPoint(300, 120)), encrypt->widgets().chooseFilesButton->toolTip(), &main);
     QTRY_VERIFY(QToolTip::isVisible());
     const QWidgetList tops = QApplication::topLevelWidgets();
     QWidget* tip

@@ -255,7 +255,8 @@ void TestShell::pairing()
 
     QWidget* focused = QApplication::focusWidget();
     // Its group service on another host (loopback too: tests reach no other address).
-    QCOMPARE(send(u"Eve's phone"_qs, u"127.0.0.99"_qs, u"eve@example.com"_qs, u"http://127.0.0.97:8080/"_qs), 200);
+    QCOMPARE(
+        send(u"Eve's phone"_qs, u"127.0.0.99"_qs, u"eve@example.com"_qs, u"http://127.0.0.97:8080/"_qs), 200);
     QTRY_VERIFY(bar->isVisible());
     auto* message = part<QLabel>(bar, "pairingRequestMessage");
     QCOMPARE(message->textFormat(), Qt::PlainText);
@@ -511,7 +512,7 @@ void TestShell::anOperationWhosePhoneIsLost()
     QCOMPARE(dialogs.shown.at(0).title, u"Decryption failed"_qs);
     QVERIFY2(dialogs.shown.at(0).message.startsWith(u"Contact with the phone was lost"),
         qPrintable(dialogs.shown.at(0).message));
-    QTRY_VERIFY(!decrypt->runningTask());
+    QTRY_VERIFY(!decrypt->runningOperation());
     QVERIFY(stillWhileOpen);
     // The mark stays; the result folder holds nothing new.
     QVERIFY(decrypt->intakeList()->files().at(0)->isChecked);

@@ -91,7 +91,7 @@ void TestShortcuts::keysDoWhatTheyDo()
     main->encryptScreen()->addFiles(
         { m_files + QStringLiteral("/a.txt"), m_files + QStringLiteral("/b.txt") });
     // Ctrl+A marks all, Delete removes the marked ones; on the Decrypt list nothing changes.
-    main->encryptScreen()->intakeTable->setFocus();
+    main->encryptScreen()->widgets().intakeTable->setFocus();
     QTest::keyClick(&window, Qt::Key_A, Qt::ControlModifier);
     QTRY_COMPARE(main->encryptScreen()->intakeList()->markedCount(), 2);
     QTest::keyClick(&window, Qt::Key_Delete);
@@ -112,7 +112,7 @@ void TestShortcuts::keysDoWhatTheyDo()
     QCOMPARE(main->encryptScreen()->intakeList()->markedCount(), 0);
 
     // Seen in tool tips, and heard as the buttons' key bindings.
-    QCOMPARE(main->encryptScreen()->chooseFilesButton->toolTip(),
+    QCOMPARE(main->encryptScreen()->widgets().chooseFilesButton->toolTip(),
         QStringLiteral("Choose files to add, or drop them on the list (Ctrl+O)"));
     QCOMPARE(part<QWidget>(main, "decryptTabBacking")->toolTip(), QStringLiteral("DECRYPT (Ctrl+2)"));
     QCOMPARE(part<QToolButton>(main, "aboutButton")->toolTip(), QStringLiteral("About (F1)"));

@@ -1,0 +1,221 @@
+#include "operations/OperationRun.h"
+
+#include "app/Session.h"
+#include "operations/EncryptTask.h"
+#include "storage/File.h"
+
+namespace {
+
+using Stage = OperationTask::Stage;
+
+QString stageTextOf(Stage stage, qint64 done, qint64 total)
+{
+    switch (stage) {
+    case Stage::Sending:
+        if (total <= 0) {
+            // Nothing measured yet: the transfer is still reaching the phone.
+            //: Progress before the first bytes go to the phone
+            //% "Connecting to the phone..."
+            return qtTrId("stageConnecting");
+        }
+        //: Progress while files go to the phone
+        //% "Sending %1 of %2"
+        return qtTrId("stageSending").arg(formatFileSize(quint64(done)), formatFileSize(quint64(total)));
+    case Stage::Waiting:
+        //: Progress while the phone works on the files
+        //% "Waiting for the phone..."
+        return qtTrId("stageWaiting");
+    case Stage::Receiving:
+        // The results are saved as they arrive: one stage for both.
+        if (total > 0) {
+            //: Progress while the results come back and are saved as they arrive
+            //% "Receiving and saving %1 of %2"
+            return qtTrId("stageReceivingSavingOf")
+                .arg(formatFileSize(quint64(done)), formatFileSize(quint64(total)));
+        }
+        //: Progress while the results come back and are saved as they arrive, of unknown size
+        //% "Receiving and saving %1"
+        return qtTrId("stageReceivingSaving").arg(formatFileSize(quint64(done)));
+    case Stage::Unpacking:
+        //: Progress while the results are unpacked
+        //% "Saving the results..."
+        return qtTrId("stageUnpacking");
+    }
+    return {};
+}
+
+} // namespace
+
+OperationRun* OperationRun::encrypt(const Session& session, const QString& resultFolder,
+    const QStringList& files, const QString& recipients, int audience, QObject* parent)
+{
+    auto task = std::make_unique<EncryptTask>(
+        files, recipients, resultFolder, session.phoneServiceUrl(u"/encryptFile/"));
+    return new OperationRun(session, std::move(task), resultFolder, true, audience, parent);
+}
+
+OperationRun* OperationRun::decrypt(const Session& session, const QString& resultFolder,
+    const QList<DecryptTask::Intake>& files, QObject* parent)
+{
+    auto task = std::make_unique<DecryptTask>(files, resultFolder, session.phoneServiceUrl(u"/decryptFile/"));
+    return new OperationRun(session, std::move(task), resultFolder, false, 0, parent);
+}
+
+OperationRun::OperationRun(const Session& session, std::unique_ptr<OperationTask> task, QString resultFolder,
+    bool encrypt, int audience, QObject* parent)
+    : QObject(parent)
+    , m_task(std::move(task))
+    , m_resultFolder(std::move(resultFolder))
+    , m_encrypt(encrypt)
+    , m_audience(audience)
+{
+    qRegisterMetaType<OperationRun::Outcome>();
+    m_stageText = stageTextOf(Stage::Sending, 0, 0);
+    m_tick.setInterval(1000);
+    connect(&m_tick, &QTimer::timeout, this, &OperationRun::showWaited);
+    connect(m_task.get(), &OperationTask::progress, this, &OperationRun::onProgress);
+    connect(m_task.get(), &OperationTask::finished, this, &OperationRun::onTaskFinished);
+    connect(&session, &Session::phoneConnectedChanged, this, &OperationRun::onPhoneConnectedChanged);
+}
+
+void OperationRun::start()
+{
+    m_clock.start();
+    m_task->start();
+}
+
+void OperationRun::cancel()
+{
+    m_task->cancel();
+    m_cancelled = true;
+    m_tick.stop();
+    //: Progress once the user cancelled
+    //% "Cancelling..."
+    setStage(qtTrId("stageCancelling"));
+    setDetail(QString());
+}
+
+void OperationRun::setStage(const QString& text, qint64 done, qint64 total)
+{
+    m_stageText = text;
+    Q_EMIT stageChanged(text, done, total);
+}
+
+void OperationRun::setDetail(const QString& text)
+{
+    m_detailText = text;
+    Q_EMIT detailChanged(text);
+}
+
+void OperationRun::showWaited()
+{
+    //: Under the progress while the phone works, %1 is a time such as 0:42
+    //% "Waiting for %1"
+    setDetail(qtTrId("timeWaited")
+                  .arg(TransferRate::formatDuration((m_clock.elapsed() - m_waitingSinceMs) / 1000)));
+}
+
+void OperationRun::onProgress(Stage stage, qint64 done, qint64 total)
+{
+    m_stage = stage;
+    if (m_cancelled)
+        return;
+    const qint64 now = m_clock.elapsed();
+    if (stage == Stage::Sending || stage == Stage::Receiving)
+        m_rate.sample(done, stage == Stage::Sending ? total : 0, now);
+    const bool known = stage == Stage::Sending || stage == Stage::Unpacking;
+    setStage(stageTextOf(stage, done, total), known ? done : 0, known ? total : 0);
+    if (stage == Stage::Waiting) {
+        if (m_waitingSinceMs < 0) {
+            m_waitingSinceMs = now;
+            m_tick.start();
+            showWaited();
+        }
+        return;
+    }
+    m_waitingSinceMs = -1;
+    m_tick.stop();
+    setDetail(stage == Stage::Unpacking ? QString() : m_rate.describe());
+}
+
+void OperationRun::onPhoneConnectedChanged(bool connected)
+{
+    // A phone that went silent would leave the transfer waiting for ever: once the phone counts
+    // as lost, the operation ends with nothing changed. Results already received in full are
+    // still saved.
+    if (connected || m_cancelled || m_stage == Stage::Unpacking || !m_task->isRunning())
+        return;
+    m_cancelled = true;
+    m_task->cancel(OperationTask::CancelReason::PhoneLost);
+}
+
+void OperationRun::onTaskFinished(const OperationTask::Result& result)
+{
+    m_tick.stop(); // the progress stops counting once the outcome is told
+    Q_EMIT finished(outcomeOf(result));
+}
+
+OperationRun::Outcome OperationRun::outcomeOf(const OperationTask::Result& result) const
+{
+    Outcome outcome;
+    outcome.outcome = result.outcome;
+    outcome.stopped = result.stopped;
+    if (outcome.cancelled())
+        return outcome;
+    const bool succeeded = result.outcome == OperationTask::Outcome::Succeeded;
+    const QStringList written = succeeded ? result.written : QStringList();
+    outcome.summary = summaryOf(succeeded, result.title, int(written.size()));
+    outcome.dialogTitle = result.title;
+    outcome.dialogText = result.message;
+    outcome.results = written;
+    outcome.note.summary = outcome.summary;
+    if (succeeded) {
+        QStringList names;
+        for (const QString& path : written.mid(0, 3))
+            names.append(path.section(u'/', -1));
+        outcome.note.body = names.join(u", ") + (written.size() > 3 ? QStringLiteral(", …") : QString());
+        outcome.note.folder = m_resultFolder;
+        outcome.note.files = written;
+    } else {
+        outcome.note.body = result.message;
+    }
+    return outcome;
+}
+
+QString OperationRun::summaryOf(bool succeeded, const QString& failureTitle, int count) const
+{
+    if (!succeeded)
+        return failureTitle;
+    if (!m_encrypt) {
+        if (count == 1) {
+            //: Summary after decrypting one file
+            //% "1 file decrypted"
+            return qtTrId("summaryDecryptedOne");
+        }
+        //: Summary after decrypting several files, %1 is how many
+        //% "%1 files decrypted"
+        return qtTrId("summaryDecryptedMany").arg(count);
+    }
+    // Singular and plural by hand: English and German need no more forms, and the English
+    // catalogue has no plural forms of its own.
+    QString summary;
+    if (count == 1) {
+        //: Summary after encrypting one file; followed by the people it was for
+        //% "1 file encrypted"
+        summary = qtTrId("summaryEncryptedOne");
+    } else {
+        //: Summary after encrypting several files, %1 is how many; followed by the people it was for
+        //% "%1 files encrypted"
+        summary = qtTrId("summaryEncryptedMany").arg(count);
+    }
+    if (m_audience == 1) {
+        //: Ends the summary after encrypting for one person
+        //% "for 1 person"
+        summary += u' ' + qtTrId("summaryForOnePerson");
+    } else if (m_audience > 1) {
+        //: Ends the summary after encrypting for several people, %1 is how many
+        //% "for %1 people"
+        summary += u' ' + qtTrId("summaryForPeople").arg(m_audience);
+    }
+    return summary;
+}
