@@ -180,9 +180,11 @@ void IntakeList::admit(
 
 void IntakeList::admitReady()
 {
+    bool admitted = false;
     while (!m_batches.isEmpty() && m_batches.first()->found.isFinished()) {
         const std::shared_ptr<Batch> batch = m_batches.takeFirst();
         const QList<Refusal> refused = addInspected(batch->paths, batch->found.result());
+        admitted = true;
         // A dialog shown by `done` runs its own event loop; later batches wait for it.
         const QPointer<IntakeList> self(this);
         if (batch->context && batch->done)
@@ -190,6 +192,8 @@ void IntakeList::admitReady()
         if (!self)
             return;
     }
+    if (admitted && m_batches.isEmpty())
+        Q_EMIT admissionEnded();
 }
 
 void IntakeList::flip(int row)

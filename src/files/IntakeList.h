@@ -88,6 +88,8 @@ public:
 Q_SIGNALS:
     void changed();
     void buttonsChanged(const IntakeList::Buttons& buttons);
+    // The last waiting batch was admitted (its `done` has run): isAdmitting() is false again.
+    void admissionEnded();
 
 private:
     // What a path is on disk, found without touching the list (any thread).

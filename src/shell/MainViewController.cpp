@@ -37,6 +37,21 @@ namespace {
 
 constexpr int tabCorners = RoundedPanel::TopLeft | RoundedPanel::TopRight;
 
+// Runs `then` once none of `lists` has a batch of files waiting to be admitted (large batches
+// are looked at on a worker thread), or not at all once `context` is gone.
+void whenAdmitted(const QList<IntakeList*>& lists, QObject* context, const std::function<void()>& then)
+{
+    for (IntakeList* list : lists) {
+        if (list->isAdmitting()) {
+            QObject::connect(
+                list, &IntakeList::admissionEnded, context,
+                [lists, context, then] { whenAdmitted(lists, context, then); }, Qt::SingleShotConnection);
+            return;
+        }
+    }
+    then();
+}
+
 // A navigation tab standing in `backing`, one of the tab list `tabs`.
 CustomButton* makeTab(TabList* tabs, QWidget* backing, const QString& title)
 {
@@ -319,18 +334,21 @@ void MainViewController::openFiles(const QStringList& paths)
         vc2->addFiles(encrypted);
     if (!self)
         return;
-    // Where the handed-over files ended up, for whoever reads the program's diagnostics.
-    const QStringList listed = intakeFiles();
-    const auto names = [&listed](const QStringList& candidates) {
-        QStringList found;
-        for (const QString& path : candidates) {
-            if (listed.contains(path))
-                found.append(path.section(u'/', -1));
-        }
-        return Log::escaped(found.join(u", ")); // a file name may hold a line break
-    };
-    qCInfo(lcMain).noquote() << "handed-over files listed: Encrypt:" << names(others)
-                             << "| Decrypt:" << names(encrypted);
+    // Where the handed-over files ended up, for whoever reads the program's diagnostics: told
+    // once both lists have admitted them.
+    whenAdmitted({ vc1->intakeList(), vc2->intakeList() }, this, [this, others, encrypted] {
+        const QStringList listed = intakeFiles();
+        const auto names = [&listed](const QStringList& candidates) {
+            QStringList found;
+            for (const QString& path : candidates) {
+                if (listed.contains(path))
+                    found.append(path.section(u'/', -1));
+            }
+            return Log::escaped(found.join(u", ")); // a file name may hold a line break
+        };
+        qCInfo(lcMain).noquote() << "handed-over files listed: Encrypt:" << names(others)
+                                 << "| Decrypt:" << names(encrypted);
+    });
 }
 
 void MainViewController::installShortcuts()
