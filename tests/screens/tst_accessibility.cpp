@@ -601,8 +601,10 @@ void TestAccessibility::overlayTellsItsProgressAndCancelsOnEscape()
     before->setFocus();
     auto* overlay = new EncryptingViewController(screen);
     overlay->show();
-    // The whole window is dimmed, not only the screen.
+    // The whole window is dimmed, not only the screen, and still when the window grows.
     QCOMPARE(overlay->geometry(), window.rect());
+    window.resize(960, 700);
+    QTRY_COMPARE(overlay->geometry(), window.rect());
     QTRY_VERIFY(overlay->cancelButton()->hasFocus());
     QAccessibleInterface* iface = QAccessible::queryAccessibleInterface(overlay);
     QCOMPARE(iface->text(QAccessible::Name), u"ENCRYPTING"_qs);
@@ -631,6 +633,7 @@ void TestAccessibility::overlayTellsItsProgressAndCancelsOnEscape()
     QTRY_VERIFY(before->hasFocus()); // the keyboard is back where it was
     // An overlay goes with its screen.
     QPointer<ProgressOverlay> orphan = new DecryptingViewController(screen);
+    QCOMPARE(QAccessible::queryAccessibleInterface(orphan)->text(QAccessible::Name), u"DECRYPTING"_qs);
     delete screen;
     QTRY_VERIFY(!orphan);
 }
