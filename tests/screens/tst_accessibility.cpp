@@ -12,6 +12,7 @@
 #include "screens/AssociatedUserCellView.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
+#include "screens/FileCellDelegate.h"
 #include "screens/FileScreen.h"
 #include "screens/FileTableView.h"
 #include "screens/QRCodeViewController.h"
@@ -307,6 +308,7 @@ void TestAccessibility::rowsToggleThroughTheAccessibleAction()
             [](const auto& e) { return e.first == QAccessible::StateChanged && e.second.checked; }));
     // The same rule as a click: a marked file switches REMOVE on.
     QCOMPARE(m_screen->widgets().removeFilesButton->isEnabled(), files);
+    QCOMPARE(m_screen->widgets().removeFilesButton->property("state").toInt(), int(files));
 
     item->actionInterface()->doAction(action);
     QVERIFY(!marked());
@@ -494,6 +496,7 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold_data()
         QTest::addRow("files, %s", route) << true << QString::fromLatin1(route);
         QTest::addRow("recipients, %s", route) << false << QString::fromLatin1(route);
     }
+    QTest::newRow("files, click beside the box") << true << u"row click"_qs; // the whole row marks
 }
 
 void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
@@ -531,12 +534,11 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
     view->setCurrentIndex(model->index(files ? 2 : first + 1, 0));
     if (route == u"space") {
         QTest::keyClick(view, Qt::Key_Space);
-    } else if (route == u"click") {
-        const QModelIndex row = model->index(files ? 2 : first + 1, 0);
-        const QRect rect = view->visualRect(row);
-        const QPoint box = files
-            ? QPoint(rect.left() + 20, rect.center().y())
-            : m_screen->recipients->associatedUsersTable->cell()->checkBoxRect(rect).center();
+    } else if (route.endsWith(u"click")) {
+        const QRect rect = view->visualRect(model->index(files ? 2 : first + 1, 0));
+        const QPoint box = route == u"row click" ? rect.center()
+            : files ? m_screen->widgets().intakeTable->cell()->checkBoxRect(rect).center()
+                    : m_screen->recipients->associatedUsersTable->cell()->checkBoxRect(rect).center();
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, box);
     } else if (route == u"select all") {
         if (files)

@@ -11,7 +11,6 @@
 
 #include <qrencode.h>
 
-
 class TestPairingScreen : public QObject
 {
     Q_OBJECT
