@@ -446,6 +446,10 @@ void TestScreenshots::screens()
         QVERIFY(rect(part<QWidget>(pairing, "qrCodeWhiteBackground"))
                     .contains(rect(part<QLabel>(pairing, "qrCodeImage"))));
         save(&window, u"pairing"_qs);
+        // The version stays 20 pixels from the corner, whatever the size.
+        window.resize(window.size() + QSize(120, 80));
+        QTRY_COMPARE(part<QLabel>(pairing, "versionLabel")->geometry().bottomRight(),
+            QPoint(pairing->width() - 21, pairing->height() - 21));
     }
     // A first phone asks to pair, and the screen after contact with the trusted phone was lost.
     for (const bool lost : { false, true }) {

@@ -30,6 +30,7 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QComboBox>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
@@ -39,12 +40,14 @@
 #include <QTest>
 #include <QToolButton>
 
+#include <qrencode.h>
+
 using namespace std::chrono_literals;
 
 // The window's flow with the simulator as the trusted phone: navigation and its keys, the
-// title, the bar a phone's pairing message brings up, losing the phone (also while a dialog or
-// an operation is open) and finding it again with the window as it was, a start that finds the
-// phone by itself, forgetting it, files handed over from outside, and quitting.
+// title, the pairing screen's code and address, the bar a phone's pairing message brings up, losing the phone
+// (also while a dialog or an operation is open) and finding it again with the window as it was, a start that
+// finds the phone by itself, forgetting it, files handed over from outside, and quitting.
 class TestShell : public QObject
 {
     Q_OBJECT
@@ -55,6 +58,10 @@ private Q_SLOTS:
     void navigationLooks_data();
     void navigationLooks();
     void keysDoWhatTheyDo();
+    void qrCodeCarriesExactlyTheAddress_data();
+    void qrCodeCarriesExactlyTheAddress();
+    void redrawsOnlyWhenTheAddressChanges();
+    void selectorAppearsOnlyWithAChoiceAndRemembersIt();
     void pairing();
     void leavingThePhone_data();
     void leavingThePhone();
@@ -75,6 +82,7 @@ private:
     QString file(const QString& name);
 
     QTemporaryDir m_home;
+    QStringList m_addresses; // this computer's, as the pairing screen finds them
     std::unique_ptr<PhoneSimProcess> m_sim;
     std::unique_ptr<TestServices> m_app;
 };
@@ -129,7 +137,7 @@ void TestShell::initTestCase()
     QCoreApplication::setApplicationVersion(QStringLiteral(VARNEX_VERSION));
     installTranslations(*QCoreApplication::instance());
     WorkingFolders::prepareWorkingFolders(m_home.filePath(u"Documents"_qs));
-    QRCodeViewController::setAddressSourceForTesting([] { return QStringList { u"10.0.0.7"_qs }; });
+    QRCodeViewController::setAddressSourceForTesting([this] { return m_addresses; });
 }
 
 // Paired with the simulator, the trusted phone, which answers pings until a test makes it stop.
@@ -139,6 +147,7 @@ void TestShell::init()
         m_sim = std::make_unique<PhoneSimProcess>();
     QVERIFY(m_sim->isRunning());
     m_sim->clearFaults();
+    m_addresses = { u"192.168.1.20"_qs };
     Settings::open()->clear();
     Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
     Settings::setString(Settings::userEmailKey, u"alex.morgan@example.com"_qs);
@@ -282,6 +291,107 @@ void TestShell::keysDoWhatTheyDo()
     QVERIFY(about && about->actionInterface());
     QCOMPARE(about->actionInterface()->keyBindingsForAction(QAccessibleActionInterface::pressAction()),
         QStringList { u"F1"_qs });
+}
+
+void TestShell::qrCodeCarriesExactlyTheAddress_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::newRow("short") << "10.0.0.7";
+    QTest::newRow("long") << "192.168.100.200";
+}
+
+void TestShell::qrCodeCarriesExactlyTheAddress()
+{
+    QFETCH(QString, address);
+    m_addresses = { address };
+    makeApp({}, false); // no phone yet: the screen shows the address to pair on
+    QRCodeViewController screen(m_app->phone, nullptr);
+    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), address);
+    const QrMatrix matrix = screen.currentMatrix();
+    QVERIFY(matrix.isValid());
+
+    // Exactly the ASCII text, nothing else: the same matrix libqrencode makes of that text.
+    const QByteArray text = address.toLatin1();
+    QRcode* reference = QRcode_encodeString8bit(text.constData(), 0, QR_ECLEVEL_M);
+    QVERIFY(reference);
+    QCOMPARE(matrix.width, reference->width);
+    for (int i = 0; i < matrix.width * matrix.width; ++i)
+        QCOMPARE(matrix.modules.at(i), bool(reference->data[i] & 1));
+    QRcode_free(reference);
+
+    // Drawn with 15 x 15 modules: the centre of every module has its colour.
+    const QImage image = QRCodeViewController::renderQr(matrix);
+    const int quiet = QRCodeViewController::quietZoneModules();
+    QCOMPARE(image.width(), (matrix.width + 2 * quiet) * 15);
+    for (int y = 0; y < matrix.width; ++y) {
+        for (int x = 0; x < matrix.width; ++x) {
+            const QPoint centre((x + quiet) * 15 + 7, (y + quiet) * 15 + 7);
+            QCOMPARE(image.pixelColor(centre) == Qt::black, matrix.dark(x, y));
+        }
+    }
+    // Crisp at twice the pixel density: still whole device pixels per module.
+    QCOMPARE(QRCodeViewController::renderQr(matrix, 2.0).width(), image.width() * 2);
+}
+
+void TestShell::redrawsOnlyWhenTheAddressChanges()
+{
+    // No address: the not-found text, and a placeholder instead of a code.
+    m_addresses = {};
+    makeApp({}, false);
+    QRCodeViewController screen(m_app->phone, nullptr);
+    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), u"Cannot find IP address"_qs);
+    QVERIFY(!screen.currentMatrix().isValid());
+    QVERIFY(!part<QLabel>(&screen, "qrCodeImage")->pixmap().isNull());
+    screen.refreshAddress();
+    screen.refreshAddress();
+    QCOMPARE(screen.redrawCount(), 1);
+    m_addresses = { u"10.0.0.7"_qs }; // the network comes back
+    screen.refreshAddress();
+    screen.refreshAddress();
+    QCOMPARE(screen.redrawCount(), 2);
+    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), u"10.0.0.7"_qs);
+    QVERIFY(screen.currentMatrix().isValid());
+
+    // Public addresses only: the listener would refuse every phone, so no code is offered.
+    m_addresses = { u"192.0.2.2"_qs, u"8.8.8.8"_qs };
+    QTest::ignoreMessage(
+        QtInfoMsg, "No local network address to pair on; the listener refuses phones on 192.0.2.2, 8.8.8.8");
+    Settings::setString("preferredPairingAddress", u"192.0.2.2"_qs);
+    screen.refreshAddress();
+    screen.refreshAddress();
+    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(),
+        u"This computer has no local network address. Connect it to the same Wi-Fi network as your phone."_qs);
+    QVERIFY(!screen.currentMatrix().isValid());
+    m_addresses = { u"192.0.2.2"_qs, u"100.64.1.9"_qs };
+    screen.refreshAddress();
+    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), QStringLiteral("100.64.1.9"));
+    QVERIFY(screen.addressSelector()->isHidden()); // one address left to choose from
+}
+
+void TestShell::selectorAppearsOnlyWithAChoiceAndRemembersIt()
+{
+    makeApp({}, false);
+    {
+        QRCodeViewController single(m_app->phone, nullptr);
+        single.show();
+        QVERIFY(!single.addressSelector()->isVisible());
+    }
+    m_addresses = { u"192.168.1.20"_qs, u"10.8.0.2"_qs };
+    {
+        QRCodeViewController screen(m_app->phone, nullptr);
+        screen.show();
+        QVERIFY(screen.addressSelector()->isVisible());
+        QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), QStringLiteral("192.168.1.20"));
+        screen.addressSelector()->setCurrentIndex(1);
+        Q_EMIT screen.addressSelector()->activated(1);
+        QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), QStringLiteral("10.8.0.2"));
+    }
+    QRCodeViewController again(m_app->phone, nullptr);
+    QCOMPARE(part<QLabel>(&again, "ipAdressLabel")->text(), QStringLiteral("10.8.0.2"));
+    // A remembered address that is gone falls back to the rule's choice.
+    m_addresses = { u"192.168.1.20"_qs, u"172.20.0.4"_qs };
+    again.refreshAddress();
+    QCOMPARE(part<QLabel>(&again, "ipAdressLabel")->text(), QStringLiteral("192.168.1.20"));
 }
 
 // A first phone and then another, as the user meets them: each waits on the bar until the
@@ -513,6 +623,7 @@ void TestShell::aStartFindsTheTrustedPhone()
     auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
     QCOMPARE(part<QLabel>(pairing, "contactLabel")->text(),
         u"Looking for Ann's phone on the network. Or scan the code with another phone."_qs);
+    QCOMPARE(part<QLabel>(pairing, "versionLabel")->text(), u"Version 1.0.0"_qs);
     const QString handed = file(u"handed.txt"_qs);
     window.openFiles({ handed });
     QVERIFY(m_sim->clearFaults());
