@@ -59,11 +59,6 @@ QPalette darkPalette()
     return p;
 }
 
-double contrast(const QColor& a, const QColor& b)
-{
-    return Colors::contrastRatio(a, b);
-}
-
 // One piece of text as it was drawn: where, in which colour (with the painter's opacity) and font.
 struct DrawnText
 {
@@ -224,7 +219,7 @@ ContrastReport measureContrast(QWidget* root, const QImage& picture)
         const QColor ink = QColor::fromRgbF(drawn.color.redF() * a + paper.redF() * (1 - a),
             drawn.color.greenF() * a + paper.greenF() * (1 - a),
             drawn.color.blueF() * a + paper.blueF() * (1 - a));
-        const double ratio = contrast(ink, paper);
+        const double ratio = Colors::contrastRatio(ink, paper);
         const qreal points
             = drawn.font.pointSizeF() > 0 ? drawn.font.pointSizeF() : drawn.font.pixelSize() * 72.0 / 96.0;
         const bool large = points >= 18 || (points >= 14 && drawn.font.bold());
@@ -483,8 +478,8 @@ void TestScreenshots::screens()
     }
     QRCodeViewController::setAddressSourceForTesting({});
 
-    // The bar another phone's pairing message brings up, on the window's amber: its text
-    // against what is really painted behind it, not against what the palette says.
+    // The bar another phone's pairing message brings up, on the window's amber (its texts are
+    // measured against what is really painted behind them, as everywhere).
     {
         auto reset = qScopeGuard([] {
             TrustedPhone::forget();
@@ -505,19 +500,6 @@ void TestScreenshots::screens()
         strip.show();
         QVERIFY(QTest::qWaitForWindowExposed(&strip));
         QTRY_VERIFY(bar->isVisible());
-        const QImage picture = bar->grab().toImage();
-        const QColor behind = picture.pixelColor(QPoint(6, picture.height() / 2));
-        const QColor text = part<QLabel>(bar, "pairingRequestMessage")
-                                ->palette()
-                                .color(part<QLabel>(bar, "pairingRequestMessage")->foregroundRole());
-        QVERIFY2(contrast(text, behind) >= 4.5, qPrintable(text.name() + u" on "_qs + behind.name()));
-        for (QPushButton* button :
-            { part<QPushButton>(bar, "pairingAccept"), part<QPushButton>(bar, "pairingIgnore") }) {
-            const QImage face = button->grab().toImage();
-            // Inside the left padding, clear of the border and the title.
-            const QColor fill = face.pixelColor(QPoint(int(6 * face.devicePixelRatio()), face.height() / 2));
-            QVERIFY(contrast(button->palette().color(QPalette::ButtonText), fill) >= 4.5);
-        }
         save(&strip, u"pairing-request"_qs);
     }
 
@@ -624,7 +606,6 @@ void TestScreenshots::screens()
     QVERIFY(menu);
     menu->popup(main.mapToGlobal(QPoint(700, 300)));
     QVERIFY(QTest::qWaitForWindowExposed(menu.get()));
-    QVERIFY(contrast(menu->palette().color(QPalette::Text), menu->palette().color(QPalette::Window)) >= 4.5);
     save(menu.get(), u"menu-group"_qs);
     menu->close();
     // An empty group's menu, with its switched-off Remove Member.
@@ -640,8 +621,6 @@ void TestScreenshots::screens()
     const QWidgetList tops = QApplication::topLevelWidgets();
     QWidget* tip
         = *std::find_if(tops.begin(), tops.end(), [](QWidget* w) { return w->inherits("QTipLabel"); });
-    QVERIFY(contrast(tip->palette().color(QPalette::ToolTipText), tip->palette().color(QPalette::ToolTipBase))
-        >= 4.5);
     save(tip, u"tooltip"_qs);
     QToolTip::hideText();
 }
