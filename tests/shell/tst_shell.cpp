@@ -66,7 +66,6 @@ private Q_SLOTS:
     void leavingThePhone_data();
     void leavingThePhone();
     void lostAndFoundKeepsTheWindowAsItWas();
-    void aStartFindsTheTrustedPhone();
     void phoneLeavesWhileADialogIsOpen_data();
     void phoneLeavesWhileADialogIsOpen();
     void openFiles_data();
@@ -605,37 +604,6 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     QCOMPARE(panel->searchTextField->text(), chosen.first().left(3));
 }
 
-// At start, a trusted phone that answers is connected without a QR scan or a pairing message.
-void TestShell::aStartFindsTheTrustedPhone()
-{
-    makeApp({ 60s, { 100ms, 300ms, 600ms, 200ms } }, false);
-    QVERIFY(m_sim->clearRequests());
-    // The phone is slow to answer at first; meanwhile a file comes from the file manager.
-    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
-    m_app->phone.start();
-    QCOMPARE(Session::instance().phoneIPAddress(), u"127.0.0.1"_qs);
-    AppWindow window(m_app->services);
-    window.showPairing();
-    window.show();
-    QVERIFY(showsPairing(window));
-    auto* pairing = qobject_cast<QRCodeViewController*>(window.content());
-    QCOMPARE(part<QLabel>(pairing, "contactLabel")->text(),
-        u"Looking for Ann's phone on the network. Or scan the code with another phone."_qs);
-    QCOMPARE(part<QLabel>(pairing, "versionLabel")->text(), u"Version 1.0.0"_qs);
-    const QString handed = file(u"handed.txt"_qs);
-    window.openFiles({ handed });
-    QVERIFY(m_sim->clearFaults());
-    QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<MainViewController*>(window.content()) != nullptr, 8000);
-    QTRY_COMPARE(window.windowTitle(), title(u"Ann's phone"_qs, true));
-    // The screens made for the file are the phone's: the file waited in its list, and the
-    // people arrive now that the phone does.
-    auto* main = qobject_cast<MainViewController*>(window.content());
-    QCOMPARE(main->intakeFiles(), QStringList { handed });
-    QTRY_VERIFY_WITH_TIMEOUT(main->encryptScreen()->recipients->store()->associatedRowCount() > 0, 5000);
-    for (const auto& r : m_sim->requests())
-        QVERIFY(r[u"path"].toString() != u"/myInformation"_qs);
-}
-
 void TestShell::phoneLeavesWhileADialogIsOpen_data()
 {
     QTest::addColumn<QString>("dialog");
@@ -747,7 +715,7 @@ void TestShell::openFiles_data()
                                      << u"DecryptViewController"_qs;
     QTest::newRow("plain first") << names("b.txt a.vx c.vx") << false << names("b.txt") << names("a.vx c.vx")
                                  << u"EncryptViewController"_qs;
-    QTest::newRow("before pairing, they wait")
+    QTest::newRow("while the start looks for the phone, they wait")
         << names("a.vx b.txt") << true << names("b.txt") << names("a.vx") << u"DecryptViewController"_qs;
     // Looked at on a worker thread: the files are listed, and said to be, once they are in.
     QStringList many;
@@ -758,7 +726,7 @@ void TestShell::openFiles_data()
 }
 
 // Files given on the command line or by a later start: each to the screen its extension fits,
-// through the list's own admission, and that screen shown; before pairing they wait.
+// through the list's own admission, and that screen shown; before the phone is there they wait.
 void TestShell::openFiles()
 {
     QFETCH(QStringList, given);
@@ -774,20 +742,33 @@ void TestShell::openFiles()
     QTest::ignoreMessage(QtInfoMsg,
         qPrintable(u"handed-over files listed: Encrypt: %1 | Decrypt: %2"_qs.arg(
             encrypt.join(u", "), decrypt.join(u", "))));
+    if (beforePairing) {
+        // A start that finds the trusted phone by itself (no scan, no pairing message); the
+        // phone is slow to answer at first.
+        makeApp({ 60s, { 100ms, 300ms, 600ms, 200ms } }, false);
+        QVERIFY(m_sim->clearRequests());
+        QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
+        m_app->phone.start();
+    }
     AppWindow window(m_app->services);
     if (beforePairing) {
         window.showPairing();
         window.show();
+        QCOMPARE(part<QLabel>(window.content(), "contactLabel")->text(),
+            u"Looking for Ann's phone on the network. Or scan the code with another phone."_qs);
+        QCOMPARE(part<QLabel>(window.content(), "versionLabel")->text(), u"Version 1.0.0"_qs);
         window.openFiles(paths);
         // Still on pairing, the files already wait in their intake lists.
         QVERIFY(showsPairing(window));
         QVERIFY(window.mainScreen());
         QCOMPARE(window.mainScreen()->intakeFiles().size(), encrypt.size() + decrypt.size());
+        QVERIFY(m_sim->clearFaults());
+    } else {
+        window.showMain();
+        window.show();
     }
-    window.showMain();
-    window.show();
     MainViewController* main = nullptr;
-    QTRY_VERIFY(main = qobject_cast<MainViewController*>(window.content()));
+    QTRY_VERIFY_WITH_TIMEOUT(main = qobject_cast<MainViewController*>(window.content()), 8000);
     if (!beforePairing)
         window.openFiles(paths);
     QTRY_COMPARE(TestFiles::fileNames(main->encryptScreen()->filesToEncrypt()), encrypt);
@@ -797,6 +778,13 @@ void TestShell::openFiles()
     QCOMPARE(main->encryptScreen()->intakeList()->markedCount()
             + main->decryptScreen()->intakeList()->markedCount(),
         0);
+    if (beforePairing) {
+        // The screens made for the files are the phone's: its people arrive now that it does.
+        QTRY_COMPARE(window.windowTitle(), title(u"Ann's phone"_qs, true));
+        QTRY_VERIFY_WITH_TIMEOUT(main->encryptScreen()->recipients->store()->associatedRowCount() > 0, 5000);
+        for (const auto& r : m_sim->requests())
+            QVERIFY(r[u"path"].toString() != u"/myInformation"_qs);
+    }
 }
 
 // Quitting while the phone works on an operation asks first; with nothing running it does not.
