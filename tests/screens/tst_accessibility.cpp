@@ -162,8 +162,6 @@ private Q_SLOTS:
         told.clear();
     }
     void cleanup() { m_screen.reset(); }
-    void everyControlHasAName_data();
-    void everyControlHasAName();
     void groupRowsReportFolding();
     void onlyRowsWhoseMarkChangedAreTold_data();
     void onlyRowsWhoseMarkChangedAreTold();
@@ -211,52 +209,6 @@ void TestAccessibility::showEncryptScreen(int files, int height)
     fillRecipients(m_screen->recipients->store());
     m_screen->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_screen.get()));
-}
-
-void TestAccessibility::everyControlHasAName_data()
-{
-    QTest::addColumn<QString>("screen");
-    for (const char* screen : { "encrypt", "decrypt", "about", "pairing", "overlay" })
-        QTest::newRow(screen) << QString::fromLatin1(screen);
-}
-
-void TestAccessibility::everyControlHasAName()
-{
-    QFETCH(QString, screen);
-    QRCodeViewController::setAddressSourceForTesting([] {
-        return QStringList { u"192.168.1.20"_qs, u"10.0.0.7"_qs };
-    });
-    std::unique_ptr<QWidget> window;
-    if (screen == u"pairing") {
-        window = std::make_unique<QRCodeViewController>(m_app.phone, nullptr);
-    } else {
-        auto* main = new MainViewController(m_app.services);
-        window.reset(main);
-        main->encryptScreen()->intakeList()->addFiles(m_files.mid(0, 3));
-        main->decryptScreen()->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
-        fillRecipients(main->encryptScreen()->recipients->store());
-        if (screen == u"decrypt")
-            main->selectDecrypt();
-        if (screen == u"about")
-            main->selectAbout();
-        if (screen == u"overlay")
-            (new EncryptingViewController(main->encryptScreen()))->show();
-    }
-    window->resize(1100, 720);
-    window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-
-    QList<QAccessibleInterface*> controls;
-    collectControls(QAccessible::queryAccessibleInterface(window.get()), controls);
-    QVERIFY(controls.size() >= (screen == u"pairing" ? 2 : screen == u"about" ? 3 : 5));
-    for (QAccessibleInterface* control : std::as_const(controls)) {
-        const QString name = control->text(QAccessible::Name).trimmed();
-        QVERIFY2(!name.isEmpty(),
-            qPrintable(u"no name: role %1, object %2"_qs.arg(int(control->role()))
-                           .arg(QString::fromLatin1(
-                               control->object() ? control->object()->metaObject()->className() : "row"))));
-    }
-    QRCodeViewController::setAddressSourceForTesting({});
 }
 
 void TestAccessibility::groupRowsReportFolding()

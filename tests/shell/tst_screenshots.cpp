@@ -243,6 +243,20 @@ const QByteArray groups = R"([{"id":1,"name":"Family","groupMembers":[
     {"id":100,"fullName":"Mia Lee","email":"mia@example.com"},{"id":101,"fullName":"Tom Lee","email":"tom@example.com"}]},
     {"id":2,"name":"Empty"}])";
 
+// The interfaces under `iface` that stand for something a person can act on or read.
+void collectControls(QAccessibleInterface* iface, QList<QAccessibleInterface*>& out, int depth = 0)
+{
+    if (!iface || depth > 40 || iface->state().invisible)
+        return;
+    static const QList<QAccessible::Role> controls { QAccessible::Button, QAccessible::CheckBox,
+        QAccessible::ComboBox, QAccessible::EditableText, QAccessible::List, QAccessible::ListItem,
+        QAccessible::PageTab, QAccessible::ProgressBar, QAccessible::Graphic };
+    if (controls.contains(iface->role()))
+        out.append(iface);
+    for (int i = 0; i < iface->childCount(); ++i)
+        collectControls(iface->child(i), out, depth + 1);
+}
+
 // Labels and buttons too small for their text, so that part of it is cut off.
 QStringList clippedTexts(const QWidget* root)
 {
@@ -352,6 +366,15 @@ void TestScreenshots::save(QWidget* widget, const QString& name, bool settle, QW
     QVERIFY(contrast.measured > 0); // seeing no text would prove nothing
     QVERIFY2(
         contrast.failures.isEmpty(), qPrintable(name + m_suffix + u": " + contrast.failures.join(u"; ")));
+    // On the program's own windows a screen reader names everything a person can act on or read.
+    QList<QAccessibleInterface*> controls;
+    if (qobject_cast<AppWindow*>(widget))
+        collectControls(QAccessible::queryAccessibleInterface(read), controls);
+    for (QAccessibleInterface* control : std::as_const(controls))
+        QVERIFY2(!control->text(QAccessible::Name).trimmed().isEmpty(),
+            qPrintable(name + u": a nameless "_qs
+                + QString::fromLatin1(
+                    control->object() ? control->object()->metaObject()->className() : "row")));
 }
 
 void TestScreenshots::checkNextDialog(const QString& name, QStringList& seen)
