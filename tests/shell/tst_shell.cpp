@@ -58,10 +58,8 @@ private Q_SLOTS:
     void navigationLooks_data();
     void navigationLooks();
     void keysDoWhatTheyDo();
-    void qrCodeCarriesExactlyTheAddress_data();
-    void qrCodeCarriesExactlyTheAddress();
-    void redrawsOnlyWhenTheAddressChanges();
-    void selectorAppearsOnlyWithAChoiceAndRemembersIt();
+    void pairingAddress_data();
+    void pairingAddress();
     void pairing();
     void leavingThePhone_data();
     void leavingThePhone();
@@ -292,32 +290,74 @@ void TestShell::keysDoWhatTheyDo()
         QStringList { u"F1"_qs });
 }
 
-void TestShell::qrCodeCarriesExactlyTheAddress_data()
+void TestShell::pairingAddress_data()
 {
-    QTest::addColumn<QString>("address");
-    QTest::newRow("short") << "10.0.0.7";
-    QTest::newRow("long") << "192.168.100.200";
+    QTest::addColumn<QStringList>("found"); // this computer's addresses
+    QTest::addColumn<QString>("remembered"); // the user's choice of an earlier start
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<bool>("selector");
+    const QStringList two { u"192.168.1.20"_qs, u"10.8.0.2"_qs };
+    QTest::newRow("short") << QStringList { u"10.0.0.7"_qs } << QString() << u"10.0.0.7"_qs << false;
+    QTest::newRow("long") << QStringList { u"192.168.100.200"_qs } << QString() << u"192.168.100.200"_qs
+                          << false;
+    QTest::newRow("none") << QStringList() << QString() << u"Cannot find IP address"_qs << false;
+    // Public addresses only: the listener would refuse every phone, so no code is offered.
+    QTest::newRow("public only")
+        << QStringList { u"192.0.2.2"_qs, u"8.8.8.8"_qs } << u"192.0.2.2"_qs
+        << u"This computer has no local network address. Connect it to the same Wi-Fi network as your phone."_qs
+        << false;
+    QTest::newRow("one of them local")
+        << QStringList { u"192.0.2.2"_qs, u"100.64.1.9"_qs } << QString() << u"100.64.1.9"_qs << false;
+    QTest::newRow("a choice") << two << QString() << u"192.168.1.20"_qs << true;
+    QTest::newRow("the remembered choice") << two << u"10.8.0.2"_qs << u"10.8.0.2"_qs << true;
+    // A remembered address that is gone falls back to the rule's choice.
+    QTest::newRow("the remembered one gone") << QStringList { u"192.168.1.20"_qs, u"172.20.0.4"_qs }
+                                             << u"10.8.0.2"_qs << u"192.168.1.20"_qs << true;
 }
 
-void TestShell::qrCodeCarriesExactlyTheAddress()
+// The address the pairing screen offers, drawn again only when it changes; its code, exactly
+// the address's ASCII text in 15 x 15 modules; and the choice among several, remembered.
+void TestShell::pairingAddress()
 {
-    QFETCH(QString, address);
-    m_addresses = { address };
+    QFETCH(QStringList, found);
+    QFETCH(QString, remembered);
+    QFETCH(QString, shown);
+    m_addresses = found;
+    if (!remembered.isEmpty())
+        Settings::setString("preferredPairingAddress", remembered);
+    if (shown.startsWith(u"This computer"))
+        QTest::ignoreMessage(QtInfoMsg,
+            qPrintable(u"No local network address to pair on; the listener refuses phones on "_qs
+                + found.join(u", ")));
     makeApp({}, false); // no phone yet: the screen shows the address to pair on
     QRCodeViewController screen(m_app->phone, nullptr);
-    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), address);
+    screen.show();
+    auto* address = part<QLabel>(&screen, "ipAdressLabel");
+    QCOMPARE(address->text(), shown);
+    QTEST(screen.addressSelector()->isVisible(), "selector");
+    screen.refreshAddress();
+    QCOMPARE(screen.redrawCount(), 1);
     const QrMatrix matrix = screen.currentMatrix();
-    QVERIFY(matrix.isValid());
+    QCOMPARE(matrix.isValid(), found.contains(shown));
+    if (!matrix.isValid()) {
+        QVERIFY(!part<QLabel>(&screen, "qrCodeImage")->pixmap().isNull()); // a placeholder
+        m_addresses = { u"10.0.0.7"_qs }; // the network comes back
+        screen.refreshAddress();
+        screen.refreshAddress();
+        QCOMPARE(screen.redrawCount(), 2);
+        QCOMPARE(address->text(), u"10.0.0.7"_qs);
+        QVERIFY(screen.currentMatrix().isValid());
+        return;
+    }
 
     // Exactly the ASCII text, nothing else: the same matrix libqrencode makes of that text.
-    const QByteArray text = address.toLatin1();
+    const QByteArray text = shown.toLatin1();
     QRcode* reference = QRcode_encodeString8bit(text.constData(), 0, QR_ECLEVEL_M);
     QVERIFY(reference);
     QCOMPARE(matrix.width, reference->width);
     for (int i = 0; i < matrix.width * matrix.width; ++i)
         QCOMPARE(matrix.modules.at(i), bool(reference->data[i] & 1));
     QRcode_free(reference);
-
     // Drawn with 15 x 15 modules: the centre of every module has its colour.
     const QImage image = QRCodeViewController::renderQr(matrix);
     const int quiet = QRCodeViewController::quietZoneModules();
@@ -330,67 +370,15 @@ void TestShell::qrCodeCarriesExactlyTheAddress()
     }
     // Crisp at twice the pixel density: still whole device pixels per module.
     QCOMPARE(QRCodeViewController::renderQr(matrix, 2.0).width(), image.width() * 2);
-}
 
-void TestShell::redrawsOnlyWhenTheAddressChanges()
-{
-    // No address: the not-found text, and a placeholder instead of a code.
-    m_addresses = {};
-    makeApp({}, false);
-    QRCodeViewController screen(m_app->phone, nullptr);
-    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), u"Cannot find IP address"_qs);
-    QVERIFY(!screen.currentMatrix().isValid());
-    QVERIFY(!part<QLabel>(&screen, "qrCodeImage")->pixmap().isNull());
-    screen.refreshAddress();
-    screen.refreshAddress();
-    QCOMPARE(screen.redrawCount(), 1);
-    m_addresses = { u"10.0.0.7"_qs }; // the network comes back
-    screen.refreshAddress();
-    screen.refreshAddress();
-    QCOMPARE(screen.redrawCount(), 2);
-    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), u"10.0.0.7"_qs);
-    QVERIFY(screen.currentMatrix().isValid());
-
-    // Public addresses only: the listener would refuse every phone, so no code is offered.
-    m_addresses = { u"192.0.2.2"_qs, u"8.8.8.8"_qs };
-    QTest::ignoreMessage(
-        QtInfoMsg, "No local network address to pair on; the listener refuses phones on 192.0.2.2, 8.8.8.8");
-    Settings::setString("preferredPairingAddress", u"192.0.2.2"_qs);
-    screen.refreshAddress();
-    screen.refreshAddress();
-    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(),
-        u"This computer has no local network address. Connect it to the same Wi-Fi network as your phone."_qs);
-    QVERIFY(!screen.currentMatrix().isValid());
-    m_addresses = { u"192.0.2.2"_qs, u"100.64.1.9"_qs };
-    screen.refreshAddress();
-    QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), QStringLiteral("100.64.1.9"));
-    QVERIFY(screen.addressSelector()->isHidden()); // one address left to choose from
-}
-
-void TestShell::selectorAppearsOnlyWithAChoiceAndRemembersIt()
-{
-    makeApp({}, false);
-    {
-        QRCodeViewController single(m_app->phone, nullptr);
-        single.show();
-        QVERIFY(!single.addressSelector()->isVisible());
+    if (screen.addressSelector()->isVisible()) {
+        // Another choice is shown at once, and remembered for the next start.
+        const int other = 1 - screen.addressSelector()->currentIndex();
+        screen.addressSelector()->setCurrentIndex(other);
+        Q_EMIT screen.addressSelector()->activated(other);
+        QCOMPARE(address->text(), screen.addressSelector()->itemText(other));
+        QCOMPARE(Settings::string("preferredPairingAddress"), std::optional(address->text()));
     }
-    m_addresses = { u"192.168.1.20"_qs, u"10.8.0.2"_qs };
-    {
-        QRCodeViewController screen(m_app->phone, nullptr);
-        screen.show();
-        QVERIFY(screen.addressSelector()->isVisible());
-        QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), QStringLiteral("192.168.1.20"));
-        screen.addressSelector()->setCurrentIndex(1);
-        Q_EMIT screen.addressSelector()->activated(1);
-        QCOMPARE(part<QLabel>(&screen, "ipAdressLabel")->text(), QStringLiteral("10.8.0.2"));
-    }
-    QRCodeViewController again(m_app->phone, nullptr);
-    QCOMPARE(part<QLabel>(&again, "ipAdressLabel")->text(), QStringLiteral("10.8.0.2"));
-    // A remembered address that is gone falls back to the rule's choice.
-    m_addresses = { u"192.168.1.20"_qs, u"172.20.0.4"_qs };
-    again.refreshAddress();
-    QCOMPARE(part<QLabel>(&again, "ipAdressLabel")->text(), QStringLiteral("192.168.1.20"));
 }
 
 // A first phone and then another, as the user meets them: each waits on the bar until the
