@@ -595,7 +595,7 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
 void TestShell::phoneLeavesWhileADialogIsOpen_data()
 {
     QTest::addColumn<QString>("dialog");
-    for (const char* dialog : { "create group", "file chooser", "remove member", "operation failure",
+    for (const char* dialog : { "create group", "file chooser", "operation failure",
              "an operation whose phone is lost, as the fade began" })
         QTest::newRow(dialog) << QString::fromLatin1(dialog);
 }
@@ -653,13 +653,6 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
         panel->createGroupButtonClicked();
     } else if (dialog == u"file chooser") {
         encrypt->chooseFiles();
-    } else if (dialog == u"remove member") {
-        qint64 family = -1;
-        for (const auto& g : panel->store()->groups)
-            family = g->groupMembers.isEmpty() ? family : g->id;
-        QVERIFY(family > 0);
-        dialogs.answers.enqueue(QVariant::fromValue(QList<int> { 0 }));
-        panel->menuRemoveMember(family);
     } else if (dialog == u"operation failure") {
         QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"status"_qs, 500 } }));
         decrypt->uploadForDecryption();
