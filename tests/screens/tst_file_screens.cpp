@@ -283,6 +283,7 @@ void TestFileScreens::dropsAnywhereOnTheList()
     QVERIFY(screen.widgets().selectDeselectAllButton->isEnabled());
     // REMOVE takes the marked file, and goes off with the last mark.
     screen.intakeList()->flip(0);
+    QCOMPARE(screen.widgets().removeFilesButton->property("state").toInt(), 1);
     QTest::mouseClick(screen.widgets().removeFilesButton, Qt::LeftButton);
     QCOMPARE(screen.filesToEncrypt().size(), 3);
     QCOMPARE(screen.widgets().removeFilesButton->property("state").toInt(), 0);
