@@ -60,6 +60,24 @@ public:
 
     // The requests the simulator received, oldest first.
     QJsonArray requests() { return getJson("/sim/requests").value(u"requests").toArray(); }
+
+    // The parts of a multipart request as the phone read them: "name=value" for a field,
+    // "name | file name | type | size" for a file.
+    static QStringList partsOf(const QJsonValue& request)
+    {
+        QStringList result;
+        for (const QJsonValue& value : request.toObject().value(u"parts").toArray()) {
+            const QJsonObject part = value.toObject();
+            const QString name = part.value(u"name").toString();
+            result.append(!part.contains(u"filename")
+                    ? name + u'=' + part.value(u"value").toString()
+                    : QStringList { name, part.value(u"filename").toString(),
+                        part.value(u"contentType").toString(),
+                        QString::number(part.value(u"size").toInteger()) }
+                          .join(u" | "));
+        }
+        return result;
+    }
     QJsonObject state() { return getJson("/sim/state"); }
 
     int post(const char* path, const QJsonObject& body)
