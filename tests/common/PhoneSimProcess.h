@@ -51,7 +51,6 @@ public:
     bool isRunning() const { return m_port != 0 && m_process.state() == QProcess::Running; }
     quint16 port() const { return m_port; }
     QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1/").arg(m_port); }
-    QString dataPath() const { return m_data.path(); }
 
     // Sets a fault (see the simulator's README); true when it was accepted.
     bool setFault(const QJsonObject& fault) { return post("/sim/faults", fault) == 200; }

@@ -86,8 +86,9 @@ private:
     // Runs what the listener handed to the main thread.
     void deliver() { QCoreApplication::sendPostedEvents(m_phone.get(), QEvent::MetaCall); }
     int post(const QByteArray& path, const QByteArray& body);
+    // A phone's pairing message, posted from the address it names.
     int pair(const QString& ip, const QString& email, const QString& name,
-        const QString& baseURL = u"http://10.0.0.7:8080/"_qs, const char* from = nullptr);
+        const QString& baseURL = u"http://10.0.0.7:8080/"_qs);
     std::unique_ptr<PhoneConnection> m_phone;
     std::unique_ptr<MobileDeviceListener> m_listener;
     bool m_phoneAnswers = true;
@@ -185,18 +186,13 @@ int TestPairing::post(const QByteArray& path, const QByteArray& body)
     return status;
 }
 
-int TestPairing::pair(
-    const QString& ip, const QString& email, const QString& name, const QString& baseURL, const char* from)
+int TestPairing::pair(const QString& ip, const QString& email, const QString& name, const QString& baseURL)
 {
     QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, name }, { u"baseURL"_qs, baseURL } };
     if (!email.isNull())
         message.insert(u"email"_qs, email);
-    // A phone posts from its own address.
-    const QByteArray own = ip.toLatin1();
     const int status = LoopbackClient::exchange(m_listener->port(),
-        LoopbackClient::request(
-            "POST", "/myInformation", QJsonDocument(message).toJson(QJsonDocument::Compact)),
-        from ? from : own.constData());
+        pairingRequest(QJsonDocument(message).toJson(QJsonDocument::Compact)), ip.toLatin1().constData());
     deliver();
     return status;
 }
@@ -678,10 +674,7 @@ void TestPairing::aFloodFromManyAddressesLeavesThePhoneAnswered()
     QVERIFY(flood.front()->closedByPeer(2000));
     QVERIFY(!flood.back()->closedByPeer(0));
     // A stranger is let in the same way (and its message waits for the user).
-    QCOMPARE(LoopbackClient::exchange(m_listener->port(),
-                 pairingRequest(R"({"ip":"127.0.2.1","mobileDeviceName":"New","email":"new@example.com"})"),
-                 "127.0.2.1"),
-        200);
+    QCOMPARE(pair(u"127.0.2.1"_qs, u"new@example.com"_qs, u"New"_qs), 200);
     QTRY_VERIFY(m_phone->pending());
 }
 
@@ -690,34 +683,28 @@ void TestPairing::pairingBurstsAnswer429UntilTheWindowPasses()
     trust(u"127.0.0.1"_qs);
     ListenerLimits limits;
     limits.pairingWindow = 1500ms; // the rule's 10 seconds, shortened
-    MobileDeviceListener listener(*m_phone, 0, limits);
-    QVERIFY(listener.start());
-    auto pair = [&](const char* name, const char* source = "127.0.0.1") {
-        const QByteArray body = R"({"ip":")" + QByteArray(source)
-            + R"(","email":"ann@example.com","mobileDeviceName":")" + QByteArray(name) + "\"}";
-        const int status = LoopbackClient::exchange(listener.port(), pairingRequest(body), source);
-        deliver();
-        return status;
-    };
+    m_listener = std::make_unique<MobileDeviceListener>(*m_phone, 0, limits);
+    QVERIFY(m_listener->start());
+    const QString ann = u"ann@example.com"_qs;
     for (int i = 0; i < 10; ++i)
-        QCOMPARE(pair("Phone"), 200);
-    QCOMPARE(pair("Eleventh"), 429);
-    QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Phone"));
+        QCOMPARE(pair(u"127.0.0.1"_qs, ann, u"Phone"_qs), 200);
+    QCOMPARE(pair(u"127.0.0.1"_qs, ann, u"Eleventh"_qs), 429);
+    QCOMPARE(Session::instance().mobileDeviceName(), u"Phone"_qs);
     // Change signals and other peers are not held back.
     QCOMPARE(LoopbackClient::exchange(
-                 listener.port(), LoopbackClient::request("POST", "/updateGroups", {}), "127.0.0.1"),
+                 m_listener->port(), LoopbackClient::request("POST", "/updateGroups", {}), "127.0.0.1"),
         200);
-    QCOMPARE(pair("Other host", "127.0.0.9"), 200);
+    QCOMPARE(pair(u"127.0.0.9"_qs, ann, u"Other host"_qs), 200);
     // The window slides: once the oldest message leaves it, one more is let through. (QTRY
     // evaluates its condition once more after success, hence the remembered status.)
     int status = 0;
     auto recovered = [&] {
         if (status != 200)
-            status = pair("Recovered");
+            status = pair(u"127.0.0.1"_qs, ann, u"Recovered"_qs);
         return status == 200;
     };
     QTRY_VERIFY_WITH_TIMEOUT(recovered(), 5000);
-    QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Recovered"));
+    QCOMPARE(Session::instance().mobileDeviceName(), u"Recovered"_qs);
 }
 
 void TestPairing::concurrentRequests()
