@@ -157,21 +157,17 @@ void TestOperations::uniqueNames_data()
     QTest::addColumn<QStringList>("existing"); // in EncryptedFiles
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("sent"); // the name it is sent under
-    QTest::newRow("only the .vx twin counts") << QStringList { u"a.txt"_qs } << "a.txt"
-                                              << "a.txt";
-    QTest::newRow("twice taken") << QStringList { u"report.pdf.vx"_qs, u"report (1).pdf.vx"_qs }
-                                 << "report.pdf"
-                                 << "report (2).pdf";
-    QTest::newRow("a gap is filled") << QStringList { u"a.txt.vx"_qs, u"a (2).txt.vx"_qs } << "a.txt"
-                                     << "a (1).txt";
-    QTest::newRow("no extension") << QStringList { u"README.vx"_qs } << "README"
-                                  << "README (1)";
-    QTest::newRow("two extensions") << QStringList { u"x.tar.gz.vx"_qs } << "x.tar.gz"
-                                    << "x.tar (1).gz";
+    const auto row = [](const char* tag, const QStringList& existing, const QString& name,
+                         const QString& sent) { QTest::newRow(tag) << existing << name << sent; };
+    row("only the .vx twin counts", { u"a.txt"_qs }, u"a.txt"_qs, u"a.txt"_qs);
+    row("twice taken", { u"report.pdf.vx"_qs, u"report (1).pdf.vx"_qs }, u"report.pdf"_qs,
+        u"report (2).pdf"_qs);
+    row("a gap is filled", { u"a.txt.vx"_qs, u"a (2).txt.vx"_qs }, u"a.txt"_qs, u"a (1).txt"_qs);
+    row("no extension", { u"README.vx"_qs }, u"README"_qs, u"README (1)"_qs);
+    row("two extensions", { u"x.tar.gz.vx"_qs }, u"x.tar.gz"_qs, u"x.tar (1).gz"_qs);
     // At the file system's limit the base gives way to the counter, ".vx" still to come.
     const QString l = QString(248, u'l');
-    QTest::newRow("252 bytes with a counter")
-        << QStringList { l + u".txt.vx" } << l + u".txt" << l.left(244) + u" (1).txt";
+    row("252 bytes with a counter", { l + u".txt.vx" }, l + u".txt", l.left(244) + u" (1).txt");
 }
 
 void TestOperations::uniqueNames()
@@ -667,45 +663,37 @@ void TestOperations::everyZipAPhoneMayWrite_data()
         return u"python3 - "_qs + QLatin1String(arg) + u" <<'EOF'\n"_qs + QLatin1String(script)
             + u"\nEOF\n"_qs;
     };
-    QTest::newRow("Info-ZIP, deflate") << u"zip -q out.zip r.bin t.txt"_qs << both << false << QString();
-    QTest::newRow("Info-ZIP, stored") << u"zip -q -0 out.zip r.bin t.txt"_qs << both << false << QString();
-    QTest::newRow("Info-ZIP to a pipe, deflate")
-        << u"zip -q - r.bin t.txt | cat > out.zip"_qs << both << false << QString();
-    QTest::newRow("Info-ZIP to a pipe, stored")
-        << u"zip -q -0 - r.bin t.txt | cat > out.zip"_qs << both << false << QString();
-    QTest::newRow("Info-ZIP, folders and a Mac's resource files")
-        << u"mkdir -p __MACOSX && cp t.txt __MACOSX/._t.txt && zip -q -r out.zip t.txt sub __MACOSX"_qs
-        << text << false << QString();
-    QTest::newRow("Info-ZIP, password")
-        << u"zip -q -P secret out.zip t.txt"_qs << QStringList() << false << password;
-    QTest::newRow("bsdtar, deflate") << u"bsdtar -c --format zip -f out.zip r.bin t.txt"_qs << both << false
-                                     << QString();
-    QTest::newRow("bsdtar, stored")
-        << u"bsdtar -c --format zip --options zip:compression=store -f out.zip r.bin t.txt"_qs << both
-        << false << QString();
-    QTest::newRow("bsdtar to a pipe")
-        << u"bsdtar -c --format zip -f - r.bin t.txt | cat > out.zip"_qs << both << false << QString();
-    for (const char* method : { "BZip2", "LZMA", "PPMd", "Deflate" })
-        QTest::addRow("7z, %s", method)
-            << u"7z a -tzip -mm=%1 out.zip r.bin t.txt >/dev/null"_qs.arg(QLatin1String(method)) << both
-            << false << QString();
-    QTest::newRow("7z, AES password") << u"7z a -tzip -psecret -mem=AES256 out.zip t.txt >/dev/null"_qs
-                                      << QStringList() << false << password;
-    for (const char* method : { "LZMA", "BZIP2", "STORED" })
-        QTest::addRow("Python, %s", method)
-            << u"python3 -c \"import zipfile as z; a = z.ZipFile('out.zip', 'w', z.ZIP_%1); a.write('r.bin'); a.write('t.txt'); a.close()\""_qs
-                   .arg(QLatin1String(method))
-            << both << false << QString();
-    QTest::newRow("Python to a pipe, zip64, stored")
-        << python(streamedZip64, "stored") << both << true << QString();
-    QTest::newRow("Python to a pipe, zip64, deflate")
-        << python(streamedZip64, "deflate") << both << false << QString();
-    QTest::newRow("xz") << python(handmadeZip, "xz") << text << false << QString();
-    QTest::newRow("zstd") << python(handmadeZip, "zstd") << text << false << QString();
-    QTest::newRow("legacy name, code page 437")
-        << python(handmadeZip, "cp437") << QStringList { u"caf\u00e9 \u00dc.txt"_qs } << false << QString();
-    QTest::newRow("UTF-8 flag on a name that is not UTF-8") << python(handmadeZip,
-        "lyingFlag") << QStringList() << false << u"it holds a file whose name cannot be used (\ufffd)"_qs;
+    const auto row = [](const QString& tag, const QString& command, const QStringList& landed,
+                         bool keptWhole = false, const QString& reason = {}) {
+        QTest::newRow(qPrintable(tag)) << command << landed << keptWhole << reason;
+    };
+    row(u"Info-ZIP, deflate"_qs, u"zip -q out.zip r.bin t.txt"_qs, both);
+    row(u"Info-ZIP, stored"_qs, u"zip -q -0 out.zip r.bin t.txt"_qs, both);
+    row(u"Info-ZIP to a pipe, deflate"_qs, u"zip -q - r.bin t.txt | cat > out.zip"_qs, both);
+    row(u"Info-ZIP to a pipe, stored"_qs, u"zip -q -0 - r.bin t.txt | cat > out.zip"_qs, both);
+    row(u"Info-ZIP, folders and a Mac's resource files"_qs,
+        u"mkdir -p __MACOSX && cp t.txt __MACOSX/._t.txt && zip -q -r out.zip t.txt sub __MACOSX"_qs, text);
+    row(u"Info-ZIP, password"_qs, u"zip -q -P secret out.zip t.txt"_qs, {}, false, password);
+    row(u"bsdtar, deflate"_qs, u"bsdtar -c --format zip -f out.zip r.bin t.txt"_qs, both);
+    row(u"bsdtar, stored"_qs,
+        u"bsdtar -c --format zip --options zip:compression=store -f out.zip r.bin t.txt"_qs, both);
+    row(u"bsdtar to a pipe"_qs, u"bsdtar -c --format zip -f - r.bin t.txt | cat > out.zip"_qs, both);
+    for (const QString method : { u"BZip2"_qs, u"LZMA"_qs, u"PPMd"_qs, u"Deflate"_qs })
+        row(u"7z, "_qs + method, u"7z a -tzip -mm=%1 out.zip r.bin t.txt >/dev/null"_qs.arg(method), both);
+    row(u"7z, AES password"_qs, u"7z a -tzip -psecret -mem=AES256 out.zip t.txt >/dev/null"_qs, {}, false,
+        password);
+    for (const QString method : { u"LZMA"_qs, u"BZIP2"_qs, u"STORED"_qs })
+        row(u"Python, "_qs + method,
+            u"python3 -c \"import zipfile as z; a = z.ZipFile('out.zip', 'w', z.ZIP_%1); a.write('r.bin'); a.write('t.txt'); a.close()\""_qs
+                .arg(method),
+            both);
+    row(u"Python to a pipe, zip64, stored"_qs, python(streamedZip64, "stored"), both, true);
+    row(u"Python to a pipe, zip64, deflate"_qs, python(streamedZip64, "deflate"), both);
+    row(u"xz"_qs, python(handmadeZip, "xz"), text);
+    row(u"zstd"_qs, python(handmadeZip, "zstd"), text);
+    row(u"legacy name, code page 437"_qs, python(handmadeZip, "cp437"), { u"caf\u00e9 \u00dc.txt"_qs });
+    row(u"UTF-8 flag on a name that is not UTF-8"_qs, python(handmadeZip, "lyingFlag"), {}, false,
+        u"it holds a file whose name cannot be used (\ufffd)"_qs);
 }
 
 void TestOperations::everyZipAPhoneMayWrite()
