@@ -175,7 +175,6 @@ void TestStorage::preparingCreatesWhatIsMissingAndLogsWhatItCannot()
     {
         const LogCapture log;
         WorkingFolders::prepareWorkingFolders(documents + u'/');
-        QCOMPARE(WorkingFolders::documentsFolder(), documents);
         QCOMPARE(WorkingFolders::varnexFolder(), documents + QStringLiteral("/Varnex"));
         QCOMPARE(
             WorkingFolders::encryptedFilesFolder(), documents + QStringLiteral("/Varnex/EncryptedFiles"));
