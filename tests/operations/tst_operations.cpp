@@ -62,6 +62,16 @@ mode_t modeOf(const QString& path)
     return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
 }
 
+// A file, then folders up to one entry too many: every entry counts, and no flushing of ten
+// thousand files makes a test slow.
+bool writeOneEntryTooMany(const QString& zip)
+{
+    QList<ZipWriter::Entry> entries { { u"fine.txt.vx"_qs, {}, "fine" } };
+    for (int i = 0; i < SafeArchive::maxEntries; ++i)
+        entries.append({ u"d%1/"_qs.arg(i), {}, {} });
+    return ZipWriter::write(zip, entries);
+}
+
 OperationTask::Result runTask(OperationTask& task, int timeoutMs = 20000)
 {
     QSignalSpy finished(&task, &OperationTask::finished);
@@ -189,6 +199,7 @@ void TestOperations::archivesThatFailLeaveNoTrace_data()
     QTest::newRow("bomb") << "bomb" << SafeArchive::Failure::NoSpace;
     QTest::newRow("truncated") << "truncated" << SafeArchive::Failure::Broken;
     QTest::newRow("cancelled") << "cancelled" << SafeArchive::Failure::Cancelled;
+    QTest::newRow("one entry too many") << "tooMany" << SafeArchive::Failure::TooManyEntries;
 }
 
 void TestOperations::archivesThatFailLeaveNoTrace()
@@ -202,7 +213,9 @@ void TestOperations::archivesThatFailLeaveNoTrace()
     else if (kind == u"truncated") {
         QVERIFY(ZipWriter::write(zip, { good, { u"big.bin"_qs, {}, randomBytes(200000, 1) } }));
         QVERIFY(QFile::resize(zip, QFileInfo(zip).size() - 120000));
-    } else
+    } else if (kind == u"tooMany")
+        QVERIFY(writeOneEntryTooMany(zip));
+    else
         QVERIFY(ZipWriter::write(zip, { good, { u"bomb.bin"_qs, {}, {}, 50LL * 1024 * 1024 } }, true));
     const QString staging = m_encrypted + u"/OP/unpack";
     QDir().mkpath(staging);
@@ -423,13 +436,8 @@ void TestOperations::oddReplies()
     const QString path = encrypt ? u"/encryptFile/"_qs : u"/decryptFile/"_qs;
     QJsonObject fault { { u"path"_qs, path }, { u"archive"_qs, kind } };
     if (kind == u"tooMany") {
-        // A file, then folders up to one entry too many: every entry counts, and no flushing of
-        // ten thousand files makes the test slow.
-        QList<ZipWriter::Entry> entries { { u"fine.txt.vx"_qs, {}, "fine" } };
-        for (int i = 0; i < SafeArchive::maxEntries; ++i)
-            entries.append({ u"d%1/"_qs.arg(i), {}, {} });
         const QString zip = m_dir.filePath(u"many.zip"_qs);
-        QVERIFY(ZipWriter::write(zip, entries));
+        QVERIFY(writeOneEntryTooMany(zip));
         fault = { { u"path"_qs, path }, { u"archive"_qs, u"file"_qs }, { u"file"_qs, zip } };
     }
     QVERIFY(m_sim->setFault(fault));
