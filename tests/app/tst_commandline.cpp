@@ -1,15 +1,16 @@
 #include "app/CommandLine.h"
+#include "app/Settings.h"
 #include "app/Translations.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <signal.h>
-#include <sys/stat.h>
 
 class TestCommandLine : public QObject
 {
@@ -22,8 +23,6 @@ private Q_SLOTS:
     void files_data();
     void files();
     void aSecondStartHandsItsFilesOver();
-    void theLockStaysOutOfSharedFolders_data();
-    void theLockStaysOutOfSharedFolders();
 };
 
 void TestCommandLine::answers_data()
@@ -31,24 +30,25 @@ void TestCommandLine::answers_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode"); // -1: the application starts
     QTest::addColumn<QString>("output"); // ending in a line break: all of it; otherwise a part
-
+    QTest::addColumn<bool>("launch"); // asked of the real program too
+    const auto row = [](const char* tag, const char* line, int exitCode, const QString& output = {},
+                         bool launch = false) {
+        QTest::newRow(tag) << QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts) << exitCode << output
+                           << launch;
+    };
     const QString version = QStringLiteral("Varnex Desktop 1.0.0\n");
-    const auto args
-        = [](const char* line) { return QString::fromLatin1(line).split(u' ', Qt::SkipEmptyParts); };
-    QTest::newRow("no arguments") << args("") << -1 << QString();
-    QTest::newRow("--version") << args("--version") << 0 << version;
-    QTest::newRow("-v") << args("-v") << 0 << version;
-    QTest::newRow("--help") << args("--help") << 0 << QStringLiteral("--version");
-    QTest::newRow("-h") << args("-h") << 0 << QStringLiteral("--help");
-    QTest::newRow("--help-all") << args("--help-all") << 0 << QStringLiteral("Usage: ");
-    QTest::newRow("an unknown option beside --help")
-        << args("--help --verbose") << 1 << QStringLiteral("verbose");
-    QTest::newRow("misspelt option") << args("--verison") << 1 << QStringLiteral("verison");
-    QTest::newRow("a file starts") << args("report.pdf") << -1 << QString();
-    QTest::newRow("--help names the files") << args("--help") << 0 << QStringLiteral("[files...]");
-    QTest::newRow("a file and an unknown option") << args("a.vx --verbose") << 1 << QStringLiteral("verbose");
-    QTest::newRow("Qt's -platform") << args("-platform xcb") << -1 << QString();
-    QTest::newRow("Qt's -style and -reverse") << args("-style Fusion -reverse") << -1 << QString();
+    row("no arguments", "", -1);
+    row("--version", "--version", 0, version, true);
+    row("-v", "-v", 0, version);
+    row("--help names the files", "--help", 0, QStringLiteral("[files...]"));
+    row("-h", "-h", 0, QStringLiteral("--version"));
+    row("--help-all", "--help-all", 0, QStringLiteral("Usage: "));
+    row("an unknown option beside --help", "--help --verbose", 1, QStringLiteral("verbose"));
+    row("misspelt option", "--verison", 1, QStringLiteral("verison"), true);
+    row("a file starts", "report.pdf", -1);
+    row("a file and an unknown option", "a.vx --verbose", 1, QStringLiteral("verbose"));
+    row("Qt's -platform", "-platform xcb", -1);
+    row("Qt's -style and -reverse", "-style Fusion -reverse", -1);
 }
 
 void TestCommandLine::answers()
@@ -56,6 +56,7 @@ void TestCommandLine::answers()
     QFETCH(QStringList, arguments);
     QFETCH(int, exitCode);
     QFETCH(QString, output);
+    QFETCH(bool, launch);
 
     const auto answer = answerCommandLine(QStringList { QStringLiteral("varnex-desktop") } + arguments);
     QCOMPARE(answer.has_value(), exitCode >= 0);
@@ -66,6 +67,8 @@ void TestCommandLine::answers()
         return output.endsWith(u'\n') ? text == output : text.contains(output);
     };
     QVERIFY2(matches(answer->output), qPrintable(answer->output));
+    if (!launch)
+        return;
 
     // The program answers the same with no display, no platform override and an empty home:
     // had it started the application, it would abort for want of a display or leave folders
@@ -133,6 +136,8 @@ QProcessEnvironment programEnvironment(const QString& home)
 
 } // namespace
 
+// The real program, started on a stored session, then started again: the later start hands its
+// files to the first and ends.
 void TestCommandLine::aSecondStartHandsItsFilesOver()
 {
     QTemporaryDir home;
@@ -140,6 +145,13 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
     QFile::setPermissions(
         home.filePath(QStringLiteral("runtime")), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const QString socket = home.filePath(QStringLiteral("runtime/varnex-desktop.socket"));
+    // The settings file as an earlier run left it.
+    const QString settings = home.filePath(QStringLiteral(".config/Varnex/Varnex Desktop.conf"));
+    {
+        QSettings stored(settings, QSettings::IniFormat);
+        stored.setValue(QString::fromLatin1(Settings::userEmailKey), u"ann@example.com"_qs);
+        stored.setValue(QString::fromLatin1(Settings::baseUrlKey), u"http://10.0.0.7:8080/"_qs);
+    }
     QProcess first;
     first.setProcessEnvironment(programEnvironment(home.path()));
     first.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
@@ -193,53 +205,28 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
 
     first.terminate();
     QVERIFY(first.waitForFinished(10000));
-    // Once the first is gone, the next start is the first again.
+    // On standard output only the start-up lines (the listener found its free port); the result
+    // folders made, the stored values untouched in a file only the user can read.
+    const QStringList lines { QStringLiteral("[AppDelegate] ✅ User authenticated: ann@example.com"),
+        QStringLiteral("[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/") };
+    QCOMPARE(QString::fromUtf8(first.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts), lines);
+    QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/EncryptedFiles"))).isDir());
+    QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/DecryptedFiles"))).isDir());
+    QCOMPARE(QFileInfo(settings).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
+
+    // Once the first is gone, the next start is the first again, on the same stored session.
     QProcess next;
     next.setProcessEnvironment(programEnvironment(home.path()));
     next.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
     QVERIFY(next.waitForStarted());
+    QByteArray output;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (output += next.readAllStandardOutput(), output.contains(lines.last().toUtf8())), 20000);
     QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(socket), 20000);
     QCOMPARE(next.state(), QProcess::Running);
     next.terminate();
     QVERIFY(next.waitForFinished(10000));
-}
-
-void TestCommandLine::theLockStaysOutOfSharedFolders_data()
-{
-    QTest::addColumn<QString>("runtime"); // made with this mode (octal); empty: not set
-    QTest::addColumn<QString>("expected"); // folder of the lock, under HOME
-    QTest::newRow("private runtime folder") << QStringLiteral("700") << QStringLiteral("runtime");
-    QTest::newRow("runtime folder others can write")
-        << QStringLiteral("777") << QStringLiteral(".cache/varnex-desktop");
-    QTest::newRow("no runtime folder") << QString() << QStringLiteral(".cache/varnex-desktop");
-}
-
-void TestCommandLine::theLockStaysOutOfSharedFolders()
-{
-    QFETCH(QString, runtime);
-    QFETCH(QString, expected);
-    QTemporaryDir home;
-    QProcessEnvironment env = programEnvironment(home.path());
-    if (runtime.isEmpty()) {
-        env.remove(QStringLiteral("XDG_RUNTIME_DIR"));
-    } else {
-        QVERIFY(QDir(home.path()).mkdir(QStringLiteral("runtime")));
-        QVERIFY(::chmod(QFile::encodeName(home.filePath(QStringLiteral("runtime"))).constData(),
-                    mode_t(runtime.toUInt(nullptr, 8)))
-            == 0);
-    }
-    QProcess program;
-    program.setProcessEnvironment(env);
-    program.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
-    QVERIFY(program.waitForStarted());
-    const QString folder = home.filePath(expected);
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(folder + QStringLiteral("/varnex-desktop.socket")), 20000);
-    QVERIFY(QFileInfo::exists(folder + QStringLiteral("/varnex-desktop.lock")));
-    QCOMPARE(QFileInfo(folder).permissions()
-            & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther),
-        QFile::Permissions());
-    program.terminate();
-    QVERIFY(program.waitForFinished(10000));
+    QCOMPARE(QString::fromUtf8(output).split(u'\n', Qt::SkipEmptyParts), lines);
 }
 
 QTEST_GUILESS_MAIN(TestCommandLine)

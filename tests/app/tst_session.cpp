@@ -4,12 +4,7 @@
 #include "app/Texts.h"
 #include "common/LogCapture.h"
 
-#include <QFileInfo>
-#include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QTest>
-
 
 class TestSession : public QObject
 {
@@ -21,7 +16,6 @@ private Q_SLOTS:
     void baseUrlValidation();
     void startupLines_data();
     void startupLines();
-    void startupOfTheRealProgram();
     void deviceNames_data();
     void deviceNames();
 };
@@ -85,9 +79,14 @@ void TestSession::startupLines_data()
     // Stored from the network once: a line break cannot forge a second line.
     QTest::newRow("forged line") << QVariant(u"ann@example.com\n[AppDelegate] ✅ BaseURL: http://evil/"_qs)
                                  << QVariant(u"http://h/"_qs)
-                                 << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: ann@example.com"
-                                                                 "\\u000a[AppDelegate] ✅ BaseURL: http://evil/"),
+                                 << QStringList { QStringLiteral(
+                                                      "[AppDelegate] ✅ User authenticated: ann@example.com"
+                                                      "\\u000a[AppDelegate] ✅ BaseURL: http://evil/"),
                                         QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
+    QTest::newRow("terminal escape") << QVariant(u"\x1b[2Jann@example.com"_qs) << QVariant(u"http://h/"_qs)
+                                     << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: "
+                                                                     "\\u001b[2Jann@example.com"),
+                                            QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
     QTest::newRow("no base URL") << QVariant(u"ann@example.com"_qs) << QVariant() << QStringList { waiting };
     QTest::newRow("empty base URL") << QVariant(u"ann@example.com"_qs) << QVariant(QString(u""_qs))
                                     << QStringList { waiting };
@@ -106,46 +105,6 @@ void TestSession::startupLines()
     QTEST(log.lines(), "expected");
 }
 
-// The real program, started twice on a stored session: its lines on standard output and
-// nothing else (the listener found its free port), its folders made, the stored values
-// untouched in a file only the user can read.
-void TestSession::startupOfTheRealProgram()
-{
-    QTemporaryDir home;
-    const QString config = home.filePath(QStringLiteral(".config"));
-    const QString file = config + QStringLiteral("/Varnex/Varnex Desktop.conf");
-    {
-        // The file the program reads its settings from, written as an earlier run left it.
-        QSettings stored(file, QSettings::IniFormat);
-        stored.setValue(QString::fromLatin1(Settings::userEmailKey), u"ann@example.com"_qs);
-        stored.setValue(QString::fromLatin1(Settings::baseUrlKey), u"http://10.0.0.7:8080/"_qs);
-    }
-    const QStringList expected { QStringLiteral("[AppDelegate] ✅ User authenticated: ann@example.com"),
-        QStringLiteral("[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/") };
-    for (int run = 0; run < 2; ++run) {
-        QProcess program;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HOME"), home.path());
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), config);
-        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        env.insert(QStringLiteral("VARNEX_LISTENER_PORT"), QStringLiteral("0")); // never the real 8888
-        program.setProcessEnvironment(env);
-        program.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
-        QVERIFY(program.waitForStarted());
-        QByteArray output;
-        QTRY_VERIFY_WITH_TIMEOUT(
-            (output += program.readAllStandardOutput(), output.contains(expected.last().toUtf8())), 20000);
-        program.terminate();
-        QVERIFY(program.waitForFinished(10000));
-        QCOMPARE(QString::fromUtf8(output).split(u'\n', Qt::SkipEmptyParts), expected);
-        QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/EncryptedFiles"))).isDir());
-        QVERIFY(QFileInfo(home.filePath(QStringLiteral("Documents/Varnex/DecryptedFiles"))).isDir());
-    }
-    QSettings stored(file, QSettings::IniFormat);
-    QCOMPARE(stored.value(QString::fromLatin1(Settings::baseUrlKey)).toString(), u"http://10.0.0.7:8080/"_qs);
-    QCOMPARE(QFileInfo(file).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther), 0);
-}
-
 // A phone's name as every screen shows it: on one line, nothing that hides or reorders text,
 // at most 64 characters.
 void TestSession::deviceNames_data()
@@ -154,11 +113,10 @@ void TestSession::deviceNames_data()
     QTest::addColumn<QString>("shown");
     QTest::newRow("plain") << u"Ann's phone"_qs << u"Ann's phone"_qs;
     QTest::newRow("none") << QString() << QString();
-    QTest::newRow("disguised")
-        << u"<b>Ann's phone</b>\n\u2028\u202Eenohp\u202C"_qs + QString(300, u'x')
-        << QString(u"<b>Ann's phone</b>enohp"_qs + QString(300, u'x')).left(63) + u'…';
-    QTest::newRow("not half a character") << QString(62, u'a') + u"\U0001F600\U0001F600"_qs
-                                          << QString(62, u'a') + u'…';
+    QTest::newRow("disguised") << u"<b>Ann's phone</b>\n\u2028\u202Eenohp\u202C"_qs + QString(300, u'x')
+                               << QString(u"<b>Ann's phone</b>enohp"_qs + QString(300, u'x')).left(63) + u'…';
+    QTest::newRow("not half a character")
+        << QString(62, u'a') + u"\U0001F600\U0001F600"_qs << QString(62, u'a') + u'…';
 }
 
 void TestSession::deviceNames()

@@ -51,7 +51,6 @@ public:
     bool isRunning() const { return m_port != 0 && m_process.state() == QProcess::Running; }
     quint16 port() const { return m_port; }
     QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1/").arg(m_port); }
-    QString dataPath() const { return m_data.path(); }
 
     // Sets a fault (see the simulator's README); true when it was accepted.
     bool setFault(const QJsonObject& fault) { return post("/sim/faults", fault) == 200; }
@@ -60,6 +59,24 @@ public:
 
     // The requests the simulator received, oldest first.
     QJsonArray requests() { return getJson("/sim/requests").value(u"requests").toArray(); }
+
+    // The parts of a multipart request as the phone read them: "name=value" for a field,
+    // "name | file name | type | size" for a file.
+    static QStringList partsOf(const QJsonValue& request)
+    {
+        QStringList result;
+        for (const QJsonValue& value : request.toObject().value(u"parts").toArray()) {
+            const QJsonObject part = value.toObject();
+            const QString name = part.value(u"name").toString();
+            result.append(!part.contains(u"filename")
+                    ? name + u'=' + part.value(u"value").toString()
+                    : QStringList { name, part.value(u"filename").toString(),
+                        part.value(u"contentType").toString(),
+                        QString::number(part.value(u"size").toInteger()) }
+                          .join(u" | "));
+        }
+        return result;
+    }
     QJsonObject state() { return getJson("/sim/state"); }
 
     int post(const char* path, const QJsonObject& body)

@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 // The first start's side of the hand-over, fed by a client that sends what it likes: whole
 // messages, messages in pieces, and messages no later start would send.
 class TestSingleInstance : public QObject
@@ -17,6 +19,8 @@ private Q_SLOTS:
     void onlyTheFirstHoldsTheLock();
     void messages_data();
     void messages();
+    void theFolderIsTheUsersOwn_data();
+    void theFolderIsTheUsersOwn();
 };
 
 namespace {
@@ -121,6 +125,34 @@ void TestSingleInstance::messages()
         QCOMPARE(handedOver.at(0).at(0).toStringList(), paths);
         QVERIFY(client.readAll().contains(payload(QStringLiteral("done"), {})));
     }
+}
+
+void TestSingleInstance::theFolderIsTheUsersOwn_data()
+{
+    QTest::addColumn<QString>("runtime"); // the runtime folder's mode (octal); empty: not set
+    QTest::addColumn<QString>("expected"); // under the home
+    QTest::newRow("private runtime folder") << u"700"_qs << u"runtime"_qs;
+    QTest::newRow("runtime folder others can write") << u"777"_qs << u"cache/varnex-desktop"_qs;
+    QTest::newRow("no runtime folder") << QString() << u"cache/varnex-desktop"_qs;
+}
+
+void TestSingleInstance::theFolderIsTheUsersOwn()
+{
+    QFETCH(QString, runtime);
+    QTemporaryDir home;
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(u"cache"_qs)));
+    qunsetenv("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty()) {
+        const QByteArray folder = QFile::encodeName(home.filePath(u"runtime"_qs));
+        QVERIFY(::mkdir(folder.constData(), mode_t(runtime.toUInt(nullptr, 8))) == 0);
+        QVERIFY(::chmod(folder.constData(), mode_t(runtime.toUInt(nullptr, 8))) == 0); // past the umask
+        qputenv("XDG_RUNTIME_DIR", folder);
+    }
+    const QString folder = SingleInstance::defaultFolder();
+    QTEST(folder.mid(home.path().size() + 1), "expected");
+    QCOMPARE(QFileInfo(folder).permissions()
+            & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther),
+        QFile::Permissions());
 }
 
 QTEST_GUILESS_MAIN(TestSingleInstance)

@@ -61,36 +61,23 @@ void TestIntake::admission_data()
     QTest::addColumn<QString>("refused"); // name (8 characters at most) and reason
     const auto E = IntakeList::Kind::Encrypt;
     const auto D = IntakeList::Kind::Decrypt;
-    QTest::newRow("encrypt: mixed drop") << E << "/a/report.pdf /a/photo.vx /a/notes.txt"
-                                         << "report.pdf notes.txt"
-                                         << "photo.vx:encrypted";
-    QTest::newRow("same name, other folder") << E << "/a/report.pdf /b/report.pdf"
-                                             << "report.pdf"
-                                             << "report.p:listed";
-    QTest::newRow("same name twice, trailing slash") << E << "/a/x.txt /b/x.txt/"
-                                                     << "x.txt"
-                                                     << "x.txt:listed";
-    QTest::newRow("encrypt: .VX is not encrypted") << E << "/a/archive.VX"
-                                                   << "archive.VX"
-                                                   << "";
-    QTest::newRow("encrypt: no extension") << E << "/a/README"
-                                           << "README"
-                                           << "";
-    QTest::newRow("decrypt: no extension") << D << "/a/README"
-                                           << ""
-                                           << "README:plain";
-    QTest::newRow("decrypt: only .vx") << D << "/e/report.pdf.vx /e/report.pdf /e/x.VX"
-                                       << "report.pdf.vx"
-                                       << "report.p:plain x.VX:plain";
-    QTest::newRow("decrypt: trailing dot") << D << "/e/a.vx."
-                                           << "a.vx."
-                                           << "";
-    QTest::newRow("only dots") << E << "/a/..."
-                               << "..."
-                               << "";
-    QTest::newRow("empty list") << E << ""
-                                << ""
-                                << "";
+    const auto row = [](const char* tag, IntakeList::Kind kind, const char* paths, const char* admitted,
+                         const char* refused) {
+        QTest::newRow(tag) << kind << QString::fromUtf8(paths) << QString::fromUtf8(admitted)
+                           << QString::fromUtf8(refused);
+    };
+    row("encrypt: mixed drop", E, "/a/report.pdf /a/photo.vx /a/notes.txt", "report.pdf notes.txt",
+        "photo.vx:encrypted");
+    row("same name, other folder", E, "/a/report.pdf /b/report.pdf", "report.pdf", "report.p:listed");
+    row("same name twice, trailing slash", E, "/a/x.txt /b/x.txt/", "x.txt", "x.txt:listed");
+    row("encrypt: .VX is not encrypted", E, "/a/archive.VX", "archive.VX", "");
+    row("encrypt: no extension", E, "/a/README", "README", "");
+    row("decrypt: no extension", D, "/a/README", "", "README:plain");
+    row("decrypt: only .vx", D, "/e/report.pdf.vx /e/report.pdf /e/x.VX", "report.pdf.vx",
+        "report.p:plain x.VX:plain");
+    row("decrypt: trailing dot", D, "/e/a.vx.", "a.vx.", "");
+    row("only dots", E, "/a/...", "...", "");
+    row("empty list", E, "", "", "");
     // The encrypted result adds ".vx": a name takes at most 252 bytes, counted in UTF-8.
     const QString fits = QString(248, u'a') + u".txt";
     QTest::newRow("encrypt: 252 bytes fit, 253 do not")

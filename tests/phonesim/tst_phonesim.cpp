@@ -13,8 +13,9 @@
 #include <archive_entry.h>
 
 // The phone simulator as the desktop's tests rely on it: real encryption, pairing and change
-// signals, and the faults it injects on request. (Its group API is tested through the
-// desktop's own calls, in tst_api.)
+// signals, and how its faults are matched to requests. (Its group API is tested through the
+// desktop's own calls, in tst_api; its hostile and broken replies through the desktop's
+// refusals, in tst_operations.)
 class TestPhoneSim : public QObject
 {
     Q_OBJECT
@@ -27,8 +28,6 @@ private Q_SLOTS:
     void pairsAndSignalsChanges();
     void faultsTakeEffect_data();
     void faultsTakeEffect();
-    void archiveFaults_data();
-    void archiveFaults();
 
 private:
     std::unique_ptr<PhoneSimProcess> m_sim;
@@ -38,8 +37,7 @@ namespace {
 
 using Entries = QList<std::pair<QString, QByteArray>>;
 
-// Reads every entry of a zip held in memory ("link:" before a symlink's name); nothing when
-// it is not a readable archive.
+// Reads every entry of a zip held in memory; nothing when it is not a readable archive.
 std::optional<Entries> unzip(const std::string& bytes)
 {
     archive* a = archive_read_new();
@@ -55,8 +53,7 @@ std::optional<Entries> unzip(const std::string& bytes)
         while ((n = archive_read_data(a, buffer, sizeof buffer)) > 0)
             data.append(buffer, n);
         ok = n == 0;
-        const QString name = QString::fromUtf8(archive_entry_pathname(entry));
-        entries.append({ archive_entry_filetype(entry) == AE_IFLNK ? u"link:" + name : name, data });
+        entries.append({ QString::fromUtf8(archive_entry_pathname(entry)), data });
     }
     archive_read_free(a);
     if (!ok || next != ARCHIVE_EOF)
@@ -169,10 +166,8 @@ void TestPhoneSim::pairsAndSignalsChanges()
     QVERIFY(sim.isRunning());
     // Its message passes every rule a phone's must, and waits for the user, as a stranger's does.
     QTRY_VERIFY_WITH_TIMEOUT(gate.pending(), 5000);
-    QVERIFY(gate.acceptPending(gate.pending()->id));
-    QTRY_VERIFY_WITH_TIMEOUT(Session::instance().isPhoneConnected(), 5000);
-    QCOMPARE(Session::instance().mobileDeviceName(), QStringLiteral("Test phone"));
-    QCOMPARE(Session::instance().phoneIPAddress(), QStringLiteral("127.0.0.1"));
+    QCOMPARE(gate.pending()->message.mobileDeviceName, u"Test phone"_qs);
+    QCOMPARE(gate.pending()->peer, u"127.0.0.1"_qs);
 
     QCOMPARE(sim.post("/sim/contacts",
                  { { u"firstName"_qs, u"Mia"_qs }, { u"lastName"_qs, u"Wong"_qs },
@@ -216,38 +211,6 @@ void TestPhoneSim::faultsTakeEffect()
     QTEST(QString(first + u", " + answer()), "answers");
     m_sim->clearFaults();
     QCOMPARE(answer(), u"200 pong"_qs);
-}
-
-void TestPhoneSim::archiveFaults_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<QString>("entries"); // names, "unreadable", or "refused" (the fault itself)
-    for (const auto& [kind, entries] :
-        std::initializer_list<std::pair<const char*, const char*>> { { "escape", "../escape.txt" },
-            { "absolute", "/tmp/varnex-absolute.txt" }, { "symlink", "link:link.vx" },
-            { "unmatched", "a.txt.vx,not-uploaded.bin" }, { "bomb", "bomb.bin" }, { "corrupt", "unreadable" },
-            { "empty", "" }, { "nonsense", "refused" } })
-        QTest::newRow(kind) << QString::fromLatin1(kind) << QString::fromLatin1(entries);
-}
-
-void TestPhoneSim::archiveFaults()
-{
-    QFETCH(QString, kind);
-    QFETCH(QString, entries);
-    const bool accepted = m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, kind } });
-    QCOMPARE(accepted, entries != u"refused");
-    if (!accepted)
-        return;
-    const auto reply = encrypt(m_sim->port(), "a.txt", "data");
-    QVERIFY(reply);
-    QCOMPARE(reply->status, 200);
-    QVERIFY(kind != u"bomb" || reply->body.size() < 1024 * 1024); // a thousand-fold and more
-    QCOMPARE(reply->body.empty(), kind == u"empty");
-    QStringList names;
-    const auto unzipped = unzip(reply->body);
-    for (const auto& entry : unzipped.value_or(Entries {}))
-        names.append(entry.first);
-    QCOMPARE(unzipped || kind == u"empty" ? names.join(u',') : u"unreadable"_qs, entries);
 }
 
 QTEST_GUILESS_MAIN(TestPhoneSim)

