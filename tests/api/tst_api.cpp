@@ -68,6 +68,8 @@ private Q_SLOTS:
     void groupDecoding();
     void answerJudging_data();
     void answerJudging();
+    void usersDecoding_data();
+    void usersDecoding();
     void groupLifecycleAndWireFormat();
     void failedExchanges_data();
     void failedExchanges();
@@ -76,6 +78,7 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<PhoneSimProcess> m_sim;
+    NetworkClient m_client;
     QObject m_screen;
 };
 
@@ -91,8 +94,7 @@ void TestApi::init()
     m_sim->clearFaults();
     m_sim->clearRequests();
     Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
-    NetworkClient::shared().setTimeouts(
-        NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
+    m_client.setTimeouts(NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
 }
 
 void TestApi::groupDecoding_data()
@@ -249,9 +251,37 @@ void TestApi::answerJudging()
     QTEST(outcome, "outcome");
 }
 
+void TestApi::usersDecoding_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("users"); // "first|last|e-mail|phone" each; "unreadable"; "no list"
+    QTest::newRow("two") << QByteArray(
+        R"({"getUsers":[{"firstName":"Ann","lastName":"Lee","email":"ann@x","phone":"1"},)"
+        R"({"firstName":"Bo","lastName":"Chan","email":"bo@x","phone":"2"}]})")
+                         << u"Ann|Lee|ann@x|1 Bo|Chan|bo@x|2"_qs;
+    QTest::newRow("none") << QByteArray(R"({"getUsers":[]})") << QString();
+    QTest::newRow("missing fields are empty, non-objects skipped")
+        << QByteArray(R"({"getUsers":[5,{"email":"a@x","phone":7}]})") << u"||a@x|"_qs;
+    QTest::newRow("no getUsers") << QByteArray(R"({"users":[{"email":"a@x"}]})") << QString();
+    QTest::newRow("JSON but no object: nothing changes") << QByteArray("[1]") << u"no list"_qs;
+    QTest::newRow("not JSON") << QByteArray("not json") << u"unreadable"_qs;
+}
+
+void TestApi::usersDecoding()
+{
+    QFETCH(QByteArray, body);
+    const UsersReply reply = RecordDecoding::usersBody(body);
+    QStringList users;
+    for (const UserPtr& u : reply.users.value_or(QList<UserPtr>())) {
+        QVERIFY(!u->isChecked.value_or(true));
+        users.append(QStringList { *u->firstName, *u->lastName, *u->email, *u->phone }.join(u'|'));
+    }
+    QTEST(!reply.readable ? u"unreadable"_qs : !reply.users ? u"no list"_qs : users.join(u' '), "users");
+}
+
 void TestApi::groupLifecycleAndWireFormat()
 {
-    NetworkClient& client = NetworkClient::shared();
+    NetworkClient& client = m_client;
     // The phone's own refusals, as the user reads them.
     QCOMPARE(called<GroupPtr>([&](auto done) { client.createGroup(user, u"fAMILY"_qs, &m_screen, done); }),
         u"Conflict: A group with this name already exists"_qs);
@@ -377,7 +407,7 @@ void TestApi::failedExchanges()
     QFETCH(QString, call);
     QFETCH(QJsonObject, fault);
     QFETCH(QString, outcome);
-    NetworkClient& client = NetworkClient::shared();
+    NetworkClient& client = m_client;
     client.setTimeouts(std::chrono::milliseconds(fault.value(u"requestTimeoutMs").toInt(10000)),
         std::chrono::milliseconds(fault.value(u"resourceTimeoutMs").toInt(10000)));
     if (fault.contains(u"refused")) {
@@ -416,7 +446,7 @@ void TestApi::baseUrlIsUsedAsStored()
     // Without a base URL, every call answers at once, on this thread, and nothing is sent.
     Settings::open()->remove(QString::fromLatin1(Settings::baseUrlKey));
     QStringList outcomes;
-    NetworkClient& client = NetworkClient::shared();
+    NetworkClient& client = m_client;
     const auto collect = [&outcomes](const auto& result) { outcomes.append(outcomeOf(result)); };
     client.createGroup(user, u"X"_qs, &m_screen, collect);
     client.fetchGroups(user, &m_screen, collect);
@@ -439,7 +469,7 @@ void TestApi::answersForAGoneScreenAreDropped()
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/v2/groups*"_qs }, { u"delayMs"_qs, 200 } }));
     auto* screen = new QObject;
     int calls = 0;
-    NetworkClient::shared().fetchGroups(user, screen, [&calls](const auto&) { ++calls; });
+    m_client.fetchGroups(user, screen, [&calls](const auto&) { ++calls; });
     delete screen;
     QTRY_COMPARE_WITH_TIMEOUT(m_sim->requests().size(), 1, 3000);
     // The answer comes 0.2 s later; the deadline leaves it ample time to be (wrongly) delivered.

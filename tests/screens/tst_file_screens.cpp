@@ -1,3 +1,5 @@
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Session.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
@@ -61,6 +63,7 @@ private Q_SLOTS:
     void keyboardFocusIsVisible();
 
 private:
+    PhoneServiceClient m_phoneService { Session::instance() };
     QTemporaryDir m_home;
     QString m_files;
 };
@@ -77,7 +80,8 @@ void TestFileScreens::initTestCase()
 
 void TestFileScreens::dropsAnywhereOnTheList()
 {
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     screen.resize(1100, 650);
     screen.show();
     QVERIFY(QTest::qWaitForWindowExposed(&screen));
@@ -121,7 +125,8 @@ void TestFileScreens::oneDialogForSeveralRefusals()
         u"report.pdf: not encrypted\nnotes.txt: not encrypted"_qs);
     QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Informational);
 
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     encrypt.addFiles({ m_files + u"/photo.vx"_qs });
     QCOMPARE(dialogs.shown.at(1).message,
         u"You can only add files that aren't encrypted or uploaded\n\nphoto.vx: already encrypted"_qs);
@@ -152,7 +157,8 @@ void TestFileScreens::chooseFilesStartsInTheRightFolder()
 {
     FakeDialogs dialogs;
     dialogs.filesToChoose = { m_files + u"/report.pdf"_qs, m_files + u"/notes.txt"_qs };
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     QTest::mouseClick(encrypt.widgets().chooseFilesButton, Qt::LeftButton);
     QCOMPARE(dialogs.chooseFilesFolder, *WorkingFolders::documentsFolder());
     QCOMPARE(encrypt.filesToEncrypt().size(), 2);
@@ -171,7 +177,8 @@ void TestFileScreens::previewAndOpenFolderOpenTheRightPaths()
 {
     TestFiles::write(*WorkingFolders::decryptedFilesFolder() + u"/result.txt"_qs, "x");
     FakeDialogs dialogs;
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     encrypt.resize(1100, 650);
     encrypt.show();
     QVERIFY(QTest::qWaitForWindowExposed(&encrypt));
@@ -223,7 +230,8 @@ void TestFileScreens::clicksAndKeysFlipMarks()
 
 void TestFileScreens::keyboardFocusIsVisible()
 {
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     screen.resize(1100, 650);
     screen.show();
     QVERIFY(QTest::qWaitForWindowActive(&screen));

@@ -1,4 +1,6 @@
 #include "PairedPhone.h"
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
@@ -134,6 +136,7 @@ private Q_SLOTS:
     void withoutAServiceTheWindowIsAlerted();
 
 private:
+    PhoneServiceClient m_phoneService { Session::instance() };
     void encrypt(EncryptViewController& screen, const QStringList& names);
     void invoke(uint id, const QString& action);
 
@@ -169,9 +172,9 @@ void TestNotifications::encrypt(EncryptViewController& screen, const QStringList
 {
     screen.resize(1100, 650);
     screen.show();
-    QTRY_VERIFY_WITH_TIMEOUT(screen.recipients->store()->groups.size() >= 2, 5000);
-    AssociationsStore* store = screen.recipients->store();
-    store->clickRow(PairedPhone::userRow(store, QStringLiteral("ben.ortiz@example.com")));
+    QTRY_VERIFY_WITH_TIMEOUT(screen.recipients()->store()->groups().size() >= 2, 5000);
+    RecipientsModel* recipients = screen.recipients()->model();
+    recipients->clickRow(PairedPhone::userRow(recipients, QStringLiteral("ben.ortiz@example.com")));
     QStringList paths;
     for (const QString& name : names) {
         TestFiles::write(m_files + u'/' + name, "some words");
@@ -199,7 +202,8 @@ void TestNotifications::aBackgroundOperationIsNotified()
     FakeDialogs dialogs;
     m_notifications.shown.clear();
     m_fileManager.shownItems.clear();
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     screen.resize(1100, 650);
     screen.show();
     // The user turns to another window while the phone works.
@@ -237,7 +241,8 @@ void TestNotifications::inFrontTheSummarySaysIt()
     FakeDialogs dialogs;
     m_notifications.shown.clear();
     m_fileManager.shownItems.clear();
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     screen.resize(1100, 650);
     screen.show();
     screen.activateWindow();

@@ -1,4 +1,6 @@
 #include "PairedPhone.h"
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
@@ -45,6 +47,7 @@ private Q_SLOTS:
     void screenDestroyedMidOperation();
 
 private:
+    PhoneServiceClient m_phoneService { Session::instance() };
     // Shows the screen with its recipients from the phone; with a `file` written and marked
     // and Ben Ortiz checked, ENCRYPT is on.
     void prepare(EncryptViewController& screen, const QString& file = {}, const QByteArray& data = "a");
@@ -68,12 +71,12 @@ void TestOperationScreens::prepare(EncryptViewController& screen, const QString&
 {
     screen.resize(1100, 650);
     screen.show();
-    QTRY_VERIFY_WITH_TIMEOUT(screen.recipients->store()->groups.size() >= 2, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(screen.recipients()->store()->groups().size() >= 2, 5000);
     if (file.isEmpty())
         return;
     TestFiles::write(m_files + u'/' + file, data);
-    AssociationsStore* store = screen.recipients->store();
-    store->clickRow(PairedPhone::userRow(store, u"ben.ortiz@example.com"_qs));
+    RecipientsModel* recipients = screen.recipients()->model();
+    recipients->clickRow(PairedPhone::userRow(recipients, u"ben.ortiz@example.com"_qs));
     screen.addFiles({ m_files + u'/' + file });
     screen.intakeList()->flip(0);
     QVERIFY(screen.encryptButton()->isEnabled());
@@ -82,7 +85,8 @@ void TestOperationScreens::prepare(EncryptViewController& screen, const QString&
 void TestOperationScreens::encryptChecksRecipientsThenFiles()
 {
     FakeDialogs dialogs;
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     prepare(screen);
     screen.encryptFiles();
     QCOMPARE(dialogs.shown.size(), 1);
@@ -90,7 +94,7 @@ void TestOperationScreens::encryptChecksRecipientsThenFiles()
     QCOMPARE(
         dialogs.shown.at(0).message, u"Please select at least one user or group to encrypt files for."_qs);
     QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Warning);
-    AssociationsStore* store = screen.recipients->store();
+    AssociationsStore* store = screen.recipients()->store();
     store->toggleGroupChecked(PairedPhone::groupId(store, u"Family"_qs));
     screen.encryptFiles();
     QCOMPARE(dialogs.shown.at(1).title, u"No files selected"_qs);
@@ -113,9 +117,10 @@ void TestOperationScreens::operationsThatEndClearTheChoice()
     QFETCH(QJsonObject, fault);
     QFETCH(QString, dialog);
     FakeDialogs dialogs;
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     prepare(encrypt, u"report.pdf"_qs);
-    AssociationsStore* store = encrypt.recipients->store();
+    AssociationsStore* store = encrypt.recipients()->store();
     store->toggleGroupChecked(PairedPhone::groupId(store, u"Family"_qs));
     const QString recipients = store->recipientsString();
     if (!fault.isEmpty())
@@ -153,7 +158,8 @@ void TestOperationScreens::operationsThatEndClearTheChoice()
 void TestOperationScreens::cancelKeepsTheChoice()
 {
     FakeDialogs dialogs;
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     prepare(encrypt, u"slow.txt"_qs);
     QVERIFY(m_phone->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     encrypt.encryptFiles();
@@ -165,8 +171,8 @@ void TestOperationScreens::cancelKeepsTheChoice()
     QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);
     QVERIFY(dialogs.shown.isEmpty());
     QVERIFY(encrypt.filesToEncrypt().at(0)->isChecked);
-    QCOMPARE(
-        encrypt.recipients->store()->selectedRecipientEmails(), QStringList { u"ben.ortiz@example.com"_qs });
+    QCOMPARE(encrypt.recipients()->store()->selectedRecipientEmails(),
+        QStringList { u"ben.ortiz@example.com"_qs });
     QVERIFY(encrypt.isEncryptFilesEnabled());
 }
 
@@ -176,7 +182,8 @@ void TestOperationScreens::mainThreadStaysResponsive()
     // 48 MiB in the suite; VARNEX_STALL_PROBE_MIB=1024 runs the full-size measurement.
     const int full = qEnvironmentVariableIntValue("VARNEX_STALL_PROBE_MIB");
     const qsizetype mib = full > 0 ? full : 48;
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     prepare(encrypt, u"big.bin"_qs, TestFiles::randomBytes(mib * 1024 * 1024, 5));
     // A probe timer: the longest gap between its ticks is the longest stall of this thread.
     QTimer probe;

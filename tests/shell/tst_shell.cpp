@@ -13,6 +13,7 @@
 #include "pairing/PhoneConnection.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsModel.h"
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
@@ -387,8 +388,8 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     QVERIFY(main);
     EncryptViewController* encrypt = main->encryptScreen();
     DecryptViewController* decrypt = main->decryptScreen();
-    RecipientsPanel* panel = encrypt->recipients;
-    QTRY_VERIFY_WITH_TIMEOUT(panel->store()->associatedRowCount() >= 3, 5000);
+    RecipientsPanel* panel = encrypt->recipients();
+    QTRY_VERIFY_WITH_TIMEOUT(panel->model()->rowCount() >= 3, 5000);
     // The user's work: files in both lists, one marked, a recipient chosen, a search typed, the
     // Decrypt tab shown.
     const QString report = m_home.filePath(u"report.pdf"_qs);
@@ -402,18 +403,18 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     encrypt->intakeList()->flip(0);
     decrypt->addFiles({ letter });
     const int zoe = [&] {
-        for (int row = 0; row < panel->store()->associatedRowCount(); ++row) {
-            const auto type = panel->store()->rowType(row);
+        for (int row = 0; row < panel->model()->rowCount(); ++row) {
+            const auto type = panel->model()->rowType(row);
             if (type && type->user)
                 return row;
         }
         return -1;
     }();
     QVERIFY(zoe >= 0);
-    panel->store()->clickRow(zoe);
+    panel->model()->clickRow(zoe);
     const QStringList chosen = panel->store()->selectedRecipientEmails();
     QCOMPARE(chosen.size(), 1);
-    panel->searchTextField->setText(chosen.first().left(3));
+    panel->widgets().searchTextField->setText(chosen.first().left(3));
     main->selectDecrypt();
 
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
@@ -437,7 +438,7 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     QVERIFY(!encrypt->intakeList()->files().at(1)->isChecked);
     QCOMPARE(decrypt->intakeList()->files().size(), 1);
     QCOMPARE(panel->store()->selectedRecipientEmails(), chosen);
-    QCOMPARE(panel->searchTextField->text(), chosen.first().left(3));
+    QCOMPARE(panel->widgets().searchTextField->text(), chosen.first().left(3));
 }
 
 // At start, a trusted phone that answers is connected without a QR scan or a pairing message.
@@ -469,7 +470,7 @@ void TestShell::aStartFindsTheTrustedPhone()
     // people arrive now that the phone does.
     auto* main = qobject_cast<MainViewController*>(window.content());
     QCOMPARE(main->intakeFiles(), QStringList { handed });
-    QTRY_VERIFY_WITH_TIMEOUT(main->encryptScreen()->recipients->store()->associatedRowCount() > 0, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(main->encryptScreen()->recipients()->model()->rowCount() > 0, 5000);
     for (const auto& r : m_sim->requests())
         QVERIFY(r[u"path"].toString() != u"/myInformation"_qs);
 }
@@ -544,8 +545,8 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
     QVERIFY(main);
     QSignalSpy lost(&Session::instance(), &Session::phoneConnectedChanged);
     EncryptViewController* encrypt = main->encryptScreen();
-    RecipientsPanel* panel = encrypt->recipients;
-    QTRY_VERIFY_WITH_TIMEOUT(panel->store()->groups.size() >= 2, 5000);
+    RecipientsPanel* panel = encrypt->recipients();
+    QTRY_VERIFY_WITH_TIMEOUT(panel->store()->groups().size() >= 2, 5000);
 
     FakeDialogs dialogs;
     bool checkedWhileOpen = false;
@@ -576,7 +577,7 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
         encrypt->chooseFiles();
     } else if (dialog == u"delete group" || dialog == u"remove member") {
         qint64 family = -1;
-        for (const auto& g : panel->store()->groups)
+        for (const auto& g : panel->store()->groups())
             family = g->groupMembers.isEmpty() ? family : g->id;
         QVERIFY(family > 0);
         dialogs.answers.enqueue(

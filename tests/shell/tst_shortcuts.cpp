@@ -102,7 +102,7 @@ void TestShortcuts::keysDoWhatTheyDo()
     QTest::keyClick(&window, Qt::Key_F1);
     QTRY_COMPARE(main->currentScreen(), static_cast<QWidget*>(main->aboutScreen()));
     QTest::keyClick(&window, Qt::Key_F, Qt::ControlModifier);
-    QLineEdit* search = main->encryptScreen()->recipients->searchTextField;
+    QLineEdit* search = main->encryptScreen()->recipients()->widgets().searchTextField;
     QTRY_VERIFY(search->hasFocus());
     QCOMPARE(main->currentScreen(), static_cast<QWidget*>(main->encryptScreen()));
     main->encryptScreen()->addFiles({ m_files + QStringLiteral("/a.txt") });
