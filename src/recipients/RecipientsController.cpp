@@ -6,7 +6,6 @@
 #include "app/Session.h"
 #include "app/Settings.h"
 
-#include <QPointer>
 
 RecipientsController::RecipientsController(AssociationsStore& store, const Session& session,
     PhoneServiceClient& phoneService, NetworkClient& api, QObject* parent)
