@@ -6,7 +6,6 @@
 #include "app/Session.h"
 #include "app/Settings.h"
 
-
 RecipientsController::RecipientsController(AssociationsStore& store, const Session& session,
     PhoneServiceClient& phoneService, NetworkClient& api, QObject* parent)
     : QObject(parent)

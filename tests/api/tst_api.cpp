@@ -284,8 +284,6 @@ QString TestApi::call(const QString& name)
     if (name == u"create")
         return called<GroupPtr>(
             [&](auto done) { client.createGroup(user, u"Book club"_qs, &m_screen, done); });
-    if (name == u"create taken")
-        return called<GroupPtr>([&](auto done) { client.createGroup(user, u"fAMILY"_qs, &m_screen, done); });
     if (name == u"update")
         return called<GroupPtr>([&](auto done) { client.updateGroup(999999, u"X"_qs, &m_screen, done); });
     if (name == u"fetch")
@@ -307,10 +305,7 @@ void TestApi::wireFormat_data()
     QTest::newRow("create")
         << u"ok"_qs
         << u"POST /v2/groups {\"name\":\"Book club\",\"username\":\"alex.morgan@example.com\"}"_qs;
-    // The phone's own refusals, as the user reads them.
-    QTest::newRow("create taken")
-        << u"Conflict: A group with this name already exists"_qs
-        << u"POST /v2/groups {\"name\":\"fAMILY\",\"username\":\"alex.morgan@example.com\"}"_qs;
+    // The phone's own refusal, as the user reads it.
     QTest::newRow("update") << u"Not found: Resource not found"_qs
                             << u"PATCH /v2/groups/999999 {\"name\":\"X\"}"_qs;
     QTest::newRow("fetch") << u"ok"_qs << QString(u"GET /v2/groups/"_qs + user + u' ');

@@ -59,10 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         (void)RecordDecoding::group(value);
         (void)RecordDecoding::member(value);
         (void)RecordDecoding::createdOn(value);
-        const UsersReply users = RecordDecoding::usersBody(body);
-        FuzzSupport::check(users.readable || !users.users);
-        for (const UserPtr& user : users.users.value_or(QList<UserPtr>()))
-            FuzzSupport::check(user->email.has_value() && !user->isChecked.value_or(true));
+        (void)RecordDecoding::usersBody(body);
         break;
     }
     return 0;

@@ -80,11 +80,10 @@ private:
     }
     qint64 groupId(const QString& name) const
     {
-        for (const GroupPtr& group : m_app->store.groups()) {
-            if (group->name == name)
-                return group->id;
-        }
-        return -1;
+        const auto& groups = m_app->store.groups();
+        const auto found
+            = std::find_if(groups.begin(), groups.end(), [&](const GroupPtr& g) { return g->name == name; });
+        return found == groups.end() ? -1 : (*found)->id;
     }
 
     std::unique_ptr<PhoneSimProcess> m_sim;

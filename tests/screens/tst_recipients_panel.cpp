@@ -5,6 +5,7 @@
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
 #include "desktop/DesktopNotifier.h"
+#include "recipients/RecipientsController.h"
 #include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
 #include "screens/EncryptViewController.h"
@@ -327,12 +328,11 @@ void TestRecipientsPanel::dialogScreenshots()
     panel()->menuDeleteGroup(family);
     panel()->menuAddMember(family);
     QTRY_COMPARE_WITH_TIMEOUT(names.size(), 2, 10000); // the candidates come from the phone first
-    {
-        FakeDialogs make;
-        make.answers.enqueue(u"Empty"_qs);
-        panel()->createGroupButtonClicked();
-        QTRY_VERIFY(groupId(u"Empty"_qs) > 0);
-    }
+    QCOMPARE(
+        m_phone->post("/v2/groups", { { u"username"_qs, PairedPhone::owner }, { u"name"_qs, u"Empty"_qs } }),
+        201);
+    panel()->controller()->refreshGroups();
+    QTRY_VERIFY(groupId(u"Empty"_qs) > 0);
     panel()->menuDeleteGroup(groupId(u"Empty"_qs));
     panel()->showErrorAlert(u"Conflict: A group with this name already exists"_qs);
     QTRY_VERIFY(names.isEmpty());
