@@ -2,6 +2,8 @@
 // drop takes too: both end in FileScreen::addFiles), marked all, removed all. For each step:
 // the time until the list shows the result, and the main thread's slowest step meanwhile,
 // measured by a 1 ms timer that cannot fire while the main thread is busy.
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Session.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
@@ -127,8 +129,10 @@ int main(int argc, char* argv[])
 
     constexpr double stepBudgetMs = 50;
     QList<double> addMs;
+    PhoneServiceClient phoneService(Session::instance());
+    NetworkClient api;
     for (const int count : { 1000, 5000, 10000 }) {
-        EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+        EncryptViewController screen(Session::instance(), DesktopNotifier::instance(), phoneService, api);
         screen.resize(1100, 650);
         screen.show();
         QCoreApplication::processEvents();

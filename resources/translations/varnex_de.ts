@@ -500,14 +500,6 @@ Select deselect all users button</extracomment>
             <numerusform>%n Mitglieder</numerusform>
         </translation>
     </message>
-    <message id="groupNameEmpty">
-        <source>Group name cannot be empty</source>
-        <translation>Der Gruppenname darf nicht leer sein</translation>
-    </message>
-    <message id="groupNameRule">
-        <source>Group name must start with a letter and contain only letters and numbers (2-250 characters)</source>
-        <translation>Der Gruppenname muss mit einem Buchstaben beginnen und darf nur Buchstaben und Ziffern enthalten (2–250 Zeichen)</translation>
-    </message>
     <message id="apiDecodingError">
         <source>Decoding error: %1</source>
         <translation>Antwort nicht lesbar: %1</translation>

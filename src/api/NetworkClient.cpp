@@ -20,8 +20,9 @@ NetworkClient& NetworkClient::shared()
     return *client;
 }
 
-NetworkClient::NetworkClient()
-    : m_network(new QNetworkAccessManager(this))
+NetworkClient::NetworkClient(QObject* parent)
+    : QObject(parent)
+    , m_network(new QNetworkAccessManager(this))
 {
     if (auto* app = QCoreApplication::instance(); app && thread() != app->thread())
         moveToThread(app->thread());
@@ -52,7 +53,8 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
         return false;
     // Plain concatenation: the base URL decides whether there is a "/" between them.
     QNetworkRequest networkRequest(QUrl(*base + request.path));
-    networkRequest.setTransferTimeout(int(std::min(m_requestTimeout, request.deadline.value_or(m_requestTimeout)).count()));
+    networkRequest.setTransferTimeout(
+        int(std::min(m_requestTimeout, request.deadline.value_or(m_requestTimeout)).count()));
     QByteArray payload;
     if (request.body) {
         networkRequest.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
@@ -61,8 +63,9 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
     if (request.acceptJson)
         networkRequest.setRawHeader("Accept", "application/json");
 
-    QNetworkReply* reply = request.body ? m_network->sendCustomRequest(networkRequest, request.method, payload)
-                                        : m_network->sendCustomRequest(networkRequest, request.method);
+    QNetworkReply* reply = request.body
+        ? m_network->sendCustomRequest(networkRequest, request.method, payload)
+        : m_network->sendCustomRequest(networkRequest, request.method);
     auto* resourceTimer = new QTimer(reply);
     resourceTimer->setSingleShot(true);
     connect(resourceTimer, &QTimer::timeout, reply, [reply] {
@@ -90,69 +93,72 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
                 ? QStringLiteral("The request timed out.")
                 : reply->errorString();
         }
-        qCDebug(lcApi) << reply->operation() << reply->url() << exchange.status.value_or(0) << reply->errorString();
+        qCDebug(lcApi) << reply->operation() << reply->url() << exchange.status.value_or(0)
+                       << reply->errorString();
         done(exchange);
     });
     return true;
 }
 
-template<typename T>
+template <typename T>
 void NetworkClient::call(const Request& request, QObject* context, Completion<T> completion,
-                         APIResult<T> (*judge)(const Exchange&))
+    APIResult<T> (*judge)(const Exchange&))
 {
-    const bool sent = send(request, context, [completion, judge](const Exchange& exchange) {
-        completion(judge(exchange));
-    });
+    const bool sent = send(
+        request, context, [completion, judge](const Exchange& exchange) { completion(judge(exchange)); });
     if (!sent)
         completion(APIError::notAuthenticated());
 }
 
-void NetworkClient::createGroup(const QString& user, const QString& name, QObject* context,
-                                Completion<GroupPtr> completion)
+void NetworkClient::createGroup(
+    const QString& user, const QString& name, QObject* context, Completion<GroupPtr> completion)
 {
-    call<GroupPtr>({ "POST", QStringLiteral("v2/groups"), CreateGroupRequest { user, name }.toJson(), true }, context,
-                   std::move(completion), &AnswerJudging::judgeRecord);
+    call<GroupPtr>({ "POST", QStringLiteral("v2/groups"), CreateGroupRequest { user, name }.toJson(), true },
+        context, std::move(completion), &AnswerJudging::judgeRecord);
 }
 
 void NetworkClient::fetchGroups(const QString& user, QObject* context, Completion<QList<GroupPtr>> completion,
-                                std::optional<std::chrono::milliseconds> deadline)
+    std::optional<std::chrono::milliseconds> deadline)
 {
-    call<QList<GroupPtr>>({ "GET", u"v2/groups/" + user, std::nullopt, false, deadline }, context, std::move(completion),
-                          &AnswerJudging::judgeGroupList);
+    call<QList<GroupPtr>>({ "GET", u"v2/groups/" + user, std::nullopt, false, deadline }, context,
+        std::move(completion), &AnswerJudging::judgeGroupList);
 }
 
-void NetworkClient::updateGroup(qint64 groupId, const QString& name, QObject* context, Completion<GroupPtr> completion)
+void NetworkClient::updateGroup(
+    qint64 groupId, const QString& name, QObject* context, Completion<GroupPtr> completion)
 {
-    call<GroupPtr>({ "PATCH", u"v2/groups/" + QString::number(groupId), UpdateGroupRequest { name }.toJson() }, context,
-                   std::move(completion), &AnswerJudging::judgeRecord);
+    call<GroupPtr>(
+        { "PATCH", u"v2/groups/" + QString::number(groupId), UpdateGroupRequest { name }.toJson() }, context,
+        std::move(completion), &AnswerJudging::judgeRecord);
 }
 
 void NetworkClient::deleteGroup(qint64 groupId, QObject* context, Completion<NoContent> completion)
 {
     call<NoContent>({ "DELETE", u"v2/groups/" + QString::number(groupId), std::nullopt }, context,
-                    std::move(completion), &AnswerJudging::judgeNoContent);
+        std::move(completion), &AnswerJudging::judgeNoContent);
 }
 
-void NetworkClient::fetchUsersNotAssociated(qint64 groupId, const QString& user, QObject* context,
-                                            Completion<QList<GroupMemberModel>> completion)
+void NetworkClient::fetchUsersNotAssociated(
+    qint64 groupId, const QString& user, QObject* context, Completion<QList<GroupMemberModel>> completion)
 {
     call<QList<GroupMemberModel>>(
-        { "GET", u"v2/groups/" + QString::number(groupId) + u"/users/" + user + u"/users-not-associated", std::nullopt },
+        { "GET", u"v2/groups/" + QString::number(groupId) + u"/users/" + user + u"/users-not-associated",
+            std::nullopt },
         context, std::move(completion), &AnswerJudging::judgeMemberList);
 }
 
-void NetworkClient::addUsersToGroup(qint64 groupId, const QList<qint64>& userIds, QObject* context,
-                                    Completion<NoContent> completion)
+void NetworkClient::addUsersToGroup(
+    qint64 groupId, const QList<qint64>& userIds, QObject* context, Completion<NoContent> completion)
 {
     call<NoContent>({ "POST", u"v2/groups/" + QString::number(groupId) + u"/users/add",
-                      AddUsersToGroupRequest { userIds }.toJson() },
-                    context, std::move(completion), &AnswerJudging::judgeNoContent);
+                        AddUsersToGroupRequest { userIds }.toJson() },
+        context, std::move(completion), &AnswerJudging::judgeNoContent);
 }
 
-void NetworkClient::removeUsersFromGroup(qint64 groupId, const QList<qint64>& userIds, QObject* context,
-                                         Completion<NoContent> completion)
+void NetworkClient::removeUsersFromGroup(
+    qint64 groupId, const QList<qint64>& userIds, QObject* context, Completion<NoContent> completion)
 {
     call<NoContent>({ "POST", u"v2/groups/" + QString::number(groupId) + u"/users/remove",
-                      RemoveUsersFromGroupRequest { userIds }.toJson() },
-                    context, std::move(completion), &AnswerJudging::judgeNoContent);
+                        RemoveUsersFromGroupRequest { userIds }.toJson() },
+        context, std::move(completion), &AnswerJudging::judgeNoContent);
 }

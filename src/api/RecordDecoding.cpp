@@ -22,7 +22,8 @@ namespace {
 
 DecodingFailure missing(const char* key)
 {
-    return { QStringLiteral("The data couldn't be read because the value for \"%1\" is missing or of the wrong type.")
+    return { QStringLiteral(
+        "The data couldn't be read because the value for \"%1\" is missing or of the wrong type.")
                  .arg(QLatin1String(key)) };
 }
 
@@ -64,13 +65,13 @@ std::optional<QList<GroupMemberModel>> memberList(const QJsonValue& value)
     return members;
 }
 
-template<typename T, typename F>
-Decoded<QList<T>> listBody(const QByteArray& body, F decodeOne)
+template <typename T, typename F> Decoded<QList<T>> listBody(const QByteArray& body, F decodeOne)
 {
     QJsonParseError error;
     const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
     if (error.error != QJsonParseError::NoError)
-        return DecodingFailure { QStringLiteral("The data couldn't be read because it isn't in the correct format.") };
+        return DecodingFailure { QStringLiteral(
+            "The data couldn't be read because it isn't in the correct format.") };
     if (!doc.isArray())
         return DecodingFailure { QStringLiteral("The data couldn't be read because it isn't a list.") };
     QList<T> result;
@@ -88,7 +89,8 @@ Decoded<QList<T>> listBody(const QByteArray& body, F decodeOne)
 Decoded<GroupMemberModel> member(const QJsonValue& value)
 {
     if (!value.isObject())
-        return DecodingFailure { QStringLiteral("The data couldn't be read because a member isn't an object.") };
+        return DecodingFailure { QStringLiteral(
+            "The data couldn't be read because a member isn't an object.") };
     const QJsonObject o = value.toObject();
     GroupMemberModel m;
     const auto id = integer(o.value(u"id"));
@@ -129,7 +131,8 @@ std::optional<QDateTime> createdOn(const QJsonValue& value)
 Decoded<GroupPtr> group(const QJsonValue& value)
 {
     if (!value.isObject())
-        return DecodingFailure { QStringLiteral("The data couldn't be read because a group isn't an object.") };
+        return DecodingFailure { QStringLiteral(
+            "The data couldn't be read because a group isn't an object.") };
     const QJsonObject o = value.toObject();
     auto g = std::make_shared<GroupModel>();
     const auto id = integer(o.value(u"id"));
@@ -155,7 +158,8 @@ Decoded<GroupPtr> groupBody(const QByteArray& body)
     QJsonParseError error;
     const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
     if (error.error != QJsonParseError::NoError)
-        return DecodingFailure { QStringLiteral("The data couldn't be read because it isn't in the correct format.") };
+        return DecodingFailure { QStringLiteral(
+            "The data couldn't be read because it isn't in the correct format.") };
     if (!doc.isObject())
         return DecodingFailure { QStringLiteral("The data couldn't be read because it isn't a group.") };
     return group(doc.object());
@@ -169,6 +173,29 @@ Decoded<QList<GroupPtr>> groupListBody(const QByteArray& body)
 Decoded<QList<GroupMemberModel>> memberListBody(const QByteArray& body)
 {
     return listBody<GroupMemberModel>(body, [](const QJsonValue& v) { return member(v); });
+}
+
+UsersReply usersBody(const QByteArray& body)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
+    if (error.error != QJsonParseError::NoError)
+        return {};
+    if (!doc.isObject())
+        return { true, std::nullopt };
+    QList<UserPtr> users;
+    for (const QJsonValue& value : doc.object().value(u"getUsers").toArray()) {
+        if (!value.isObject())
+            continue;
+        const QJsonObject o = value.toObject();
+        auto user = std::make_shared<User>();
+        user->firstName = o.value(u"firstName").toString();
+        user->lastName = o.value(u"lastName").toString();
+        user->email = o.value(u"email").toString();
+        user->phone = o.value(u"phone").toString();
+        users.append(std::move(user));
+    }
+    return { true, std::move(users) };
 }
 
 } // namespace RecordDecoding

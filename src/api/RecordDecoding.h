@@ -14,8 +14,7 @@ struct DecodingFailure
     QString description;
 };
 
-template<typename T>
-using Decoded = std::variant<T, DecodingFailure>;
+template <typename T> using Decoded = std::variant<T, DecodingFailure>;
 
 namespace RecordDecoding {
 
@@ -29,5 +28,9 @@ std::optional<QDateTime> createdOn(const QJsonValue& value);
 Decoded<GroupPtr> groupBody(const QByteArray& body);
 Decoded<QList<GroupPtr>> groupListBody(const QByteArray& body);
 Decoded<QList<GroupMemberModel>> memberListBody(const QByteArray& body);
+
+// The phone's users reply, {"getUsers": [{"firstName", "lastName", "email", "phone"}, ...]}:
+// elements that are not objects are skipped, and missing fields read as empty text.
+UsersReply usersBody(const QByteArray& body);
 
 } // namespace RecordDecoding

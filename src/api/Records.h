@@ -58,18 +58,30 @@ public:
     // First and last name, e-mail and phone on three lines: the row's tool tip.
     QString summaryText() const
     {
-        return firstName.value_or(QString()) + u' ' + lastName.value_or(QString()) + u'\n' + email.value_or(QString())
-            + u'\n' + phone.value_or(QString());
+        return firstName.value_or(QString()) + u' ' + lastName.value_or(QString()) + u'\n'
+            + email.value_or(QString()) + u'\n' + phone.value_or(QString());
     }
 };
 using UserPtr = std::shared_ptr<User>;
+
+// What the phone's users reply says.
+struct UsersReply
+{
+    // False when the request failed or the body is no JSON: nothing can be read from it.
+    bool readable = false;
+    // The users it lists, in order; none when the body is JSON but no object (nothing changes).
+    std::optional<QList<UserPtr>> users;
+};
 
 // The bodies of the group API's requests.
 struct CreateGroupRequest
 {
     QString username;
     QString name;
-    QJsonObject toJson() const { return { { QStringLiteral("username"), username }, { QStringLiteral("name"), name } }; }
+    QJsonObject toJson() const
+    {
+        return { { QStringLiteral("username"), username }, { QStringLiteral("name"), name } };
+    }
 };
 
 struct UpdateGroupRequest

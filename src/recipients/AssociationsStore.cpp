@@ -2,9 +2,7 @@
 
 #include "app/Settings.h"
 
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QSettings>
+#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -12,9 +10,47 @@ namespace {
 
 constexpr auto checkedGroupsKey = "CheckedGroups";
 
-QString fullName(const User& user)
+// What makes a record the same thing as one already held: its item can stay where it is.
+QString identityOf(const User& user)
 {
-    return user.firstName.value_or(QString()) + u' ' + user.lastName.value_or(QString());
+    return user.email.value_or(QString()) + u'\x1f' + user.firstName.value_or(QString()) + u'\x1f'
+        + user.lastName.value_or(QString());
+}
+
+QString identityOf(const GroupModel& group)
+{
+    return QString::number(group.id) + u'\x1f' + group.name;
+}
+
+bool sameThing(const User& a, const User& b)
+{
+    return a.email == b.email && a.firstName == b.firstName && a.lastName == b.lastName;
+}
+
+bool sameThing(const GroupModel& a, const GroupModel& b)
+{
+    return a.id == b.id && a.name == b.name;
+}
+
+// Whether the records show the same, marks aside.
+bool sameContent(const User& a, const User& b)
+{
+    return sameThing(a, b) && a.phone == b.phone;
+}
+
+bool sameContent(const GroupModel& a, const GroupModel& b)
+{
+    return sameThing(a, b) && a.createdAt == b.createdAt && a.ownerEmail == b.ownerEmail
+        && std::equal(a.groupMembers.begin(), a.groupMembers.end(), b.groupMembers.begin(),
+            b.groupMembers.end(), [](const GroupMemberModel& x, const GroupMemberModel& y) {
+                return x.id == y.id && x.fullName == y.fullName && x.email == y.email
+                    && x.phoneNumber == y.phoneNumber;
+            });
+}
+
+bool isChecked(const User& user)
+{
+    return user.isChecked.value_or(false);
 }
 
 } // namespace
@@ -22,220 +58,235 @@ QString fullName(const User& user)
 AssociationsStore::AssociationsStore(QObject* parent)
     : QObject(parent)
 {
+    qRegisterMetaType<AssociationsStore::Change>();
 }
 
-bool AssociationsStore::setUsersFromReply(const QByteArray& body)
+template <typename Ptr>
+AssociationsStore::Change AssociationsStore::take(
+    const QList<Ptr>& replied, QList<Ptr>& records, QList<AssociationItemPtr>& items)
 {
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
-    if (error.error != QJsonParseError::NoError)
-        return false;
-    if (!doc.isObject())
-        return true; // JSON, but not an object: nothing happens
+    Change change;
+    bool moved = false; // an item that stays has another place in its list
+    QList<Ptr> nextRecords;
+    QList<AssociationItemPtr> nextItems;
+    nextRecords.reserve(replied.size());
+    nextItems.reserve(replied.size());
+    QList<bool> kept(items.size(), false);
+    // Most replies list what they listed before in the same order, give or take a few records
+    // added or gone: those are matched as the two lists are walked side by side. Anything else
+    // is matched by identity, first come first served.
+    constexpr qsizetype lookAhead = 8;
+    qsizetype next = 0; // the first record held that the walk has not passed
+    QHash<QString, QList<qsizetype>> byIdentity;
+    const auto findHeld = [&](const Ptr& record) -> qsizetype {
+        if (items.isEmpty())
+            return -1;
+        if (byIdentity.isEmpty()) {
+            for (qsizetype j = 0; j < items.size(); ++j)
+                byIdentity[identityOf(*records.at(j))].append(j);
+        }
+        const auto found = byIdentity.find(identityOf(*record));
+        if (found == byIdentity.end())
+            return -1;
+        while (!found->isEmpty() && kept.at(found->first()))
+            found->removeFirst();
+        return found->isEmpty() ? -1 : found->takeFirst();
+    };
+    for (qsizetype i = 0; i < replied.size(); ++i) {
+        const Ptr& record = replied.at(i);
+        qsizetype at = -1;
+        // Held records that are gone are stepped over.
+        for (qsizetype j = next; at < 0 && j < std::min(items.size(), next + lookAhead); ++j) {
+            if (!kept.at(j) && (records.at(j) == record || sameThing(*records.at(j), *record)))
+                at = j;
+        }
+        if (at < 0) {
+            // A new record comes before the held one the walk is at.
+            bool added = false;
+            for (qsizetype d = 1; !added && next < items.size() && d < lookAhead && i + d < replied.size();
+                 ++d)
+                added = sameThing(*records.at(next), *replied.at(i + d));
+            if (!added)
+                at = findHeld(record);
+        }
+        if (at >= next)
+            next = at + 1;
+        if (at < 0) {
+            nextRecords.append(record);
+            nextItems.append(std::make_shared<AssociationItem>(record, int(i)));
+            change.inserted.append(nextItems.last());
+            continue;
+        }
+        kept[at] = true;
+        const AssociationItemPtr& item = items.at(at);
+        if (records.at(at) == record || sameContent(*records.at(at), *record)) {
+            nextRecords.append(records.at(at));
+        } else {
+            nextRecords.append(record);
+            item->update(record);
+            change.updated.append(item);
+        }
+        if (item->order != int(i)) {
+            item->order = int(i);
+            moved = true;
+        }
+        nextItems.append(item);
+    }
+    for (qsizetype j = 0; j < items.size(); ++j) {
+        if (!kept.at(j))
+            change.removed.append(items.at(j));
+    }
+    records = std::move(nextRecords);
+    items = std::move(nextItems);
+
+    if (!change.removed.isEmpty() || !change.inserted.isEmpty() || moved) {
+        const QSet<const AssociationItem*> gone = [&change] {
+            QSet<const AssociationItem*> set;
+            for (const AssociationItemPtr& item : std::as_const(change.removed))
+                set.insert(item.get());
+            return set;
+        }();
+        QList<AssociationItemPtr> staying;
+        staying.reserve(m_items.size());
+        for (const AssociationItemPtr& item : std::as_const(m_items)) {
+            if (!gone.contains(item.get()))
+                staying.append(item);
+        }
+        const auto before = [](const AssociationItemPtr& a, const AssociationItemPtr& b) {
+            return AssociationItem::before(*a, *b);
+        };
+        QList<AssociationItemPtr> added = change.inserted;
+        std::sort(added.begin(), added.end(), before);
+        change.reordered = !std::is_sorted(staying.begin(), staying.end(), before);
+        if (change.reordered)
+            std::sort(staying.begin(), staying.end(), before);
+        m_items.clear();
+        m_items.reserve(staying.size() + added.size());
+        std::merge(
+            staying.begin(), staying.end(), added.begin(), added.end(), std::back_inserter(m_items), before);
+    }
+    return change;
+}
+
+void AssociationsStore::tell(const Change& change, bool changed)
+{
+    if (!change.removed.isEmpty() || !change.inserted.isEmpty() || !change.updated.isEmpty()
+        || change.reordered)
+        Q_EMIT itemsChanged(change);
+    // The views look at the marks again after every reply, whatever set them meanwhile: a look
+    // at each row's mark is cheap, and the records are shared.
+    Q_EMIT marksChanged();
+    if (changed)
+        Q_EMIT recipientsChanged();
+}
+
+void AssociationsStore::setUsers(const QList<UserPtr>& replied)
+{
     // The people the user chose stay chosen through a reload (a change signal, the phone found
     // again): a list from the phone is no decision of the user's.
     QSet<QString> chosen;
-    for (const UserPtr& user : std::as_const(users)) {
-        if (user->isChecked.value_or(false) && user->email)
+    for (const UserPtr& user : std::as_const(m_users)) {
+        if (isChecked(*user) && user->email)
             chosen.insert(*user->email);
     }
-    users.clear();
-    usersFiltered.clear();
-    // Elements that are not objects are skipped; missing fields read as empty text.
-    for (const QJsonValue& value : doc.object().value(u"getUsers").toArray()) {
-        if (!value.isObject())
-            continue;
-        const QJsonObject o = value.toObject();
-        auto user = std::make_shared<User>();
-        user->firstName = o.value(u"firstName").toString();
-        user->lastName = o.value(u"lastName").toString();
-        user->email = o.value(u"email").toString();
-        user->phone = o.value(u"phone").toString();
-        if (chosen.contains(*user->email))
-            user->isChecked = true;
-        users.append(user);
-        usersFiltered.append(std::make_shared<User>(*user)); // a separate copy
+    const QList<UserPtr> previous = m_users;
+    const Change change = take(replied, m_users, m_userItems);
+    bool changed = previous != m_users;
+    for (const UserPtr& user : std::as_const(m_users)) {
+        const bool wanted = !chosen.isEmpty() && user->email && chosen.contains(*user->email);
+        changed = changed || isChecked(*user) != wanted;
+        user->isChecked = wanted;
     }
-    return true;
+    tell(change, changed);
 }
 
 void AssociationsStore::setGroups(const QList<GroupPtr>& fetched)
 {
-    groups = fetched;
-    groupsFiltered = fetched;
-    restoreCheckedGroups();
+    const QList<GroupPtr> previous = m_groups;
+    const Change change = take(fetched, m_groups, m_groupItems);
+    m_groupIndex.clear();
+    m_groupIndex.reserve(m_groups.size());
+    for (qsizetype i = 0; i < m_groups.size(); ++i) {
+        if (!m_groupIndex.contains(m_groups.at(i)->id))
+            m_groupIndex.insert(m_groups.at(i)->id, i);
+    }
+    // A fetched group arrives unchecked; the stored ids check the first group of each again.
+    QSet<qint64> stored;
+    if (const auto text = Settings::string(checkedGroupsKey)) {
+        for (qint64 id : parseCheckedGroups(*text))
+            stored.insert(id);
+    }
+    bool changed = previous != m_groups;
+    for (qsizetype i = 0; i < m_groups.size(); ++i) {
+        GroupModel& group = *m_groups.at(i);
+        const bool wanted = stored.contains(group.id) && m_groupIndex.value(group.id) == i;
+        changed = changed || group.isChecked != wanted;
+        group.isChecked = wanted;
+    }
+    tell(change, changed);
 }
 
-void AssociationsStore::rebuildAssociations()
+GroupPtr AssociationsStore::groupById(qint64 id) const
 {
-    // Each item's sort name is made once here, so the sort moves only pointers. Search keys
-    // wait for a search: most rebuilds (a reply while nobody searches) never need them.
-    struct Keyed
-    {
-        QString name;
-        AssociationItemPtr item;
-    };
-    QList<Keyed> keyed;
-    keyed.reserve(users.size() + groups.size());
-    m_userKeys.clear();
-    m_keysMade = false;
-    m_userItems.clear();
-    m_userItems.reserve(users.size());
-    for (const UserPtr& user : std::as_const(users)) {
-        auto item = std::make_shared<AssociationItem>(AssociationItemType::user, user, nullptr, false);
-        m_userItems.append(item);
-        keyed.append({ fullName(*user), std::move(item) });
-    }
-    for (const GroupPtr& group : std::as_const(groups)) {
-        auto item = std::make_shared<AssociationItem>(AssociationItemType::group, nullptr, group, false);
-        keyed.append({ group ? group->name : QString(), std::move(item) });
-    }
-    // Ordinal comparison, stable: equal names keep users before groups.
-    std::stable_sort(keyed.begin(), keyed.end(), [](const Keyed& a, const Keyed& b) {
-        return QStringView(a.name).compare(QStringView(b.name), Qt::CaseSensitive) < 0;
-    });
-    combinedAssociations.clear();
-    combinedAssociations.reserve(keyed.size());
-    for (Keyed& k : keyed)
-        combinedAssociations.append(std::move(k.item));
-    // A search the user typed stays applied, whatever made the list anew (a reply, a change
-    // signal from the phone, a group change).
-    if (m_search.isEmpty())
-        combinedAssociationsFiltered = combinedAssociations;
-    else
-        filter();
-    rowsAndRecipientsChanged();
+    const qsizetype at = m_groupIndex.value(id, -1);
+    return at >= 0 ? m_groups.at(at) : nullptr;
 }
 
-namespace {
-
-// Appends `text` lower-cased exactly as QString::toLower would; ASCII, by far the most common
-// case, without the case tables, which made this the slowest part of a rebuild.
-void appendLowered(QString& out, QStringView text)
+void AssociationsStore::toggleGroupExpansion(qint64 id)
 {
-    const bool ascii = std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; });
-    if (!ascii) {
-        out += text.toString().toLower();
-        return;
-    }
-    const qsizetype at = out.size();
-    out.resize(at + text.size());
-    char16_t* to = reinterpret_cast<char16_t*>(out.data()) + at;
-    for (QChar c : text) {
-        const char16_t u = c.unicode();
-        *to++ = u >= u'A' && u <= u'Z' ? char16_t(u + 32) : u;
-    }
+    if (!m_expanded.remove(id))
+        m_expanded.insert(id);
+    Q_EMIT expansionChanged();
 }
 
-} // namespace
-
-QString AssociationsStore::searchKeyOf(const AssociationItem& item)
+void AssociationsStore::toggleUserChecked(const User* user)
 {
-    constexpr char16_t separator = u'\x1f';
-    QString key;
-    if (item.type == AssociationItemType::user) {
-        if (!item.user)
-            return {};
-        const User& u = *item.user;
-        const QString& first = u.firstName ? *u.firstName : QString();
-        const QString& last = u.lastName ? *u.lastName : QString();
-        const QString& email = u.email ? *u.email : QString();
-        key.reserve(first.size() + last.size() + email.size() + 2);
-        appendLowered(key, first);
-        key += u' ';
-        appendLowered(key, last);
-        key += separator;
-        appendLowered(key, email);
-        return key;
-    }
-    if (!item.group)
-        return {};
-    qsizetype size = item.group->name.size();
-    for (const GroupMemberModel& member : item.group->groupMembers)
-        size += member.fullName.size() + member.email.size() + 2;
-    key.reserve(size);
-    appendLowered(key, item.group->name);
-    for (const GroupMemberModel& member : item.group->groupMembers) {
-        key += separator;
-        appendLowered(key, member.fullName);
-        key += separator;
-        appendLowered(key, member.email);
-    }
-    return key;
-}
-
-bool AssociationsStore::matchesSearch(const AssociationItem& item, const QString& term)
-{
-    if (item.type == AssociationItemType::user) {
-        if (!item.user)
-            return false;
-        if (fullName(*item.user).contains(term, Qt::CaseInsensitive))
-            return true;
-        return item.user->email && item.user->email->contains(term, Qt::CaseInsensitive);
-    }
-    if (!item.group)
-        return false;
-    if (item.group->name.contains(term, Qt::CaseInsensitive))
-        return true;
-    for (const GroupMemberModel& member : item.group->groupMembers) {
-        if (member.fullName.contains(term, Qt::CaseInsensitive)
-            || member.email.contains(term, Qt::CaseInsensitive))
-            return true;
-    }
-    return false;
-}
-
-void AssociationsStore::applySearch(const QString& text)
-{
-    m_search = text;
-    filter();
-    computeRows();
-    Q_EMIT rowsChanged();
-}
-
-void AssociationsStore::filter()
-{
-    if (m_search.isEmpty()) {
-        combinedAssociationsFiltered = combinedAssociations;
-        usersFiltered = users;
-        groupsFiltered = groups;
-        return;
-    }
-    if (!m_keysMade) {
-        // A user's key serves both its item and the filtered users.
-        m_userKeys.clear();
-        m_userKeys.reserve(m_userItems.size());
-        for (const AssociationItemPtr& item : std::as_const(m_userItems)) {
-            item->searchKey = searchKeyOf(*item);
-            m_userKeys.append(item->searchKey);
+    for (const UserPtr& held : std::as_const(m_users)) {
+        if (held.get() == user) {
+            held->isChecked = !isChecked(*held);
+            return marked();
         }
-        for (const auto& item : std::as_const(combinedAssociations)) {
-            if (item->type == AssociationItemType::group)
-                item->searchKey = searchKeyOf(*item);
-        }
-        m_keysMade = true;
     }
-    // Case-insensitive containment is the lowercased substring test, without making copies.
-    const QString term = m_search.toLower();
-    // The keys hold the same texts matchesSearch tests, lower-cased once per rebuild.
-    combinedAssociationsFiltered.clear();
-    for (const auto& item : std::as_const(combinedAssociations)) {
-        if (item->searchKey.contains(term))
-            combinedAssociationsFiltered.append(item);
+}
+
+void AssociationsStore::toggleGroupChecked(qint64 id)
+{
+    const GroupPtr first = groupById(id);
+    if (!first)
+        return;
+    const bool value = !first->isChecked;
+    for (const GroupPtr& group : std::as_const(m_groups)) {
+        if (group->id == id)
+            group->isChecked = value;
     }
-    usersFiltered.clear();
-    for (qsizetype i = 0; i < users.size(); ++i) {
-        if (i < m_userKeys.size()
-                ? m_userKeys.at(i).contains(term)
-                : searchKeyOf(AssociationItem(AssociationItemType::user, users.at(i), nullptr, false))
-                      .contains(term))
-            usersFiltered.append(users.at(i));
-    }
-    groupsFiltered.clear();
-    for (const GroupPtr& group : std::as_const(groups)) {
-        if (group->name.contains(term, Qt::CaseInsensitive))
-            groupsFiltered.append(group);
-    }
+    saveCheckedGroups();
+    marked();
+}
+
+void AssociationsStore::selectDeselectAll()
+{
+    const bool allChecked = std::all_of(m_users.begin(), m_users.end(), [](const UserPtr& u) {
+        return isChecked(*u);
+    }) && std::all_of(m_groups.begin(), m_groups.end(), [](const GroupPtr& g) { return g->isChecked; });
+    for (const UserPtr& user : std::as_const(m_users))
+        user->isChecked = !allChecked;
+    for (const GroupPtr& group : std::as_const(m_groups))
+        group->isChecked = !allChecked;
+    saveCheckedGroups();
+    marked();
+}
+
+void AssociationsStore::uncheckAllUsers()
+{
+    for (const UserPtr& user : std::as_const(m_users))
+        user->isChecked = false;
+    marked();
+}
+
+void AssociationsStore::marked()
+{
+    Q_EMIT marksChanged();
+    Q_EMIT recipientsChanged();
 }
 
 QString AssociationsStore::checkedGroupsText(const QList<qint64>& ids)
@@ -265,42 +316,21 @@ QList<qint64> AssociationsStore::parseCheckedGroups(const QString& text)
 void AssociationsStore::saveCheckedGroups() const
 {
     QList<qint64> ids;
-    for (const GroupPtr& group : groups) {
+    for (const GroupPtr& group : m_groups) {
         if (group->isChecked)
             ids.append(group->id);
     }
     Settings::setString(checkedGroupsKey, checkedGroupsText(ids));
 }
 
-void AssociationsStore::restoreCheckedGroups()
-{
-    const auto stored = Settings::string(checkedGroupsKey);
-    if (!stored)
-        return;
-    for (qint64 id : parseCheckedGroups(*stored)) {
-        for (const GroupPtr& g : std::as_const(groups)) {
-            if (g->id == id) {
-                g->isChecked = true;
-                break;
-            }
-        }
-        for (const GroupPtr& g : std::as_const(groupsFiltered)) {
-            if (g->id == id) {
-                g->isChecked = true;
-                break;
-            }
-        }
-    }
-}
-
 QStringList AssociationsStore::selectedRecipientEmails() const
 {
     QSet<QString> emails;
-    for (const UserPtr& user : users) {
-        if (user->isChecked.value_or(false) && user->email && !user->email->isEmpty())
+    for (const UserPtr& user : m_users) {
+        if (isChecked(*user) && user->email && !user->email->isEmpty())
             emails.insert(*user->email);
     }
-    for (const GroupPtr& group : groups) {
+    for (const GroupPtr& group : m_groups) {
         if (!group->isChecked)
             continue;
         for (const GroupMemberModel& member : group->groupMembers) {
@@ -320,170 +350,4 @@ QString AssociationsStore::recipientsString() const
     for (const QString& email : selectedRecipientEmails())
         result += email + u';';
     return result;
-}
-
-GroupPtr AssociationsStore::groupById(qint64 id) const
-{
-    // The index is made with the rows; `groups` may have changed since, so a position is
-    // trusted only where it still holds that id.
-    if (const qsizetype at = m_groupIndex.value(id, -1);
-        at >= 0 && at < groups.size() && groups.at(at)->id == id)
-        return groups.at(at);
-    for (const GroupPtr& group : groups) {
-        if (group->id == id)
-            return group;
-    }
-    return nullptr;
-}
-
-void AssociationsStore::computeRows()
-{
-    m_rows.clear();
-    m_rows.reserve(combinedAssociationsFiltered.size());
-    m_groupIndex.clear();
-    m_groupIndex.reserve(groups.size());
-    // The first group of an id wins, as a scan of the list would find it.
-    for (qsizetype at = 0; at < groups.size(); ++at) {
-        if (!m_groupIndex.contains(groups.at(at)->id))
-            m_groupIndex.insert(groups.at(at)->id, at);
-    }
-    for (int i = 0; i < combinedAssociationsFiltered.size(); ++i) {
-        const AssociationItem& item = *combinedAssociationsFiltered.at(i);
-        m_rows.append({ i, -1 });
-        if (item.type != AssociationItemType::group || !item.group
-            || !expandedGroupIds.contains(item.group->id))
-            continue;
-        // Members of the latest fetched copy of the group.
-        const qsizetype at = m_groupIndex.value(item.group->id, -1);
-        const GroupPtr group = at >= 0 ? groups.at(at) : item.group;
-        for (int m = 0; m < group->groupMembers.size(); ++m)
-            m_rows.append({ i, m });
-    }
-}
-
-std::optional<AssociatedUserRowType> AssociationsStore::rowType(int row) const
-{
-    if (row < 0 || row >= m_rows.size())
-        return std::nullopt;
-    const Row& r = m_rows.at(row);
-    const AssociationItem& item = *combinedAssociationsFiltered.at(r.item);
-    if (item.type == AssociationItemType::user) {
-        if (!item.user)
-            return std::nullopt;
-        return AssociatedUserRowType { AssociatedUserRowType::Kind::user, item.user, nullptr, {} };
-    }
-    if (!item.group)
-        return std::nullopt;
-    GroupPtr group = groupById(item.group->id);
-    if (!group)
-        group = item.group;
-    if (r.member < 0)
-        return AssociatedUserRowType { AssociatedUserRowType::Kind::groupHeader, nullptr, group, {} };
-    if (r.member >= group->groupMembers.size())
-        return std::nullopt;
-    return AssociatedUserRowType { AssociatedUserRowType::Kind::groupMember, nullptr, group,
-        group->groupMembers.at(r.member) };
-}
-
-bool AssociationsStore::clickRow(int row)
-{
-    const auto type = rowType(row);
-    if (!type)
-        return false;
-    if (type->kind == AssociatedUserRowType::Kind::user) {
-        User& user = *type->user;
-        user.isChecked = !user.isChecked.value_or(false);
-        for (const UserPtr& copy : std::as_const(usersFiltered)) {
-            if (copy->email == user.email) {
-                copy->isChecked = user.isChecked;
-                break;
-            }
-        }
-        rowsAndRecipientsChanged();
-    } else if (type->kind == AssociatedUserRowType::Kind::groupHeader) {
-        toggleGroupChecked(type->group->id);
-    } else {
-        Q_EMIT recipientsChanged(); // nothing toggled, but the encrypt button is judged again
-    }
-    return true;
-}
-
-void AssociationsStore::toggleGroupChecked(qint64 id)
-{
-    std::optional<bool> value;
-    for (const GroupPtr& g : std::as_const(groups)) {
-        if (g->id == id) {
-            g->isChecked = !g->isChecked;
-            value = g->isChecked;
-            break;
-        }
-    }
-    for (const GroupPtr& g : std::as_const(groupsFiltered)) {
-        if (g->id == id) {
-            g->isChecked = value.value_or(!g->isChecked);
-            break;
-        }
-    }
-    if (value) {
-        for (const auto* list : { &combinedAssociations, &combinedAssociationsFiltered }) {
-            for (const auto& item : *list) {
-                if (item->type == AssociationItemType::group && item->group && item->group->id == id)
-                    item->group->isChecked = *value;
-            }
-        }
-    }
-    saveCheckedGroups();
-    rowsAndRecipientsChanged();
-}
-
-void AssociationsStore::toggleGroupExpansion(qint64 id)
-{
-    if (!expandedGroupIds.remove(id))
-        expandedGroupIds.insert(id);
-    computeRows();
-    Q_EMIT rowsChanged();
-}
-
-void AssociationsStore::selectDeselectAll()
-{
-    const bool allChecked = std::all_of(users.begin(), users.end(), [](const UserPtr& u) {
-        return u->isChecked.value_or(false);
-    }) && std::all_of(groups.begin(), groups.end(), [](const GroupPtr& g) { return g->isChecked; });
-    const bool value = !allChecked;
-    for (const UserPtr& user : std::as_const(users)) {
-        for (const UserPtr& copy : std::as_const(usersFiltered)) {
-            if (copy->email == user->email) {
-                copy->isChecked = value;
-                break;
-            }
-        }
-        user->isChecked = value;
-    }
-    for (const GroupPtr& group : std::as_const(groups)) {
-        for (const GroupPtr& copy : std::as_const(groupsFiltered)) {
-            if (copy->id == group->id) {
-                copy->isChecked = value;
-                break;
-            }
-        }
-        group->isChecked = value;
-    }
-    saveCheckedGroups();
-    rowsAndRecipientsChanged();
-}
-
-void AssociationsStore::uncheckAllUsers()
-{
-    for (const auto* list : { &users, &usersFiltered }) {
-        for (const UserPtr& user : *list)
-            user->isChecked = false;
-    }
-    rowsAndRecipientsChanged();
-}
-
-void AssociationsStore::rowsAndRecipientsChanged()
-{
-    computeRows();
-    Q_EMIT rowsChanged();
-    Q_EMIT recipientsChanged();
 }

@@ -2,16 +2,12 @@
 
 #include "recipients/AssociationItem.h"
 
-#include <QDateTime>
-#include <QJsonDocument>
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QSet>
 
-#include <optional>
-#include <variant>
-
-// The kind of one row of the recipients table.
+// The kind of one row of the recipients table, and what it shows.
 struct AssociatedUserRowType
 {
     enum class Kind { user, groupHeader, groupMember };
@@ -22,86 +18,83 @@ struct AssociatedUserRowType
 };
 
 // The people and groups the user may encrypt for: the users the phone reports and the groups
-// the signed-in user owns, merged into one sorted list, filtered by a search text, with the
-// checked groups kept across restarts and the checked entries turned into recipients.
-// Main thread only.
+// the signed-in user owns, as one list sorted by name; which of them are checked (the groups'
+// marks kept across restarts) and which groups show their members; and the checked entries
+// as recipients. A reply is taken in as what it changes: records whose content is the same
+// stay as they are, with their marks, and the views hear only of what is new, gone or
+// different. Main thread only.
 class AssociationsStore : public QObject
 {
     Q_OBJECT
 
 public:
+    // What one reply changed in items().
+    struct Change
+    {
+        QList<AssociationItemPtr> removed;
+        QList<AssociationItemPtr> inserted;
+        // The same user or group, in the same place, showing other content.
+        QList<AssociationItemPtr> updated;
+        // The items that stayed are in another order too: every row may have moved.
+        bool reordered = false;
+    };
+
     explicit AssociationsStore(QObject* parent = nullptr);
 
-    QList<UserPtr> users;
-    QList<UserPtr> usersFiltered;
-    QList<GroupPtr> groups;
-    QList<GroupPtr> groupsFiltered;
-    QList<AssociationItemPtr> combinedAssociations;
-    QList<AssociationItemPtr> combinedAssociationsFiltered;
-    QSet<qint64> expandedGroupIds;
-
-    // The phone's users reply: replaces the users (all unchecked). False when the reply is not
-    // usable (the caller logs it and keeps what it has).
-    bool setUsersFromReply(const QByteArray& body);
-    // A fresh group fetch: replaces the groups and restores their marks.
+    // The phone's users reply; the people the user chose stay chosen while it still lists them.
+    void setUsers(const QList<UserPtr>& replied);
+    // A group fetch; the groups' marks come back from "CheckedGroups".
     void setGroups(const QList<GroupPtr>& fetched);
 
-    // Makes the combined list anew from the users and groups; the search last applied stays
-    // applied.
-    void rebuildAssociations();
-    // Filters the list by `text` (empty shows everything) and keeps it for later rebuilds.
-    void applySearch(const QString& text);
-    const QString& searchText() const { return m_search; }
-    static bool matchesSearch(const AssociationItem& item, const QString& term);
-    static QString searchKeyOf(const AssociationItem& item);
+    const QList<UserPtr>& users() const { return m_users; }
+    const QList<GroupPtr>& groups() const { return m_groups; }
+    GroupPtr groupById(qint64 id) const;
+    // One item per user and per group, sorted (AssociationItem::before).
+    const QList<AssociationItemPtr>& items() const { return m_items; }
 
-    void saveCheckedGroups() const;
-    void restoreCheckedGroups();
-    // "test" + ids joined with "test" + "test", and back.
-    static QString checkedGroupsText(const QList<qint64>& ids);
-    static QList<qint64> parseCheckedGroups(const QString& text);
-
-    QStringList selectedRecipientEmails() const;
-    QString recipientsString() const;
-
-    // Rows of the table, computed from the filtered list and the expanded groups.
-    int associatedRowCount() const { return int(m_rows.size()); }
-    std::optional<AssociatedUserRowType> rowType(int row) const;
-
-    // A click on a row (or its check box): users and groups flip, members do nothing.
-    // False when the row has no kind.
-    bool clickRow(int row);
-    void toggleGroupChecked(qint64 id);
+    bool isExpanded(qint64 groupId) const { return m_expanded.contains(groupId); }
     void toggleGroupExpansion(qint64 id);
+
+    void toggleUserChecked(const User* user);
+    void toggleGroupChecked(qint64 id);
     // Checks everything, or unchecks everything when all is checked already.
     void selectDeselectAll();
     // After an encryption: users unchecked, groups keep their marks.
     void uncheckAllUsers();
+    // Nothing was checked (a click on a member), but the recipients are judged again.
+    void reconsiderRecipients() { Q_EMIT recipientsChanged(); }
 
-    GroupPtr groupById(qint64 id) const;
+    QStringList selectedRecipientEmails() const;
+    QString recipientsString() const;
+
+    // "CheckedGroups": "test" + ids joined with "test" + "test", and back.
+    static QString checkedGroupsText(const QList<qint64>& ids);
+    static QList<qint64> parseCheckedGroups(const QString& text);
 
 Q_SIGNALS:
-    // The rows must be shown again.
-    void rowsChanged();
+    void itemsChanged(const AssociationsStore::Change& change);
+    // Users or groups were checked or unchecked.
+    void marksChanged();
+    void expansionChanged();
     // What the recipients are may have changed (the encrypt button depends on it).
     void recipientsChanged();
 
 private:
-    void computeRows();
-    void filter();
-    void rowsAndRecipientsChanged();
+    // Keeps each item whose record is the same thing as a replied one (updated when its content
+    // differs), makes items for the rest, and puts the new list of items in order.
+    template <typename Ptr>
+    Change take(const QList<Ptr>& replied, QList<Ptr>& records, QList<AssociationItemPtr>& items);
+    // The views hear of a reply once the store is whole again: items, index and marks.
+    void tell(const Change& change, bool changed);
+    void saveCheckedGroups() const;
+    void marked();
 
-    struct Row
-    {
-        int item;
-        int member; // -1 for the item itself
-    };
-    QList<Row> m_rows;
-    QList<QString> m_userKeys; // parallel to users
-    QList<AssociationItemPtr> m_userItems; // parallel to users, as of the last rebuild
-    QString m_search;
-    // Whether the items' search keys and m_userKeys belong to the current list.
-    bool m_keysMade = false;
-    // Positions in `groups` by id, as of the last computeRows().
-    QHash<qint64, qsizetype> m_groupIndex;
+    QList<UserPtr> m_users;
+    QList<GroupPtr> m_groups;
+    QList<AssociationItemPtr> m_userItems; // parallel to m_users
+    QList<AssociationItemPtr> m_groupItems; // parallel to m_groups
+    QList<AssociationItemPtr> m_items;
+    QHash<qint64, qsizetype> m_groupIndex; // the first group of each id
+    QSet<qint64> m_expanded;
 };
+Q_DECLARE_METATYPE(AssociationsStore::Change)

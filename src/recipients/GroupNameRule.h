@@ -4,12 +4,15 @@
 
 #include <optional>
 
-// A group name from the user: trimmed, then a letter followed by 1 to 249 letters or digits.
+// A group name from the user: trimmed, then an ASCII letter followed by 1 to 249 ASCII letters
+// or digits. Only A-Z count as letters, so "Steuerbüro" is refused saying so.
 namespace GroupNameRule {
-// The trimmed name, or nothing with the message to show.
 struct Verdict
 {
+    // The trimmed name when it passes.
     std::optional<QString> name;
+    // Why not, in the words of what was typed wrong; empty for an empty name, of which there
+    // is nothing to say.
     QString message;
 };
 Verdict check(const QString& typed);

@@ -1,31 +1,24 @@
 #include "recipients/RecipientsController.h"
 
 #include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Log.h"
-#include "app/PhoneService.h"
 #include "app/Session.h"
 #include "app/Settings.h"
 
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QPointer>
-#include <QUrl>
-
-GroupNotifications& GroupNotifications::instance()
-{
-    static GroupNotifications notifications;
-    return notifications;
-}
-
-RecipientsController::RecipientsController(AssociationsStore* store, QObject* parent)
+RecipientsController::RecipientsController(AssociationsStore& store, const Session& session,
+    PhoneServiceClient& phoneService, NetworkClient& api, QObject* parent)
     : QObject(parent)
     , m_store(store)
-    , m_lastChange(Session::instance().associatesUpdatedAt())
-    , m_lastGroupsChange(Session::instance().groupsUpdatedAt())
+    , m_session(session)
+    , m_phoneService(phoneService)
+    , m_api(api)
+    , m_lastChange(session.associatesUpdatedAt())
+    , m_lastGroupsChange(session.groupsUpdatedAt())
 {
     m_tick.setInterval(tickMilliseconds);
     connect(&m_tick, &QTimer::timeout, this, [this] {
-        if (!Session::instance().isPhoneConnected()) {
+        if (!m_session.isPhoneConnected()) {
             m_tick.stop();
             return;
         }
@@ -41,19 +34,12 @@ RecipientsController::RecipientsController(AssociationsStore* store, QObject* pa
         if (!m_changeSignals.isActive())
             m_changeSignals.start();
     };
-    connect(&Session::instance(), &Session::associatesUpdated, this, onSignal);
-    connect(&Session::instance(), &Session::groupsUpdated, this, onSignal);
+    connect(&session, &Session::associatesUpdated, this, onSignal);
+    connect(&session, &Session::groupsUpdated, this, onSignal);
     // The same phone found again: what changed on it meanwhile is fetched, and the tick resumes.
-    connect(&Session::instance(), &Session::phoneConnectedChanged, this, [this](bool connected) {
+    connect(&session, &Session::phoneConnectedChanged, this, [this](bool connected) {
         if (connected && m_started)
             start();
-    });
-    connect(&GroupNotifications::instance(), &GroupNotifications::groupMembersChanged, this, [this] {
-        QPointer<RecipientsController> self(this);
-        QTimer::singleShot(membersChangedDelayMilliseconds, this, [self] {
-            if (self)
-                self->refreshGroups();
-        });
     });
 }
 
@@ -61,14 +47,14 @@ void RecipientsController::start()
 {
     m_started = true;
     updateTick();
-    if (Session::instance().isPhoneConnected())
+    if (m_session.isPhoneConnected())
         m_tick.start();
     loadUsers();
 }
 
-void RecipientsController::postGroupMembersChanged()
+void RecipientsController::groupMembersChanged()
 {
-    Q_EMIT GroupNotifications::instance().groupMembersChanged();
+    QTimer::singleShot(membersChangedDelayMilliseconds, this, &RecipientsController::refreshGroups);
 }
 
 void RecipientsController::loadUsers()
@@ -83,19 +69,14 @@ void RecipientsController::loadUsers()
 void RecipientsController::fetchUsers()
 {
     m_users = { true, false };
-    QNetworkRequest request(QUrl(Session::instance().phoneServiceUrl(u"/getUsers")));
-    request.setTransferTimeout(int(m_fetchTimeout.count()));
-    QNetworkReply* reply = PhoneService::network()->get(request);
-    // The transfer time-out only counts silence; this ends an answer that trickles for ever.
-    QTimer::singleShot(m_fetchTimeout, reply, &QNetworkReply::abort);
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
+    m_phoneService.fetchUsers(m_fetchTimeout, this, [this](const UsersReply& reply) {
         m_users.inFlight = false;
-        const bool answered = reply->error() == QNetworkReply::NoError;
-        if (!answered || !m_store->setUsersFromReply(reply->readAll())) {
+        if (!reply.readable) {
             Log::line(QStringLiteral("\"Cannot extract users from mobile app\""));
         } else {
-            Q_EMIT usersLoaded(!m_store->users.isEmpty());
+            if (reply.users) // JSON but no object changes nothing
+                m_store.setUsers(*reply.users);
+            Q_EMIT usersLoaded(!m_store.users().isEmpty());
             refreshGroups();
         }
         if (m_users.again)
@@ -105,11 +86,10 @@ void RecipientsController::fetchUsers()
 
 void RecipientsController::refreshGroups()
 {
+    // Without a signed-in user the groups held stay as they are.
     const auto user = Settings::string(Settings::userEmailKey);
-    if (!user) {
-        m_store->rebuildAssociations();
+    if (!user)
         return;
-    }
     if (m_groups.inFlight) {
         m_groups.again = true;
         return;
@@ -120,13 +100,12 @@ void RecipientsController::refreshGroups()
 void RecipientsController::fetchGroups(const QString& user)
 {
     m_groups = { true, false };
-    NetworkClient::shared().fetchGroups(
+    m_api.fetchGroups(
         user, this,
         [this](const APIResult<QList<GroupPtr>>& result) {
             m_groups.inFlight = false;
-            if (result.isSuccess())
-                m_store->setGroups(result.value());
-            m_store->rebuildAssociations(); // on failure, with the groups already held
+            if (result.isSuccess()) // a failure keeps the groups held
+                m_store.setGroups(result.value());
             if (m_groups.again)
                 refreshGroups(); // reads the signed-in user afresh
         },
@@ -135,24 +114,15 @@ void RecipientsController::fetchGroups(const QString& user)
 
 void RecipientsController::updateTick()
 {
-    const QDateTime associates = Session::instance().associatesUpdatedAt();
+    const QDateTime associates = m_session.associatesUpdatedAt();
     if (m_lastChange != associates) {
         m_lastChange = associates;
         loadUsers();
     }
-    const QDateTime groups = Session::instance().groupsUpdatedAt();
+    const QDateTime groups = m_session.groupsUpdatedAt();
     if (m_lastGroupsChange != groups) {
         m_lastGroupsChange = groups;
         refreshGroups();
     }
     // The encrypted-files listing of each tick is the result folder's own (watched and timed).
-}
-
-void RecipientsController::notifyPhoneGroupsUpdated()
-{
-    if (Session::instance().phoneIPAddress().isEmpty())
-        return;
-    QNetworkRequest request(QUrl(Session::instance().phoneServiceUrl(u"/updateGroups")));
-    QNetworkReply* reply = PhoneService::network()->post(request, QByteArray());
-    QObject::connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
 }

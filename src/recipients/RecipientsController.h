@@ -8,6 +8,10 @@
 
 #include <chrono>
 
+class NetworkClient;
+class PhoneServiceClient;
+class Session;
+
 // Keeps the associations store in step with the phone: loads the users and the groups,
 // notices the phone's change signals (through the session's signals, at most once per 500 ms,
 // and by a 3-second tick as the fallback), refreshes the groups 0.8 s after a group's members
@@ -19,7 +23,8 @@ class RecipientsController : public QObject
     Q_OBJECT
 
 public:
-    explicit RecipientsController(AssociationsStore* store, QObject* parent = nullptr);
+    RecipientsController(AssociationsStore& store, const Session& session, PhoneServiceClient& phoneService,
+        NetworkClient& api, QObject* parent = nullptr);
 
     static constexpr int tickMilliseconds = 3000;
     static constexpr int membersChangedDelayMilliseconds = 800;
@@ -35,14 +40,15 @@ public:
     void loadUsers();
     void refreshGroups();
     void updateTick();
-    static void notifyPhoneGroupsUpdated();
+    // "GroupMembersChanged": a group's members or name changed; the groups are fetched again
+    // 0.8 s later.
+    void groupMembersChanged();
 
     // True while a fetch is on the wire or change signals wait for their look.
     bool isStarted() const { return m_started; }
     bool isBusy() const { return m_users.inFlight || m_groups.inFlight || m_changeSignals.isActive(); }
 
-    // A process-wide notice that a group's members or name changed.
-    static void postGroupMembersChanged();
+    AssociationsStore& store() const { return m_store; }
 
 Q_SIGNALS:
     void usersLoaded(bool anyUsers);
@@ -58,7 +64,10 @@ private:
     void fetchUsers();
     void fetchGroups(const QString& user);
 
-    AssociationsStore* m_store;
+    AssociationsStore& m_store;
+    const Session& m_session;
+    PhoneServiceClient& m_phoneService;
+    NetworkClient& m_api;
     QDateTime m_lastChange;
     QDateTime m_lastGroupsChange;
     QTimer m_tick;
@@ -67,14 +76,4 @@ private:
     FetchState m_users;
     FetchState m_groups;
     std::chrono::milliseconds m_fetchTimeout = defaultFetchTimeout;
-};
-
-// Carries the "GroupMembersChanged" notice across the process.
-class GroupNotifications : public QObject
-{
-    Q_OBJECT
-public:
-    static GroupNotifications& instance();
-Q_SIGNALS:
-    void groupMembersChanged();
 };

@@ -1,106 +1,223 @@
 #include "recipients/RecipientsModel.h"
 
-#include "recipients/AssociationsStore.h"
+namespace {
 
-#include <algorithm>
-#include <utility>
+using Kind = AssociatedUserRowType::Kind;
+
+// Beyond this many changed users and groups, the rows are shown anew in one go rather than
+// moved run by run.
+constexpr qsizetype mostMoved = 256;
+
+bool checkedOf(const AssociationItem& item)
+{
+    return item.type == AssociationItemType::user ? item.user->isChecked.value_or(false)
+                                                  : item.group->isChecked;
+}
+
+} // namespace
 
 RecipientsModel::RecipientsModel(AssociationsStore* store, QObject* parent)
     : QAbstractListModel(parent)
     , m_store(store)
 {
-    m_shown = shownRows();
-    connect(store, &AssociationsStore::rowsChanged, this, &RecipientsModel::storeChanged);
+    for (const AssociationItemPtr& item : store->items())
+        m_shown.append(item.get());
+    m_rows = rowsOf(m_shown);
+    connect(store, &AssociationsStore::itemsChanged, this, &RecipientsModel::itemsChanged);
+    connect(store, &AssociationsStore::marksChanged, this, &RecipientsModel::marksChanged);
+    connect(store, &AssociationsStore::expansionChanged, this, [this] { showAnew(m_shown); });
 }
 
-bool RecipientsModel::Shown::sameThing(const Shown& o) const
+bool RecipientsModel::passes(const AssociationItem& item) const
 {
-    using Kind = AssociatedUserRowType::Kind;
-    if (kind != o.kind)
-        return false;
-    switch (Kind(kind)) {
-    case Kind::user:
-        return email == o.email && name == o.name && lastName == o.lastName;
-    case Kind::groupHeader:
-        return group == o.group;
-    case Kind::groupMember:
-        return group == o.group && member == o.member;
-    }
-    return true; // rows without a kind
+    return m_term.isEmpty() || item.matches(m_term);
 }
 
-bool RecipientsModel::Shown::sameLook(const Shown& o) const
+QList<RecipientsModel::Row> RecipientsModel::rowsOf(const QList<const AssociationItem*>& shown) const
 {
-    return sameThing(o) && name == o.name && lastName == o.lastName && email == o.email && phone == o.phone
-        && memberCount == o.memberCount && checked == o.checked && expanded == o.expanded;
-}
-
-QList<RecipientsModel::Shown> RecipientsModel::shownRows() const
-{
-    using Kind = AssociatedUserRowType::Kind;
-    QList<Shown> rows;
-    const int count = m_store->associatedRowCount();
-    rows.reserve(count);
-    for (int row = 0; row < count; ++row) {
-        Shown& shown = rows.emplaceBack();
-        const auto type = m_store->rowType(row);
-        if (!type)
-            continue;
-        shown.kind = int(type->kind);
-        switch (type->kind) {
-        case Kind::user: {
-            const User& u = *type->user;
-            shown.name = u.firstName.value_or(QString());
-            shown.lastName = u.lastName.value_or(QString());
-            shown.email = u.email.value_or(QString());
-            shown.phone = u.phone.value_or(QString());
-            shown.checked = u.isChecked.value_or(false);
-            break;
-        }
-        case Kind::groupHeader:
-            shown.group = type->group->id;
-            shown.name = type->group->name;
-            shown.memberCount = int(type->group->groupMembers.size());
-            shown.checked = type->group->isChecked;
-            shown.expanded = m_store->expandedGroupIds.contains(type->group->id);
-            break;
-        case Kind::groupMember:
-            shown.group = type->group->id;
-            shown.member = type->member.id;
-            shown.name = type->member.fullName;
-            shown.email = type->member.email;
-            break;
+    QList<Row> rows;
+    rows.reserve(shown.size());
+    for (const AssociationItem* item : shown) {
+        rows.append({ item, -1, checkedOf(*item) });
+        if (item->type == AssociationItemType::group && m_store->isExpanded(item->group->id)) {
+            for (int m = 0; m < item->group->groupMembers.size(); ++m)
+                rows.append({ item, m, false });
         }
     }
     return rows;
 }
 
-void RecipientsModel::storeChanged()
+void RecipientsModel::applySearch(const QString& text)
 {
-    QList<Shown> now = shownRows();
-    const bool sameRows = now.size() == m_shown.size()
-        && std::equal(now.begin(), now.end(), m_shown.begin(),
-            [](const Shown& a, const Shown& b) { return a.sameThing(b); });
-    if (!sameRows) {
-        beginResetModel();
-        m_shown = std::move(now);
-        endResetModel();
-        return;
+    const QString term = text.toLower();
+    // Typing on only narrows what is shown already.
+    const bool narrowing = !m_term.isEmpty() && term.contains(m_term);
+    m_search = text;
+    m_term = term;
+    QList<const AssociationItem*> shown;
+    if (narrowing) {
+        for (const AssociationItem* item : std::as_const(m_shown)) {
+            if (passes(*item))
+                shown.append(item);
+        }
+    } else {
+        shown.reserve(m_store->items().size());
+        for (const AssociationItemPtr& item : m_store->items()) {
+            if (passes(*item))
+                shown.append(item.get());
+        }
     }
-    // One signal per run of rows that look different now; none when nothing changed.
-    const QList<Shown> before = std::exchange(m_shown, std::move(now));
-    int row = 0;
-    const int count = int(m_shown.size());
-    while (row < count) {
-        if (m_shown.at(row).sameLook(before.at(row))) {
-            ++row;
+    showAnew(std::move(shown));
+}
+
+void RecipientsModel::showAnew(QList<const AssociationItem*> shown)
+{
+    QList<Row> next = rowsOf(shown);
+    m_shown = std::move(shown);
+    // The same rows keep the view's current row and scroll position.
+    if (next != m_rows) {
+        beginResetModel();
+        m_rows = std::move(next);
+        endResetModel();
+    }
+    marksChanged();
+}
+
+void RecipientsModel::itemsChanged(const AssociationsStore::Change& change)
+{
+    QSet<const AssociationItem*> touched;
+    for (const auto* list : { &change.removed, &change.inserted, &change.updated }) {
+        for (const AssociationItemPtr& item : *list)
+            touched.insert(item.get());
+    }
+    QList<const AssociationItem*> shown;
+    shown.reserve(m_store->items().size());
+    if (change.reordered || touched.size() > mostMoved) {
+        for (const AssociationItemPtr& item : m_store->items()) {
+            if (passes(*item))
+                shown.append(item.get());
+        }
+        return showAnew(std::move(shown));
+    }
+    // Only what changed is searched again: the others pass as they passed.
+    qsizetype j = 0; // into the items shown so far, which are in the same order
+    for (const AssociationItemPtr& held : m_store->items()) {
+        const AssociationItem* item = held.get();
+        while (j < m_shown.size() && m_shown.at(j) != item && touched.contains(m_shown.at(j)))
+            ++j; // removed, or updated and placed again below
+        const bool wasShown = j < m_shown.size() && m_shown.at(j) == item;
+        j += wasShown;
+        if (touched.contains(item) ? passes(*item) : wasShown)
+            shown.append(item);
+    }
+    QList<Row> next = rowsOf(shown);
+    m_shown = std::move(shown);
+    moveTo(std::move(next), touched);
+}
+
+void RecipientsModel::moveTo(QList<Row> next, const QSet<const AssociationItem*>& touched)
+{
+    const QList<Row> old = m_rows;
+    QList<int> renewed; // rows that stay but show something new
+    qsizetype i = 0; // into old; m_rows is next[0, j) followed by old[i, end)
+    qsizetype j = 0;
+    while (i < old.size() || j < next.size()) {
+        if (i < old.size() && j < next.size() && old.at(i) == next.at(j)) {
+            if (touched.contains(old.at(i).item))
+                renewed.append(int(j));
+            next[j].checked = old.at(i).checked; // as shown; the marks are compared below
+            ++i;
+            ++j;
             continue;
         }
-        const int first = row;
-        while (row < count && !m_shown.at(row).sameLook(before.at(row)))
-            ++row;
-        Q_EMIT dataChanged(index(first), index(row - 1));
+        qsizetype end = i;
+        while (end < old.size() && touched.contains(old.at(end).item)
+            && !(j < next.size() && old.at(end) == next.at(j)))
+            ++end;
+        if (end > i) {
+            beginRemoveRows({}, int(j), int(j + end - i - 1));
+            m_rows.remove(j, end - i);
+            endRemoveRows();
+            i = end;
+            continue;
+        }
+        end = j;
+        while (end < next.size() && touched.contains(next.at(end).item)
+            && !(i < old.size() && old.at(i) == next.at(end)))
+            ++end;
+        if (end > j) {
+            beginInsertRows({}, int(j), int(end - 1));
+            m_rows.insert(j, end - j, Row {});
+            std::copy(next.begin() + j, next.begin() + end, m_rows.begin() + j);
+            endInsertRows();
+            j = end;
+            continue;
+        }
+        // Rows of unchanged items out of step: nothing to move, everything to show anew.
+        beginResetModel();
+        m_rows = std::move(next);
+        endResetModel();
+        return marksChanged();
     }
+    m_rows = std::move(next);
+    for (int row : std::as_const(renewed)) {
+        Row& r = m_rows[row];
+        r.checked = !(r.member < 0 && checkedOf(*r.item)); // told as changed by the pass below
+    }
+    marksChanged();
+}
+
+void RecipientsModel::marksChanged()
+{
+    // One signal per run of rows that show another mark now; none when nothing changed.
+    qsizetype first = -1;
+    for (qsizetype row = 0; row <= m_rows.size(); ++row) {
+        bool differs = false;
+        if (row < m_rows.size()) {
+            Row& r = m_rows[row];
+            const bool now = r.member < 0 && checkedOf(*r.item);
+            differs = r.checked != now;
+            r.checked = now;
+        }
+        if (differs && first < 0)
+            first = row;
+        if (!differs && first >= 0) {
+            Q_EMIT dataChanged(index(int(first)), index(int(row - 1)));
+            first = -1;
+        }
+    }
+}
+
+std::optional<AssociatedUserRowType> RecipientsModel::rowType(int row) const
+{
+    if (row < 0 || row >= m_rows.size())
+        return std::nullopt;
+    const Row& r = m_rows.at(row);
+    if (r.item->type == AssociationItemType::user)
+        return AssociatedUserRowType { Kind::user, r.item->user, nullptr, {} };
+    if (r.member < 0)
+        return AssociatedUserRowType { Kind::groupHeader, nullptr, r.item->group, {} };
+    return AssociatedUserRowType { Kind::groupMember, nullptr, r.item->group,
+        r.item->group->groupMembers.at(r.member) };
+}
+
+bool RecipientsModel::clickRow(int row)
+{
+    const auto type = rowType(row);
+    if (!type)
+        return false;
+    switch (type->kind) {
+    case Kind::user:
+        m_store->toggleUserChecked(type->user.get());
+        break;
+    case Kind::groupHeader:
+        m_store->toggleGroupChecked(type->group->id);
+        break;
+    case Kind::groupMember:
+        m_store->reconsiderRecipients(); // nothing toggled, but the encrypt button is judged again
+        break;
+    }
+    return true;
 }
 
 bool RecipientsModel::setData(const QModelIndex& index, const QVariant& value, int role)
@@ -110,28 +227,22 @@ bool RecipientsModel::setData(const QModelIndex& index, const QVariant& value, i
         || !flags(index).testFlag(Qt::ItemIsUserCheckable))
         return false;
     const bool wanted = value.value<Qt::CheckState>() == Qt::Checked;
-    if (wanted != data(index, CheckedRole).toBool()) {
-        const auto row = m_store->rowType(index.row());
-        if (row->kind == AssociatedUserRowType::Kind::groupHeader)
-            m_store->toggleGroupChecked(row->group->id);
-        else
-            m_store->clickRow(index.row());
-    }
+    if (wanted != data(index, CheckedRole).toBool())
+        clickRow(index.row());
     return true;
 }
 
 int RecipientsModel::rowCount(const QModelIndex& parent) const
 {
-    return parent.isValid() ? 0 : m_store->associatedRowCount();
+    return parent.isValid() ? 0 : int(m_rows.size());
 }
 
 Qt::ItemFlags RecipientsModel::flags(const QModelIndex& index) const
 {
-    if (!index.isValid())
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return Qt::NoItemFlags;
     // Users and groups carry a mark; a member row only shows who is in a group.
-    const auto row = m_store->rowType(index.row());
-    const bool markable = row && row->kind != AssociatedUserRowType::Kind::groupMember;
+    const bool markable = m_rows.at(index.row()).member < 0;
     return Qt::ItemIsEnabled | Qt::ItemNeverHasChildren
         | (markable ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
 }
@@ -140,22 +251,18 @@ QVariant RecipientsModel::data(const QModelIndex& index, int role) const
 {
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
-    const auto row = m_store->rowType(index.row());
-    if (!row)
-        return {};
-    using Kind = AssociatedUserRowType::Kind;
-    if (role == KindRole)
-        return int(row->kind);
-    switch (row->kind) {
-    case Kind::user: {
-        const User& u = *row->user;
-        const QString name = u.firstName.value_or(QString()) + u' ' + u.lastName.value_or(QString());
+    const Row& row = m_rows.at(index.row());
+    const AssociationItem& item = *row.item;
+    if (item.type == AssociationItemType::user) {
+        const User& u = *item.user;
         switch (role) {
+        case KindRole:
+            return int(Kind::user);
         case Qt::DisplayRole:
         case NameRole:
-            return name.toUpper();
+            return item.displayName().toUpper();
         case Qt::ToolTipRole:
-            return name;
+            return item.displayName();
         case EmailRole:
             return u.email.value_or(QString());
         case PhoneRole:
@@ -168,48 +275,50 @@ QVariant RecipientsModel::data(const QModelIndex& index, int role) const
         case Qt::AccessibleDescriptionRole:
             return u.summaryText();
         case Qt::AccessibleTextRole:
-            return QString(name + u", " + u.email.value_or(QString()));
+            return QString(item.displayName() + u", " + u.email.value_or(QString()));
         }
-        break;
+        return {};
     }
-    case Kind::groupHeader: {
-        const GroupModel& g = *row->group;
+    const GroupModel& g = *item.group;
+    if (row.member >= 0) {
+        const GroupMemberModel& member = g.groupMembers.at(row.member);
         switch (role) {
+        case KindRole:
+            return int(Kind::groupMember);
         case Qt::DisplayRole:
         case NameRole:
-            return g.name.toUpper();
         case Qt::AccessibleTextRole:
-        case Qt::ToolTipRole:
-            return g.name;
-        case CheckedRole:
-            return g.isChecked;
-        case Qt::CheckStateRole:
-            return g.isChecked ? Qt::Checked : Qt::Unchecked;
-        case Qt::AccessibleDescriptionRole:
-            return data(index, MemberCountRole);
+            return member.fullName;
+        case EmailRole:
+            return member.email;
         case GroupIdRole:
             return g.id;
-        case MemberCountRole:
-            //: Under a group's name: how many members it has
-            //% "%n member(s)"
-            return qtTrId("groupMemberCount", int(g.groupMembers.size()));
-        case ExpandedRole:
-            return m_store->expandedGroupIds.contains(g.id);
         }
-        break;
+        return {};
     }
-    case Kind::groupMember:
-        switch (role) {
-        case Qt::DisplayRole:
-        case NameRole:
-        case Qt::AccessibleTextRole:
-            return row->member.fullName;
-        case EmailRole:
-            return row->member.email;
-        case GroupIdRole:
-            return row->group->id;
-        }
-        break;
+    switch (role) {
+    case KindRole:
+        return int(Kind::groupHeader);
+    case Qt::DisplayRole:
+    case NameRole:
+        return g.name.toUpper();
+    case Qt::AccessibleTextRole:
+    case Qt::ToolTipRole:
+        return g.name;
+    case CheckedRole:
+        return g.isChecked;
+    case Qt::CheckStateRole:
+        return g.isChecked ? Qt::Checked : Qt::Unchecked;
+    case Qt::AccessibleDescriptionRole:
+        return data(index, MemberCountRole);
+    case GroupIdRole:
+        return g.id;
+    case MemberCountRole:
+        //: Under a group's name: how many members it has
+        //% "%n member(s)"
+        return qtTrId("groupMemberCount", int(g.groupMembers.size()));
+    case ExpandedRole:
+        return m_store->isExpanded(g.id);
     }
     return {};
 }

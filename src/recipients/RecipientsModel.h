@@ -1,10 +1,15 @@
 #pragma once
 
+#include "recipients/AssociationsStore.h"
+
 #include <QAbstractListModel>
 
-class AssociationsStore;
+#include <optional>
 
-// The rows of the recipients table: users, group headers and the members of expanded groups.
+// The rows of the recipients table: the store's users and groups that pass the search, each
+// expanded group followed by its members. It follows the store: a reply moves only the rows
+// of what it changed, a mark repaints only the rows that show it, and the search narrows the
+// rows without touching the store.
 class RecipientsModel : public QAbstractListModel
 {
     Q_OBJECT
@@ -24,6 +29,17 @@ public:
 
     explicit RecipientsModel(AssociationsStore* store, QObject* parent = nullptr);
 
+    // Shows the users whose full name ("first last") or e-mail contains `text`, and the groups
+    // whose name or members' names or e-mails do, ignoring case; everything when it is empty.
+    // It stays applied whatever the store changes.
+    void applySearch(const QString& text);
+    const QString& searchText() const { return m_search; }
+
+    std::optional<AssociatedUserRowType> rowType(int row) const;
+    // A click on a row (or its check box): users and groups flip, members check nothing but
+    // have the recipients judged again. False when there is no such row.
+    bool clickRow(int row);
+
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
     // Qt::CheckStateRole on a user or group row flips it by the click rule; other rows refuse.
@@ -31,28 +47,30 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
 private:
-    // What a row stands for and what it shows, as of the last look at the store. Rows that
-    // stand for the same things are updated in place instead of reset, so a view keeps its
-    // current row and scroll position, and only rows that show something new are announced.
-    struct Shown
+    struct Row
     {
-        int kind = -1; // AssociatedUserRowType::Kind, -1 for a row without one
-        qint64 group = 0;
-        qint64 member = 0;
-        QString name; // a user's first name, a group's or member's name
-        QString lastName;
-        QString email;
-        QString phone;
-        int memberCount = 0;
-        bool checked = false;
-        bool expanded = false;
+        const AssociationItem* item;
+        int member; // -1 for the user or group itself
+        bool checked; // the mark as last shown
 
-        bool sameThing(const Shown& o) const;
-        bool sameLook(const Shown& o) const;
+        friend bool operator==(const Row& a, const Row& b)
+        {
+            return a.item == b.item && a.member == b.member;
+        }
     };
-    QList<Shown> shownRows() const;
-    void storeChanged();
+    bool passes(const AssociationItem& item) const;
+    QList<Row> rowsOf(const QList<const AssociationItem*>& shown) const;
+    // Everything anew (the search or an expansion changed, or the store reordered).
+    void showAnew(QList<const AssociationItem*> shown);
+    void itemsChanged(const AssociationsStore::Change& change);
+    // Moves from the rows shown to `next` by removing and inserting runs of rows; `touched`
+    // holds the items whose rows may come, go or show something new.
+    void moveTo(QList<Row> next, const QSet<const AssociationItem*>& touched);
+    void marksChanged();
 
     AssociationsStore* m_store;
-    QList<Shown> m_shown;
+    QString m_search;
+    QString m_term; // lower case
+    QList<const AssociationItem*> m_shown; // the items that pass the search, in order
+    QList<Row> m_rows;
 };

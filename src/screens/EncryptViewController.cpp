@@ -37,31 +37,31 @@ FileScreen::Settings encryptSettings()
 
 } // namespace
 
-EncryptViewController::EncryptViewController(
-    const Session& session, DesktopNotifier& notifier, QWidget* parent)
+EncryptViewController::EncryptViewController(const Session& session, DesktopNotifier& notifier,
+    PhoneServiceClient& phoneService, NetworkClient& api, QWidget* parent)
     : FileScreen(encryptSettings(), session, notifier, parent)
 {
     setObjectName(QStringLiteral("EncryptViewController"));
-    recipientsArea = new QWidget(this);
+    auto* recipientsArea = new QWidget(this);
     recipientsArea->setObjectName(QStringLiteral("recipientsArea"));
     auto* layout = new QVBoxLayout(recipientsArea);
     layout->setContentsMargins(0, 0, 0, 0);
-    recipients = new RecipientsPanel(recipientsArea);
-    layout->addWidget(recipients);
+    m_recipients = new RecipientsPanel(session, phoneService, api, recipientsArea);
+    layout->addWidget(m_recipients);
     columns()->addWidget(recipientsArea, 2);
 
     // One rule for the encrypt button, from both sides: a marked file and a recipient.
-    AssociationsStore* store = recipients->store();
+    AssociationsStore* store = m_recipients->store();
     intakeList()->setOperationPrecondition([store] { return !store->selectedRecipientEmails().isEmpty(); });
     connect(store, &AssociationsStore::recipientsChanged, intakeList(), &IntakeList::updateOperationButton);
-    if (Session::instance().isPhoneConnected())
-        recipients->controller()->start();
+    RecipientsController* controller = m_recipients->controller();
+    if (session.isPhoneConnected())
+        controller->start();
     // Made before the phone connected (files handed over first): the people come when it does.
-    connect(&Session::instance(), &Session::phoneConnectedChanged, recipients->controller(),
-        [controller = recipients->controller()](bool connected) {
-            if (connected && !controller->isStarted())
-                controller->start();
-        });
+    connect(&session, &Session::phoneConnectedChanged, controller, [controller](bool connected) {
+        if (connected && !controller->isStarted())
+            controller->start();
+    });
     connect(this, &FileScreen::operationRequested, this, &EncryptViewController::encryptFiles);
 }
 
@@ -69,7 +69,7 @@ void EncryptViewController::encryptFiles()
 {
     if (runningOperation())
         return;
-    if (recipients->store()->selectedRecipientEmails().isEmpty()) {
+    if (m_recipients->store()->selectedRecipientEmails().isEmpty()) {
         //: Dialog title when no recipients are selected
         //% "No recipients selected"
         const QString title = qtTrId("noRecipientsTitle");
@@ -93,12 +93,12 @@ void EncryptViewController::encryptFiles()
         return;
     }
     auto* run = OperationRun::encrypt(session(), WorkingFolders::encryptedFilesFolder().value_or(QString()),
-        marked, recipients->store()->recipientsString(),
-        int(recipients->store()->selectedRecipientEmails().size()));
+        marked, m_recipients->store()->recipientsString(),
+        int(m_recipients->store()->selectedRecipientEmails().size()));
     runOperation(run, new EncryptingViewController(this), [this] {
         // Marks and user checks are cleared; checked groups stay for the next files.
         intakeList()->clearMarks();
-        recipients->store()->uncheckAllUsers();
+        m_recipients->store()->uncheckAllUsers();
     });
 }
 

@@ -2,6 +2,8 @@
 
 #include "screens/FileScreen.h"
 
+class NetworkClient;
+class PhoneServiceClient;
 class RecipientsPanel;
 
 // The Encrypt screen: files to encrypt, the encrypted results, and the recipients beside them.
@@ -10,7 +12,9 @@ class EncryptViewController : public FileScreen
     Q_OBJECT
 
 public:
-    EncryptViewController(const Session& session, DesktopNotifier& notifier, QWidget* parent = nullptr);
+    // The recipients come from the phone's service and its group API.
+    EncryptViewController(const Session& session, DesktopNotifier& notifier, PhoneServiceClient& phoneService,
+        NetworkClient& api, QWidget* parent = nullptr);
 
     const FileList& filesToEncrypt() const { return intakeList()->files(); }
     const FileList& encryptedFiles() const;
@@ -22,7 +26,9 @@ public:
     // ENCRYPT: recipients checked first, then files; then the phone does the work.
     void encryptFiles();
 
-    // The right-hand column, where the recipients live.
-    QWidget* recipientsArea = nullptr;
-    RecipientsPanel* recipients = nullptr;
+    // The right-hand column: the people and groups to encrypt for.
+    RecipientsPanel* recipients() const { return m_recipients; }
+
+private:
+    RecipientsPanel* m_recipients = nullptr;
 };

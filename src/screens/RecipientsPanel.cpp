@@ -1,8 +1,6 @@
 #include "screens/RecipientsPanel.h"
 
-#include "api/NetworkClient.h"
 #include "app/Session.h"
-#include "app/Settings.h"
 #include "recipients/AssociationsStore.h"
 #include "recipients/GroupNameRule.h"
 #include "recipients/RecipientsController.h"
@@ -23,8 +21,6 @@
 #include <QMouseEvent>
 #include <QPointer>
 #include <QPushButton>
-#include <QRegularExpression>
-#include <QTimer>
 #include <QVBoxLayout>
 
 namespace {
@@ -38,60 +34,11 @@ QString groupNamePlaceholder()
     return qtTrId("groupNamePlaceholder");
 }
 
-// The texts that tell a failed group change. They live out here because lupdate does not
-// read the English text of an id inside a lambda that is passed as an argument.
-QString usersNotLoaded(const APIError& error)
+// What the name dialogs say under the field while a name is typed that the rule refuses.
+std::optional<QString> refusalOf(const QString& typed)
 {
-    //% "Failed to load users: %1"
-    return qtTrId("groupLoadUsersFailed").arg(error.description());
-}
-
-QString groupNotUpdated(const APIError& error)
-{
-    //% "Failed to update group: %1"
-    return qtTrId("groupUpdateFailed").arg(error.description());
-}
-
-QString groupNotDeleted(const APIError& error)
-{
-    //% "Failed to delete group: %1"
-    return qtTrId("groupDeleteFailed").arg(error.description());
-}
-
-QString membersNotChanged(bool add, const APIError& error)
-{
-    //% "Failed to add users: %1"
-    const QString added = qtTrId("groupAddFailed");
-    //% "Failed to remove users: %1"
-    const QString removed = qtTrId("groupRemoveFailed");
-    return (add ? added : removed).arg(error.description());
-}
-
-// What is wrong with a group name while it is typed: nothing when it passes the rule (a
-// letter, then letters and digits, 2 to 250 in all, after trimming), an empty reason for an
-// empty field, and otherwise the rule in the words of what was typed wrong. Only the letters
-// A-Z count as letters, so "Steuerbüro" is refused saying so.
-std::optional<QString> groupNameProblem(const QString& typed)
-{
-    const QString name = typed.trimmed();
-    if (name.isEmpty())
-        return QString();
-    static const QRegularExpression characters(QStringLiteral("^[a-zA-Z][a-zA-Z0-9]*$"));
-    if (!characters.match(name).hasMatch())
-        //: Under the group name field while the name has other characters
-        //% "Use only the letters A-Z and digits, starting with a letter."
-        return qtTrId("groupNameCharacters");
-    if (name.size() < 2 || name.size() > 250)
-        //: Under the group name field while the name is too short or too long
-        //% "Use 2 to 250 characters."
-        return qtTrId("groupNameLength");
-    return std::nullopt;
-}
-
-QString noUsersAvailable()
-{
-    //% "No users available"
-    return qtTrId("groupNoUsersAvailable");
+    const auto verdict = GroupNameRule::check(typed);
+    return verdict.name ? std::nullopt : std::optional<QString>(verdict.message);
 }
 
 } // namespace
@@ -211,99 +158,107 @@ void RecipientsTableView::keyPressEvent(QKeyEvent* event)
     QListView::keyPressEvent(event);
 }
 
-RecipientsPanel::RecipientsPanel(QWidget* parent)
+RecipientsPanel::RecipientsPanel(
+    const Session& session, PhoneServiceClient& phoneService, NetworkClient& api, QWidget* parent)
     : QWidget(parent)
+    , m_session(session)
     , m_store(new AssociationsStore(this))
-    , m_controller(new RecipientsController(m_store, this))
+    , m_controller(new RecipientsController(*m_store, session, phoneService, api, this))
+    , m_groups(new GroupManagement(*m_controller, api, phoneService, this))
     , m_model(new RecipientsModel(m_store, this))
-    , m_phoneEpoch(Session::instance().phoneEpoch())
+    , m_phoneEpoch(session.phoneEpoch())
 {
     setObjectName(QStringLiteral("recipientsPanel"));
     //: Associated users title
     //% "ASSOCIATES"
-    associatedUsersText = new QLabel(qtTrId("associatedUsers"), this);
-    QFont title = associatedUsersText->font();
-    title.setPointSize(13);
-    title.setBold(true);
-    title.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
-    associatedUsersText->setFont(title);
-    associatedUsersText->setStyleSheet(QStringLiteral("color: rgb(70,70,70);"));
+    auto* title = m_widgets.associatedUsersText = new QLabel(qtTrId("associatedUsers"), this);
+    QFont titleFont = title->font();
+    titleFont.setPointSize(13);
+    titleFont.setBold(true);
+    titleFont.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
+    title->setFont(titleFont);
+    title->setStyleSheet(QStringLiteral("color: rgb(70,70,70);"));
 
     //: Select deselect all users button
     //% "SELECT/DESELECT ALL"
-    selectDeselectAllUsersButton = new QPushButton(qtTrId("selectDeselectAll"), this);
+    auto* selectAll = m_widgets.selectDeselectAllUsersButton
+        = new QPushButton(qtTrId("selectDeselectAll"), this);
     //: Button under the recipients that creates a group
     //% "CREATE GROUP"
-    createGroupButton = new QPushButton(qtTrId("createGroupButton"), this);
-    for (QPushButton* b : { createGroupButton, selectDeselectAllUsersButton }) {
+    auto* createGroup = m_widgets.createGroupButton = new QPushButton(qtTrId("createGroupButton"), this);
+    for (QPushButton* b : { createGroup, selectAll }) {
         b->setStyleSheet(
             amberButtonStyle() + QStringLiteral("QPushButton { font-size: 11px; padding: 7px 12px; }"));
         b->setAccessibleName(b->text());
         b->setCursor(Qt::PointingHandCursor);
     }
-    selectDeselectAllUsersButton->setEnabled(false);
+    selectAll->setEnabled(false);
 
-    searchTextField = new QLineEdit(this);
+    auto* search = m_widgets.searchTextField = new QLineEdit(this);
     //: Search placeholder
     //% "Search"
-    searchTextField->setPlaceholderText(qtTrId("search") + QStringLiteral("..."));
+    search->setPlaceholderText(qtTrId("search") + QStringLiteral("..."));
     //: Accessible name of the recipients search field
     //% "Search recipients"
-    searchTextField->setAccessibleName(qtTrId("searchRecipientsName"));
-    searchTextField->setClearButtonEnabled(true);
-    searchTextField->installEventFilter(this);
+    search->setAccessibleName(qtTrId("searchRecipientsName"));
+    search->setClearButtonEnabled(true);
+    search->installEventFilter(this);
     // The field's own colours, set before its style sheet: polishing fixes the palette it has
     // then, and the white field keeps dark text and a readable hint whatever the system's.
-    searchTextField->setPalette(Colors::lightPalette(searchTextField->palette()));
-    searchTextField->setStyleSheet(
+    search->setPalette(Colors::lightPalette(search->palette()));
+    search->setStyleSheet(
         QStringLiteral("QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: "
                        "10px; padding: 7px 12px;"
                        " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
 
-    associatedUsersTable = new RecipientsTableView(new AssociatedUserCellView, this);
-    associatedUsersTable->setModel(m_model);
-    associatedUsersTable->setAccessibleName(associatedUsersText->text());
+    auto* table = m_widgets.associatedUsersTable = new RecipientsTableView(new AssociatedUserCellView, this);
+    table->setModel(m_model);
+    table->setAccessibleName(title->text());
 
     auto* header = new QHBoxLayout;
-    header->addWidget(associatedUsersText);
+    header->addWidget(title);
     header->addStretch();
-    header->addWidget(createGroupButton);
-    header->addWidget(selectDeselectAllUsersButton);
+    header->addWidget(createGroup);
+    header->addWidget(selectAll);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);
     layout->addLayout(header);
-    layout->addWidget(searchTextField);
-    layout->addWidget(associatedUsersTable, 1);
+    layout->addWidget(search);
+    layout->addWidget(table, 1);
 
-    connect(searchTextField, &QLineEdit::textChanged, m_store, &AssociationsStore::applySearch);
+    connect(search, &QLineEdit::textChanged, m_model, &RecipientsModel::applySearch);
+    connect(selectAll, &QPushButton::clicked, m_store, &AssociationsStore::selectDeselectAll);
+    connect(createGroup, &QPushButton::clicked, this, &RecipientsPanel::createGroupButtonClicked);
+    connect(table, &RecipientsTableView::rowClicked, m_model, &RecipientsModel::clickRow);
     connect(
-        selectDeselectAllUsersButton, &QPushButton::clicked, m_store, &AssociationsStore::selectDeselectAll);
-    connect(createGroupButton, &QPushButton::clicked, this, &RecipientsPanel::createGroupButtonClicked);
-    connect(associatedUsersTable, &RecipientsTableView::rowClicked, m_store, &AssociationsStore::clickRow);
-    connect(associatedUsersTable, &RecipientsTableView::groupCheckBoxClicked, m_store,
-        &AssociationsStore::toggleGroupChecked);
-    connect(associatedUsersTable, &RecipientsTableView::disclosureClicked, m_store,
-        &AssociationsStore::toggleGroupExpansion);
-    connect(associatedUsersTable, &RecipientsTableView::menuClicked, this, &RecipientsPanel::showGroupMenu);
-    connect(m_controller, &RecipientsController::usersLoaded, this, [this](bool anyUsers) {
-        selectDeselectAllUsersButton->setEnabled(anyUsers);
-        selectDeselectAllUsersButton->setProperty("state", anyUsers ? 1 : 0);
+        table, &RecipientsTableView::groupCheckBoxClicked, m_store, &AssociationsStore::toggleGroupChecked);
+    connect(
+        table, &RecipientsTableView::disclosureClicked, m_store, &AssociationsStore::toggleGroupExpansion);
+    connect(table, &RecipientsTableView::menuClicked, this, &RecipientsPanel::showGroupMenu);
+    connect(m_controller, &RecipientsController::usersLoaded, this, [selectAll](bool anyUsers) {
+        selectAll->setEnabled(anyUsers);
+        selectAll->setProperty("state", anyUsers ? 1 : 0);
     });
+    // What group management says is shown from the event loop, never from inside the reply or
+    // the call that said it: a dialog's nested loop may outlast either.
+    connect(m_groups, &GroupManagement::failed, this, &RecipientsPanel::showErrorAlert, Qt::QueuedConnection);
+    connect(m_groups, &GroupManagement::offered, this, &RecipientsPanel::memberPicker, Qt::QueuedConnection);
+    connect(m_groups, &GroupManagement::groupSaved, this, &RecipientsPanel::revealWhenListed);
     // A group just made or renamed is shown and made the current row once the list has it.
-    connect(m_store, &AssociationsStore::rowsChanged, this, [this] {
+    connect(m_store, &AssociationsStore::itemsChanged, this, [this, table] {
         if (m_revealGroupName.isEmpty())
             return;
         // A renamed group shows its new name only after the refresh that fetched it.
         const GroupPtr listed = m_store->groupById(m_revealGroupId);
-        if (m_revealGroupId && (!listed || listed->name != m_revealGroupName))
+        if (!listed || listed->name != m_revealGroupName)
             return;
-        if (associatedUsersTable->revealGroup(m_revealGroupName))
+        if (table->revealGroup(m_revealGroupName))
             m_revealGroupName.clear();
     });
-    setTabOrder(createGroupButton, selectDeselectAllUsersButton);
-    setTabOrder(selectDeselectAllUsersButton, searchTextField);
-    setTabOrder(searchTextField, associatedUsersTable);
+    setTabOrder(createGroup, selectAll);
+    setTabOrder(selectAll, search);
+    setTabOrder(search, table);
 }
 
 bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)
@@ -311,8 +266,9 @@ bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)
     // Focus by Tab selects the field's text before Qt tells that the field has the focus; a
     // screen reader (Orca) then takes the field for focused already and says nothing. So the
     // focus is told first, and the field is announced with its name and role.
-    if (watched == searchTextField && event->type() == QEvent::FocusIn && Accessibility::listening()) {
-        QAccessibleEvent focus(searchTextField, QAccessible::Focus);
+    if (watched == m_widgets.searchTextField && event->type() == QEvent::FocusIn
+        && Accessibility::listening()) {
+        QAccessibleEvent focus(m_widgets.searchTextField, QAccessible::Focus);
         Accessibility::send(&focus);
     }
     return QWidget::eventFilter(watched, event);
@@ -320,10 +276,10 @@ bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)
 
 bool RecipientsPanel::servesCurrentPhone() const
 {
-    return Session::instance().isPhoneConnected() && Session::instance().phoneEpoch() == m_phoneEpoch;
+    return m_session.isPhoneConnected() && m_session.phoneEpoch() == m_phoneEpoch;
 }
 
-bool RecipientsPanel::isGone(const QPointer<RecipientsPanel>& self)
+bool RecipientsPanel::isGone(const QPointer<RecipientsPanel>& self) const
 {
     if (!self)
         return true;
@@ -344,12 +300,6 @@ void RecipientsPanel::showErrorAlert(const QString& message)
     Dialogs::current().alert(this, qtTrId("groupErrorTitle"), message, Dialogs::Style::Warning);
 }
 
-void RecipientsPanel::afterGroupChange()
-{
-    m_controller->refreshGroups();
-    RecipientsController::notifyPhoneGroupsUpdated();
-}
-
 void RecipientsPanel::createGroupButtonClicked()
 {
     // Every dialog runs a nested event loop: the panel, or the phone it serves, may be gone when
@@ -364,25 +314,11 @@ void RecipientsPanel::createGroupButtonClicked()
     //: Button that creates the group
     //% "Create"
     const QString create = qtTrId("groupCreateButton");
-    const auto typed = Dialogs::current().askText(this, title, prompt, QString(), groupNamePlaceholder(),
-        create, Dialogs::cancelText(), groupNameProblem);
+    const auto typed = Dialogs::current().askText(
+        this, title, prompt, QString(), groupNamePlaceholder(), create, Dialogs::cancelText(), refusalOf);
     if (isGone(self) || !typed)
         return;
-    const auto verdict = GroupNameRule::check(*typed);
-    if (!verdict.name)
-        return showErrorAlert(verdict.message);
-    const auto user = Settings::string(Settings::userEmailKey);
-    if (!user)
-        //% "Not connected. Please scan QR code with iOS app first."
-        return showErrorAlert(qtTrId("groupNotConnected"));
-    NetworkClient::shared().createGroup(
-        *user, *verdict.name, this, [this](const APIResult<GroupPtr>& result) {
-            if (!result.isSuccess())
-                return showErrorAlert(result.error().description());
-            revealWhenListed(result.value());
-            afterGroupChange();
-            m_controller->refreshGroups();
-        });
+    m_groups->createGroup(*typed);
 }
 
 QMenu* RecipientsPanel::buildGroupMenu(qint64 groupId)
@@ -435,100 +371,55 @@ void RecipientsPanel::menuEditGroup(qint64 groupId)
     //: Button that renames the group
     //% "Save"
     const QString save = qtTrId("groupSaveButton");
-    const auto typed = Dialogs::current().askText(this, title, prompt, group->name, groupNamePlaceholder(),
-        save, Dialogs::cancelText(), groupNameProblem);
+    const auto typed = Dialogs::current().askText(
+        this, title, prompt, group->name, groupNamePlaceholder(), save, Dialogs::cancelText(), refusalOf);
     if (isGone(self) || !typed)
         return;
-    const auto verdict = GroupNameRule::check(*typed);
-    if (!verdict.name)
-        return showErrorAlert(verdict.message);
-    if (*verdict.name == group->name)
-        return;
-    const QString name = *verdict.name;
-    NetworkClient::shared().updateGroup(
-        groupId, name, this, [this, groupId, name](const APIResult<GroupPtr>& result) {
-            if (!result.isSuccess())
-                return showErrorAlert(groupNotUpdated(result.error()));
-            auto renamed = std::make_shared<GroupModel>();
-            renamed->id = groupId;
-            renamed->name = name;
-            revealWhenListed(renamed);
-            RecipientsController::postGroupMembersChanged();
-            afterGroupChange();
-        });
+    m_groups->renameGroup(groupId, *typed);
 }
 
-void RecipientsPanel::revealWhenListed(const GroupPtr& group)
+void RecipientsPanel::revealWhenListed(qint64 id, const QString& name)
 {
-    if (!group)
-        return;
-    m_revealGroupId = group->id;
-    m_revealGroupName = group->name;
+    m_revealGroupId = id;
+    m_revealGroupName = name;
 }
 
 void RecipientsPanel::menuAddMember(qint64 groupId)
 {
-    const GroupPtr group = m_store->groupById(groupId);
-    if (!group)
-        return;
-    const auto user = Settings::string(Settings::userEmailKey);
-    if (!user)
-        return showErrorAlert(usersNotLoaded(APIError::notAuthenticated()));
-    //: Title of the dialog that adds members; %1 is the group's name
-    //% "Add Users to '%1'"
-    const QString title = qtTrId("groupAddUsersTitle").arg(group->name);
-    NetworkClient::shared().fetchUsersNotAssociated(
-        groupId, *user, this, [this, groupId, title](const APIResult<QList<GroupMemberModel>>& result) {
-            if (!result.isSuccess())
-                return showErrorAlert(usersNotLoaded(result.error()));
-            if (result.value().isEmpty())
-                return showErrorAlert(noUsersAvailable());
-            memberPicker(groupId, title, result.value(), true);
-        });
+    m_groups->offerMembersToAdd(groupId);
 }
 
 void RecipientsPanel::menuRemoveMember(qint64 groupId)
 {
-    const GroupPtr group = m_store->groupById(groupId);
-    if (!group)
-        return;
-    if (group->groupMembers.isEmpty())
-        //% "No members to remove"
-        return showErrorAlert(qtTrId("groupNoMembersToRemove"));
-    //: Title of the dialog that removes members; %1 is the group's name
-    //% "Remove Users from '%1'"
-    memberPicker(groupId, qtTrId("groupRemoveUsersTitle").arg(group->name), group->groupMembers, false);
+    m_groups->offerMembersToRemove(groupId);
 }
 
-void RecipientsPanel::memberPicker(
-    qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add)
+void RecipientsPanel::memberPicker(const GroupManagement::MemberChoice& choice)
 {
     if (isGone(this))
         return;
     QStringList items;
-    for (const GroupMemberModel& c : candidates)
+    for (const GroupMemberModel& c : choice.candidates)
         items.append(c.fullName + u'\n' + c.email);
+    //: Title of the dialog that adds members; %1 is the group's name
+    //% "Add Users to '%1'"
+    const QString add = qtTrId("groupAddUsersTitle");
+    //: Title of the dialog that removes members; %1 is the group's name
+    //% "Remove Users from '%1'"
+    const QString remove = qtTrId("groupRemoveUsersTitle");
     const QPointer<RecipientsPanel> self(this);
-    const auto chosen = Dialogs::current().chooseItems(
-        this, title, QString(), items, Dialogs::okText(), Dialogs::cancelText());
-    if (isGone(self) || !chosen || chosen->isEmpty())
+    const auto chosen
+        = Dialogs::current().chooseItems(this, (choice.add ? add : remove).arg(choice.groupName), QString(),
+            items, Dialogs::okText(), Dialogs::cancelText());
+    if (isGone(self) || !chosen)
         return;
     QList<qint64> ids;
     for (int index : *chosen)
-        ids.append(candidates.at(index).id);
-    auto done = [this, add](const APIResult<NoContent>& result) {
-        if (!result.isSuccess())
-            return showErrorAlert(membersNotChanged(add, result.error()));
-        QPointer<RecipientsPanel> self(this);
-        QTimer::singleShot(300, this, [self] {
-            if (self)
-                self->afterGroupChange();
-        });
-    };
-    if (add)
-        NetworkClient::shared().addUsersToGroup(groupId, ids, this, done);
+        ids.append(choice.candidates.at(index).id);
+    if (choice.add)
+        m_groups->addMembers(choice.groupId, ids);
     else
-        NetworkClient::shared().removeUsersFromGroup(groupId, ids, this, done);
+        m_groups->removeMembers(choice.groupId, ids);
 }
 
 void RecipientsPanel::menuDeleteGroup(qint64 groupId)
@@ -536,13 +427,8 @@ void RecipientsPanel::menuDeleteGroup(qint64 groupId)
     const GroupPtr group = m_store->groupById(groupId);
     if (!group)
         return;
-    if (!group->groupMembers.isEmpty()) {
-        //% "Cannot Delete Group"
-        const QString title = qtTrId("groupCannotDeleteTitle");
-        //: %1 is the group's name
-        //% "Please remove all members from '%1' before deleting the group."
-        const QString text = qtTrId("groupCannotDeleteText").arg(group->name);
-        Dialogs::current().alert(this, title, text, Dialogs::Style::Warning);
+    if (const auto refusal = m_groups->deletionRefusal(groupId)) {
+        Dialogs::current().alert(this, refusal->title, refusal->text, Dialogs::Style::Warning);
         return;
     }
     const QPointer<RecipientsPanel> self(this);
@@ -559,9 +445,5 @@ void RecipientsPanel::menuDeleteGroup(qint64 groupId)
         this, title, question, { remove, Dialogs::cancelText() }, Dialogs::Style::Warning);
     if (isGone(self) || answer != 0)
         return;
-    NetworkClient::shared().deleteGroup(groupId, this, [this](const APIResult<NoContent>& result) {
-        if (!result.isSuccess())
-            return showErrorAlert(groupNotDeleted(result.error()));
-        afterGroupChange();
-    });
+    m_groups->deleteGroup(groupId);
 }

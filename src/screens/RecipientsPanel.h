@@ -1,6 +1,7 @@
 #pragma once
 
 #include "api/Records.h"
+#include "recipients/GroupManagement.h"
 
 #include "widgets/CheckableListView.h"
 
@@ -9,14 +10,18 @@
 
 class AssociatedUserCellView;
 class AssociationsStore;
+class NetworkClient;
+class PhoneServiceClient;
 class QLineEdit;
 class QLabel;
 class QMenu;
 class QPushButton;
 class RecipientsController;
 class RecipientsModel;
+class Session;
 
-// The recipients table of the Encrypt screen: search, select/deselect all, group management.
+// The recipients table: users, groups and the members of expanded groups, with what a click,
+// a key or assistive technology does on a row's parts.
 class RecipientsTableView : public CheckableListView
 {
     Q_OBJECT
@@ -47,18 +52,24 @@ private:
     AssociatedUserCellView* m_cell;
 };
 
+// The recipients of the Encrypt screen: the people and groups to encrypt for, their search,
+// select/deselect all, and the management of groups, whose flows run in GroupManagement while
+// this asks the user and shows what it says.
 class RecipientsPanel : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit RecipientsPanel(QWidget* parent = nullptr);
+    RecipientsPanel(const Session& session, PhoneServiceClient& phoneService, NetworkClient& api,
+        QWidget* parent = nullptr);
 
     AssociationsStore* store() const { return m_store; }
     RecipientsController* controller() const { return m_controller; }
     RecipientsModel* model() const { return m_model; }
+    GroupManagement* groups() const { return m_groups; }
 
-    // Group management.
+    // The user's ways into group management: the CREATE GROUP button, and a group row's menu
+    // with its items.
     void createGroupButtonClicked();
     QMenu* buildGroupMenu(qint64 groupId);
     void showGroupMenu(qint64 groupId, const QPoint& globalPosition);
@@ -68,26 +79,33 @@ public:
     void menuDeleteGroup(qint64 groupId);
     void showErrorAlert(const QString& message);
 
-    QLabel* associatedUsersText = nullptr;
-    QLineEdit* searchTextField = nullptr;
-    QPushButton* selectDeselectAllUsersButton = nullptr;
-    QPushButton* createGroupButton = nullptr;
-    RecipientsTableView* associatedUsersTable = nullptr;
+    // For the window's shortcuts and for tests.
+    struct Widgets
+    {
+        QLabel* associatedUsersText = nullptr;
+        QLineEdit* searchTextField = nullptr;
+        QPushButton* selectDeselectAllUsersButton = nullptr;
+        QPushButton* createGroupButton = nullptr;
+        RecipientsTableView* associatedUsersTable = nullptr;
+    };
+    const Widgets& widgets() const { return m_widgets; }
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     bool servesCurrentPhone() const;
-    static bool isGone(const QPointer<RecipientsPanel>& self);
-    void memberPicker(qint64 groupId, const QString& title, const QList<GroupMemberModel>& candidates, bool add);
-    void afterGroupChange();
-    // Reveals `group` (its id and new name) in the list once a refresh lists it so.
-    void revealWhenListed(const GroupPtr& group);
+    bool isGone(const QPointer<RecipientsPanel>& self) const;
+    void memberPicker(const GroupManagement::MemberChoice& choice);
+    // Reveals the group `id` under `name` in the list once a refresh lists it so.
+    void revealWhenListed(qint64 id, const QString& name);
 
+    const Session& m_session;
     AssociationsStore* m_store;
     RecipientsController* m_controller;
+    GroupManagement* m_groups;
     RecipientsModel* m_model;
+    Widgets m_widgets;
     const quint64 m_phoneEpoch;
     qint64 m_revealGroupId = 0;
     QString m_revealGroupName;

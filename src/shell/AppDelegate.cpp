@@ -1,6 +1,7 @@
 #include "shell/AppDelegate.h"
 
-#include "app/PhoneService.h"
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Session.h"
 #include "app/Settings.h"
 #include "app/StoredSession.h"
@@ -12,8 +13,6 @@
 #include "shell/AppServices.h"
 #include "storage/WorkingFolders.h"
 
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QTextStream>
 
 namespace {
@@ -26,19 +25,6 @@ quint16 listenerPort()
     bool set = false;
     const int port = qEnvironmentVariableIntValue("VARNEX_LISTENER_PORT", &set);
     return set && port >= 0 && port <= 65535 ? quint16(port) : MobileDeviceListener::defaultPort;
-}
-
-// Transitional: the watchdog's ping until the phone service client takes it over.
-void ping(std::chrono::milliseconds timeout, QObject* context, std::function<void(std::optional<int>)> done)
-{
-    QNetworkRequest request(QUrl(Session::instance().phoneServiceUrl(u"/ping")));
-    request.setTransferTimeout(int(timeout.count()));
-    QNetworkReply* reply = PhoneService::network()->get(request);
-    QObject::connect(reply, &QNetworkReply::finished, context, [reply, done = std::move(done)] {
-        reply->deleteLater();
-        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        done(status.isValid() ? std::optional<int>(status.toInt()) : std::nullopt);
-    });
 }
 
 } // namespace
@@ -82,10 +68,16 @@ void AppDelegate::applicationDidFinishLaunching()
             OperationFolder::removeLeftovers(*folder);
     }
     // The trusted phone of the last run is the one to look for; the watchdog finds it.
-    m_phone = std::make_unique<PhoneConnection>(Session::instance(), ping);
+    Session& session = Session::instance();
+    m_phoneService = std::make_unique<PhoneServiceClient>(session);
+    m_phone = std::make_unique<PhoneConnection>(
+        session, [client = m_phoneService.get()](auto timeout, QObject* context, auto done) {
+            client->ping(timeout, context, std::move(done));
+        });
     m_phone->start();
     m_notifier = std::make_unique<DesktopNotifier>();
-    m_services = std::make_unique<AppServices>(AppServices { *m_phone, *m_notifier });
+    m_services = std::make_unique<AppServices>(
+        AppServices { *m_phone, *m_notifier, *m_phoneService, NetworkClient::shared() });
     m_listener = std::make_unique<MobileDeviceListener>(*m_phone, listenerPort());
     m_listener->start();
     StoredSession::log();
@@ -98,4 +90,5 @@ void AppDelegate::applicationWillTerminate()
     m_services.reset();
     m_notifier.reset();
     m_phone.reset();
+    m_phoneService.reset();
 }

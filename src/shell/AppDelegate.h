@@ -9,11 +9,13 @@ struct AppServices;
 class DesktopNotifier;
 class MobileDeviceListener;
 class PhoneConnection;
+class PhoneServiceClient;
 class SingleInstance;
 
 // Runs the start-up sequence and owns what lives as long as the process: the phone connection
-// (the one owner of the session values), the device listener, the desktop notifier. Screens
-// are made by the shell after start-up and handed these through services().
+// (the one owner of the session values), the phone service client, the device listener, the
+// desktop notifier; the group API's client is the shared one. Screens are made by the shell
+// after start-up and handed these through services().
 class AppDelegate
 {
 public:
@@ -49,6 +51,7 @@ public:
 
 private:
     std::unique_ptr<SingleInstance> m_instance;
+    std::unique_ptr<PhoneServiceClient> m_phoneService;
     std::unique_ptr<PhoneConnection> m_phone;
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<MobileDeviceListener> m_listener;

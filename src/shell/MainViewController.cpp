@@ -188,7 +188,8 @@ void MainViewController::viewDidLoad()
 
     // The tabs' screens are this screen's own parts, made here rather than through the
     // screen factory, which makes this screen.
-    vc1 = new EncryptViewController(m_services.phone.session(), m_services.notifier, container);
+    vc1 = new EncryptViewController(
+        m_services.phone.session(), m_services.notifier, m_services.phoneService, m_services.api, container);
     vc2 = new DecryptViewController(m_services.phone.session(), m_services.notifier, container);
     vc3 = new AboutViewController(m_services.phone, container);
     for (QWidget* screen :
@@ -369,12 +370,12 @@ void MainViewController::installShortcuts()
     auto* find = new QShortcut(QKeySequence::Find, this);
     connect(find, &QShortcut::activated, this, [this] {
         selectEncrypt();
-        QLineEdit* search = vc1->recipients->searchTextField;
+        QLineEdit* search = vc1->recipients()->widgets().searchTextField;
         search->setFocus(Qt::ShortcutFocusReason);
         search->selectAll();
     });
     //: Tool tip of the recipients' search field; %1 is its shortcut (Ctrl+F)
     //% "Search people and groups (%1)"
-    vc1->recipients->searchTextField->setToolTip(
+    vc1->recipients()->widgets().searchTextField->setToolTip(
         qtTrId("searchShortcutTip").arg(find->key().toString(QKeySequence::NativeText)));
 }

@@ -68,14 +68,21 @@ private Q_SLOTS:
     void groupDecoding();
     void answerJudging_data();
     void answerJudging();
-    void groupLifecycleAndWireFormat();
+    void usersDecoding_data();
+    void usersDecoding();
+    void wireFormat_data();
+    void wireFormat();
     void failedExchanges_data();
     void failedExchanges();
     void baseUrlIsUsedAsStored();
     void answersForAGoneScreenAreDropped();
 
 private:
+    // Runs the call of that name once: "ok", or what its failure comes to.
+    QString call(const QString& name);
+
     std::unique_ptr<PhoneSimProcess> m_sim;
+    NetworkClient m_client;
     QObject m_screen;
 };
 
@@ -91,8 +98,7 @@ void TestApi::init()
     m_sim->clearFaults();
     m_sim->clearRequests();
     Settings::setString(Settings::baseUrlKey, m_sim->baseUrl());
-    NetworkClient::shared().setTimeouts(
-        NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
+    m_client.setTimeouts(NetworkClient::defaultRequestTimeout, NetworkClient::defaultResourceTimeout);
 }
 
 void TestApi::groupDecoding_data()
@@ -249,84 +255,85 @@ void TestApi::answerJudging()
     QTEST(outcome, "outcome");
 }
 
-void TestApi::groupLifecycleAndWireFormat()
+void TestApi::usersDecoding_data()
 {
-    NetworkClient& client = NetworkClient::shared();
-    // The phone's own refusals, as the user reads them.
-    QCOMPARE(called<GroupPtr>([&](auto done) { client.createGroup(user, u"fAMILY"_qs, &m_screen, done); }),
-        u"Conflict: A group with this name already exists"_qs);
-    QCOMPARE(called<GroupPtr>([&](auto done) { client.updateGroup(999999, u"X"_qs, &m_screen, done); }),
-        u"Not found: Resource not found"_qs);
-    QCOMPARE(called<QList<GroupPtr>>(
-                 [&](auto done) { client.fetchGroups(u"nobody@example.com"_qs, &m_screen, done); }),
-        u"ok"_qs);
-    m_sim->clearRequests();
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("users"); // "first|last|e-mail|phone" each; "unreadable"; "no list"
+    QTest::newRow("two") << QByteArray(R"({"getUsers":[{"firstName":"Ann","lastName":"Lee","email":"a@x",)"
+                                       R"("phone":"1"},{"firstName":"Bo","email":"b@x"}]})")
+                         << u"Ann|Lee|a@x|1 Bo||b@x|"_qs; // a missing field is empty
+    QTest::newRow("not objects, not strings") << QByteArray(R"({"getUsers":[5,{"phone":7}]})") << u"|||"_qs;
+    QTest::newRow("no getUsers") << QByteArray(R"({"users":[{"email":"a@x"}]})") << QString();
+    QTest::newRow("JSON but no object: nothing changes") << QByteArray("[1]") << u"no list"_qs;
+    QTest::newRow("not JSON") << QByteArray("not json") << u"unreadable"_qs;
+}
 
-    const auto created
-        = await<GroupPtr>([&](auto done) { client.createGroup(user, u"Book club"_qs, &m_screen, done); });
-    QVERIFY(created && created->isSuccess());
-    const GroupModel group = *created->value();
-    QCOMPARE(group.name, QStringLiteral("Book club"));
-    QCOMPARE(group.ownerEmail, user);
-    QVERIFY(group.createdAt.has_value());
-    QVERIFY(group.groupMembers.isEmpty());
-    const auto candidates = await<QList<GroupMemberModel>>(
-        [&](auto done) { client.fetchUsersNotAssociated(group.id, user, &m_screen, done); });
-    QVERIFY(candidates && candidates->isSuccess() && candidates->value().size() >= 10);
-    const qint64 first = candidates->value().at(0).id;
-    const qint64 second = candidates->value().at(1).id;
-    QCOMPARE(called<NoContent>([&](auto done) {
-        client.addUsersToGroup(group.id, { first, second }, &m_screen, done);
-    }),
-        u"ok"_qs);
-    QCOMPARE(called<NoContent>(
-                 [&](auto done) { client.removeUsersFromGroup(group.id, { first }, &m_screen, done); }),
-        u"ok"_qs);
-    QCOMPARE(
-        called<GroupPtr>([&](auto done) { client.updateGroup(group.id, u"Family"_qs, &m_screen, done); }),
-        u"Conflict: A group with this name already exists"_qs);
-    const auto renamed
-        = await<GroupPtr>([&](auto done) { client.updateGroup(group.id, u"Readers"_qs, &m_screen, done); });
-    QVERIFY(renamed && renamed->isSuccess());
-    QCOMPARE(renamed->value()->name, QStringLiteral("Readers"));
-    QCOMPARE(renamed->value()->groupMembers.size(), 1);
-    QCOMPARE(renamed->value()->groupMembers.at(0).id, second);
-    const auto groups = await<QList<GroupPtr>>([&](auto done) { client.fetchGroups(user, &m_screen, done); });
-    QVERIFY(groups && groups->isSuccess());
-    QVERIFY(std::any_of(groups->value().begin(), groups->value().end(),
-        [&](const GroupPtr& g) { return g->id == group.id && g->name == u"Readers"; }));
-    QCOMPARE(called<NoContent>([&](auto done) { client.deleteGroup(group.id, &m_screen, done); }), u"ok"_qs);
+void TestApi::usersDecoding()
+{
+    QFETCH(QByteArray, body);
+    const UsersReply reply = RecordDecoding::usersBody(body);
+    QStringList users;
+    for (const UserPtr& u : reply.users.value_or(QList<UserPtr>()))
+        users.append(QStringList { *u->firstName, *u->lastName, *u->email, *u->phone }.join(u'|'));
+    QTEST(!reply.readable ? u"unreadable"_qs : !reply.users ? u"no list"_qs : users.join(u' '), "users");
+}
 
-    // What went over the wire, call by call: method, path, JSON body (Content-Type with it).
-    const QString id = u"/v2/groups/"_qs + QString::number(group.id);
-    const QStringList expected {
-        u"POST /v2/groups {\"name\":\"Book club\",\"username\":\"alex.morgan@example.com\"}"_qs,
-        u"GET "_qs + id + u"/users/" + user + u"/users-not-associated ",
-        QStringLiteral("POST %1/users/add {\"users\":[%2,%3]}").arg(id).arg(first).arg(second),
-        QStringLiteral("POST %1/users/remove {\"users\":[%2]}").arg(id).arg(first),
-        u"PATCH "_qs + id + u" {\"name\":\"Family\"}",
-        u"PATCH "_qs + id + u" {\"name\":\"Readers\"}",
-        u"GET /v2/groups/"_qs + user + u' ',
-        u"DELETE "_qs + id + u' ',
-    };
-    QStringList sent;
-    for (const QJsonValue& value : m_sim->requests()) {
-        const QJsonObject r = value.toObject();
-        const QJsonObject headers = r.value(u"headers").toObject();
-        const QString body = r.value(u"body").toString();
-        QCOMPARE(
-            headers.value(u"content-type").toString(), body.isEmpty() ? QString() : u"application/json"_qs);
-        QCOMPARE(r.value(u"query").toString(), QString());
-        sent.append(r.value(u"method").toString() + u' ' + r.value(u"path").toString() + u' ' + body);
-    }
-    QCOMPARE(sent, expected);
-    QCOMPARE(m_sim->requests().at(0).toObject().value(u"headers").toObject().value(u"accept").toString(),
-        QStringLiteral("application/json"));
+QString TestApi::call(const QString& name)
+{
+    NetworkClient& client = m_client;
+    if (name == u"create")
+        return called<GroupPtr>(
+            [&](auto done) { client.createGroup(user, u"Book club"_qs, &m_screen, done); });
+    if (name == u"update")
+        return called<GroupPtr>([&](auto done) { client.updateGroup(999999, u"X"_qs, &m_screen, done); });
+    if (name == u"fetch")
+        return called<QList<GroupPtr>>([&](auto done) { client.fetchGroups(user, &m_screen, done); });
+    if (name == u"candidates")
+        return called<QList<GroupMemberModel>>(
+            [&](auto done) { client.fetchUsersNotAssociated(1, user, &m_screen, done); });
+    if (name == u"add")
+        return called<NoContent>([&](auto done) { client.addUsersToGroup(1, { 7, 12 }, &m_screen, done); });
+    if (name == u"remove")
+        return called<NoContent>([&](auto done) { client.removeUsersFromGroup(1, { 7 }, &m_screen, done); });
+    return called<NoContent>([&](auto done) { client.deleteGroup(999999, &m_screen, done); });
+}
+
+void TestApi::wireFormat_data()
+{
+    QTest::addColumn<QString>("outcome");
+    QTest::addColumn<QString>("request"); // method, path, JSON body (Content-Type with it)
+    QTest::newRow("create")
+        << u"ok"_qs
+        << u"POST /v2/groups {\"name\":\"Book club\",\"username\":\"alex.morgan@example.com\"}"_qs;
+    // The phone's own refusal, as the user reads it.
+    QTest::newRow("update") << u"Not found: Resource not found"_qs
+                            << u"PATCH /v2/groups/999999 {\"name\":\"X\"}"_qs;
+    QTest::newRow("fetch") << u"ok"_qs << QString(u"GET /v2/groups/"_qs + user + u' ');
+    QTest::newRow("candidates") << u"ok"_qs
+                                << QString(u"GET /v2/groups/1/users/"_qs + user + u"/users-not-associated ");
+    QTest::newRow("add") << u"ok"_qs << u"POST /v2/groups/1/users/add {\"users\":[7,12]}"_qs;
+    QTest::newRow("remove") << u"ok"_qs << u"POST /v2/groups/1/users/remove {\"users\":[7]}"_qs;
+    QTest::newRow("delete") << u"ok"_qs << u"DELETE /v2/groups/999999 "_qs;
+}
+
+void TestApi::wireFormat()
+{
+    const QString name = QString::fromLatin1(QTest::currentDataTag());
+    QTEST(call(name), "outcome");
+    const QJsonObject r = m_sim->requests().at(0).toObject();
+    const QJsonObject headers = r.value(u"headers").toObject();
+    const QString body = r.value(u"body").toString();
+    QCOMPARE(headers.value(u"content-type").toString(), body.isEmpty() ? QString() : u"application/json"_qs);
+    if (name.startsWith(u"create"))
+        QCOMPARE(headers.value(u"accept").toString(), u"application/json"_qs);
+    QCOMPARE(r.value(u"query").toString(), QString());
+    QTEST(
+        QString(r.value(u"method").toString() + u' ' + r.value(u"path").toString() + u' ' + body), "request");
 }
 
 void TestApi::failedExchanges_data()
 {
-    QTest::addColumn<QString>("call");
+    QTest::addColumn<QString>("name"); // of the call
     QTest::addColumn<QJsonObject>("fault");
     QTest::addColumn<QString>("outcome"); // "ok", "decoding" or what the user reads ("*": any reason)
     const auto row
@@ -374,11 +381,10 @@ void TestApi::failedExchanges_data()
 
 void TestApi::failedExchanges()
 {
-    QFETCH(QString, call);
+    QFETCH(QString, name);
     QFETCH(QJsonObject, fault);
     QFETCH(QString, outcome);
-    NetworkClient& client = NetworkClient::shared();
-    client.setTimeouts(std::chrono::milliseconds(fault.value(u"requestTimeoutMs").toInt(10000)),
+    m_client.setTimeouts(std::chrono::milliseconds(fault.value(u"requestTimeoutMs").toInt(10000)),
         std::chrono::milliseconds(fault.value(u"resourceTimeoutMs").toInt(10000)));
     if (fault.contains(u"refused")) {
         QTcpServer closed;
@@ -391,20 +397,7 @@ void TestApi::failedExchanges()
         QVERIFY(m_sim->setFault(fault));
     }
 
-    QString actual;
-    if (call == u"create")
-        actual = called<GroupPtr>([&](auto done) { client.createGroup(user, u"X"_qs, &m_screen, done); });
-    else if (call == u"update")
-        actual = called<GroupPtr>([&](auto done) { client.updateGroup(1, u"X"_qs, &m_screen, done); });
-    else if (call == u"fetch")
-        actual = called<QList<GroupPtr>>([&](auto done) { client.fetchGroups(user, &m_screen, done); });
-    else if (call == u"candidates")
-        actual = called<QList<GroupMemberModel>>(
-            [&](auto done) { client.fetchUsersNotAssociated(1, user, &m_screen, done); });
-    else if (call == u"delete")
-        actual = called<NoContent>([&](auto done) { client.deleteGroup(1, &m_screen, done); });
-    else
-        actual = called<NoContent>([&](auto done) { client.addUsersToGroup(1, { 1 }, &m_screen, done); });
+    const QString actual = call(name);
     if (outcome.endsWith(u'*'))
         QVERIFY2(actual.startsWith(outcome.chopped(1)) && actual.size() > outcome.size(), qPrintable(actual));
     else
@@ -416,7 +409,7 @@ void TestApi::baseUrlIsUsedAsStored()
     // Without a base URL, every call answers at once, on this thread, and nothing is sent.
     Settings::open()->remove(QString::fromLatin1(Settings::baseUrlKey));
     QStringList outcomes;
-    NetworkClient& client = NetworkClient::shared();
+    NetworkClient& client = m_client;
     const auto collect = [&outcomes](const auto& result) { outcomes.append(outcomeOf(result)); };
     client.createGroup(user, u"X"_qs, &m_screen, collect);
     client.fetchGroups(user, &m_screen, collect);
@@ -439,7 +432,7 @@ void TestApi::answersForAGoneScreenAreDropped()
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/v2/groups*"_qs }, { u"delayMs"_qs, 200 } }));
     auto* screen = new QObject;
     int calls = 0;
-    NetworkClient::shared().fetchGroups(user, screen, [&calls](const auto&) { ++calls; });
+    m_client.fetchGroups(user, screen, [&calls](const auto&) { ++calls; });
     delete screen;
     QTRY_COMPARE_WITH_TIMEOUT(m_sim->requests().size(), 1, 3000);
     // The answer comes 0.2 s later; the deadline leaves it ample time to be (wrongly) delivered.

@@ -1,22 +1,26 @@
 #pragma once
 
-#include "app/PhoneService.h"
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Session.h"
 #include "desktop/DesktopNotifier.h"
 #include "pairing/PhoneConnection.h"
 #include "shell/AppServices.h"
 
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-
 // What AppDelegate makes for the window, for tests of the shell and its screens: the phone
-// connection (whose watchdog pings the session's address for real) and the notifier.
+// service client (whose pings reach the session's address for real, unless `ping` replaces
+// them), the group API's client, the phone connection and the notifier.
 class TestServices
 {
 public:
     explicit TestServices(quint16 phoneServicePort = Session::defaultPhoneServicePort,
-        PhoneConnection::Options options = {}, ConnectionWatchdog::Ping ping = &TestServices::ping)
-        : phone(session(), std::move(ping), options)
+        PhoneConnection::Options options = {}, ConnectionWatchdog::Ping ping = {})
+        : phone(
+            session(),
+            ping ? std::move(ping)
+                 : [this](auto timeout, QObject* context,
+                       auto done) { phoneService.ping(timeout, context, std::move(done)); },
+            options)
     {
         session().setPhoneServicePortForTesting(phoneServicePort);
     }
@@ -39,21 +43,9 @@ public:
             context, [done] { done(std::nullopt); }, Qt::QueuedConnection);
     }
 
+    PhoneServiceClient phoneService { session() };
+    NetworkClient api;
     DesktopNotifier notifier;
     PhoneConnection phone;
-    AppServices services { phone, notifier };
-
-private:
-    static void ping(
-        std::chrono::milliseconds timeout, QObject* context, std::function<void(std::optional<int>)> done)
-    {
-        QNetworkRequest request(QUrl(session().phoneServiceUrl(u"/ping")));
-        request.setTransferTimeout(int(timeout.count()));
-        QNetworkReply* reply = PhoneService::network()->get(request);
-        QObject::connect(reply, &QNetworkReply::finished, context, [reply, done = std::move(done)] {
-            reply->deleteLater();
-            const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-            done(status.isValid() ? std::optional<int>(status.toInt()) : std::nullopt);
-        });
-    }
+    AppServices services { phone, notifier, phoneService, api };
 };

@@ -1,5 +1,6 @@
-// The phone's group API answers: the first two bytes choose the call and the exchange (status,
-// transfer failure), the rest is the body, judged by the code every API call runs.
+// The phone's answers: the first two bytes choose the call and the exchange (status, transfer
+// failure), the rest is the body, judged by the code every group API call runs (and read as a
+// users reply).
 #include "FuzzSupport.h"
 
 #include "api/AnswerJudging.h"
@@ -58,6 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         (void)RecordDecoding::group(value);
         (void)RecordDecoding::member(value);
         (void)RecordDecoding::createdOn(value);
+        (void)RecordDecoding::usersBody(body);
         break;
     }
     return 0;

@@ -1,3 +1,5 @@
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "app/Session.h"
 #include "app/Settings.h"
 #include "common/LogCapture.h"
@@ -862,7 +864,8 @@ void TestPairing::changeSignalBurstsAreCoalesced()
     if (usersDelayMs > 0)
         QVERIFY(m_sim->setFault({ { u"path"_qs, u"/getUsers"_qs }, { u"delayMs"_qs, usersDelayMs } }));
     AssociationsStore store;
-    RecipientsController controller(&store);
+    PhoneServiceClient phoneService(Session::instance());
+    RecipientsController controller(store, Session::instance(), phoneService, NetworkClient::shared());
     m_sim->clearRequests();
 
     // The phone's signals come from a timer on this thread (or all at once), so the
@@ -901,7 +904,7 @@ void TestPairing::changeSignalBurstsAreCoalesced()
     qInfo("%s", counts.constData());
     QVERIFY2(users >= 1 && users <= std::min(looks, answers), counts.constData());
     QVERIFY2(groups >= 1 && groups <= 2 * looks, counts.constData());
-    QVERIFY(!store.users.isEmpty());
+    QVERIFY(!store.users().isEmpty());
     m_sim->clearFaults();
 }
 

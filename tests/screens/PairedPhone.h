@@ -4,6 +4,7 @@
 #include "app/Settings.h"
 #include "common/PhoneSimProcess.h"
 #include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsModel.h"
 
 // The phone simulator as the paired, connected phone of the screens under test.
 class PairedPhone : public PhoneSimProcess
@@ -38,17 +39,17 @@ public:
 
     static qint64 groupId(const AssociationsStore* store, const QString& name)
     {
-        for (const auto& g : store->groups) {
+        for (const auto& g : store->groups()) {
             if (g->name == name)
                 return g->id;
         }
         return -1;
     }
 
-    static int userRow(const AssociationsStore* store, const QString& email)
+    static int userRow(const RecipientsModel* model, const QString& email)
     {
-        for (int row = 0; row < store->associatedRowCount(); ++row) {
-            const auto type = store->rowType(row);
+        for (int row = 0; row < model->rowCount(); ++row) {
+            const auto type = model->rowType(row);
             if (type && type->user && type->user->email == email)
                 return row;
         }

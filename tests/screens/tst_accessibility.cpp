@@ -1,5 +1,6 @@
 // What a screen reader or a voice-control tool sees and does, through the QAccessible
 // interfaces the Linux accessibility bus is fed from, and what a keyboard user gets.
+#include "api/RecordDecoding.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/Parts.h"
@@ -85,13 +86,12 @@ const QByteArray users = R"({"getUsers":[
 // Ann and Bo, and the group Ops with two members of its own.
 void fillRecipients(AssociationsStore* store)
 {
-    QVERIFY(store->setUsersFromReply(users));
+    store->setUsers(RecordDecoding::usersBody(users).users.value());
     auto ops = std::make_shared<GroupModel>();
     ops->id = 7;
     ops->name = u"Ops"_qs;
     ops->groupMembers = { { 700, u"Member 0"_qs, u"m0@x"_qs, {} }, { 701, u"Member 1"_qs, u"m1@x"_qs, {} } };
     store->setGroups({ ops });
-    store->rebuildAssociations();
 }
 
 // The first recipients row of a kind.
@@ -199,10 +199,11 @@ void TestAccessibility::initTestCase()
 
 void TestAccessibility::showEncryptScreen(int files, int height)
 {
-    m_screen = std::make_unique<EncryptViewController>(m_app.session(), m_app.notifier);
+    m_screen = std::make_unique<EncryptViewController>(
+        m_app.session(), m_app.notifier, m_app.phoneService, m_app.api);
     m_screen->resize(1100, height);
     m_screen->intakeList()->addFiles(m_files.mid(0, files));
-    fillRecipients(m_screen->recipients->store());
+    fillRecipients(m_screen->recipients()->store());
     m_screen->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_screen.get()));
 }
@@ -210,9 +211,9 @@ void TestAccessibility::showEncryptScreen(int files, int height)
 void TestAccessibility::groupRowsReportFolding()
 {
     showEncryptScreen(0);
-    RecipientsTableView* table = m_screen->recipients->associatedUsersTable;
-    const int group = firstRow(m_screen->recipients->model(), AssociatedUserRowType::Kind::groupHeader);
-    const int user = firstRow(m_screen->recipients->model(), AssociatedUserRowType::Kind::user);
+    RecipientsTableView* table = m_screen->recipients()->widgets().associatedUsersTable;
+    const int group = firstRow(m_screen->recipients()->model(), AssociatedUserRowType::Kind::groupHeader);
+    const int user = firstRow(m_screen->recipients()->model(), AssociatedUserRowType::Kind::user);
     QAccessibleInterface* header = rowOf(table, group);
     QVERIFY(header->state().expandable);
     QVERIFY(header->state().collapsed);
@@ -260,8 +261,8 @@ void TestAccessibility::recipientToolTipsByPlace()
     QFETCH(int, kind);
     QFETCH(QString, place);
     showEncryptScreen(0);
-    RecipientsTableView* table = m_screen->recipients->associatedUsersTable;
-    const int row = firstRow(m_screen->recipients->model(), AssociatedUserRowType::Kind(kind));
+    RecipientsTableView* table = m_screen->recipients()->widgets().associatedUsersTable;
+    const int row = firstRow(m_screen->recipients()->model(), AssociatedUserRowType::Kind(kind));
     const QRect rect = table->visualRect(table->model()->index(row, 0));
     const QPoint at = place == u"info" ? table->cell()->infoRect(rect).center()
         : place == u"menu"             ? table->cell()->menuRect(rect).center()
@@ -403,9 +404,9 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
     QFETCH(bool, files);
     QFETCH(QString, route);
     showEncryptScreen(4);
-    AssociationsStore* store = m_screen->recipients->store();
+    AssociationsStore* store = m_screen->recipients()->store();
     QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(m_screen->widgets().intakeTable)
-                                    : m_screen->recipients->associatedUsersTable;
+                                    : m_screen->recipients()->widgets().associatedUsersTable;
     QAbstractItemModel* model = view->model();
     const auto marks = [model] {
         QMap<QString, bool> now;
@@ -418,12 +419,12 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
         return now;
     };
     // One row marked beforehand, so "select all" changes some rows and leaves that one.
-    const int user = firstRow(m_screen->recipients->model(), AssociatedUserRowType::Kind::user);
+    const int user = firstRow(m_screen->recipients()->model(), AssociatedUserRowType::Kind::user);
     const int first = files ? 1 : user;
     if (files)
         m_screen->intakeList()->flip(first);
     else
-        store->clickRow(first);
+        m_screen->recipients()->model()->clickRow(first);
     const QMap<QString, bool> before = marks();
     told.clear();
 
@@ -444,8 +445,9 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
     } else if (route.endsWith(u"click")) {
         const QRect rect = view->visualRect(model->index(row, 0));
         const QPoint box = route == u"row click" ? rect.center()
-            : files ? m_screen->widgets().intakeTable->cell()->checkBoxRect(rect).center()
-                    : m_screen->recipients->associatedUsersTable->cell()->checkBoxRect(rect).center();
+            : files
+            ? m_screen->widgets().intakeTable->cell()->checkBoxRect(rect).center()
+            : m_screen->recipients()->widgets().associatedUsersTable->cell()->checkBoxRect(rect).center();
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, box);
     } else if (route == u"select all") {
         if (files)
@@ -460,10 +462,9 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
             m_screen->intakeList()->flip(first);
             m_screen->intakeModel()->reload();
         } else {
-            for (const auto& u : std::as_const(store->users))
+            for (const auto& u : store->users())
                 u->isChecked = false;
-            QVERIFY(store->setUsersFromReply(users));
-            store->rebuildAssociations();
+            store->setUsers(RecordDecoding::usersBody(users).users.value());
         }
     }
     const QMap<QString, bool> after = marks();
@@ -540,7 +541,7 @@ void TestAccessibility::keyboardKeepsItsPlace()
 {
     QFETCH(bool, files);
     showEncryptScreen(40, 560);
-    AssociationsStore* store = m_screen->recipients->store();
+    AssociationsStore* store = m_screen->recipients()->store();
     if (!files) {
         QByteArray many = "{\"getUsers\":[";
         for (int i = 0; i < 40; ++i)
@@ -548,12 +549,11 @@ void TestAccessibility::keyboardKeepsItsPlace()
                         .arg(i ? u","_qs : QString())
                         .arg(i, 2, 10, QChar(u'0'))
                         .toUtf8();
-        QVERIFY(store->setUsersFromReply(many + "]}"));
+        store->setUsers(RecordDecoding::usersBody(many + "]}").users.value());
         store->setGroups({});
-        store->rebuildAssociations();
     }
     QAbstractItemView* view = files ? static_cast<QAbstractItemView*>(m_screen->widgets().intakeTable)
-                                    : m_screen->recipients->associatedUsersTable;
+                                    : m_screen->recipients()->widgets().associatedUsersTable;
     auto marked = [&](int row) {
         return view->model()->index(row, 0).data(Qt::CheckStateRole).value<Qt::CheckState>() == Qt::Checked;
     };
@@ -583,7 +583,7 @@ void TestAccessibility::keyboardKeepsItsPlace()
     } else {
         store->selectDeselectAll();
         QVERIFY(marked(0));
-        store->applySearch(QString());
+        m_screen->recipients()->model()->applySearch(QString());
     }
     QCOMPARE(view->currentIndex().row(), 31);
     QCOMPARE(view->verticalScrollBar()->value(), afterDown);
@@ -597,7 +597,7 @@ void TestAccessibility::keyboardOnlyJourney()
     dialogs.filesToChoose = m_files.mid(0, 3);
     MainViewController main(m_app.services);
     main.resize(1100, 720);
-    fillRecipients(main.encryptScreen()->recipients->store());
+    fillRecipients(main.encryptScreen()->recipients()->store());
     main.decryptScreen()->intakeList()->addFiles({ m_files.at(0) + u".vx"_qs });
     main.decryptScreen()->intakeList()->flip(0);
     main.show();
@@ -605,7 +605,7 @@ void TestAccessibility::keyboardOnlyJourney()
     QApplication::setActiveWindow(&main);
     part<CustomButton>(&main, "encryptTab")->setFocus();
     EncryptViewController* screen = main.encryptScreen();
-    RecipientsPanel* panel = screen->recipients;
+    RecipientsPanel* panel = screen->recipients();
 
     // The hint painted in the empty list reaches a screen reader too, and goes with the first file.
     QAccessibleInterface* intake = QAccessible::queryAccessibleInterface(screen->widgets().intakeTable);
@@ -621,16 +621,16 @@ void TestAccessibility::keyboardOnlyJourney()
     QCOMPARE(missedByTab(everywhere
                  + QList<QWidget*> { screen->widgets().chooseFilesButton,
                      screen->widgets().selectDeselectAllButton, screen->widgets().intakeTable,
-                     screen->widgets().openFolderButton, panel->createGroupButton, panel->searchTextField,
-                     panel->associatedUsersTable }),
+                     screen->widgets().openFolderButton, panel->widgets().createGroupButton,
+                     panel->widgets().searchTextField, panel->widgets().associatedUsersTable }),
         QStringList());
     QCOMPARE(missedByTab({ screen->widgets().resultTable }).size(), 1); // empty: no row could show the focus
 
     // Tab selects the search field's text, which reaches a screen reader as text events; the
     // focus must come before them, or Orca takes the field for focused already and stays silent.
-    panel->selectDeselectAllUsersButton->setFocus();
+    panel->widgets().selectDeselectAllUsersButton->setFocus();
     told.clear();
-    QVERIFY(tabTo(panel->searchTextField));
+    QVERIFY(tabTo(panel->widgets().searchTextField));
     QVERIFY(!told.isEmpty());
     QCOMPARE(told.first().type, QAccessible::Focus);
     QCOMPARE(told.first().role, QAccessible::EditableText);
@@ -638,7 +638,7 @@ void TestAccessibility::keyboardOnlyJourney()
     QVERIFY(told.first().state.focused);
 
     // A group's options: to its row, Return opens the menu, Return on the first item.
-    RecipientsTableView* recipients = panel->associatedUsersTable;
+    RecipientsTableView* recipients = panel->widgets().associatedUsersTable;
     QVERIFY(tabTo(recipients));
     recipients->setCurrentIndex(recipients->model()->index(0, 0));
     const int group = firstRow(panel->model(), AssociatedUserRowType::Kind::groupHeader);

@@ -1,4 +1,7 @@
 #include "PairedPhone.h"
+#include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
+#include "app/Session.h"
 #include "app/Translations.h"
 #include "common/FakeDialogs.h"
 #include "common/TestFiles.h"
@@ -188,6 +191,7 @@ private:
     void encrypt(EncryptViewController& screen, const QStringList& names);
     void invoke(uint id, const QString& action);
 
+    PhoneServiceClient m_phoneService { Session::instance() };
     QTemporaryDir m_home;
     QString m_files;
     std::unique_ptr<PairedPhone> m_phone;
@@ -222,14 +226,14 @@ void TestFileScreens::show(EncryptViewController& screen)
 {
     screen.resize(1100, 650);
     screen.show();
-    QTRY_VERIFY_WITH_TIMEOUT(screen.recipients->store()->groups.size() >= 2, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(screen.recipients()->store()->groups().size() >= 2, 5000);
 }
 
 void TestFileScreens::choose(EncryptViewController& screen, const QStringList& names, const QByteArray& data)
 {
     show(screen);
-    AssociationsStore* store = screen.recipients->store();
-    store->clickRow(PairedPhone::userRow(store, u"ben.ortiz@example.com"_qs));
+    RecipientsModel* recipients = screen.recipients()->model();
+    recipients->clickRow(PairedPhone::userRow(recipients, u"ben.ortiz@example.com"_qs));
     QStringList paths;
     for (const QString& name : names) {
         TestFiles::write(m_files + u'/' + name, data);
@@ -260,7 +264,8 @@ void TestFileScreens::invoke(uint id, const QString& action)
 
 void TestFileScreens::dropsAnywhereOnTheList()
 {
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     screen.resize(1100, 650);
     screen.show();
     QVERIFY(QTest::qWaitForWindowExposed(&screen));
@@ -308,7 +313,8 @@ void TestFileScreens::oneDialogForSeveralRefusals()
 
     // The Encrypt screen's sentence; a name that cannot take ".vx" within 255 bytes is
     // shortened in the middle.
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     const QString tooLong = QString(249, u'L') + u".txt";
     encrypt.addFiles({ m_files + u'/' + tooLong, m_files + u"/photo.vx"_qs, m_files });
     QCOMPARE(dialogs.shown.at(1).message,
@@ -334,7 +340,8 @@ void TestFileScreens::pathsTheScreensOpen()
     TestFiles::write(result, "x");
     FakeDialogs dialogs;
     dialogs.filesToChoose = { m_files + u"/report.pdf"_qs };
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     encrypt.resize(1100, 650);
     encrypt.show();
     QVERIFY(QTest::qWaitForWindowExposed(&encrypt));
@@ -368,7 +375,8 @@ void TestFileScreens::pathsTheScreensOpen()
 
 void TestFileScreens::keyboardFocusIsVisible()
 {
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     screen.resize(1100, 650);
     screen.show();
     QVERIFY(QTest::qWaitForWindowActive(&screen));
@@ -389,7 +397,8 @@ void TestFileScreens::keyboardFocusIsVisible()
 void TestFileScreens::encryptChecksRecipientsThenFiles()
 {
     FakeDialogs dialogs;
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     show(screen);
     screen.encryptFiles();
     QCOMPARE(dialogs.shown.size(), 1);
@@ -397,7 +406,7 @@ void TestFileScreens::encryptChecksRecipientsThenFiles()
     QCOMPARE(
         dialogs.shown.at(0).message, u"Please select at least one user or group to encrypt files for."_qs);
     QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Warning);
-    AssociationsStore* store = screen.recipients->store();
+    AssociationsStore* store = screen.recipients()->store();
     store->toggleGroupChecked(PairedPhone::groupId(store, u"Family"_qs));
     screen.encryptFiles();
     QCOMPARE(dialogs.shown.at(1).title, u"No files selected"_qs);
@@ -409,11 +418,12 @@ void TestFileScreens::encryptChecksRecipientsThenFiles()
 void TestFileScreens::anOperationEndedInFront()
 {
     FakeDialogs dialogs;
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     show(screen);
     screen.activateWindow();
     QTRY_VERIFY(screen.isActiveWindow());
-    AssociationsStore* store = screen.recipients->store();
+    AssociationsStore* store = screen.recipients()->store();
     store->toggleGroupChecked(PairedPhone::groupId(store, u"Family"_qs));
     choose(screen, { u"a.txt"_qs, u"b.txt"_qs, u"c.txt"_qs });
     const QString recipients = store->recipientsString();
@@ -522,7 +532,8 @@ void TestFileScreens::anOperationEndedInFront()
 void TestFileScreens::anOperationEndedInTheBackgroundIsNotified()
 {
     FakeDialogs dialogs;
-    EncryptViewController screen(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController screen(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     show(screen);
     // The user turns to another window while the phone works.
     QWidget elsewhere;
@@ -567,7 +578,8 @@ void TestFileScreens::withoutAServiceTheWindowIsAlerted()
 void TestFileScreens::cancelKeepsTheChoice()
 {
     FakeDialogs dialogs;
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     choose(encrypt, { u"slow.txt"_qs });
     QVERIFY(m_phone->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     encrypt.encryptFiles();
@@ -578,8 +590,8 @@ void TestFileScreens::cancelKeepsTheChoice()
     QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);
     QVERIFY(dialogs.shown.isEmpty());
     QVERIFY(encrypt.filesToEncrypt().at(0)->isChecked);
-    QCOMPARE(
-        encrypt.recipients->store()->selectedRecipientEmails(), QStringList { u"ben.ortiz@example.com"_qs });
+    QCOMPARE(encrypt.recipients()->store()->selectedRecipientEmails(),
+        QStringList { u"ben.ortiz@example.com"_qs });
     QVERIFY(encrypt.isEncryptFilesEnabled());
 }
 
@@ -589,7 +601,8 @@ void TestFileScreens::mainThreadStaysResponsive()
     // 48 MiB in the suite; VARNEX_STALL_PROBE_MIB=1024 runs the full-size measurement.
     const int full = qEnvironmentVariableIntValue("VARNEX_STALL_PROBE_MIB");
     const qsizetype mib = full > 0 ? full : 48;
-    EncryptViewController encrypt(Session::instance(), DesktopNotifier::instance());
+    EncryptViewController encrypt(
+        Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     choose(encrypt, { u"big.bin"_qs }, TestFiles::randomBytes(mib * 1024 * 1024, 5));
     // A probe timer: the longest gap between its ticks is the longest stall of this thread.
     QTimer probe;

@@ -12,6 +12,7 @@
 #include "pairing/PhoneConnection.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
@@ -580,14 +581,13 @@ void TestScreenshots::screens()
     encrypt->intakeList()->addFiles(m_files);
     encrypt->intakeList()->flip(0);
     encrypt->intakeList()->flip(2);
-    AssociationsStore* store = encrypt->recipients->store();
-    QVERIFY(store->setUsersFromReply(users));
+    AssociationsStore* store = encrypt->recipients()->store();
+    store->setUsers(RecordDecoding::usersBody(users).users.value());
     store->setGroups(std::get<QList<GroupPtr>>(RecordDecoding::groupListBody(groups)));
-    store->rebuildAssociations();
     store->toggleGroupExpansion(1);
     if (!store->groupById(1)->isChecked) // the mark is remembered from the run before
         store->toggleGroupChecked(1);
-    store->clickRow(0); // Ann Lee
+    encrypt->recipients()->model()->clickRow(0); // Ann Lee
     save(&window, u"encrypt"_qs);
     main.selectDecrypt();
     main.decryptScreen()->intakeList()->addFiles(
@@ -611,7 +611,7 @@ void TestScreenshots::screens()
     // The group dialogs, real ones: looked at once they show, then closed.
     QStringList seen;
     checkNextDialog(u"create"_qs, seen);
-    encrypt->recipients->createGroupButtonClicked();
+    encrypt->recipients()->createGroupButtonClicked();
     checkNextDialog(u"members"_qs, seen);
     Dialogs::current().chooseItems(&main, qtTrId("groupAddUsersTitle").arg(u"Family"_qs), QString(),
         { u"Ann Lee\nann.lee@example.com"_qs, u"Chen Wei\nchen@example.com"_qs,
@@ -625,14 +625,14 @@ void TestScreenshots::screens()
     QCOMPARE(seen, QStringList({ u"create"_qs, u"members"_qs, u"message"_qs, u"files"_qs }));
 
     // The group menu and a tool tip: the system's own, in the system's palette.
-    std::unique_ptr<QMenu> menu(encrypt->recipients->buildGroupMenu(1));
+    std::unique_ptr<QMenu> menu(encrypt->recipients()->buildGroupMenu(1));
     QVERIFY(menu);
     menu->popup(main.mapToGlobal(QPoint(700, 300)));
     QVERIFY(QTest::qWaitForWindowExposed(menu.get()));
     save(menu.get(), u"menu-group"_qs);
     menu->close();
     // An empty group's menu, with its switched-off Remove Member.
-    menu.reset(encrypt->recipients->buildGroupMenu(2));
+    menu.reset(encrypt->recipients()->buildGroupMenu(2));
     QVERIFY(menu);
     menu->popup(main.mapToGlobal(QPoint(700, 300)));
     QVERIFY(QTest::qWaitForWindowExposed(menu.get()));

@@ -13,6 +13,7 @@
 #include "pairing/PhoneConnection.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
+#include "recipients/RecipientsModel.h"
 #include "screens/AboutViewController.h"
 #include "screens/DecryptViewController.h"
 #include "screens/EncryptViewController.h"
@@ -269,7 +270,7 @@ void TestShell::keysDoWhatTheyDo()
     QTest::keyClick(&window, Qt::Key_F1);
     QTRY_COMPARE(main->currentScreen(), main->aboutScreen());
     QTest::keyClick(&window, Qt::Key_F, Qt::ControlModifier);
-    QLineEdit* search = main->encryptScreen()->recipients->searchTextField;
+    QLineEdit* search = main->encryptScreen()->recipients()->widgets().searchTextField;
     QTRY_VERIFY(search->hasFocus());
     QCOMPARE(main->currentScreen(), main->encryptScreen());
     main->encryptScreen()->addFiles({ m_home.filePath(u"a.txt"_qs) });
@@ -538,26 +539,26 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     QVERIFY(main);
     EncryptViewController* encrypt = main->encryptScreen();
     DecryptViewController* decrypt = main->decryptScreen();
-    RecipientsPanel* panel = encrypt->recipients;
-    QTRY_VERIFY_WITH_TIMEOUT(panel->store()->associatedRowCount() >= 3, 5000);
+    RecipientsPanel* panel = encrypt->recipients();
+    QTRY_VERIFY_WITH_TIMEOUT(panel->model()->rowCount() >= 3, 5000);
     // The user's work: files in both lists, one marked, a recipient chosen, a search typed, the
     // Decrypt tab shown.
     encrypt->addFiles({ file(u"report.pdf"_qs), file(u"notes.txt"_qs) });
     encrypt->intakeList()->flip(0);
     decrypt->addFiles({ file(u"letter.txt.vx"_qs) });
     const int zoe = [&] {
-        for (int row = 0; row < panel->store()->associatedRowCount(); ++row) {
-            const auto type = panel->store()->rowType(row);
+        for (int row = 0; row < panel->model()->rowCount(); ++row) {
+            const auto type = panel->model()->rowType(row);
             if (type && type->user)
                 return row;
         }
         return -1;
     }();
     QVERIFY(zoe >= 0);
-    panel->store()->clickRow(zoe);
+    panel->model()->clickRow(zoe);
     const QStringList chosen = panel->store()->selectedRecipientEmails();
     QCOMPARE(chosen.size(), 1);
-    panel->searchTextField->setText(chosen.first().left(3));
+    panel->widgets().searchTextField->setText(chosen.first().left(3));
     main->selectDecrypt();
 
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/ping"_qs }, { u"noAnswer"_qs, true } }));
@@ -589,7 +590,7 @@ void TestShell::lostAndFoundKeepsTheWindowAsItWas()
     QVERIFY(!encrypt->intakeList()->files().at(1)->isChecked);
     QCOMPARE(decrypt->intakeList()->files().size(), 1);
     QCOMPARE(panel->store()->selectedRecipientEmails(), chosen);
-    QCOMPARE(panel->searchTextField->text(), chosen.first().left(3));
+    QCOMPARE(panel->widgets().searchTextField->text(), chosen.first().left(3));
 }
 
 void TestShell::phoneLeavesWhileADialogIsOpen_data()
@@ -616,8 +617,8 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
     QSignalSpy lost(&Session::instance(), &Session::phoneConnectedChanged);
     EncryptViewController* encrypt = main->encryptScreen();
     DecryptViewController* decrypt = main->decryptScreen();
-    RecipientsPanel* panel = encrypt->recipients;
-    QTRY_VERIFY_WITH_TIMEOUT(panel->store()->groups.size() >= 2, 5000);
+    RecipientsPanel* panel = encrypt->recipients();
+    QTRY_VERIFY_WITH_TIMEOUT(panel->store()->groups().size() >= 2, 5000);
 
     FakeDialogs dialogs;
     bool checkedWhileOpen = false;
@@ -762,7 +763,7 @@ void TestShell::openFiles()
     if (beforePairing) {
         // The screens made for the files are the phone's: its people arrive now that it does.
         QTRY_COMPARE(window.windowTitle(), title(u"Ann's phone"_qs, true));
-        QTRY_VERIFY_WITH_TIMEOUT(main->encryptScreen()->recipients->store()->associatedRowCount() > 0, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(main->encryptScreen()->recipients()->model()->rowCount() > 0, 5000);
         for (const auto& r : m_sim->requests())
             QVERIFY(r[u"path"].toString() != u"/myInformation"_qs);
     }
