@@ -3,6 +3,8 @@
 #include "app/Log.h"
 #include "operations/UniqueNames.h"
 
+#include <QFile>
+
 namespace {
 
 QString failedTitle()
@@ -20,6 +22,16 @@ DecryptTask::DecryptTask(QList<Intake> files, QString resultsFolder, QString url
 {
 }
 
+QString DecryptTask::resultName(const QString& path)
+{
+    // A dot-file's name has no piece before the dot: ".env.vx" would come back as "env". It is
+    // asked for under its own name, ".env", as it was before it was encrypted.
+    const QString name = path.section(u'/', -1);
+    if (name.startsWith(u'.') && name.endsWith(u".vx") && name.size() > 4)
+        return name.chopped(3);
+    return File(path).fileName();
+}
+
 QList<MultipartUpload::Part> DecryptTask::parts(const QList<Intake>& files)
 {
     QList<MultipartUpload::Part> parts { { QStringLiteral("type"), clientType().toUtf8(), {}, {}, {} } };
@@ -27,15 +39,17 @@ QList<MultipartUpload::Part> DecryptTask::parts(const QList<Intake>& files)
         if (!f.marked)
             continue;
         const QString name = f.path.section(u'/', -1);
-        parts.append({ File(f.path).fileName(), {}, f.path, name, MultipartUpload::contentTypeFor(name) });
+        parts.append({ resultName(f.path), {}, f.path, name, MultipartUpload::contentTypeFor(name) });
     }
     return parts;
 }
 
 namespace {
 
-// A share for the head of a request and of each part, beyond the files' bytes.
-constexpr qint64 overheadBytes = 1024;
+// What a request's head and "type" part take, and a part's head beside its two names: a little
+// more than libcurl writes, so the bytes counted are never fewer than the bytes sent.
+constexpr qint64 overheadBytes = 512;
+constexpr qint64 partBytes = 192;
 
 } // namespace
 
@@ -43,7 +57,7 @@ qint64 DecryptTask::costOf(const QList<Item>& items, const QList<int>& group)
 {
     qint64 cost = overheadBytes;
     for (const int i : group)
-        cost += items.at(i).size + overheadBytes;
+        cost += items.at(i).size + partBytes + 2 * QFile::encodeName(items.at(i).landAs).size();
     return cost;
 }
 
@@ -75,7 +89,7 @@ DecryptTask::Tried DecryptTask::attempt(QList<Item>& items, const QList<int>& gr
     switch (reply.kind) {
     case Reply::Kind::Received:
         match(items, group, reply.entries);
-        m_unresolved -= cost - overheadBytes * (1 - group.size());
+        m_unresolved -= cost + overheadBytes * (group.size() - 1);
         m_resolved += int(group.size());
         if (m_quietTransfers)
             report(Stage::Checking, m_resolved, m_checked);
@@ -153,7 +167,7 @@ OperationTask::Result DecryptTask::run()
     for (const Intake& f : m_files) {
         if (!f.marked)
             continue;
-        const QString name = File(f.path).fileName();
+        const QString name = resultName(f.path);
         items.append({ f.path, name, { name, UniqueNames::asInPartHeader(name) }, 0, {}, {}, false });
         m_sentNames.insert(name);
         m_sentNames.insert(UniqueNames::asInPartHeader(name));
@@ -176,7 +190,9 @@ OperationTask::Result DecryptTask::run()
     const Tried whole = attempt(items, sendable, &answer);
     if (whole == Tried::Stopped)
         return m_stop.outcome == Outcome::Cancelled ? m_stop : failAll(m_stop, items);
-    if (whole == Tried::Refused) {
+    if (whole == Tried::Refused && sendable.size() == 1) {
+        refuse(items[sendable.first()], answer);
+    } else if (whole == Tried::Refused) {
         // Each file left to check costs its bytes and a request of its own when sent alone.
         m_unresolved = batch + overheadBytes * (sendable.size() - 1);
         m_checked = int(sendable.size());

@@ -23,6 +23,8 @@ public:
     ~DecryptTask() override { stopWorker(); }
 
     static QList<MultipartUpload::Part> parts(const QList<Intake>& files);
+    // The name a file's result comes back under, and the name of its part.
+    static QString resultName(const QString& path);
 
 protected:
     Result run() override;

@@ -1,3 +1,4 @@
+#include "VxCrypto.h"
 #include "ZipWriter.h"
 #include "app/Session.h"
 #include "app/Translations.h"
@@ -55,7 +56,7 @@ QStringList snapshot(const QString& folder)
 
 QStringList entriesIn(const QString& folder)
 {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
 }
 
 mode_t modeOf(const QString& path)
@@ -117,6 +118,8 @@ private Q_SLOTS:
     void everyZipAPhoneMayWrite();
     void encryptThenDecrypt_data();
     void encryptThenDecrypt();
+    void decryptLandsWhatThePhoneCanOpen_data();
+    void decryptLandsWhatThePhoneCanOpen();
     void failuresAreTold_data();
     void failuresAreTold();
     void waitingIsCountedUntilTheUserCancels();
@@ -841,6 +844,14 @@ void TestOperations::encryptThenDecrypt_data()
                u"minutes | minutes.txt | text/plain | 3145735"_qs }
         << QStringList { u"1 file decrypted"_qs, u"minutes.txt"_qs }
         << QStringList { type, u"minutes.txt | minutes.txt.vx | application/octet-stream | 3146970"_qs };
+    // A dot-file: its result, named as sent, lands both ways.
+    QTest::newRow("a dot-file") << QStringList { u".env"_qs } << QStringList() << 1
+                                << QStringList { u"1 file encrypted for 1 person"_qs, u".env.vx"_qs }
+                                << QStringList { u"emails=a@x.org;b@y.org;c@z.org;"_qs, type,
+                                       u" | .env | application/octet-stream | 3145735"_qs }
+                                << QStringList { u"1 file decrypted"_qs, u".env"_qs }
+                                << QStringList { type,
+                                       u".env | .env.vx | application/octet-stream | 3146970"_qs };
     // No extension, quotes, 252 bytes (".vx" fits within 255), and earlier results of the same
     // names in both folders: the counters must fit as well, both ways.
     const QString l = QString(248, u'l');
@@ -890,7 +901,16 @@ void TestOperations::encryptThenDecrypt()
     OperationRun* encrypt
         = OperationRun::encrypt(*m_session, m_encrypted, sources, u"a@x.org;b@y.org;c@z.org;"_qs, audience);
     QSignalSpy progress(encrypt->task(), &OperationTask::progress);
+    QSignalSpy bar(encrypt, &OperationRun::stageChanged);
     const auto sealed = finish(encrypt);
+    for (const auto& args : bar) {
+        // While the phone works nothing is measured (a busy bar); the reply's length is known.
+        const QString text = args.at(0).toString();
+        const qint64 done = args.at(1).toLongLong(), total = args.at(2).toLongLong();
+        QVERIFY(!text.startsWith(u"Waiting") || (done == 0 && total == 0));
+        QVERIFY2(!text.startsWith(u"Receiving") || (total > 0 && done <= total && text.contains(u" of ")),
+            qPrintable(text));
+    }
     QCOMPARE(QStringList({ sealed.summary, sealed.note.body }), encrypted);
     QVERIFY(sealed.dialogTitle.isEmpty());
     QCOMPARE(sealed.note.summary, sealed.summary);
@@ -928,6 +948,87 @@ void TestOperations::encryptThenDecrypt()
         QCOMPARE(read((earlier.startsWith(u'E') ? m_encrypted : m_decrypted) + earlier.mid(1)),
             QByteArray("earlier"));
     QCOMPARE(entriesIn(m_encrypted).size() + entriesIn(m_decrypted).size(), 2 * names.size() + taken.size());
+}
+
+void TestOperations::decryptLandsWhatThePhoneCanOpen_data()
+{
+    // One letter per file f<i>.txt.vx, in list order: g for the signed-in user, b for someone
+    // else, u no longer there to be read.
+    QTest::addColumn<QString>("files");
+    QTest::addColumn<QStringList>("told"); // summary, dialog title and text
+    QTest::addColumn<int>("requests"); // sent in all
+    const QString refused
+        = u"f%1.txt.vx: the phone refused it: f%1.txt.vx is not readable by alex.morgan@example.com"_qs;
+    const QString unreadable = u"f%1.txt.vx: it could not be read"_qs;
+    // Refused whole; the first half lands, so the other one holds the refusal and is halved
+    // without being sent whole again.
+    QTest::newRow("one of five for someone else")
+        << "gggbg"
+        << QStringList { u"4 files decrypted, 1 could not be"_qs, u"Some files could not be decrypted"_qs,
+               refused.arg(3) }
+        << 5;
+    QTest::newRow("unreadable, left out") << "gug"
+                                          << QStringList { u"2 files decrypted, 1 could not be"_qs,
+                                                 u"Some files could not be decrypted"_qs, unreadable.arg(1) }
+                                          << 1;
+    QTest::newRow("every file refused") << "bb"
+                                        << QStringList { u"Decryption failed"_qs, u"Decryption failed"_qs,
+                                               u"Some of the files are encrypted for other users"_qs }
+                                        << 3;
+    QTest::newRow("none for their own reasons")
+        << "ub"
+        << QStringList { u"Decryption failed"_qs, u"Decryption failed"_qs,
+               unreadable.arg(0) + u'\n' + refused.arg(1) }
+        << 1;
+}
+
+void TestOperations::decryptLandsWhatThePhoneCanOpen()
+{
+    QFETCH(QString, files);
+    QFETCH(QStringList, told);
+    QFETCH(int, requests);
+    QVERIFY(VxCrypto::initialize());
+    const VxCrypto::KeyPair someoneElse = VxCrypto::makeKeyPair();
+    QStringList mine;
+    QList<DecryptTask::Intake> intake;
+    for (int i = 0; i < files.size(); ++i) {
+        const QString plain = m_files + u"/f%1.txt"_qs.arg(i);
+        write(plain, QByteArray(4000, char('a' + i))); // more than a part's head, as files are
+        if (files.at(i) == u'g')
+            mine.append(plain);
+        else if (files.at(i) == u'b')
+            QVERIFY(
+                VxCrypto::encryptFile(plain, plain + u".vx", { { u"b@x.org"_qs, someoneElse.publicKey } }));
+        intake.append({ plain + u".vx", true });
+    }
+    EncryptTask seal(mine, u"alex.morgan@example.com;"_qs, m_files, url("/encryptFile/"));
+    QVERIFY(mine.isEmpty() || runTask(seal).outcome == Outcome::Succeeded);
+    m_sim->clearRequests();
+
+    OperationRun* run = OperationRun::decrypt(*m_session, m_decrypted, intake);
+    QSignalSpy bar(run, &OperationRun::stageChanged);
+    const auto outcome = finish(run);
+    QCOMPARE(QStringList({ outcome.summary, outcome.dialogTitle, outcome.dialogText }), told);
+    QCOMPARE(outcome.files.size(), files.size());
+    for (int i = 0; i < files.size(); ++i) {
+        const auto& f = outcome.files.at(i);
+        QCOMPARE(f.source, intake.at(i).path);
+        const bool landed = files.at(i) == u'g';
+        QCOMPARE(f.result, landed ? m_decrypted + u"/f%1.txt"_qs.arg(i) : QString());
+        QCOMPARE(f.problem.isEmpty(), landed);
+        QVERIFY(!landed || read(f.result) == QByteArray(4000, char('a' + i)));
+    }
+    // What it sent in all, and how it said so: the files checked of those sent.
+    const QJsonArray sent = m_sim->requests();
+    QCOMPARE(sent.size(), requests);
+    qint64 bytes = 0;
+    for (const QJsonValue& r : sent)
+        bytes += r[u"headers"_qs][u"content-length"_qs].toString().toLongLong();
+    QVERIFY(bytes <= 3 * sent.at(0)[u"headers"_qs][u"content-length"_qs].toString().toLongLong());
+    const auto checking = std::find_if(bar.begin(), bar.end(),
+        [](const QList<QVariant>& a) { return a.at(0) == u"Checking which files the phone can open…"_qs; });
+    QCOMPARE(checking != bar.end(), requests > 1);
+    QVERIFY(checking == bar.end() || checking->at(2).toInt() == files.count(u'g') + files.count(u'b'));
 }
 
 void TestOperations::failuresAreTold_data()
