@@ -196,10 +196,22 @@ QString reasonOf(const SafeArchive::Result& unpacked)
 
 } // namespace
 
-std::unique_ptr<OperationFolder> OperationTask::openFolder(Result* failure)
+void OperationTask::LetGo::operator()(OperationFolder* folder) const
+{
+    // Results cancelled as they reached the disk wait for it when they are removed (seconds
+    // for thousands); the folder stays locked until they are gone, and a start after a quit
+    // meanwhile removes what is left.
+    if (folder->removeWithin(100)) {
+        delete folder;
+        return;
+    }
+    std::thread([folder] { delete folder; }).detach();
+}
+
+OperationTask::Folder OperationTask::openFolder(Result* failure)
 {
     QString error;
-    auto folder = OperationFolder::create(m_resultsFolder, m_operationId, &error);
+    Folder folder(OperationFolder::create(m_resultsFolder, m_operationId, &error).release());
     if (!folder) {
         Log::line(error);
         *failure = replyNotSaved(error);
