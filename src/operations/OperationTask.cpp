@@ -479,8 +479,13 @@ OperationTask::Result OperationTask::failAll(Result failure, const QList<Item>& 
 
 OperationTask::Result OperationTask::conclude(QList<Item>& items)
 {
+    // A lost phone still tells what became of each file; a cancel tells nothing.
+    const auto stopped = [&] {
+        const Result stop = cancelledResult();
+        return stop.outcome == Outcome::Cancelled ? stop : failAll(stop, items);
+    };
     if (cancelled())
-        return cancelledResult();
+        return stopped();
     QList<SafeArchive::Landing> landings;
     QList<int> landing; // the item of each landing
     for (qsizetype i = 0; i < items.size(); ++i) {
@@ -495,7 +500,7 @@ OperationTask::Result OperationTask::conclude(QList<Item>& items)
         landed = SafeArchive::landAll(landings, m_resultsFolder, &m_cancel,
             [this](qint64 done, qint64 all) { report(Stage::MovingIn, done, all); });
         if (landed.cancelled)
-            return cancelledResult();
+            return stopped();
     }
     Result result { Outcome::Succeeded, {}, {}, {} };
     QString notMovedIn;

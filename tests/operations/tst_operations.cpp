@@ -1092,6 +1092,8 @@ void TestOperations::failuresAreTold()
     QCOMPARE(outcome.note.summary, outcome.dialogTitle);
     QCOMPARE(outcome.note.body, outcome.dialogText);
     QVERIFY(outcome.note.folder.isEmpty() && outcome.results.isEmpty());
+    QVERIFY(outcome.files.size() == 1 && outcome.files[0].result.isEmpty()
+        && !outcome.files[0].problem.isEmpty());
     QCOMPARE(entriesIn(m_encrypted) + entriesIn(m_decrypted), QStringList());
 }
 
