@@ -167,7 +167,7 @@ int upload(const QString& file)
     return 0;
 }
 
-// Flushes every file in `folder` to the disk, as the desktop does with each result.
+// Flushes every file in `folder` to the disk, as the desktop does with its results.
 void syncFilesIn(const QString& folder)
 {
     QStringList files;
@@ -191,6 +191,7 @@ int unpack(const QString& zip)
         t.start();
         if (oursNow) {
             const auto result = SafeArchive::extract(zip, out.path(), 1LL << 42, {}, nullptr, 0644);
+            SafeArchive::flush(out.path()); // as before the results move in
             ours.append(t.nsecsElapsed() / 1e9);
             if (!result.ok) {
                 std::fprintf(stderr, "unpack failed: %s\n", qPrintable(result.detail));
@@ -207,7 +208,7 @@ int unpack(const QString& zip)
     const double ratio = median(ours) / median(bsdtar);
     std::printf("unpacking %.0f MiB, median of 3 each\n", QFileInfo(zip).size() / 1048576.0);
     std::printf("  bsdtar -xf, then sync of its files: %.3f s\n", median(bsdtar));
-    std::printf("  desktop (checked, each file flushed): %.3f s\n", median(ours));
+    std::printf("  desktop (checked, then flushed): %.3f s\n", median(ours));
     std::printf("  ratio desktop/bsdtar: %.2f (budget 1.2): %s\n", ratio, verdict(ratio <= 1.2));
     return 0;
 }

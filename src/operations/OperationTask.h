@@ -14,7 +14,6 @@
 #include <memory>
 #include <optional>
 #include <thread>
-#include <variant>
 
 // One encrypt or decrypt operation as a task: start(), cancel(), progress by stage, and a
 // finished result carrying what the user should be told. The transfer and the unpacking run
