@@ -460,14 +460,20 @@ void OperationTask::match(
             item.problem = qtTrId("fileNoResult");
         }
     }
-    // More results than files sent: what no file asked for stays out of the result folder.
+    // More results than files sent: what no file asked for stays out of the result folder. The
+    // log names a few; a reply of thousands would drown it.
+    const qsizetype before = m_ignored.size();
     for (qsizetype e = 0; e < entries.size(); ++e) {
-        if (!used.at(e)) {
+        if (used.at(e))
+            continue;
+        if (m_ignored.size() - before < 5)
             Log::line(
                 u"The phone sent a result no file asked for, not saved: " + Log::escaped(entries.at(e).name));
-            m_ignored.append(entries.at(e).name);
-        }
+        m_ignored.append(entries.at(e).name);
     }
+    if (m_ignored.size() - before > 5)
+        Log::line(
+            QStringLiteral("... and %1 more results no file asked for").arg(m_ignored.size() - before - 5));
 }
 
 OperationTask::Result OperationTask::failAll(Result failure, const QList<Item>& items)
