@@ -30,19 +30,37 @@ struct TransferState
     QString problemDetail;
 };
 
-// One file part's bytes: an open file of a size fixed when it was opened.
+// Opens `path` for reading without blocking: a FIFO would otherwise wait for a writer where
+// Cancel cannot reach. -1 unless it is a regular file.
+int openRegular(const QString& path, struct stat& st)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// One file part's bytes: a file of a size fixed when the request was made. It is open only
+// while curl reads it: a batch of thousands of files must not need a descriptor for each.
 struct Source
 {
     int fd = -1;
     qint64 size = 0;
+    qint64 offset = 0;
+    dev_t device = 0;
+    ino_t inode = 0;
     QString path;
     TransferState* transfer = nullptr;
 
-    ~Source()
+    void close()
     {
         if (fd >= 0)
             ::close(fd);
+        fd = -1;
     }
+    ~Source() { close(); }
 };
 
 size_t readSource(char* buffer, size_t size, size_t count, void* user)
@@ -50,30 +68,47 @@ size_t readSource(char* buffer, size_t size, size_t count, void* user)
     auto* s = static_cast<Source*>(user);
     if (s->transfer->cancel->load())
         return CURL_READFUNC_ABORT;
-    // curl asks for exactly the declared size, reading on from where it stopped.
-    const off_t offset = ::lseek(s->fd, 0, SEEK_CUR);
-    const qint64 wanted = qMin<qint64>(qint64(size * count), s->size - offset);
-    ssize_t n = 0;
-    do
-        n = wanted > 0 ? ::read(s->fd, buffer, size_t(wanted)) : 0;
-    while (n < 0 && errno == EINTR);
+    const auto fail = [s](Problem problem) {
+        s->transfer->problem = problem;
+        s->transfer->problemDetail = s->path;
+        s->close();
+        return size_t(CURL_READFUNC_ABORT);
+    };
     struct stat st
     {
     };
-    const bool last = offset + n >= s->size;
-    if (n < 0 || (wanted > 0 && n == 0) || (last && (::fstat(s->fd, &st) != 0 || st.st_size != s->size))) {
-        s->transfer->problem = n < 0 ? Problem::FileUnreadable : Problem::FileChanged;
-        s->transfer->problemDetail = s->path;
-        return CURL_READFUNC_ABORT;
+    if (s->fd < 0) {
+        // The file measured when the request was made, not another one put in its place since.
+        s->fd = openRegular(s->path, st);
+        if (s->fd < 0)
+            return fail(Problem::FileUnreadable);
+        if (st.st_dev != s->device || st.st_ino != s->inode)
+            return fail(Problem::FileChanged);
     }
+    // curl asks for exactly the declared size, reading on from where it stopped.
+    const qint64 wanted = qMin<qint64>(qint64(size * count), s->size - s->offset);
+    ssize_t n = 0;
+    do
+        n = wanted > 0 ? ::pread(s->fd, buffer, size_t(wanted), off_t(s->offset)) : 0;
+    while (n < 0 && errno == EINTR);
+    if (n < 0)
+        return fail(Problem::FileUnreadable);
+    s->offset += n;
+    const bool last = s->offset >= s->size;
+    if ((wanted > 0 && n == 0) || (last && (::fstat(s->fd, &st) != 0 || st.st_size != s->size)))
+        return fail(Problem::FileChanged);
+    if (last)
+        s->close();
     return size_t(n);
 }
 
 int seekSource(void* user, curl_off_t offset, int origin)
 {
     auto* s = static_cast<Source*>(user);
-    return origin == SEEK_SET && ::lseek(s->fd, offset, SEEK_SET) == offset ? CURL_SEEKFUNC_OK
-                                                                            : CURL_SEEKFUNC_FAIL;
+    if (origin != SEEK_SET || offset < 0 || offset > s->size)
+        return CURL_SEEKFUNC_FAIL;
+    s->offset = offset;
+    return CURL_SEEKFUNC_OK;
 }
 
 int onTransferInfo(
@@ -222,21 +257,23 @@ Transfer::Transfer(const QString& url, const QList<Part>& parts,
             curl_mime_data(p, part.value.constData(), size_t(part.value.size()));
             continue;
         }
-        // Non-blocking open: a FIFO would otherwise wait for a writer where Cancel cannot reach.
         Source& source = d->sources.emplace_back();
         source.path = part.filePath;
         source.transfer = &d->state;
-        source.fd = ::open(QFile::encodeName(part.filePath).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         struct stat st
         {
         };
-        if (source.fd < 0 || ::fstat(source.fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        const int fd = openRegular(part.filePath, st);
+        if (fd < 0) {
             d->state.problem = Problem::FileUnreadable;
             d->state.problemDetail = part.filePath;
             d->openFailure = u"Cannot read " + part.filePath;
             return;
         }
+        ::close(fd);
         source.size = st.st_size;
+        source.device = st.st_dev;
+        source.inode = st.st_ino;
         curl_mime_data_cb(p, curl_off_t(source.size), readSource, seekSource, nullptr, &source);
         curl_mime_filename(p, part.filename.toUtf8().constData());
         curl_mime_type(p, part.contentType.toUtf8().constData());

@@ -11,9 +11,9 @@
 
 // One multipart POST with libcurl: the file parts stream from their files, the reply body is
 // handed on block by block as it arrives, or streamed into a file. Blocking; run it on a
-// worker thread. Every file is opened once, must
-// be a regular file, and is sent with the size it had then: a file that grows or shrinks
-// while it is sent ends the transfer instead of making a malformed request.
+// worker thread. Every file must be a regular file and is sent with the size it had when the
+// request was made: a file that grows, shrinks or is replaced before or while it is sent ends
+// the transfer instead of making a malformed request. Files are open only while they are read.
 namespace MultipartUpload {
 
 struct Part

@@ -7,6 +7,7 @@
 #include "common/TestFiles.h"
 #include "operations/DecryptTask.h"
 #include "operations/EncryptTask.h"
+#include "operations/MultipartUpload.h"
 #include "operations/OperationFolder.h"
 #include "operations/OperationRun.h"
 #include "operations/SafeArchive.h"
@@ -29,6 +30,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -573,6 +575,33 @@ void TestOperations::onlyRegularFilesAreSent()
         for (const QString& part : PhoneSimProcess::partsOf(request))
             QVERIFY2(!part.startsWith(u"f | ") && !part.startsWith(u"pipe | "), qPrintable(part));
     }
+
+    // A file put in another's place after the request was made is not sent for it.
+    write(m_files + u"/swapped.txt"_qs, "first");
+    write(m_files + u"/other.txt"_qs, "other");
+    std::atomic<bool> cancel { false };
+    MultipartUpload::Transfer swapped(url("/encryptFile/"),
+        { { u"f"_qs, {}, m_files + u"/swapped.txt", u"f"_qs, u"text/plain"_qs } }, {}, cancel);
+    QVERIFY(QFile::remove(m_files + u"/swapped.txt"_qs));
+    QVERIFY(QFile::rename(m_files + u"/other.txt"_qs, m_files + u"/swapped.txt"_qs));
+    swapped.status();
+    QCOMPARE(int(swapped.finish(false).problem), int(MultipartUpload::Outcome::Problem::FileChanged));
+
+    // Files are open only while they are read: a batch far larger than the descriptors this
+    // process may hold goes whole.
+    QStringList many;
+    for (int i = 0; i < 600; ++i) {
+        many.append(m_files + u"/many-%1.txt"_qs.arg(i));
+        write(many.last(), "x");
+    }
+    rlimit saved {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &saved), 0);
+    rlimit few = saved;
+    few.rlim_cur = 256;
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    const auto all = finish(OperationRun::encrypt(*m_session, m_encrypted, many, u"a@x;"_qs, 1));
+    ::setrlimit(RLIMIT_NOFILE, &saved);
+    QCOMPARE(all.results.size(), 600);
 }
 
 void TestOperations::interruptionsLeaveNothing_data()
