@@ -34,6 +34,14 @@ public:
         DesktopNotifier::Note note;
         // The results that landed (absolute paths); empty unless it succeeded.
         QStringList results;
+        // What became of each file the user sent, in the order sent.
+        struct FileOutcome
+        {
+            QString source; // the file as listed (absolute path)
+            QString result; // where its result landed (absolute path); empty when none did
+            QString problem; // why not, in a few words a user reads; empty when it landed
+        };
+        QList<FileOutcome> files;
         // Ended before its course (cancelled, or the phone was lost): the user's marks and
         // choices stay for another try.
         bool stopped = false;

@@ -773,7 +773,7 @@ OperationRun::Outcome TestOperations::finish(OperationRun* run)
     if (!run->isRunning())
         run->start();
     if (!finished.wait(20000))
-        return { OperationTask::Outcome::Failed, u"timed out"_qs, {}, {}, {}, {}, false };
+        return { OperationTask::Outcome::Failed, u"timed out"_qs, {}, {}, {}, {}, {}, false };
     return finished.at(0).at(0).value<OperationRun::Outcome>();
 }
 
