@@ -7,6 +7,7 @@
 #include "common/SignalCounter.h"
 #include "common/TestFiles.h"
 #include "common/TestServices.h"
+#include "desktop/SingleInstance.h"
 #include "files/IntakeList.h"
 #include "pairing/LoopbackClient.h"
 #include "pairing/MobileDeviceListener.h"
@@ -35,6 +36,8 @@
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocalSocket>
+#include <QProcess>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -69,6 +72,7 @@ private Q_SLOTS:
     void phoneLeavesWhileADialogIsOpen();
     void openFiles_data();
     void openFiles();
+    void handOverRefusedWhileItsSocketCloses();
     void quittingWhileAnOperationRunsAsks();
 
 private:
@@ -767,6 +771,36 @@ void TestShell::openFiles()
         for (const auto& r : m_sim->requests())
             QVERIFY(r[u"path"].toString() != u"/myInformation"_qs);
     }
+}
+
+// A second start hands over a folder and a missing file: the refusal dialog is open while the
+// connection that brought them closes and is deleted, and answering it leaves the window running.
+void TestShell::handOverRefusedWhileItsSocketCloses()
+{
+    QTemporaryDir runtime; // private, as the user's runtime folder is
+    SingleInstance first(runtime.path());
+    QVERIFY(first.claim());
+    QVERIFY(first.listen());
+    FakeDialogs dialogs;
+    AppWindow window(m_app->services);
+    QVERIFY(showMain(window));
+    window.takeHandOvers(first);
+    QProcess second;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"XDG_RUNTIME_DIR"_qs, runtime.path());
+    second.setProcessEnvironment(env);
+    dialogs.whileOpen = [&] {
+        QTRY_COMPARE_WITH_TIMEOUT(second.state(), QProcess::NotRunning, 10000);
+        QTRY_VERIFY(first.findChildren<QLocalSocket*>().isEmpty());
+    };
+    QVERIFY(QDir(m_home.path()).mkpath(u"small"_qs));
+    second.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"),
+        { m_home.filePath(u"small"_qs), m_home.filePath(u"missing.txt"_qs) });
+    QTRY_COMPARE_WITH_TIMEOUT(dialogs.shown.size(), 1, 10000);
+    QCOMPARE(second.exitCode(), 0);
+    QVERIFY(dialogs.shown.at(0).message.endsWith(u"small: a folder\nmissing.txt: does not exist"_qs));
+    QVERIFY(window.mainScreen()->intakeFiles().isEmpty());
+    QVERIFY(window.isVisible());
 }
 
 // Quitting while the phone works on an operation asks first; with nothing running it does not.
