@@ -790,5 +790,15 @@ Select deselect all users button</extracomment>
         <extracomment>Tool tip of the recipients&apos; search field; %1 is its shortcut (Ctrl+F)</extracomment>
         <translation>Personen und Gruppen suchen (%1)</translation>
     </message>
+    <message id="refusedMissing">
+        <source>does not exist</source>
+        <extracomment>Why a file was not added: nothing is at that path</extracomment>
+        <translation>existiert nicht</translation>
+    </message>
+    <message id="refusedNameNotValid">
+        <source>name is not valid UTF-8</source>
+        <extracomment>Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened</extracomment>
+        <translation>Name ist kein gültiges UTF-8</translation>
+    </message>
 </context>
 </TS>

@@ -253,6 +253,14 @@ namespace {
 QString refusalReason(IntakeList::Reason reason)
 {
     switch (reason) {
+    case IntakeList::Reason::Missing:
+        //: Why a file was not added: nothing is at that path
+        //% "does not exist"
+        return qtTrId("refusedMissing");
+    case IntakeList::Reason::NameNotValid:
+        //: Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened
+        //% "name is not valid UTF-8"
+        return qtTrId("refusedNameNotValid");
     case IntakeList::Reason::Folder:
         //: Why a file was not added: it is a folder
         //% "a folder"
@@ -320,14 +328,21 @@ QString refusalList(const QList<IntakeList::Refusal>& refused)
 
 void FileScreen::addFiles(const QStringList& paths)
 {
-    // Thousands of files are looked at off the main thread; the dialog follows once they are in.
+    // Thousands of files are looked at off the main thread; the dialog follows once they are in,
+    // from the event loop: files come from drops, file choosers and other programs' hand-overs,
+    // whose senders must not be on the stack of a dialog's nested loop.
     m_intake->admit(paths, this, [this](const QList<IntakeList::Refusal>& refused) {
         if (refused.isEmpty())
             return;
-        //: Dialog title when adding files that are already added
-        //% "Some of the files cannot be added"
-        showAlert(this, qtTrId("filesToEncryptDialogTitle"),
-            m_settings.refusalMessage + u"\n\n" + refusalList(refused), Dialogs::Style::Informational);
+        const QString message = m_settings.refusalMessage + u"\n\n" + refusalList(refused);
+        QMetaObject::invokeMethod(
+            this,
+            [this, message] {
+                //: Dialog title when adding files that are already added
+                //% "Some of the files cannot be added"
+                showAlert(this, qtTrId("filesToEncryptDialogTitle"), message, Dialogs::Style::Informational);
+            },
+            Qt::QueuedConnection);
     });
 }
 

@@ -280,9 +280,10 @@ void TestFileScreens::dropsAnywhereOnTheList()
     QCOMPARE(screen.filesToEncrypt().size(), 3);
     // On the panel around the list (its margin), as on the list.
     QWidget* panel = table->parentWidget();
+    TestFiles::write(m_files + u"/extra.txt"_qs, "x");
     QVERIFY(dropOn(panel, { m_files + u"/report.pdf.vx"_qs, m_files + u"/extra.txt"_qs }, QPoint(2, 2)));
     QCOMPARE(TestFiles::fileNames(screen.filesToEncrypt()).last(), u"extra.txt"_qs);
-    QCOMPARE(dialogs.shown.size(), 1); // the encrypted one was refused
+    QTRY_COMPARE(dialogs.shown.size(), 1); // the encrypted one was refused
     // Never on a result table.
     QVERIFY(!drop(screen.encryptedFilesTable(), { m_files + u"/budget.xlsx"_qs }, QPoint(50, 5)));
     QVERIFY(screen.widgets().selectDeselectAllButton->isEnabled());
@@ -303,7 +304,7 @@ void TestFileScreens::oneDialogForSeveralRefusals()
         { m_files + u"/report.pdf"_qs, m_files + u"/photo.vx"_qs, m_files + u"/notes.txt"_qs },
         QPoint(40, 5)));
     QCOMPARE(screen.filesToDecrypt().size(), 1);
-    QCOMPARE(dialogs.shown.size(), 1);
+    QTRY_COMPARE(dialogs.shown.size(), 1);
     QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Some of the files cannot be added"));
     // The screen's sentence stays; each refused file follows with its reason.
     QCOMPARE(dialogs.shown.at(0).message,
@@ -316,7 +317,9 @@ void TestFileScreens::oneDialogForSeveralRefusals()
     EncryptViewController encrypt(
         Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     const QString tooLong = QString(249, u'L') + u".txt";
+    TestFiles::write(m_files + u'/' + tooLong, "x");
     encrypt.addFiles({ m_files + u'/' + tooLong, m_files + u"/photo.vx"_qs, m_files });
+    QTRY_COMPARE(dialogs.shown.size(), 2);
     QCOMPARE(dialogs.shown.at(1).message,
         u"You can only add files that aren't encrypted or uploaded\n\n"_qs + tooLong.left(36) + u'…'
             + tooLong.right(20)
@@ -327,9 +330,10 @@ void TestFileScreens::oneDialogForSeveralRefusals()
     for (int i = 0; i < 25; ++i)
         many.append(m_files + u"/many" + QString::number(i) + u".vx");
     encrypt.addFiles(many);
+    QTRY_COMPARE(dialogs.shown.size(), 3);
     const QStringList lines = dialogs.shown.at(2).message.split(u'\n');
     QCOMPARE(lines.size(), 2 + 20 + 1);
-    QCOMPARE(lines.at(21), u"many19.vx: already encrypted"_qs);
+    QCOMPARE(lines.at(21), u"many19.vx: does not exist"_qs);
     QCOMPARE(lines.last(), u"and 5 more"_qs);
 }
 

@@ -36,7 +36,6 @@
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
-#include <QLocalSocket>
 #include <QProcess>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -789,9 +788,10 @@ void TestShell::handOverRefusedWhileItsSocketCloses()
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(u"XDG_RUNTIME_DIR"_qs, runtime.path());
     second.setProcessEnvironment(env);
+    // The second start has its answer and ends; its connection closes, and deletions run.
     dialogs.whileOpen = [&] {
         QTRY_COMPARE_WITH_TIMEOUT(second.state(), QProcess::NotRunning, 10000);
-        QTRY_VERIFY(first.findChildren<QLocalSocket*>().isEmpty());
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     };
     QVERIFY(QDir(m_home.path()).mkpath(u"small"_qs));
     second.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"),
