@@ -201,9 +201,16 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     // Room for the file column's header (see above).
     m_columns->setSpacing(20);
     m_columns->addLayout(files, 3);
+    // Everything the screen shows sits in one body, which the overlay of an operation takes out
+    // of the user's hands while the rest of the window stays usable.
+    auto* body = new QWidget(this);
+    body->setObjectName(QStringLiteral("screenBody"));
+    auto* bodyLayout = new QVBoxLayout(body);
+    bodyLayout->setContentsMargins(0, 0, 0, 0);
+    bodyLayout->addLayout(m_columns);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->addLayout(m_columns);
+    layout->addWidget(body);
 
     connect(m_widgets.chooseFilesButton, &QPushButton::clicked, this, &FileScreen::chooseFiles);
     connect(m_widgets.selectDeselectAllButton, &QPushButton::clicked, this, &FileScreen::selectDeselectAll);
@@ -469,6 +476,8 @@ void FileScreen::removeMarkedFiles()
 
 void FileScreen::runOperation(OperationRun* run, ProgressOverlay* overlay, std::function<void()> finish)
 {
+    // Each screen runs its own operation under its own overlay: an encryption and a decryption
+    // run at the same time, each to its own result folder, while the user moves between them.
     m_run = run;
     m_overlay = overlay;
     run->setParent(this);

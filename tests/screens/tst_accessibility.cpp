@@ -487,16 +487,19 @@ void TestAccessibility::overlayTellsItsProgressAndCancelsOnEscape()
     auto* screen = new QWidget(&window);
     screen->setGeometry(100, 80, 500, 400);
     auto* before = new QPushButton(u"before"_qs, screen);
+    auto* tab = new QPushButton(u"tab"_qs, &window); // the rest of the window: tabs, About
     window.resize(900, 640);
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     before->setFocus();
     auto* overlay = new EncryptingViewController(screen);
     overlay->show();
-    // The whole window is dimmed, not only the screen, and still when the window grows.
-    QCOMPARE(overlay->geometry(), window.rect());
-    window.resize(960, 700);
-    QTRY_COMPARE(overlay->geometry(), window.rect());
+    // Its screen alone is dimmed and out of the user's hands, also when it grows.
+    QCOMPARE(overlay->geometry(), screen->rect());
+    screen->resize(560, 420);
+    QTRY_COMPARE(overlay->geometry(), screen->rect());
+    QVERIFY(!before->isEnabled());
+    QVERIFY(tab->isEnabled());
     QTRY_VERIFY(overlay->cancelButton()->hasFocus());
     QAccessibleInterface* iface = QAccessible::queryAccessibleInterface(overlay);
     QCOMPARE(iface->text(QAccessible::Name), u"ENCRYPTING"_qs);
@@ -515,13 +518,18 @@ void TestAccessibility::overlayTellsItsProgressAndCancelsOnEscape()
         QVERIFY(std::any_of(events.begin(), events.end(),
             [](const auto& e) { return e.first == QAccessible::DescriptionChanged; }));
 
-    // Tab stays on the overlay; Escape cancels.
-    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-    QVERIFY(overlay->cancelButton()->hasFocus());
+    // Tab goes on to the rest of the window, never under the overlay; Escape cancels where the
+    // keyboard is on the overlay (a click on it brings it there), and only there.
     QSignalSpy cancel(overlay, &ProgressOverlay::cancelRequested);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), tab);
+    QTest::keyClick(tab, Qt::Key_Escape);
+    QTest::mouseClick(overlay, Qt::LeftButton, {}, QPoint(5, 5));
+    QVERIFY(overlay->cancelButton()->hasFocus());
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
     QCOMPARE(cancel.size(), 1);
     delete overlay;
+    QVERIFY(before->isEnabled());
     QTRY_VERIFY(before->hasFocus()); // the keyboard is back where it was
     // An overlay goes with its screen.
     QPointer<ProgressOverlay> orphan = new DecryptingViewController(screen);

@@ -629,10 +629,11 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
     // and the window must not pull the screen away from under the open dialog.
     dialogs.whileOpen = [&] {
         if (late) {
-            // The ended operation's overlay stays behind its dialog, and stops counting.
+            // The ended operation's overlay stays on its screen behind the dialog, and stops counting.
             QVERIFY(decrypt->overlay());
             const QString detail = decrypt->overlay()->detailLabel()->text();
             QTRY_VERIFY_WITH_TIMEOUT(showsPairing(window), 5000);
+            QVERIFY(!decrypt->overlay()->isVisible()); // nothing of it over the pairing screen
             QElapsedTimer open;
             open.start();
             QTRY_VERIFY(open.elapsed() > 1500);
@@ -804,6 +805,7 @@ void TestShell::handOverRefusedWhileItsSocketCloses()
 }
 
 // Quitting while the phone works on an operation asks first; with nothing running it does not.
+// Meanwhile the rest of the window is the user's.
 void TestShell::quittingWhileAnOperationRunsAsks()
 {
     FakeDialogs dialogs;
@@ -821,8 +823,17 @@ void TestShell::quittingWhileAnOperationRunsAsks()
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     main->decryptScreen()->addFiles({ file(u"c.vx"_qs) });
     main->decryptScreen()->intakeList()->flip(0);
+    main->selectDecrypt();
     main->decryptScreen()->uploadForDecryption();
     QVERIFY(main->decryptScreen()->overlay());
+    // The operation holds its own screen only: the tabs and the other screen stay usable, and
+    // the operation is still there on the way back.
+    QVERIFY(!main->decryptScreen()->widgets().chooseFilesButton->isEnabled());
+    QTest::mouseClick(part<CustomButton>(main, "encryptTab"), Qt::LeftButton);
+    QCOMPARE(main->currentScreen(), main->encryptScreen());
+    QVERIFY(main->encryptScreen()->widgets().chooseFilesButton->isEnabled());
+    QTest::mouseClick(part<CustomButton>(main, "decryptTab"), Qt::LeftButton);
+    QVERIFY(main->decryptScreen()->overlay()->isVisible());
 
     // The user keeps the operation: the window stays.
     dialogs.answers.enqueue(0);
