@@ -800,5 +800,70 @@ Select deselect all users button</extracomment>
         <extracomment>Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened</extracomment>
         <translation>Name ist kein gültiges UTF-8</translation>
     </message>
+    <message id="fileRefused">
+        <source>the phone cannot open it: it is encrypted for someone else, or damaged</source>
+        <extracomment>Why a file was not decrypted when the phone gave no reason</extracomment>
+        <translation>das Telefon kann sie nicht öffnen: sie ist für jemand anderen verschlüsselt oder beschädigt</translation>
+    </message>
+    <message id="fileRefusedAnswer">
+        <source>the phone refused it: %1</source>
+        <extracomment>Why a file was not decrypted; %1 is what the phone answered</extracomment>
+        <translation>das Telefon hat sie abgelehnt: %1</translation>
+    </message>
+    <message id="stageChecking">
+        <source>Checking which files the phone can open…</source>
+        <extracomment>Progress while the files the phone refused as a batch are tried in smaller groups</extracomment>
+        <translation>Es wird geprüft, welche Dateien das Telefon öffnen kann …</translation>
+    </message>
+    <message id="partialEncryptionTitle">
+        <source>Some files could not be encrypted</source>
+        <extracomment>Dialog title when some files were encrypted and some were not</extracomment>
+        <translation>Einige Dateien konnten nicht verschlüsselt werden</translation>
+    </message>
+    <message id="partialDecryptionTitle">
+        <source>Some files could not be decrypted</source>
+        <extracomment>Dialog title when some files were decrypted and some were not</extracomment>
+        <translation>Einige Dateien konnten nicht entschlüsselt werden</translation>
+    </message>
+    <message id="summaryNotEncryptedOne">
+        <source>1 could not be</source>
+        <extracomment>Ends the summary when one of the files was not encrypted, as in &quot;2 files encrypted for 1 person, 1 could not be&quot;</extracomment>
+        <translation>1 konnte nicht verschlüsselt werden</translation>
+    </message>
+    <message id="summaryNotEncryptedMany">
+        <source>%1 could not be</source>
+        <extracomment>Ends the summary when several files were not encrypted, %1 is how many</extracomment>
+        <translation>%1 konnten nicht verschlüsselt werden</translation>
+    </message>
+    <message id="summaryNotDecryptedOne">
+        <source>1 could not be</source>
+        <extracomment>Ends the summary when one of the files was not decrypted, as in &quot;2 files decrypted, 1 could not be&quot;</extracomment>
+        <translation>1 konnte nicht entschlüsselt werden</translation>
+    </message>
+    <message id="summaryNotDecryptedMany">
+        <source>%1 could not be</source>
+        <extracomment>Ends the summary when several files were not decrypted, %1 is how many</extracomment>
+        <translation>%1 konnten nicht entschlüsselt werden</translation>
+    </message>
+    <message id="fileUnreadable">
+        <source>it could not be read</source>
+        <extracomment>Why a file was not sent: it could not be opened, or is no longer a plain file</extracomment>
+        <translation>sie konnte nicht gelesen werden</translation>
+    </message>
+    <message id="fileNoResult">
+        <source>the phone sent no result for it</source>
+        <extracomment>Why a file has no result: the phone&apos;s reply held none for it</extracomment>
+        <translation>das Telefon hat kein Ergebnis dafür geschickt</translation>
+    </message>
+    <message id="fileNotMovedIn">
+        <source>its result could not be saved (%1)</source>
+        <extracomment>Why a file has no result: it could not be put into the result folder; %1 says why</extracomment>
+        <translation>ihr Ergebnis konnte nicht gespeichert werden (%1)</translation>
+    </message>
+    <message id="problemsMore">
+        <source>and %1 more</source>
+        <extracomment>Ends a list of files that failed, %1 is how many more failed</extracomment>
+        <translation>und %1 weitere</translation>
+    </message>
 </context>
 </TS>

@@ -3,8 +3,6 @@
 #include "operations/UniqueNames.h"
 #include "storage/File.h"
 
-#include <QFileInfo>
-
 namespace {
 
 QString failedTitle()
@@ -48,22 +46,39 @@ QList<MultipartUpload::Part> EncryptTask::parts(
 
 OperationTask::Result EncryptTask::run()
 {
+    QList<Item> items;
+    for (const QString& file : m_files)
+        items.append({ file, {}, {}, 0, {}, {}, false });
+    if (!refuseUnreadable(items))
+        return conclude(items);
+    QList<int> sent;
+    QStringList files;
     qint64 total = 0;
-    for (const QString& f : m_files)
-        total += QFileInfo(f).size();
-    const QStringList staged = stagedNames(m_files, m_resultsFolder);
-    auto received = sendAndUnpack(parts(m_files, staged, m_recipients), total, std::nullopt, 0644);
-    if (auto* result = std::get_if<Result>(&received))
-        return *result;
-    // A name with a double quote comes back as the phone read it from the part header,
-    // where libcurl writes '"' as "%22": such results land under the name that was sent.
-    QHash<QString, QString> sentNames;
-    for (const QString& name : staged) {
-        if (name.contains(u'"'))
-            sentNames.insert(UniqueNames::asInPartHeader(name) + u".vx", name + u".vx");
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        if (items.at(i).problem.isEmpty()) {
+            sent.append(int(i));
+            files.append(items.at(i).source);
+            total += items.at(i).size;
+        }
     }
-    QList<SafeArchive::Landing> landings;
-    for (const SafeArchive::Entry& entry : std::get<Received>(received).entries)
-        landings.append({ entry.tempPath, sentNames.value(entry.name, entry.name) });
-    return landAll(landings);
+    const QStringList staged = stagedNames(files, m_resultsFolder);
+    // Each result is named after the name sent, plus ".vx"; a name with a double quote comes
+    // back as the phone read it from the part header, where libcurl writes '"' as "%22": such
+    // results land under the name that was sent.
+    QSet<QString> sentNames;
+    for (qsizetype k = 0; k < sent.size(); ++k) {
+        Item& item = items[sent.at(k)];
+        item.landAs = staged.at(k) + u".vx";
+        item.replyNames = { item.landAs, UniqueNames::asInPartHeader(staged.at(k)) + u".vx" };
+        sentNames += QSet<QString>(item.replyNames.begin(), item.replyNames.end());
+    }
+    Result failure;
+    const auto folder = openFolder(&failure);
+    if (!folder)
+        return failAll(failure, items);
+    const Reply reply = send(*folder, parts(files, staged, m_recipients), total, false, 0644, sentNames);
+    if (reply.kind != Reply::Kind::Received)
+        return reply.failure.outcome == Outcome::Cancelled ? reply.failure : failAll(reply.failure, items);
+    match(items, sent, reply.entries);
+    return conclude(items);
 }

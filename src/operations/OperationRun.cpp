@@ -4,6 +4,8 @@
 #include "operations/EncryptTask.h"
 #include "storage/File.h"
 
+#include <algorithm>
+
 namespace {
 
 using Stage = OperationTask::Stage;
@@ -37,9 +39,14 @@ QString stageTextOf(Stage stage, qint64 done, qint64 total)
         //% "Receiving and saving %1"
         return qtTrId("stageReceivingSaving").arg(formatFileSize(quint64(done)));
     case Stage::Unpacking:
+    case Stage::MovingIn:
         //: Progress while the results are unpacked
         //% "Saving the results..."
         return qtTrId("stageUnpacking");
+    case Stage::Checking:
+        //: Progress while the files the phone refused as a batch are tried in smaller groups
+        //% "Checking which files the phone can open…"
+        return qtTrId("stageChecking");
     }
     return {};
 }
@@ -122,8 +129,9 @@ void OperationRun::onProgress(Stage stage, qint64 done, qint64 total)
         return;
     const qint64 now = m_clock.elapsed();
     if (stage == Stage::Sending || stage == Stage::Receiving)
-        m_rate.sample(done, stage == Stage::Sending ? total : 0, now);
-    const bool known = stage == Stage::Sending || stage == Stage::Unpacking;
+        m_rate.sample(done, total, now);
+    // While the phone works nothing is measured: the bar is busy, the detail counts the time.
+    const bool known = stage != Stage::Waiting;
     setStage(stageTextOf(stage, done, total), known ? done : 0, known ? total : 0);
     if (stage == Stage::Waiting) {
         if (m_waitingSinceMs < 0) {
@@ -135,7 +143,8 @@ void OperationRun::onProgress(Stage stage, qint64 done, qint64 total)
     }
     m_waitingSinceMs = -1;
     m_tick.stop();
-    setDetail(stage == Stage::Unpacking ? QString() : m_rate.describe());
+    const bool moving = stage == Stage::Sending || stage == Stage::Receiving;
+    setDetail(moving ? m_rate.describe() : QString());
 }
 
 void OperationRun::onPhoneConnectedChanged(bool connected)
@@ -143,7 +152,8 @@ void OperationRun::onPhoneConnectedChanged(bool connected)
     // A phone that went silent would leave the transfer waiting for ever: once the phone counts
     // as lost, the operation ends with nothing changed. Results already received in full are
     // still saved.
-    if (connected || m_cancelled || m_stage == Stage::Unpacking || !m_task->isRunning())
+    if (connected || m_cancelled || m_stage == Stage::Unpacking || m_stage == Stage::MovingIn
+        || !m_task->isRunning())
         return;
     m_cancelled = true;
     m_task->cancel(OperationTask::CancelReason::PhoneLost);
@@ -162,24 +172,71 @@ OperationRun::Outcome OperationRun::outcomeOf(const OperationTask::Result& resul
     outcome.stopped = result.stopped;
     if (outcome.cancelled())
         return outcome;
+    for (const OperationTask::FileResult& f : result.files)
+        outcome.files.append({ f.source, f.result, f.problem });
+    outcome.ignored = result.ignored;
     const bool succeeded = result.outcome == OperationTask::Outcome::Succeeded;
     const QStringList written = succeeded ? result.written : QStringList();
+    const int failed = int(std::count_if(
+        result.files.begin(), result.files.end(), [](const auto& f) { return !f.problem.isEmpty(); }));
     outcome.summary = summaryOf(succeeded, result.title, int(written.size()));
     outcome.dialogTitle = result.title;
     outcome.dialogText = result.message;
     outcome.results = written;
+    if (succeeded && failed > 0) {
+        // Some landed, some not: the summary counts both, the dialog and the note say which.
+        outcome.summary += u", " + notDoneText(failed);
+        outcome.dialogTitle = partialTitle();
+        outcome.dialogText = OperationTask::listOfProblems(result.files);
+    }
     outcome.note.summary = outcome.summary;
     if (succeeded) {
         QStringList names;
         for (const QString& path : written.mid(0, 3))
             names.append(path.section(u'/', -1));
         outcome.note.body = names.join(u", ") + (written.size() > 3 ? QStringLiteral(", …") : QString());
+        if (failed > 0)
+            outcome.note.body = outcome.dialogText;
         outcome.note.folder = m_resultFolder;
         outcome.note.files = written;
     } else {
         outcome.note.body = result.message;
     }
     return outcome;
+}
+
+QString OperationRun::partialTitle() const
+{
+    if (m_encrypt) {
+        //: Dialog title when some files were encrypted and some were not
+        //% "Some files could not be encrypted"
+        return qtTrId("partialEncryptionTitle");
+    }
+    //: Dialog title when some files were decrypted and some were not
+    //% "Some files could not be decrypted"
+    return qtTrId("partialDecryptionTitle");
+}
+
+QString OperationRun::notDoneText(int count) const
+{
+    if (m_encrypt) {
+        if (count == 1) {
+            //: Ends the summary when one of the files was not encrypted, as in "2 files encrypted for 1 person, 1 could not be"
+            //% "1 could not be"
+            return qtTrId("summaryNotEncryptedOne");
+        }
+        //: Ends the summary when several files were not encrypted, %1 is how many
+        //% "%1 could not be"
+        return qtTrId("summaryNotEncryptedMany").arg(count);
+    }
+    if (count == 1) {
+        //: Ends the summary when one of the files was not decrypted, as in "2 files decrypted, 1 could not be"
+        //% "1 could not be"
+        return qtTrId("summaryNotDecryptedOne");
+    }
+    //: Ends the summary when several files were not decrypted, %1 is how many
+    //% "%1 could not be"
+    return qtTrId("summaryNotDecryptedMany").arg(count);
 }
 
 QString OperationRun::summaryOf(bool succeeded, const QString& failureTitle, int count) const

@@ -42,6 +42,8 @@ public:
             QString problem; // why not, in a few words a user reads; empty when it landed
         };
         QList<FileOutcome> files;
+        // Entries of the phone's reply that matched no file sent: not landed (the log has them).
+        QStringList ignored;
         // Ended before its course (cancelled, or the phone was lost): the user's marks and
         // choices stay for another try.
         bool stopped = false;
@@ -69,7 +71,9 @@ public:
     OperationTask* task() const { return m_task.get(); }
 
 Q_SIGNALS:
-    // `done` of `total` for a bar; both 0 while there is nothing to measure.
+    // `done` of `total` for a bar: bytes sent, bytes received of the reply's length when it is
+    // known, files checked or moved in. Both 0 while there is nothing to measure (waiting for
+    // the phone, a reply of unknown length): a busy bar.
     void stageChanged(const QString& text, qint64 done, qint64 total);
     void detailChanged(const QString& text);
     void finished(const OperationRun::Outcome& outcome);
@@ -83,6 +87,8 @@ private:
     void onTaskFinished(const OperationTask::Result& result);
     Outcome outcomeOf(const OperationTask::Result& result) const;
     QString summaryOf(bool succeeded, const QString& failureTitle, int count) const;
+    QString partialTitle() const;
+    QString notDoneText(int count) const;
     void setStage(const QString& text, qint64 done = 0, qint64 total = 0);
     void setDetail(const QString& text);
     void showWaited();

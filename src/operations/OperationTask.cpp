@@ -7,12 +7,17 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QStorageInfo>
 #include <QUuid>
+
+#include <algorithm>
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -76,6 +81,14 @@ void OperationTask::start()
                 if (m_worker.joinable())
                     m_worker.join();
                 m_running = false;
+                // Cancelled after the work was done but before it was told: a cancel is never
+                // told as a success, and leaves the result folder as it was.
+                if (m_cancel.load() && !m_phoneLost.load() && result.outcome != Outcome::Cancelled) {
+                    for (const QString& path : result.written)
+                        QFile::remove(path);
+                    Q_EMIT finished(cancelledResult());
+                    return;
+                }
                 Q_EMIT finished(result);
             },
             Qt::QueuedConnection);
@@ -107,8 +120,7 @@ void OperationTask::report(Stage stage, qint64 done, qint64 total)
     // Four updates a second are as many as a person can read, and each one repaints on the
     // main thread; a new stage, and the end of a stage of known size, are always told.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    const bool known = stage == Stage::Sending || stage == Stage::Unpacking;
-    const bool end = known && total > 0 && done >= total;
+    const bool end = total > 0 && done >= total;
     if (stage == m_lastStage && now - m_lastReport < 250 && !end)
         return;
     m_lastReport = now;
@@ -184,36 +196,64 @@ QString reasonOf(const SafeArchive::Result& unpacked)
 
 } // namespace
 
-std::variant<OperationTask::Result, OperationTask::Received> OperationTask::sendAndUnpack(
-    const QList<MultipartUpload::Part>& parts, qint64 uploadBytes, const std::optional<QString>& refusal400,
-    int fileMode)
+std::unique_ptr<OperationFolder> OperationTask::openFolder(Result* failure)
 {
+    QString error;
+    auto folder = OperationFolder::create(m_resultsFolder, m_operationId, &error);
+    if (!folder) {
+        Log::line(error);
+        *failure = replyNotSaved(error);
+    }
+    return folder;
+}
+
+namespace {
+
+// What the phone said with a refusal, as a person may read it: the "message" of a JSON answer,
+// or its plain text, on one line, without the characters no name may carry, and short.
+QString cleanedAnswer(const QByteArray& body)
+{
+    const QJsonDocument json = QJsonDocument::fromJson(body);
+    QString text = json.isObject() ? json.object().value(u"message").toString() : QString::fromUtf8(body);
+    if (text.contains(QChar(0)))
+        return {};
+    text = SafeArchive::printableName(text.simplified());
+    return text;
+}
+
+} // namespace
+
+OperationTask::Reply OperationTask::send(const OperationFolder& folder,
+    const QList<MultipartUpload::Part>& parts, qint64 uploadBytes, bool refusable, int fileMode,
+    const QSet<QString>& sentNames)
+{
+    Reply reply;
+    const auto failed = [&reply](Result result) {
+        reply.kind = result.outcome == Outcome::Refused ? Reply::Kind::Refused : Reply::Kind::Failed;
+        reply.failure = std::move(result);
+        return reply;
+    };
     // The results need room: refuse before sending anything. The reply itself is unpacked as
     // it arrives and takes no room of its own (unless it has to be kept whole, see below).
     if (freeSpace() - reserveBytes < uploadBytes)
-        return notEnoughSpace();
-    QString error;
-    Received received { OperationFolder::create(m_resultsFolder, m_operationId, &error), {} };
-    if (!received.folder) {
-        Log::line(error);
-        return replyNotSaved(error);
-    }
-    const QString work = received.folder->path();
-    const QString unpackFolder = work + QStringLiteral("/unpack");
+        return failed(notEnoughSpace());
+    const QString work = folder.path();
+    const QString replyId = QString::number(++m_replies);
+    const QString unpackFolder = work + u"/unpack-" + replyId;
     if (!QDir().mkdir(unpackFolder))
-        return replyNotSaved(u"cannot create " + unpackFolder);
+        return failed(replyNotSaved(u"cannot create " + unpackFolder));
 
     MultipartUpload::Transfer transfer(
         m_url, parts,
         [this](const MultipartUpload::Progress& p) {
             // Until the connection stands, nothing is measured (no total yet): the screen keeps
             // saying that it connects rather than showing made-up figures.
-            if (p.received == 0 && p.total <= 0)
+            if (m_quietTransfers || (p.received == 0 && p.total <= 0))
                 return;
             if (p.received > 0)
                 report(Stage::Receiving, p.received, p.receiveTotal);
             else if (p.total > 0 && p.sent >= p.total)
-                report(Stage::Waiting, p.sent, p.total);
+                report(Stage::Waiting, 0, 0);
             else
                 report(Stage::Sending, p.sent, p.total);
         },
@@ -226,8 +266,8 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
         if (outcome.cancelled || cancelled())
             return cancelledResult();
         // A refusal is a refusal even when the phone drops the connection right after saying so.
-        if (outcome.status == 400 && refusal400)
-            return Result { Outcome::Refused, m_failureTitle, *refusal400, {} };
+        if (outcome.status == 400 && refusable)
+            return Result { Outcome::Refused, m_failureTitle, {}, {} };
         switch (outcome.problem) {
         case Problem::FileChanged:
             //: Dialog description when a file changed size while it was being sent; %1 is its name
@@ -250,10 +290,18 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
             return connectionFailed();
         return std::nullopt;
     };
+    if (status == 400 && refusable && !cancelled()) {
+        // The phone may say why: a few words are kept, the rest is not read.
+        QByteArray body;
+        const char* block = nullptr;
+        for (qint64 n; body.size() < 4096 && (n = transfer.next(&block)) > 0;)
+            body.append(block, n);
+        reply.answer = cleanedAnswer(body.left(4096));
+    }
     if (status != 200 || cancelled()) {
         if (auto problem = transferProblem(transfer.finish(false)))
-            return *problem;
-        return connectionFailed();
+            return failed(*problem);
+        return failed(connectionFailed());
     }
 
     // The first block says whether the reply can be read in one pass.
@@ -264,28 +312,33 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
         head.append(block, firstLength);
     if (head.isEmpty()) {
         if (auto problem = transferProblem(transfer.finish(false)))
-            return *problem;
+            return failed(*problem);
         // Status 200 without a body: there is nothing to store.
         //: Why a reply was not saved
         //% "it is empty"
-        return replyNotSaved(qtTrId("replyEmpty"));
+        return failed(replyNotSaved(qtTrId("replyEmpty")));
     }
 
     SafeArchive::Result unpacked;
     if (SafeArchive::needsSeeking(head)) {
-        // A stored entry whose size follows its data: only the central directory at the end
-        // says where it ends, so this reply is kept whole and read from the disk.
+        // Only the central directory at the end says where the first entry ends: this reply is
+        // kept whole and read from the disk.
         Log::line(QStringLiteral("The phone's reply cannot be read in one pass; it is saved whole first"));
-        auto spilled = spill(transfer, head, work + u'/' + m_operationId + u".zip");
+        const QString zip = work + u"/reply-" + replyId + u".zip";
+        auto spilled = spill(transfer, head, zip);
         if (auto problem = transferProblem(transfer.finish(false)))
-            return *problem;
+            return failed(*problem);
         if (!spilled.isEmpty())
-            return spilled.front();
+            return failed(spilled.front());
         report(Stage::Unpacking, 0, 1);
         unpacked = SafeArchive::extract(
-            work + u'/' + m_operationId + u".zip", unpackFolder, freeSpace() - reserveBytes,
-            [this](qint64 done, qint64 all) { report(Stage::Unpacking, done, all); }, &m_cancel, fileMode);
-        if (!QFile::remove(work + u'/' + m_operationId + u".zip"))
+            zip, unpackFolder, freeSpace() - reserveBytes,
+            [this](qint64 done, qint64 all) {
+                if (!m_quietTransfers)
+                    report(Stage::Unpacking, done, all);
+            },
+            &m_cancel, fileMode, sentNames);
+        if (!QFile::remove(zip))
             Log::line(QStringLiteral("Cannot delete zip archive"));
     } else {
         // Handed on as it came: the blocks read for the look at the head go first.
@@ -298,23 +351,24 @@ std::variant<OperationTask::Result, OperationTask::Received> OperationTask::send
             }
             return transfer.next(out);
         };
-        unpacked
-            = SafeArchive::extractStream(read, unpackFolder, freeSpace() - reserveBytes, &m_cancel, fileMode);
+        unpacked = SafeArchive::extractStream(
+            read, unpackFolder, freeSpace() - reserveBytes, &m_cancel, fileMode, sentNames);
     }
     // Read to its end when the archive was whole, so a reply cut short is still seen as such.
     if (auto problem = transferProblem(transfer.finish(unpacked.ok)))
-        return *problem;
+        return failed(*problem);
     if (cancelled())
-        return cancelledResult();
+        return failed(cancelledResult());
     if (!unpacked.ok) {
         // The detail may hold a name from the phone: escaped, it cannot forge log lines.
         Log::line(u"Cannot unpack the phone's reply: " + Log::escaped(unpacked.detail));
         if (unpacked.failure == SafeArchive::Failure::NoSpace)
-            return notEnoughSpace();
-        return replyNotSaved(reasonOf(unpacked));
+            return failed(notEnoughSpace());
+        return failed(replyNotSaved(reasonOf(unpacked)));
     }
-    received.entries = unpacked.entries;
-    return received;
+    reply.kind = Reply::Kind::Received;
+    reply.entries = unpacked.entries;
+    return reply;
 }
 
 QList<OperationTask::Result> OperationTask::spill(
@@ -338,7 +392,6 @@ QList<OperationTask::Result> OperationTask::spill(
         ok = WholeWrite::writeAll(fd, block, n);
         error = ok ? 0 : errno;
         written += n;
-        report(Stage::Receiving, written, 0);
     } while (ok && (n = transfer.next(&block)) > 0);
     ::close(fd);
     if (!ok) {
@@ -350,18 +403,153 @@ QList<OperationTask::Result> OperationTask::spill(
     return {};
 }
 
-OperationTask::Result OperationTask::landAll(const QList<SafeArchive::Landing>& landings)
+bool OperationTask::refuseUnreadable(QList<Item>& items)
+{
+    bool any = false;
+    for (Item& item : items) {
+        // Opened as the upload opens it: a pipe must not block, and only a regular file goes.
+        const int fd = ::open(QFile::encodeName(item.source).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        struct stat st
+        {
+        };
+        const bool readable = fd >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+        if (fd >= 0)
+            ::close(fd);
+        if (!readable) {
+            Log::line(u"Cannot read a file to send: " + Log::escaped(item.source));
+            //: Why a file was not sent: it could not be opened, or is no longer a plain file
+            //% "it could not be read"
+            item.problem = qtTrId("fileUnreadable");
+            continue;
+        }
+        item.size = st.st_size;
+        any = true;
+    }
+    return any;
+}
+
+void OperationTask::match(
+    QList<Item>& items, const QList<int>& which, const QList<SafeArchive::Entry>& entries)
+{
+    QList<bool> used(entries.size(), false);
+    for (const int i : which) {
+        Item& item = items[i];
+        for (qsizetype e = 0; e < entries.size(); ++e) {
+            if (!used.at(e) && item.replyNames.contains(entries.at(e).name)) {
+                used[e] = true;
+                item.tempPath = entries.at(e).tempPath;
+                break;
+            }
+        }
+        if (item.tempPath.isEmpty()) {
+            Log::line(u"Cannot copy " + Log::escaped(item.landAs) + u": the phone sent no such file");
+            //: Why a file has no result: the phone's reply held none for it
+            //% "the phone sent no result for it"
+            item.problem = qtTrId("fileNoResult");
+        }
+    }
+    // More results than files sent: what no file asked for stays out of the result folder.
+    for (qsizetype e = 0; e < entries.size(); ++e) {
+        if (!used.at(e)) {
+            Log::line(
+                u"The phone sent a result no file asked for, not saved: " + Log::escaped(entries.at(e).name));
+            m_ignored.append(entries.at(e).name);
+        }
+    }
+}
+
+OperationTask::Result OperationTask::failAll(Result failure, const QList<Item>& items)
+{
+    for (const Item& item : items)
+        failure.files.append({ item.source, {}, item.problem.isEmpty() ? failure.message : item.problem });
+    return failure;
+}
+
+OperationTask::Result OperationTask::conclude(QList<Item>& items)
 {
     if (cancelled())
         return cancelledResult();
-    QString error;
-    const auto landed = SafeArchive::landAll(landings, m_resultsFolder, &error);
-    if (!landed) {
-        // The reason may name an entry of the phone's reply.
-        Log::line(u"Cannot move the results into " + m_resultsFolder + u": " + Log::escaped(error));
+    QList<SafeArchive::Landing> landings;
+    QList<int> landing; // the item of each landing
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        if (!items.at(i).tempPath.isEmpty()) {
+            landings.append({ items.at(i).tempPath, items.at(i).landAs });
+            landing.append(int(i));
+        }
+    }
+    SafeArchive::Landed landed;
+    if (!landings.isEmpty()) {
+        report(Stage::MovingIn, 0, landings.size());
+        landed = SafeArchive::landAll(landings, m_resultsFolder, &m_cancel,
+            [this](qint64 done, qint64 all) { report(Stage::MovingIn, done, all); });
+        if (landed.cancelled)
+            return cancelledResult();
+    }
+    Result result { Outcome::Succeeded, {}, {}, {} };
+    QString notMovedIn;
+    for (qsizetype l = 0; l < landings.size(); ++l) {
+        Item& item = items[landing.at(l)];
+        if (!landed.paths.at(l).isEmpty()) {
+            result.written.append(landed.paths.at(l));
+            continue;
+        }
+        const QString why = SafeArchive::printableName(item.landAs) + u": " + landed.errors.at(l);
+        // The name may come from the phone's reply.
+        Log::line(u"Cannot move a result into " + m_resultsFolder + u": " + Log::escaped(why));
+        if (notMovedIn.isEmpty())
+            notMovedIn = why;
+        //: Why a file has no result: it could not be put into the result folder; %1 says why
+        //% "its result could not be saved (%1)"
+        item.problem = qtTrId("fileNotMovedIn").arg(landed.errors.at(l));
+    }
+    qsizetype next = 0;
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        const bool isLanded = next < landing.size() && landing.at(next) == i;
+        QString path;
+        if (isLanded)
+            path = landed.paths.at(next++);
+        result.files.append({ items.at(i).source, path, path.isEmpty() ? items.at(i).problem : QString() });
+    }
+    result.ignored = m_ignored;
+    if (!result.written.isEmpty())
+        return result;
+    // Nothing landed: the failure dialog says why, as one sentence when it is one reason.
+    result.outcome = Outcome::Failed;
+    result.title = m_failureTitle;
+    const bool allRefused = std::all_of(items.begin(), items.end(), [](const Item& i) { return i.refused; });
+    const bool noneMovedIn = !landings.isEmpty() && landings.size() == items.size();
+    if (allRefused) {
+        result.outcome = Outcome::Refused;
+        //: Error dialog when trying to decrypt files that are not encrypted for you
+        //% "Some of the files are encrypted for other users"
+        result.message = qtTrId("dialogOtherUsersDecryption");
+    } else if (noneMovedIn) {
         //: Dialog description when the results cannot be put into their folder; %1 is the folder, %2 why
         //% "The results could not be moved into %1: %2."
-        return failedWith(qtTrId("resultsNotMovedIn").arg(QDir::toNativeSeparators(m_resultsFolder), error));
+        result.message
+            = qtTrId("resultsNotMovedIn").arg(QDir::toNativeSeparators(m_resultsFolder), notMovedIn);
+    } else {
+        result.message = listOfProblems(result.files);
     }
-    return { Outcome::Succeeded, {}, {}, *landed };
+    return result;
+}
+
+QString OperationTask::listOfProblems(const QList<FileResult>& files)
+{
+    // A dialog has room for a few lines; the per-file list has them all.
+    constexpr int shown = 5;
+    QStringList lines;
+    int failed = 0;
+    for (const FileResult& f : files) {
+        if (f.problem.isEmpty())
+            continue;
+        if (++failed <= shown)
+            lines.append(SafeArchive::printableName(f.source.section(u'/', -1)) + u": " + f.problem);
+    }
+    if (failed > shown) {
+        //: Ends a list of files that failed, %1 is how many more failed
+        //% "and %1 more"
+        lines.append(qtTrId("problemsMore").arg(failed - shown));
+    }
+    return lines.join(u'\n');
 }

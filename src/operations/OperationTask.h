@@ -5,6 +5,7 @@
 #include "operations/SafeArchive.h"
 
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -27,9 +28,19 @@ class OperationTask : public QObject
     Q_OBJECT
 
 public:
-    enum class Stage { Sending, Waiting, Receiving, Unpacking };
+    // Checking: the phone refused a batch, and its files are tried in smaller groups to find
+    // those it can open. MovingIn: the results move into their folder.
+    enum class Stage { Sending, Waiting, Receiving, Unpacking, Checking, MovingIn };
     Q_ENUM(Stage)
     enum class Outcome { Succeeded, Failed, Refused, Cancelled };
+
+    // What became of one file the user sent.
+    struct FileResult
+    {
+        QString source;
+        QString result; // where its result landed; empty when none did
+        QString problem; // why not; empty when it landed
+    };
 
     struct Result
     {
@@ -39,6 +50,11 @@ public:
         QStringList written; // the result files that landed
         // Ended before its course (cancelled, or the phone was lost): the user's choices stay.
         bool stopped = false;
+        // Every file the user sent, in order; empty after a cancel. Succeeded means at least
+        // one result landed: the others say why not.
+        QList<FileResult> files;
+        // Names of reply entries that matched no file sent: logged, never landed.
+        QStringList ignored;
     };
 
     // Free space kept for the rest of the system: replies and results never eat into it.
@@ -56,6 +72,9 @@ public:
     QString operationId() const { return m_operationId; }
     // The title of this operation's failure dialog ("Encryption failed", ...).
     QString failureTitle() const { return m_failureTitle; }
+
+    // The files that failed, one "name: why" line each, as many as a dialog has room for.
+    static QString listOfProblems(const QList<FileResult>& files);
 
     // An operation's folder name: a fresh upper-case UUID.
     static QString makeOperationId();
@@ -78,19 +97,43 @@ protected:
     // Runs on the worker thread.
     virtual Result run() = 0;
 
-    // What the phone sent back, unpacked in the operation's own folder (which goes when this
-    // goes), or the result to report when it never got that far.
-    struct Received
+    // One file to send and how its result comes back.
+    struct Item
     {
-        std::unique_ptr<OperationFolder> folder;
-        QList<SafeArchive::Entry> entries;
+        QString source;
+        QString landAs; // the name its result lands under (the unique-name rule may add a counter)
+        QStringList replyNames; // the names the phone may give its result
+        qint64 size = 0;
+        // Filled as the operation goes:
+        QString tempPath; // its result, unpacked in the operation's folder
+        QString problem; // why it has no result
+        bool refused = false; // the phone refused it
     };
-    // Sends the parts, stores the reply and unpacks it. `refusal400` is the message of a 400
-    // status, when it has one of its own.
-    std::variant<Result, Received> sendAndUnpack(const QList<MultipartUpload::Part>& parts,
-        qint64 uploadBytes, const std::optional<QString>& refusal400, int fileMode);
-    // Moves the files in, all or none; the result to report.
-    Result landAll(const QList<SafeArchive::Landing>& landings);
+
+    // What one request came back with.
+    struct Reply
+    {
+        enum class Kind { Received, Refused, Failed } kind = Kind::Failed;
+        QList<SafeArchive::Entry> entries; // Received: unpacked in the operation's folder
+        QString answer; // Refused (status 400 where `refusable`): what the phone said, cleaned
+        Result failure; // Failed (a cancel too)
+    };
+
+    // The operation's own folder, which goes when this goes; nothing, with `failure` set, when
+    // it cannot be made.
+    std::unique_ptr<OperationFolder> openFolder(Result* failure);
+    // Sends the parts and unpacks the reply into a fresh folder inside `folder`. `refusable`:
+    // a 400 status is the phone refusing the files, not a failure.
+    Reply send(const OperationFolder& folder, const QList<MultipartUpload::Part>& parts, qint64 uploadBytes,
+        bool refusable, int fileMode, const QSet<QString>& sentNames);
+    // Leaves out the files that cannot be read, each with its problem; true when any is left.
+    static bool refuseUnreadable(QList<Item>& items);
+    // Gives each item the first entry bearing one of its reply names; the others are ignored.
+    void match(QList<Item>& items, const QList<int>& which, const QList<SafeArchive::Entry>& entries);
+    // Moves the results in and says what became of every file.
+    Result conclude(QList<Item>& items);
+    // Every file that was to be sent fails with `failure`'s message, or its own problem.
+    static Result failAll(Result failure, const QList<Item>& items);
 
     Result failedWith(const QString& message) const
     {
@@ -99,13 +142,16 @@ protected:
     Result connectionFailed() const;
     Result cancelledResult() const;
     bool cancelled() const { return m_cancel.load(); }
+    void report(Stage stage, qint64 done, qint64 total);
+    // While the files are checked in groups, each transfer's own progress is not told.
+    bool m_quietTransfers = false;
+    QStringList m_ignored;
 
     QString m_url;
     QString m_operationId;
     QString m_resultsFolder;
 
 private:
-    void report(Stage stage, qint64 done, qint64 total);
     qint64 freeSpace() const;
     Result notEnoughSpace() const;
     // Writes a reply that cannot be read in one pass to `path`, whole; a failure, or none.
@@ -117,6 +163,7 @@ private:
     std::atomic<bool> m_phoneLost { false };
     std::atomic<bool> m_running { false };
     std::thread m_worker;
+    int m_replies = 0; // requests sent so far: each reply unpacks into a folder of its own
     qint64 m_lastReport = 0;
     std::optional<Stage> m_lastStage;
 };

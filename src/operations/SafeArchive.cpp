@@ -11,13 +11,16 @@
 #include <archive.h>
 #include <archive_entry.h>
 
+#include <QHash>
+
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <optional>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace SafeArchive {
@@ -35,8 +38,11 @@ int (*renameFunction)(const char*, const char*) = &renameNoReplace;
 bool isForbiddenCharacter(char32_t c)
 {
     return c < 0x20 || (c >= 0x7f && c <= 0x9f) // control characters
-        || c == 0x061c || c == 0x200e || c == 0x200f // bidirectional marks
-        || (c >= 0x202a && c <= 0x202e) || (c >= 0x2066 && c <= 0x2069) // embeddings, overrides, isolates
+        || c == 0x2028
+        || c == 0x2029 // line and paragraph separators
+        // Format characters: bidirectional marks, embeddings, overrides and isolates, zero-width
+        // spaces and joiners, the byte order mark, tags.
+        || QChar::category(c) == QChar::Other_Format
         || c == 0xfffd; // what an invalid UTF-8 sequence decodes to
 }
 
@@ -133,10 +139,11 @@ void syncFolder(const QString& folder)
 
 } // namespace
 
-bool isSafeEntryName(const QString& name)
+bool isSafeEntryName(const QString& name, const QSet<QString>& sentNames)
 {
-    if (name.isEmpty() || name.startsWith(u'.') || name.contains(u'/') || name.contains(u'\\')
-        || name.toUtf8().size() > 255)
+    const bool dotAllowed = sentNames.contains(name) && name != u"." && name != u"..";
+    if (name.isEmpty() || (name.startsWith(u'.') && !dotAllowed) || name.contains(u'/')
+        || name.contains(u'\\') || name.toUtf8().size() > 255)
         return false;
     for (const char32_t c : name.toUcs4()) {
         if (isForbiddenCharacter(c))
@@ -231,10 +238,8 @@ Written writeEntry(archive* a, int fd, qint64& written, qint64 limit,
             onProgress(written, limit);
     }
     w.error = errno;
+    // Flushed all at once before they land (flush()): one wait for the disk, not one per file.
     if (w.ok && w.size > 0 && ::ftruncate(fd, w.size) != 0)
-        w.ok = false;
-    // Flushed before it lands: a crash never leaves a result that looks whole but is not.
-    if (w.ok && ::fsync(fd) != 0)
         w.ok = false;
     if (!w.ok && !w.error)
         w.error = errno ? errno : EIO;
@@ -245,7 +250,7 @@ Written writeEntry(archive* a, int fd, qint64& written, qint64 limit,
 // word on an archive read to its end.
 Result unpack(archive* a, const QString& stagingFolder, qint64 budgetBytes,
     const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode,
-    const std::function<Result()>& afterEnd = {})
+    const QSet<QString>& sentNames, const std::function<Result()>& afterEnd = {})
 {
     const qint64 limit = qMax<qint64>(budgetBytes, 0);
     Result result;
@@ -280,7 +285,7 @@ Result unpack(archive* a, const QString& stagingFolder, qint64 budgetBytes,
         // skipped, as if they were not there.
         if (type == AE_IFDIR || where == Path::Skip)
             continue;
-        if (!isSafeEntryName(name))
+        if (!isSafeEntryName(name, sentNames))
             return fail(stagingFolder, Failure::BadName, name);
         if (archive_entry_size_is_set(entry) && written + archive_entry_size(entry) > limit)
             return fail(stagingFolder, Failure::NoSpace, name);
@@ -440,7 +445,7 @@ bool needsSeeking(const QByteArray& head)
         return false;
     const quint16 flags = le16(head.constData() + 6);
     const quint16 method = le16(head.constData() + 8);
-    if (!(flags & 0x8) || method != 0)
+    if (!(flags & 0x8) || method == 8)
         return false;
     // Most writers still put the sizes in front when they know them.
     quint64 size = le32(head.constData() + 18);
@@ -461,7 +466,8 @@ bool needsSeeking(const QByteArray& head)
 }
 
 Result extract(const QString& archivePath, const QString& stagingFolder, qint64 budgetBytes,
-    const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode)
+    const std::function<void(qint64, qint64)>& onProgress, const std::atomic<bool>* cancel, int mode,
+    const QSet<QString>& sentNames)
 {
     if (QFileInfo(archivePath).size() <= 0)
         return fail(stagingFolder, Failure::Broken, QStringLiteral("empty reply"));
@@ -470,11 +476,11 @@ Result extract(const QString& archivePath, const QString& stagingFolder, qint64 
     if (archive_read_open_filename(a.get(), QFile::encodeName(archivePath).constData(), 64 * 1024)
         != ARCHIVE_OK)
         return fail(stagingFolder, Failure::Broken, QString::fromUtf8(archive_error_string(a.get())));
-    return unpack(a.get(), stagingFolder, budgetBytes, onProgress, cancel, mode);
+    return unpack(a.get(), stagingFolder, budgetBytes, onProgress, cancel, mode, sentNames);
 }
 
 Result extractStream(const BlockReader& read, const QString& stagingFolder, qint64 budgetBytes,
-    const std::atomic<bool>* cancel, int mode)
+    const std::atomic<bool>* cancel, int mode, const QSet<QString>& sentNames)
 {
     Stream stream;
     stream.read = &read;
@@ -509,49 +515,80 @@ Result extractStream(const BlockReader& read, const QString& stagingFolder, qint
         }
         return checkCentralDirectory(tail, tailStart);
     };
-    return unpack(a.get(), stagingFolder, budgetBytes, {}, cancel, mode, afterEnd);
+    return unpack(a.get(), stagingFolder, budgetBytes, {}, cancel, mode, sentNames, afterEnd);
 }
 
-QString moveIn(const QString& tempPath, const QString& folder, const std::function<QString(int)>& nameFor,
-    QString* error)
+bool flush(const QString& folder, const std::atomic<bool>* cancel)
 {
-    const QByteArray from = QFile::encodeName(tempPath);
-    for (int counter = 0; counter < 100000; ++counter) {
-        const QString target = folder + u'/' + nameFor(counter);
-        // Never a check-then-write race with other programs: the file system refuses a taken name.
-        if (placeExclusive(from, QFile::encodeName(target)) == 0)
-            return target;
-        if (errno != EEXIST) {
-            if (error)
-                *error = QString::fromLocal8Bit(std::strerror(errno));
-            return {};
-        }
+    const int fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return !(cancel && cancel->load());
+    // syncfs cannot be interrupted and may wait long on a busy disk: it runs on a thread of its
+    // own that owns the descriptor, so a cancel is answered at once and the flush ends unwatched.
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    std::thread([fd, done] {
+        ::syncfs(fd);
+        ::close(fd);
+        *done = true;
+    }).detach();
+    while (!done->load()) {
+        if (cancel && cancel->load())
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    if (error)
-        *error = QString::fromLocal8Bit(std::strerror(EEXIST));
-    return {};
+    return true;
 }
 
-std::optional<QStringList> landAll(const QList<Landing>& landings, const QString& folder, QString* error)
+Landed landAll(const QList<Landing>& landings, const QString& folder, const std::atomic<bool>* cancel,
+    const std::function<void(qint64, qint64)>& onProgress)
 {
-    QStringList landed;
+    Landed result;
+    const auto stop = [&] {
+        for (const QString& path : std::as_const(result.paths)) {
+            if (!path.isEmpty())
+                QFile::remove(path);
+        }
+        return Landed { {}, {}, true };
+    };
+    if (!flush(folder, cancel))
+        return stop();
+    // For each wanted name, the counter after the last one taken: every earlier candidate was
+    // found taken, so the rule's first free name cannot lie below it.
+    QHash<QString, int> nextCounter;
+    const qint64 all = landings.size();
     for (const Landing& landing : landings) {
+        if (cancel && cancel->load())
+            return stop();
         const QString& name = landing.name;
-        const QString path = moveIn(
-            landing.tempPath, folder,
-            [&name](int counter) { return counter == 0 ? name : UniqueNames::withCounter(name, counter); },
-            error);
-        if (path.isEmpty()) {
-            for (const QString& done : std::as_const(landed))
-                QFile::remove(done);
-            if (error)
-                *error = printableName(name) + u": " + *error;
-            return std::nullopt;
+        const QByteArray from = QFile::encodeName(landing.tempPath);
+        int counter = nextCounter.value(name, 0);
+        QString path;
+        QString error;
+        for (;; ++counter) {
+            const QString target
+                = folder + u'/' + (counter == 0 ? name : UniqueNames::withCounter(name, counter));
+            // Never a check-then-write race with other programs: the file system refuses a taken name.
+            if (placeExclusive(from, QFile::encodeName(target)) == 0) {
+                path = target;
+                break;
+            }
+            if (errno != EEXIST || counter >= 1000000) {
+                error = QString::fromLocal8Bit(std::strerror(errno));
+                break;
+            }
         }
-        landed.append(path);
+        if (!path.isEmpty())
+            nextCounter.insert(name, counter + 1);
+        result.paths.append(path);
+        result.errors.append(error);
+        if (onProgress)
+            onProgress(result.paths.size(), all);
     }
+    // The new names themselves, with one flush of the folder.
     syncFolder(folder);
-    return landed;
+    if (cancel && cancel->load())
+        return stop();
+    return result;
 }
 
 void setLinkFunctionsForTesting(

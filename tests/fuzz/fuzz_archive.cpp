@@ -11,7 +11,6 @@
 #include <QFile>
 
 #include <functional>
-#include <optional>
 
 using FuzzSupport::check;
 
@@ -51,17 +50,16 @@ void unpackAndLand(
             landings.append({ entry.tempPath, entry.name });
         }
         check(total <= freeBytes);
-        QString error;
-        const std::optional<QStringList> landed = SafeArchive::landAll(landings, results, &error);
+        const SafeArchive::Landed landed = SafeArchive::landAll(landings, results);
         const QStringList there
             = QDir(results).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
-        if (landed) {
-            check(landed->size() == landings.size() && there.size() == landings.size() + 1);
-            for (const QString& path : *landed)
-                check(QFileInfo(path).absolutePath() == QFileInfo(results).absoluteFilePath());
-        } else {
-            check(there == QStringList { QStringLiteral("report.pdf") }); // all or nothing
+        // Each result lands on its own, inside the results folder, beside the user's file.
+        qsizetype count = 0;
+        for (const QString& path : landed.paths) {
+            check(path.isEmpty() || QFileInfo(path).absolutePath() == QFileInfo(results).absoluteFilePath());
+            count += path.isEmpty() ? 0 : 1;
         }
+        check(landed.paths.size() == landings.size() && there.size() == count + 1);
     }
     QFile user(existing);
     check(user.open(QIODevice::ReadOnly) && user.readAll() == userContent);

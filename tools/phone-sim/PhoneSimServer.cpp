@@ -3,12 +3,12 @@
 #include "ZipWriter.h"
 
 #include <QDateTime>
-#include <QTimeZone>
 #include <QDir>
 #include <QFile>
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QNetworkInterface>
+#include <QTimeZone>
 #include <QUuid>
 
 #include <chrono>
@@ -75,10 +75,8 @@ QString text(const std::string& s)
 
 QJsonObject memberJson(const SimStore::Person& p)
 {
-    return { { QStringLiteral("id"), p.id },
-             { QStringLiteral("fullName"), p.fullName() },
-             { QStringLiteral("email"), p.email },
-             { QStringLiteral("phoneNumber"), p.phone } };
+    return { { QStringLiteral("id"), p.id }, { QStringLiteral("fullName"), p.fullName() },
+        { QStringLiteral("email"), p.email }, { QStringLiteral("phoneNumber"), p.phone } };
 }
 
 std::optional<QJsonObject> jsonObjectBody(const httplib::Request& req)
@@ -110,8 +108,9 @@ thread_local bool requestLogged = false;
 bool isLoopback(const std::string& address)
 {
     const QHostAddress host(text(address));
-    return host.isLoopback() || (host.protocol() == QAbstractSocket::IPv6Protocol && host.toIPv4Address() != 0
-                                 && QHostAddress(host.toIPv4Address()).isLoopback());
+    return host.isLoopback()
+        || (host.protocol() == QAbstractSocket::IPv6Protocol && host.toIPv4Address() != 0
+            && QHostAddress(host.toIPv4Address()).isLoopback());
 }
 
 } // namespace
@@ -144,7 +143,8 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
     if (d.contains(u"contentType"))
         fault->contentType = d.value(u"contentType").toString().toStdString();
     fault->delayMs = d.value(u"delayMs").toInt(0);
-    fault->closeAfterBytes = d.contains(u"closeAfterBytes") ? qint64(d.value(u"closeAfterBytes").toDouble()) : -1;
+    fault->closeAfterBytes
+        = d.contains(u"closeAfterBytes") ? qint64(d.value(u"closeAfterBytes").toDouble()) : -1;
     if (d.contains(u"stallAfterBytes")) {
         fault->closeAfterBytes = qint64(d.value(u"stallAfterBytes").toDouble());
         fault->stall = true;
@@ -155,9 +155,8 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
     fault->archiveFile = d.value(u"file").toString();
     fault->times = d.value(u"times").toInt(0);
     static const QStringList archives { QString(), u"escape"_qs, u"absolute"_qs, u"symlink"_qs, u"corrupt"_qs,
-                                        u"empty"_qs, u"unmatched"_qs, u"bomb"_qs, u"longName"_qs,
-                                        u"controlChar"_qs, u"leadingDot"_qs, u"subfolder"_qs, u"truncated"_qs,
-                                        u"corruptData"_qs, u"tooMany"_qs, u"password"_qs, u"file"_qs };
+        u"empty"_qs, u"unmatched"_qs, u"bomb"_qs, u"longName"_qs, u"controlChar"_qs, u"leadingDot"_qs,
+        u"subfolder"_qs, u"truncated"_qs, u"corruptData"_qs, u"file"_qs };
     if (!archives.contains(fault->archive))
         return false;
     std::lock_guard lock(m_mutex);
@@ -165,8 +164,8 @@ bool PhoneSimServer::addFault(const QJsonObject& d)
     return true;
 }
 
-std::shared_ptr<PhoneSimServer::Fault> PhoneSimServer::takeFault(const std::string& method, const std::string& path,
-                                                                 bool archiveFault)
+std::shared_ptr<PhoneSimServer::Fault> PhoneSimServer::takeFault(
+    const std::string& method, const std::string& path, bool archiveFault)
 {
     std::lock_guard lock(m_mutex);
     for (auto it = m_faults.begin(); it != m_faults.end(); ++it) {
@@ -221,10 +220,12 @@ bool PhoneSimServer::start()
             logRequest(req);
     });
     const std::string bind = m_options.bind.toStdString();
-    const int bound = m_options.port == 0 ? m_server->bind_to_any_port(bind)
-                                          : (m_server->bind_to_port(bind, m_options.port) ? m_options.port : -1);
+    const int bound = m_options.port == 0
+        ? m_server->bind_to_any_port(bind)
+        : (m_server->bind_to_port(bind, m_options.port) ? m_options.port : -1);
     if (bound <= 0) {
-        std::fprintf(stderr, "varnex-phone-sim: cannot listen on %s:%u\n", bind.c_str(), unsigned(m_options.port));
+        std::fprintf(
+            stderr, "varnex-phone-sim: cannot listen on %s:%u\n", bind.c_str(), unsigned(m_options.port));
         return false;
     }
     m_port = quint16(bound);
@@ -275,23 +276,23 @@ bool PhoneSimServer::preRoute(const httplib::Request& req, httplib::Response& re
         const quint64 generation = m_faultGeneration.load();
         res.status = fault->status > 0 ? fault->status : 200;
         res.set_content_provider(size_t(cut + 4096), fault->contentType,
-                                 [this, cut, stall, generation](size_t offset, size_t, httplib::DataSink& sink) {
-                                     if (qint64(offset) < cut) {
-                                         // A zip's first entry (stored, 1 GiB) that never ends,
-                                         // so a reader takes it in and waits for more.
-                                         std::string part(size_t(cut - qint64(offset)), '[');
-                                         static const char head[] = "PK\x03\x04\x14\0\0\0\0\0\0\0\0\0\0\0\0\0"
-                                                                    "\0\0\0\x40\0\0\0\x40\x09\0\0\0stall.bin";
-                                         for (size_t i = size_t(offset); i < sizeof head - 1 && i < size_t(cut); ++i)
-                                             part[i - size_t(offset)] = head[i];
-                                         sink.write(part.data(), part.size());
-                                         return true;
-                                     }
-                                     // Mid-body: silent until the faults are cleared, or dropped.
-                                     if (stall)
-                                         waitForFaultsCleared(generation);
-                                     return false;
-                                 });
+            [this, cut, stall, generation](size_t offset, size_t, httplib::DataSink& sink) {
+                if (qint64(offset) < cut) {
+                    // A zip's first entry (stored, 1 GiB) that never ends,
+                    // so a reader takes it in and waits for more.
+                    std::string part(size_t(cut - qint64(offset)), '[');
+                    static const char head[] = "PK\x03\x04\x14\0\0\0\0\0\0\0\0\0\0\0\0\0"
+                                               "\0\0\0\x40\0\0\0\x40\x09\0\0\0stall.bin";
+                    for (size_t i = size_t(offset); i < sizeof head - 1 && i < size_t(cut); ++i)
+                        part[i - size_t(offset)] = head[i];
+                    sink.write(part.data(), part.size());
+                    return true;
+                }
+                // Mid-body: silent until the faults are cleared, or dropped.
+                if (stall)
+                    waitForFaultsCleared(generation);
+                return false;
+            });
         return true;
     }
     if (fault->status > 0) {
@@ -321,9 +322,8 @@ void PhoneSimServer::logRequest(const httplib::Request& req, const QJsonArray& p
         headers.insert(text(name).toLower(), text(value));
     }
     QJsonObject entry { { QStringLiteral("method"), text(req.method) },
-                        { QStringLiteral("path"), text(req.path) },
-                        { QStringLiteral("headers"), headers },
-                        { QStringLiteral("contentType"), text(req.get_header_value("Content-Type")) } };
+        { QStringLiteral("path"), text(req.path) }, { QStringLiteral("headers"), headers },
+        { QStringLiteral("contentType"), text(req.get_header_value("Content-Type")) } };
     QStringList query;
     for (const auto& [key, value] : req.params)
         query.append(text(key) + u'=' + text(value));
@@ -331,7 +331,8 @@ void PhoneSimServer::logRequest(const httplib::Request& req, const QJsonArray& p
     if (!parts.isEmpty())
         entry.insert(QStringLiteral("parts"), parts);
     else if (withBody)
-        entry.insert(QStringLiteral("body"), QString::fromUtf8(QByteArray::fromStdString(req.body).left(64 * 1024)));
+        entry.insert(
+            QStringLiteral("body"), QString::fromUtf8(QByteArray::fromStdString(req.body).left(64 * 1024)));
     std::lock_guard lock(m_mutex);
     m_requests.append(entry);
     requestLogged = true;
@@ -342,14 +343,15 @@ QJsonObject PhoneSimServer::groupJson(const SimStore::Group& g) const
     QJsonArray members;
     for (const auto& m : g.members)
         members.append(memberJson(m));
-    QJsonObject o { { QStringLiteral("id"), g.id }, { QStringLiteral("name"), g.name }, { QStringLiteral("username"), g.owner } };
+    QJsonObject o { { QStringLiteral("id"), g.id }, { QStringLiteral("name"), g.name },
+        { QStringLiteral("username"), g.owner } };
     if (m_legacyGroups) {
         o.insert(QStringLiteral("members"), members);
         o.insert(QStringLiteral("createdOn"), double(g.createdMs));
     } else {
         o.insert(QStringLiteral("groupMembers"), members);
         o.insert(QStringLiteral("createdOn"),
-                 QDateTime::fromMSecsSinceEpoch(g.createdMs, Qt::UTC).toString(Qt::ISODateWithMs));
+            QDateTime::fromMSecsSinceEpoch(g.createdMs, Qt::UTC).toString(Qt::ISODateWithMs));
     }
     return o;
 }
@@ -369,9 +371,9 @@ void PhoneSimServer::pairLoop()
 {
     const QString ip = advertisedIp();
     const QJsonObject message { { QStringLiteral("ip"), ip },
-                                { QStringLiteral("mobileDeviceName"), m_options.deviceName },
-                                { QStringLiteral("email"), m_options.user },
-                                { QStringLiteral("baseURL"), QStringLiteral("http://%1:%2/").arg(ip).arg(m_port) } };
+        { QStringLiteral("mobileDeviceName"), m_options.deviceName },
+        { QStringLiteral("email"), m_options.user },
+        { QStringLiteral("baseURL"), QStringLiteral("http://%1:%2/").arg(ip).arg(m_port) } };
     const std::string body = compact(message);
     httplib::Client client(m_options.pairHost.toStdString(), m_options.pairPort);
     client.set_connection_timeout(2);
@@ -379,7 +381,8 @@ void PhoneSimServer::pairLoop()
         auto res = client.Post("/myInformation", body, "application/json");
         if (res && res->status == 200) {
             m_paired = true;
-            std::printf("varnex-phone-sim paired with %s:%u\n", qPrintable(m_options.pairHost), unsigned(m_options.pairPort));
+            std::printf("varnex-phone-sim paired with %s:%u\n", qPrintable(m_options.pairHost),
+                unsigned(m_options.pairPort));
             std::fflush(stdout);
             return;
         }
@@ -401,9 +404,8 @@ void PhoneSimServer::routes()
         QJsonArray users;
         for (const auto& p : m_store.contacts())
             users.append(QJsonObject { { QStringLiteral("firstName"), p.firstName },
-                                       { QStringLiteral("lastName"), p.lastName },
-                                       { QStringLiteral("email"), p.email },
-                                       { QStringLiteral("phone"), p.phone } });
+                { QStringLiteral("lastName"), p.lastName }, { QStringLiteral("email"), p.email },
+                { QStringLiteral("phone"), p.phone } });
         answerJson(res, 200, QJsonObject { { QStringLiteral("getUsers"), users } });
     });
 
@@ -412,12 +414,14 @@ void PhoneSimServer::routes()
         res.status = 200;
     });
 
-    s.Post("/encryptFile/", [this](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& reader) {
-        handleOperation(req, res, reader, true);
-    });
-    s.Post("/decryptFile/", [this](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& reader) {
-        handleOperation(req, res, reader, false);
-    });
+    s.Post("/encryptFile/",
+        [this](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& reader) {
+            handleOperation(req, res, reader, true);
+        });
+    s.Post("/decryptFile/",
+        [this](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& reader) {
+            handleOperation(req, res, reader, false);
+        });
 
     // The group API.
     s.Post("/v2/groups", [this](const httplib::Request& req, httplib::Response& res) {
@@ -465,16 +469,18 @@ void PhoneSimServer::routes()
         res.status = 204;
         notifyDesktop("/updateGroups");
     });
-    s.Get(R"(/v2/groups/(-?\d+)/users/([^/]+)/users-not-associated)", [this](const httplib::Request& req, httplib::Response& res) {
-        logRequest(req);
-        const auto users = m_store.usersNotAssociated(text(req.matches[1]).toLongLong(), text(req.matches[2]));
-        if (!users)
-            return answerStatus(res, 404);
-        QJsonArray list;
-        for (const auto& p : *users)
-            list.append(memberJson(p));
-        answerJson(res, 200, list);
-    });
+    s.Get(R"(/v2/groups/(-?\d+)/users/([^/]+)/users-not-associated)",
+        [this](const httplib::Request& req, httplib::Response& res) {
+            logRequest(req);
+            const auto users
+                = m_store.usersNotAssociated(text(req.matches[1]).toLongLong(), text(req.matches[2]));
+            if (!users)
+                return answerStatus(res, 404);
+            QJsonArray list;
+            for (const auto& p : *users)
+                list.append(memberJson(p));
+            answerJson(res, 200, list);
+        });
     auto members = [this](bool add) {
         return [this, add](const httplib::Request& req, httplib::Response& res) {
             logRequest(req);
@@ -522,7 +528,7 @@ void PhoneSimServer::routes()
         if (!body || body->value(u"email").toString().isEmpty())
             return answerMessage(res, 400, QStringLiteral("a contact needs an email"));
         m_store.addContact({ 0, body->value(u"firstName").toString(), body->value(u"lastName").toString(),
-                             body->value(u"email").toString(), body->value(u"phone").toString() });
+            body->value(u"email").toString(), body->value(u"phone").toString() });
         res.status = 201;
         notifyDesktop("/updateAssociates");
     });
@@ -539,9 +545,9 @@ void PhoneSimServer::routes()
         QJsonArray groups;
         for (const auto& g : m_store.groupsOf(m_store.user()))
             groups.append(groupJson(g));
-        answerJson(res, 200, QJsonObject { { QStringLiteral("user"), m_store.user() },
-                                           { QStringLiteral("contacts"), contacts },
-                                           { QStringLiteral("groups"), groups } });
+        answerJson(res, 200,
+            QJsonObject { { QStringLiteral("user"), m_store.user() },
+                { QStringLiteral("contacts"), contacts }, { QStringLiteral("groups"), groups } });
     });
     s.Post("/sim/settings", [this](const httplib::Request& req, httplib::Response& res) {
         const auto body = jsonObjectBody(req);
@@ -553,8 +559,8 @@ void PhoneSimServer::routes()
     });
 }
 
-void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Response& res,
-                                     const httplib::ContentReader& reader, bool encrypt)
+void PhoneSimServer::handleOperation(
+    const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& reader, bool encrypt)
 {
     struct Part
     {
@@ -563,11 +569,12 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
         QString contentType;
         qint64 size = 0;
         QByteArray value; // non-file parts
-        QString path;     // file parts, on disk
+        QString path; // file parts, on disk
         std::unique_ptr<QFile> file;
     };
 
-    const QString work = m_options.dataDir + QStringLiteral("/tmp/") + QUuid::createUuid().toString(QUuid::WithoutBraces);
+    const QString work
+        = m_options.dataDir + QStringLiteral("/tmp/") + QUuid::createUuid().toString(QUuid::WithoutBraces);
     QDir().mkpath(work);
     auto cleanup = [work] { QDir(work).removeRecursively(); };
 
@@ -610,8 +617,8 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
         if (part->file)
             part->file->close();
         QJsonObject o { { QStringLiteral("name"), part->name },
-                        { QStringLiteral("contentType"), part->contentType },
-                        { QStringLiteral("size"), double(part->size) } };
+            { QStringLiteral("contentType"), part->contentType },
+            { QStringLiteral("size"), double(part->size) } };
         if (part->file)
             o.insert(QStringLiteral("filename"), part->filename);
         else
@@ -622,6 +629,24 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
     if (ioFailed) {
         cleanup();
         return answerMessage(res, 500, QStringLiteral("the phone could not store the upload"));
+    }
+
+    // An archive fault that replaces the reply whole answers before any work on the files, so
+    // it serves whatever files were sent.
+    const auto fault = takeFault(req.method, req.path, true);
+    const QString kind = fault ? fault->archive : QString();
+    if (kind == u"file" || kind == u"corrupt" || kind == u"empty") {
+        cleanup();
+        QFile given(fault->archiveFile);
+        res.status = 200;
+        if (kind == u"file")
+            res.set_content(given.open(QIODevice::ReadOnly) ? given.readAll().toStdString() : std::string(),
+                "application/zip");
+        else
+            res.set_content(
+                kind == u"empty" ? std::string() : std::string("PK\x03\x04 this is not a zip archive"),
+                "application/zip");
+        return;
     }
 
     QList<ZipWriter::Entry> entries;
@@ -659,7 +684,8 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
             const QString out = work + QStringLiteral("/out-%1").arg(index++);
             if (VxCrypto::decryptFile(part->path, out, m_store.user(), keys) != VxCrypto::DecryptResult::Ok) {
                 cleanup();
-                return answerMessage(res, 400, QStringLiteral("%1 is not readable by %2").arg(part->filename, m_store.user()));
+                return answerMessage(
+                    res, 400, QStringLiteral("%1 is not readable by %2").arg(part->filename, m_store.user()));
             }
             QFile::remove(part->path);
             entries.append({ part->name, out });
@@ -667,63 +693,43 @@ void PhoneSimServer::handleOperation(const httplib::Request& req, httplib::Respo
     }
 
     bool compress = false;
-    bool protect = false;
     qint64 cutAt = -1; // the reply's bytes stop here, short of its announced length
     qint64 flipAt = -1; // this byte of the reply is damaged
-    if (auto fault = takeFault(req.method, req.path, true)) {
-        const QString& kind = fault->archive;
-        if (kind == u"escape")
-            entries = { { QStringLiteral("../escape.txt"), {}, QByteArrayLiteral("escaped\n") } };
-        else if (kind == u"absolute")
-            entries = { { QStringLiteral("/tmp/varnex-absolute.txt"), {}, QByteArrayLiteral("absolute\n") } };
-        else if (kind == u"symlink")
-            entries = { { QStringLiteral("link.vx"), {}, {}, 0, QStringLiteral("/etc/passwd") } };
-        // The next three keep the real results and add one entry with a name no desktop can
-        // take, after them: all or nothing is what they test.
-        else if (kind == u"longName")
-            entries.append({ QString(303, u'n') + u".txt.vx", {}, QByteArrayLiteral("long\n") });
-        else if (kind == u"controlChar")
-            entries.append({ QStringLiteral("bell\x07.txt.vx"), {}, QByteArrayLiteral("bell\n") });
-        else if (kind == u"leadingDot")
-            entries.append({ QStringLiteral(".hidden.vx"), {}, QByteArrayLiteral("hidden\n") });
-        else if (kind == u"subfolder") // harmless: a folder and a file in it, to be skipped
-            entries += { { QStringLiteral("extra/"), {}, {} }, { QStringLiteral("extra/inner.txt.vx"), {}, QByteArrayLiteral("inner\n") } };
-        else if (kind == u"unmatched")
-            entries.append({ QStringLiteral("not-uploaded.bin"), {}, QByteArrayLiteral("surprise\n") });
-        else if (kind == u"truncated" || kind == u"corruptData") {
-            // A real reply with a large first entry, deflated so damage cannot pass unseen.
-            QByteArray filler;
-            for (int i = 0; filler.size() < 3 * 1024 * 1024; ++i)
-                filler.append(QByteArray::number(qint64(i) * 2654435761LL % 1000003));
-            entries.prepend({ QStringLiteral("first.bin.vx"), {}, filler });
-            compress = true;
-            (kind == u"truncated" ? cutAt : flipAt) = 200000;
-        } else if (kind == u"tooMany") {
-            for (int i = 0; i < 10001; ++i)
-                entries.append({ QStringLiteral("many-%1.vx").arg(i), {}, QByteArrayLiteral("x") });
-        } else if (kind == u"file") {
-            QFile given(fault->archiveFile);
-            cleanup();
-            res.status = 200;
-            res.set_content(given.open(QIODevice::ReadOnly) ? given.readAll().toStdString() : std::string(),
-                            "application/zip");
-            return;
-        } else if (kind == u"password") {
-            protect = true;
-        } else if (kind == u"bomb") {
-            entries = { { QStringLiteral("bomb.bin"), {}, {}, 100LL * 1024 * 1024 } };
-            compress = true;
-        } else if (kind == u"corrupt" || kind == u"empty") {
-            cleanup();
-            res.status = 200;
-            res.set_content(kind == u"empty" ? std::string() : std::string("PK\x03\x04 this is not a zip archive"),
-                            "application/zip");
-            return;
-        }
+    if (kind == u"escape")
+        entries = { { QStringLiteral("../escape.txt"), {}, QByteArrayLiteral("escaped\n") } };
+    else if (kind == u"absolute")
+        entries = { { QStringLiteral("/tmp/varnex-absolute.txt"), {}, QByteArrayLiteral("absolute\n") } };
+    else if (kind == u"symlink")
+        entries = { { QStringLiteral("link.vx"), {}, {}, 0, QStringLiteral("/etc/passwd") } };
+    // The next three keep the real results and add one entry with a name no desktop can
+    // take, after them: all or nothing is what they test.
+    else if (kind == u"longName")
+        entries.append({ QString(303, u'n') + u".txt.vx", {}, QByteArrayLiteral("long\n") });
+    else if (kind == u"controlChar")
+        entries.append({ QStringLiteral("bell\x07.txt.vx"), {}, QByteArrayLiteral("bell\n") });
+    else if (kind == u"leadingDot")
+        entries.append({ QStringLiteral(".hidden.vx"), {}, QByteArrayLiteral("hidden\n") });
+    else if (kind == u"subfolder") // harmless: a folder and a file in it, to be skipped
+        entries += { { QStringLiteral("extra/"), {}, {} },
+            { QStringLiteral("extra/inner.txt.vx"), {}, QByteArrayLiteral("inner\n") } };
+    else if (kind == u"unmatched")
+        entries.append({ QStringLiteral("not-uploaded.bin"), {}, QByteArrayLiteral("surprise\n") });
+    else if (kind == u"truncated" || kind == u"corruptData") {
+        // A real reply with a large first entry, deflated so damage cannot pass unseen.
+        QByteArray filler;
+        for (int i = 0; filler.size() < 3 * 1024 * 1024; ++i)
+            filler.append(QByteArray::number(qint64(i) * 2654435761LL % 1000003));
+        entries.prepend({ QStringLiteral("first.bin.vx"), {}, filler });
+        compress = true;
+        (kind == u"truncated" ? cutAt : flipAt) = 200000;
+    } else if (kind == u"bomb" && !entries.isEmpty()) {
+        // The first result, as named, made of 100 MiB of zeros packed into about 100 KB.
+        entries = { { entries.first().name, {}, {}, 100LL * 1024 * 1024 } };
+        compress = true;
     }
 
     const QString zip = work + QStringLiteral("/reply.zip");
-    if (!ZipWriter::write(zip, entries, compress, protect ? QByteArrayLiteral("secret") : QByteArray())) {
+    if (!ZipWriter::write(zip, entries, compress)) {
         cleanup();
         return answerMessage(res, 500, QStringLiteral("could not pack the reply"));
     }

@@ -74,20 +74,17 @@ bool writeEntry(archive* a, const Entry& entry)
         }
         return true;
     }
-    return entry.data.isEmpty() || archive_write_data(a, entry.data.constData(), size_t(entry.data.size())) == entry.data.size();
+    return entry.data.isEmpty()
+        || archive_write_data(a, entry.data.constData(), size_t(entry.data.size())) == entry.data.size();
 }
 
 } // namespace
 
-bool write(const QString& target, const QList<Entry>& entries, bool compress, const QByteArray& password)
+bool write(const QString& target, const QList<Entry>& entries, bool compress)
 {
     std::unique_ptr<archive, ArchiveCloser> a(archive_write_new());
     archive_write_set_format_zip(a.get());
     archive_write_set_format_option(a.get(), "zip", "compression", compress ? "deflate" : "store");
-    if (!password.isEmpty()) {
-        archive_write_set_format_option(a.get(), "zip", "encryption", "zipcrypt");
-        archive_write_set_passphrase(a.get(), password.constData());
-    }
     const QByteArray path = QFile::encodeName(target);
     bool ok = archive_write_open_filename(a.get(), path.constData()) == ARCHIVE_OK;
     for (const Entry& entry : entries) {
