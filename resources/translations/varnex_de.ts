@@ -865,5 +865,15 @@ Select deselect all users button</extracomment>
         <extracomment>Ends a list of files that failed, %1 is how many more failed</extracomment>
         <translation>und %1 weitere</translation>
     </message>
+    <message id="resultDetails">
+        <source>Details…</source>
+        <extracomment>Button beside the summary of an operation when some files got no result: lists them with why</extracomment>
+        <translation>Details…</translation>
+    </message>
+    <message id="resultTryAgain">
+        <source>Try again</source>
+        <extracomment>Button beside the summary of an operation: sends the files that got no result again</extracomment>
+        <translation>Erneut versuchen</translation>
+    </message>
 </context>
 </TS>

@@ -262,6 +262,18 @@ void IntakeList::clearMarks()
     Q_EMIT changed();
 }
 
+void IntakeList::markOnly(const QStringList& paths)
+{
+    const QSet<QString> wanted(paths.begin(), paths.end());
+    for (const FilePtr& file : m_files)
+        file->isChecked = file->filePath && wanted.contains(*file->filePath);
+    Buttons b = m_buttons;
+    b.remove = markedCount() > 0;
+    b.operation = operationOn();
+    setButtons(b);
+    Q_EMIT changed();
+}
+
 void IntakeList::setButtons(Buttons buttons)
 {
     if (buttons == m_buttons)

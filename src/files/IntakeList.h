@@ -78,6 +78,8 @@ public:
     void removeMarked();
     // After an operation: every mark cleared, files kept.
     void clearMarks();
+    // Marks exactly the files at `paths` (those still listed), clears the others.
+    void markOnly(const QStringList& paths);
 
     // The last piece of a name split at "."; "vx" exactly marks an encrypted file.
     static bool isEncryptedName(const QString& name);

@@ -516,16 +516,39 @@ void TestFileScreens::anOperationEndedInFront()
     QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, table->visualRect(shown->index(0, 0)).center());
     QCOMPARE(dialogs.opened.last(), folder + u"/a.txt.vx"_qs);
 
-    // The results go on to the Decrypt screen, which clears its marks in turn.
+    // The results go on to the Decrypt screen with a damaged file: the good ones land, their
+    // marks are cleared, and the damaged one is named with why and stays marked.
+    const QString broken = m_files + u"/broken.txt.vx"_qs;
+    TestFiles::write(broken, "not an encrypted file");
     DecryptViewController decrypt(Session::instance(), DesktopNotifier::instance());
     decrypt.show();
-    decrypt.addFiles(screen.lastResults());
+    decrypt.addFiles(screen.lastResults() + QStringList { broken });
     decrypt.selectDeselectAll();
     QTest::mouseClick(decrypt.decryptButton(), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
-    QVERIFY(dialogs.shown.isEmpty());
-    QCOMPARE(decrypt.intakeList()->markedCount(), 0);
     QTRY_COMPARE(decrypt.decryptedFiles().size(), 3);
+    QCOMPARE(decrypt.lastFailed(), QStringList { broken });
+    QCOMPARE(dialogs.shown.size(), 1); // the list of what did not land, as the run tells it
+    const QString why = dialogs.shown.at(0).message.section(u": "_qs, 1);
+    QVERIFY(!why.isEmpty());
+    QCOMPARE(decrypt.widgets().resultSummary->text(), u"3 files decrypted, 1 could not be"_qs);
+    QCOMPARE(TestFiles::fileNames(decrypt.filesToDecrypt()).at(3), u"broken.txt.vx"_qs);
+    QVERIFY(decrypt.filesToDecrypt().at(3)->isChecked);
+    QCOMPARE(decrypt.intakeList()->markedCount(), 1);
+    QCOMPARE(decrypt.intakeModel()->index(3, 0).data(Qt::AccessibleDescriptionRole).toString(), why);
+    QVERIFY(decrypt.widgets().detailsButton->isVisible());
+    decrypt.widgets().detailsButton->setFocus();
+    QTest::keyClick(decrypt.widgets().detailsButton, Qt::Key_Space);
+    QCOMPARE(dialogs.shown.size(), 2);
+    QCOMPARE(dialogs.shown.at(1).message, u"broken.txt.vx: "_qs + why);
+    keep(decrypt.grab(), u"result-problems@1x-light"_qs);
+    // Try again sends the damaged file alone, even after the user changed the marks.
+    decrypt.selectDeselectAll();
+    QTest::mouseClick(decrypt.widgets().tryAgainButton, Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
+    const QJsonArray parts = m_phone->requests().last()[u"parts"].toArray();
+    QCOMPARE(parts.size(), 2); // the type and the one file
+    QVERIFY(parts.at(1)[u"filename"].toString().startsWith(u"broken"));
 
     // The next operation clears the summary and the highlight until it ends.
     screen.selectDeselectAll();
