@@ -24,7 +24,8 @@ AppWindow::AppWindow(AppServices& services, QWidget* parent)
     setWindowTitle(Texts::varnexDesktopNotConnected());
     setWindowIcon(QIcon(QStringLiteral(":/images/varnex.svg")));
     resize(1100, 720);
-    setMinimumSize(980, 640);
+    // The Encrypt screen's two columns of titles and buttons need this width to show whole.
+    setMinimumSize(1100, 640);
     QPalette palette = this->palette();
     palette.setColor(QPalette::Window, Colors::primaryColor);
     setPalette(palette);

@@ -521,12 +521,14 @@ void TestFileScreens::anOperationEndedInFront()
     const QString broken = m_files + u"/broken.txt.vx"_qs;
     TestFiles::write(broken, "not an encrypted file");
     DecryptViewController decrypt(Session::instance(), DesktopNotifier::instance());
+    decrypt.resize(1100, 650);
     decrypt.show();
     decrypt.addFiles(screen.lastResults() + QStringList { broken });
     decrypt.selectDeselectAll();
     QTest::mouseClick(decrypt.decryptButton(), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
     QTRY_COMPARE(decrypt.decryptedFiles().size(), 3);
+    keep(decrypt.grab(), u"result-problems@1x-light"_qs);
     QCOMPARE(decrypt.lastFailed(), QStringList { broken });
     QCOMPARE(dialogs.shown.size(), 1); // the list of what did not land, as the run tells it
     const QString why = dialogs.shown.at(0).message.section(u": "_qs, 1);
@@ -541,7 +543,6 @@ void TestFileScreens::anOperationEndedInFront()
     QTest::keyClick(decrypt.widgets().detailsButton, Qt::Key_Space);
     QCOMPARE(dialogs.shown.size(), 2);
     QCOMPARE(dialogs.shown.at(1).message, u"broken.txt.vx: "_qs + why);
-    keep(decrypt.grab(), u"result-problems@1x-light"_qs);
     // Try again sends the damaged file alone, even after the user changed the marks.
     decrypt.selectDeselectAll();
     QTest::mouseClick(decrypt.widgets().tryAgainButton, Qt::LeftButton);
