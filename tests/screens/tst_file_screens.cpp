@@ -535,8 +535,10 @@ void TestFileScreens::anOperationEndedInFront()
     QCOMPARE(dialogs.shown.at(1).message, u"broken.txt.vx: "_qs + why);
     // Try again sends the damaged file alone, even after the user changed the marks.
     decrypt.selectDeselectAll();
+    const qsizetype sent = m_phone->requests().size();
     QTest::mouseClick(decrypt.widgets().tryAgainButton, Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
+    QCOMPARE(m_phone->requests().size(), sent + 1);
     const QJsonArray parts = m_phone->requests().last()[u"parts"].toArray();
     QCOMPARE(parts.size(), 2); // the type and the one file
     QVERIFY(parts.at(1)[u"filename"].toString().startsWith(u"broken"));
