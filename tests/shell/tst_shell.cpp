@@ -33,10 +33,11 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QComboBox>
+#include <QDataStream>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
-#include <QProcess>
+#include <QLocalSocket>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -773,7 +774,7 @@ void TestShell::openFiles()
     }
 }
 
-// A second start hands over a folder and a missing file: the refusal dialog is open while the
+// A later start hands over a folder and a missing file: the refusal dialog is open while the
 // connection that brought them closes and is deleted, and answering it leaves the window running.
 void TestShell::handOverRefusedWhileItsSocketCloses()
 {
@@ -785,20 +786,26 @@ void TestShell::handOverRefusedWhileItsSocketCloses()
     AppWindow window(m_app->services);
     QVERIFY(showMain(window));
     window.takeHandOvers(first);
-    QProcess second;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"XDG_RUNTIME_DIR"_qs, runtime.path());
-    second.setProcessEnvironment(env);
-    // The second start has its answer and ends; its connection closes, and deletions run.
-    dialogs.whileOpen = [&] {
-        QTRY_COMPARE_WITH_TIMEOUT(second.state(), QProcess::NotRunning, 10000);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    };
+    // A later start that connects, is taken in, and only then sends its message, so the first
+    // reads it in the socket's read handler.
+    QLocalSocket second;
+    second.connectToServer(runtime.filePath(u"varnex-desktop.socket"_qs));
+    QVERIFY(second.waitForConnected(5000));
+    QPointer<QLocalSocket> taken;
+    QTRY_VERIFY(taken = first.findChild<QLocalSocket*>());
     QVERIFY(QDir(m_home.path()).mkpath(u"small"_qs));
-    second.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"),
-        { m_home.filePath(u"small"_qs), m_home.filePath(u"missing.txt"_qs) });
+    QByteArray message;
+    QDataStream out(&message, QIODevice::WriteOnly);
+    out << u"open"_qs << QStringList { m_home.filePath(u"small"_qs), m_home.filePath(u"missing.txt"_qs) };
+    QDataStream(&second) << quint32(message.size()); // the length first
+    second.write(message);
+    // The later start has its answer and goes; the connection closes while the dialog is open,
+    // and is deleted in its loop, as in a real dialog's (given a second for it).
+    dialogs.whileOpen = [&] {
+        QTRY_COMPARE(second.state(), QLocalSocket::UnconnectedState);
+        QTest::qWaitFor([&] { return !taken; }, 1000);
+    };
     QTRY_COMPARE_WITH_TIMEOUT(dialogs.shown.size(), 1, 10000);
-    QCOMPARE(second.exitCode(), 0);
     QVERIFY(dialogs.shown.at(0).message.endsWith(u"small: a folder\nmissing.txt: does not exist"_qs));
     QVERIFY(window.mainScreen()->intakeFiles().isEmpty());
     QVERIFY(window.isVisible());
