@@ -23,3 +23,6 @@ xvfb-run -a dbus-run-session -- sh -c 'dbus-send --session --print-reply --dest=
 "$build/bench/bench_transfer" upload "$scratch/big.bin"
 "$build/bench/bench_transfer" unpack "$scratch/big.zip"
 VARNEX_PHONE_SIM_BINARY="$build/tools/phone-sim/varnex-phone-sim" "$build/bench/bench_transfer" encrypt "$scratch/big.bin"
+for what in movein cancel encrypt refused; do
+    VARNEX_PHONE_SIM_BINARY="$build/tools/phone-sim/varnex-phone-sim" "$build/bench/bench_operations" "$what" "$scratch"
+done

@@ -6,6 +6,8 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 
 #include <cerrno>
@@ -103,6 +105,25 @@ void OperationFolder::remove()
         Log::line(u"Cannot remove " + m_path);
     ::close(m_lockFd);
     m_lockFd = -1;
+}
+
+bool OperationFolder::removeWithin(qint64 msecs)
+{
+    if (m_lockFd < 0)
+        return true;
+    QElapsedTimer clock;
+    clock.start();
+    // The files first, one by one, each time looking at the clock; the marker goes last.
+    QDirIterator it(m_path, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString file = it.next();
+        if (file.section(u'/', -1) != QLatin1String(markerName))
+            QFile::remove(file);
+        if (clock.elapsed() > msecs)
+            return false;
+    }
+    remove();
+    return true;
 }
 
 int OperationFolder::removeLeftovers(const QString& folder)

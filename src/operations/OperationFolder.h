@@ -27,6 +27,9 @@ public:
 
     // Removes the folder with everything in it, then lets go of the lock.
     void remove();
+    // As remove(), but gives up after `msecs` (a file the disk is still writing takes long to
+    // remove); false then, with the folder, the rest of its content and the lock kept.
+    bool removeWithin(qint64 msecs);
 
     // Removes the operation folders an interrupted run left in `folder`: marked and not
     // locked by a live program. Nothing else. Returns how many went.

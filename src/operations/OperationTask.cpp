@@ -196,10 +196,22 @@ QString reasonOf(const SafeArchive::Result& unpacked)
 
 } // namespace
 
-std::unique_ptr<OperationFolder> OperationTask::openFolder(Result* failure)
+void OperationTask::LetGo::operator()(OperationFolder* folder) const
+{
+    // Results cancelled as they reached the disk wait for it when they are removed (seconds
+    // for thousands); the folder stays locked until they are gone, and a start after a quit
+    // meanwhile removes what is left.
+    if (folder->removeWithin(100)) {
+        delete folder;
+        return;
+    }
+    std::thread([folder] { delete folder; }).detach();
+}
+
+OperationTask::Folder OperationTask::openFolder(Result* failure)
 {
     QString error;
-    auto folder = OperationFolder::create(m_resultsFolder, m_operationId, &error);
+    Folder folder(OperationFolder::create(m_resultsFolder, m_operationId, &error).release());
     if (!folder) {
         Log::line(error);
         *failure = replyNotSaved(error);
@@ -448,14 +460,20 @@ void OperationTask::match(
             item.problem = qtTrId("fileNoResult");
         }
     }
-    // More results than files sent: what no file asked for stays out of the result folder.
+    // More results than files sent: what no file asked for stays out of the result folder. The
+    // log names a few; a reply of thousands would drown it.
+    const qsizetype before = m_ignored.size();
     for (qsizetype e = 0; e < entries.size(); ++e) {
-        if (!used.at(e)) {
+        if (used.at(e))
+            continue;
+        if (m_ignored.size() - before < 5)
             Log::line(
                 u"The phone sent a result no file asked for, not saved: " + Log::escaped(entries.at(e).name));
-            m_ignored.append(entries.at(e).name);
-        }
+        m_ignored.append(entries.at(e).name);
     }
+    if (m_ignored.size() - before > 5)
+        Log::line(
+            QStringLiteral("... and %1 more results no file asked for").arg(m_ignored.size() - before - 5));
 }
 
 OperationTask::Result OperationTask::failAll(Result failure, const QList<Item>& items)
@@ -467,8 +485,13 @@ OperationTask::Result OperationTask::failAll(Result failure, const QList<Item>& 
 
 OperationTask::Result OperationTask::conclude(QList<Item>& items)
 {
+    // A lost phone still tells what became of each file; a cancel tells nothing.
+    const auto stopped = [&] {
+        const Result stop = cancelledResult();
+        return stop.outcome == Outcome::Cancelled ? stop : failAll(stop, items);
+    };
     if (cancelled())
-        return cancelledResult();
+        return stopped();
     QList<SafeArchive::Landing> landings;
     QList<int> landing; // the item of each landing
     for (qsizetype i = 0; i < items.size(); ++i) {
@@ -483,7 +506,7 @@ OperationTask::Result OperationTask::conclude(QList<Item>& items)
         landed = SafeArchive::landAll(landings, m_resultsFolder, &m_cancel,
             [this](qint64 done, qint64 all) { report(Stage::MovingIn, done, all); });
         if (landed.cancelled)
-            return cancelledResult();
+            return stopped();
     }
     Result result { Outcome::Succeeded, {}, {}, {} };
     QString notMovedIn;

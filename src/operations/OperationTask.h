@@ -14,7 +14,6 @@
 #include <memory>
 #include <optional>
 #include <thread>
-#include <variant>
 
 // One encrypt or decrypt operation as a task: start(), cancel(), progress by stage, and a
 // finished result carrying what the user should be told. The transfer and the unpacking run
@@ -119,9 +118,16 @@ protected:
         Result failure; // Failed (a cancel too)
     };
 
+    // Removes an operation's folder; what the disk still writes is left to a thread of its own
+    // after a moment, so that a Cancel is told at once.
+    struct LetGo
+    {
+        void operator()(OperationFolder* folder) const;
+    };
+    using Folder = std::unique_ptr<OperationFolder, LetGo>;
     // The operation's own folder, which goes when this goes; nothing, with `failure` set, when
     // it cannot be made.
-    std::unique_ptr<OperationFolder> openFolder(Result* failure);
+    Folder openFolder(Result* failure);
     // Sends the parts and unpacks the reply into a fresh folder inside `folder`. `refusable`:
     // a 400 status is the phone refusing the files, not a failure.
     Reply send(const OperationFolder& folder, const QList<MultipartUpload::Part>& parts, qint64 uploadBytes,
