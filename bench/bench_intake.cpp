@@ -1,7 +1,9 @@
 // Thousands of files on the Encrypt screen: added at once through the file dialog (the path a
 // drop takes too: both end in FileScreen::addFiles), marked all, removed all. For each step:
 // the time until the list shows the result, and the main thread's slowest step meanwhile,
-// measured by a 1 ms timer that cannot fire while the main thread is busy.
+// measured by a 1 ms timer that cannot fire while the main thread is busy. Meant to run with
+// the accessibility bridge on and a screen reader's registration, as bench/run-benchmarks.sh
+// runs it (X server, session bus, accessibility bus): that is when every event sent costs.
 #include "api/NetworkClient.h"
 #include "api/PhoneServiceClient.h"
 #include "app/Session.h"
@@ -12,7 +14,11 @@
 #include "screens/EncryptViewController.h"
 #include "storage/WorkingFolders.h"
 
+#include <QAccessible>
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusReply>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -113,6 +119,33 @@ int main(int argc, char* argv[])
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     installTranslations(app);
+    // The bridge starts once the window system is up and the accessibility bus answers.
+    {
+        QWidget probe;
+        probe.show();
+        QElapsedTimer waited;
+        waited.start();
+        while (!QAccessible::isActive() && waited.elapsed() < 3000)
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    // A screen reader listens: it asks the registry for the events it reads out, and only then
+    // does the bridge send them.
+    bool listening = false;
+    if (QAccessible::isActive()) {
+        QDBusInterface launcher(u"org.a11y.Bus"_qs, u"/org/a11y/bus"_qs, u"org.a11y.Bus"_qs);
+        const QDBusReply<QString> address = launcher.call(u"GetAddress"_qs);
+        QDBusConnection a11y = QDBusConnection::connectToBus(address.value(), u"reader"_qs);
+        QDBusInterface registry(u"org.a11y.atspi.Registry"_qs, u"/org/a11y/atspi/registry"_qs,
+            u"org.a11y.atspi.Registry"_qs, a11y);
+        for (const QString& event : { u"object:"_qs, u"window:"_qs, u"focus:"_qs })
+            listening = registry.call(u"RegisterEvent"_qs, event).type() == QDBusMessage::ReplyMessage;
+        QElapsedTimer settle;
+        settle.start();
+        while (settle.elapsed() < 500)
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    std::printf("accessibility bridge: %s, a screen reader listening: %s\n",
+        QAccessible::isActive() ? "on" : "off", listening ? "yes" : "no");
     QTemporaryDir home;
     WorkingFolders::prepareWorkingFolders(home.filePath(u"Documents"_qs));
     const QString folder = home.filePath(u"files"_qs);
@@ -156,8 +189,12 @@ int main(int argc, char* argv[])
         const Measured mark = measure(
             watch, clock, [&] { screen.widgets().selectDeselectAllButton->click(); },
             [&] { return screen.intakeList()->markedCount() == count; });
-        std::printf("mark all %d files: %.1f ms, slowest main-thread step %.1f ms (budget %.0f ms) %s\n",
-            count, mark.ms, mark.slowestStepMs, stepBudgetMs, verdict(mark.slowestStepMs <= stepBudgetMs));
+        constexpr double markBudgetMs = 100;
+        std::printf(
+            "mark all %d files: %.1f ms (budget %.0f ms) %s, slowest main-thread step %.1f ms (budget %.0f "
+            "ms) %s\n",
+            count, mark.ms, markBudgetMs, verdict(mark.ms <= markBudgetMs), mark.slowestStepMs, stepBudgetMs,
+            verdict(mark.slowestStepMs <= stepBudgetMs));
         const Measured remove = measure(
             watch, clock, [&] { screen.widgets().removeFilesButton->click(); },
             [&] { return rows->rowCount() == 0; });

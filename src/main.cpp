@@ -17,20 +17,6 @@ static void nameApplication()
     QCoreApplication::setApplicationVersion(QStringLiteral(VARNEX_VERSION));
 }
 
-// Brings the window in front of the user's other windows, out of the task bar if minimised.
-static void bringForward(QWidget& window)
-{
-    if (window.isMinimized())
-        window.showNormal();
-    window.show();
-    window.raise();
-    window.activateWindow();
-    // Where the window manager refuses focus to a window that did not ask through the user,
-    // the task bar at least marks it.
-    if (!window.isActiveWindow())
-        QApplication::alert(&window);
-}
-
 int main(int argc, char* argv[])
 {
     AppDelegate delegate;
@@ -71,12 +57,7 @@ int main(int argc, char* argv[])
         // Files wait in the window until the main screens show (after pairing).
         if (!files.isEmpty())
             window.openFiles(files);
-        QObject::connect(delegate.singleInstance(), &SingleInstance::filesHandedOver, &window,
-            [&window](const QStringList& paths) {
-                if (!paths.isEmpty())
-                    window.openFiles(paths);
-                bringForward(window);
-            });
+        window.takeHandOvers(*delegate.singleInstance());
         delegate.listenForLaterStarts();
         status = app.exec();
     }

@@ -790,6 +790,16 @@ Select deselect all users button</extracomment>
         <extracomment>Tool tip of the recipients&apos; search field; %1 is its shortcut (Ctrl+F)</extracomment>
         <translation>Personen und Gruppen suchen (%1)</translation>
     </message>
+    <message id="refusedMissing">
+        <source>does not exist</source>
+        <extracomment>Why a file was not added: nothing is at that path</extracomment>
+        <translation>existiert nicht</translation>
+    </message>
+    <message id="refusedNameNotValid">
+        <source>name is not valid UTF-8</source>
+        <extracomment>Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened</extracomment>
+        <translation>Name ist kein gültiges UTF-8</translation>
+    </message>
     <message id="fileRefused">
         <source>the phone cannot open it: it is encrypted for someone else, or damaged</source>
         <extracomment>Why a file was not decrypted when the phone gave no reason</extracomment>
@@ -854,6 +864,16 @@ Select deselect all users button</extracomment>
         <source>and %1 more</source>
         <extracomment>Ends a list of files that failed, %1 is how many more failed</extracomment>
         <translation>und %1 weitere</translation>
+    </message>
+    <message id="resultDetails">
+        <source>Details…</source>
+        <extracomment>Button beside the summary of an operation when some files got no result: lists them with why</extracomment>
+        <translation>Details…</translation>
+    </message>
+    <message id="resultTryAgain">
+        <source>Try again</source>
+        <extracomment>Button beside the summary of an operation: sends the files that got no result again</extracomment>
+        <translation>Erneut versuchen</translation>
     </message>
 </context>
 </TS>

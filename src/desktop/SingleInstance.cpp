@@ -23,6 +23,11 @@ namespace {
 
 constexpr QDataStream::Version streamVersion = QDataStream::Qt_6_4;
 const QString openWord = QStringLiteral("open");
+const QString moreWord = QStringLiteral("more");
+// A long list goes in messages of about this size (their paths in UTF-16), well under the cap.
+constexpr qsizetype pieceBytes = 1024 * 1024;
+// Paths taken from one later start at most: far more than any file manager hands over.
+constexpr qsizetype maxPaths = 1'000'000;
 const QString doneWord = QStringLiteral("done");
 // A connection that has not sent its whole message by then is dropped.
 constexpr int readTimeoutMs = 5000;
@@ -178,26 +183,41 @@ void SingleInstance::accept()
 void SingleInstance::read(QLocalSocket* socket)
 {
     QByteArray buffer = socket->property("buffer").toByteArray() + socket->readAll();
+    QStringList values = socket->property("paths").toStringList();
     bool bad = false;
-    const std::optional<Message> message = takeMessage(buffer, bad);
-    if (bad || (message && message->word != openWord)) {
+    std::optional<Message> message;
+    while (!bad && (message = takeMessage(buffer, bad))) {
+        if (message->word != openWord && message->word != moreWord)
+            bad = true;
+        values += message->values;
+        bad = bad || values.size() > maxPaths;
+        if (!bad && message->word == openWord)
+            break;
+    }
+    if (bad) {
         socket->abort();
         return;
     }
-    socket->setProperty("buffer", buffer);
-    if (!message)
+    if (!message) {
+        socket->setProperty("buffer", buffer);
+        socket->setProperty("paths", values);
         return;
+    }
     socket->write(frame(doneWord, {}));
     socket->disconnectFromServer();
     QStringList paths;
-    for (const QString& path : message->values) {
+    for (const QString& path : std::as_const(values)) {
         // Only absolute paths: a relative one would be read against our own folder.
         if (QDir::isAbsolutePath(path))
             paths.append(path);
     }
-    qCInfo(lcDesktop).noquote() << "A later start handed over" << paths.size()
-                                << "files:" << paths.join(u' ');
-    Q_EMIT filesHandedOver(paths);
+    qCInfo(lcDesktop).noquote() << "A later start handed over" << paths.size() << "files:"
+                                << paths.mid(0, 20).join(u' ') + (paths.size() > 20 ? u" …"_qs : QString());
+    // Taken in by the event loop, never inside this socket's read handler: whoever receives
+    // the files may open a dialog, whose nested event loop would see this socket closed and
+    // deleted under the handler still running.
+    QMetaObject::invokeMethod(
+        this, [this, paths] { Q_EMIT filesHandedOver(paths); }, Qt::QueuedConnection);
 }
 
 SingleInstance::HandOver SingleInstance::handOver(
@@ -213,7 +233,15 @@ SingleInstance::HandOver SingleInstance::handOver(
             QThread::msleep(std::min(50, left()));
             continue;
         }
-        socket.write(frame(openWord, paths));
+        // A long list in pieces, each well under the cap; the last one asks to open them all.
+        qsizetype start = 0;
+        do {
+            qsizetype end = start;
+            for (qsizetype bytes = 0; end < paths.size() && (end == start || bytes < pieceBytes); ++end)
+                bytes += 2 * paths.at(end).size() + 4;
+            socket.write(frame(end == paths.size() ? openWord : moreWord, paths.mid(start, end - start)));
+            start = end;
+        } while (start < paths.size());
         while (socket.bytesToWrite() > 0 && left() > 0) {
             if (!socket.waitForBytesWritten(left()))
                 break;

@@ -16,8 +16,9 @@ class QLockFile;
 // hands its files to the first over the socket and ends.
 //
 // A message is a 32-bit length, then a QDataStream of a word saying what it carries and its
-// values: "open" with a list of absolute paths (none: just come forward). The first answers
-// "done" once it took the files.
+// values: "open" with a list of absolute paths (none: just come forward), after as many
+// "more" with the list's earlier pieces as its length needs. The first answers "done" once it
+// took the files, and hands them on from its event loop.
 class SingleInstance : public QObject
 {
     Q_OBJECT
@@ -45,7 +46,8 @@ public:
     // in all (the first may still be starting, so a refused connection is tried again).
     HandOver handOver(const QStringList& paths, std::chrono::milliseconds timeout) const;
 
-    // Largest message taken; anything longer is dropped with its connection.
+    // Largest message taken; anything longer is dropped with its connection (a long list comes
+    // in pieces).
     static constexpr quint32 maxMessageBytes = 4 * 1024 * 1024;
 
 Q_SIGNALS:

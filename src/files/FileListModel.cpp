@@ -23,9 +23,14 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const
         return {};
     const File& file = *m_rows.at(index.row());
     switch (role) {
+    case Qt::ToolTipRole:
+        if (const QString problem = m_problems.value(file.filePath.value_or(QString())); !problem.isEmpty())
+            return QString(file.fileName() + u": " + problem);
+        return file.fileName();
+    case Qt::AccessibleDescriptionRole:
+        return m_problems.value(file.filePath.value_or(QString()));
     case Qt::DisplayRole:
     case NameRole:
-    case Qt::ToolTipRole:
         return file.fileName();
     case Qt::AccessibleTextRole:
         return QString(file.fileName() + u'.' + file.fileType().toLower());
@@ -68,7 +73,7 @@ Qt::ItemFlags FileListModel::flags(const QModelIndex& index) const
 QHash<int, QByteArray> FileListModel::roleNames() const
 {
     return { { NameRole, "fileName" }, { SizeRole, "fileSize" }, { TypeRole, "fileType" },
-             { ModifiedRole, "fileModified" }, { PathRole, "filePath" }, { Qt::CheckStateRole, "isChecked" } };
+        { ModifiedRole, "fileModified" }, { PathRole, "filePath" }, { Qt::CheckStateRole, "isChecked" } };
 }
 
 QStringList FileListModel::mimeTypes() const
@@ -89,6 +94,16 @@ QMimeData* FileListModel::mimeData(const QModelIndexList& indexes) const
     auto* data = new QMimeData;
     data->setUrls(urls);
     return data;
+}
+
+void FileListModel::setProblems(const QHash<QString, QString>& problems)
+{
+    if (problems.isEmpty() && m_problems.isEmpty())
+        return;
+    m_problems = problems;
+    if (!m_rows.isEmpty())
+        Q_EMIT dataChanged(
+            index(0), index(rowCount() - 1), { Qt::ToolTipRole, Qt::AccessibleDescriptionRole });
 }
 
 namespace {

@@ -14,10 +14,10 @@ class FileListModel : public QAbstractListModel
 public:
     enum Role {
         NameRole = Qt::UserRole + 1, // fileName (also the tool tip)
-        SizeRole,                    // fileSize, empty when unknown
-        TypeRole,                    // fileType
-        ModifiedRole,                // fileModified, empty when unknown
-        PathRole,                    // filePath
+        SizeRole, // fileSize, empty when unknown
+        TypeRole, // fileType
+        ModifiedRole, // fileModified, empty when unknown
+        PathRole, // filePath
     };
 
     // `files` gives the list shown; the model takes it afresh at every reload().
@@ -37,10 +37,15 @@ public:
     // so a view keeps its current row and scroll position; anything else resets.
     void reload();
 
+    // Why the files at these paths got no result in the last operation: their rows carry it as
+    // their accessible description and in their tool tip. Empty: no row has a problem.
+    void setProblems(const QHash<QString, QString>& problems);
+
     // Asked to flip a row's mark by the check box (the list's rules decide).
     std::function<void(int row)> onFlip;
 
 private:
     std::function<const FileList&()> m_files;
     FileList m_rows; // what the rows show: the list as of the last reload()
+    QHash<QString, QString> m_problems;
 };

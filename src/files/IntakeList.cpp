@@ -58,8 +58,18 @@ IntakeList::Found IntakeList::inspect(const QString& path)
 {
     // Only regular files (a link to one counts): a folder, FIFO, socket or device would be
     // sent as a malformed part or block the upload where Cancel cannot reach it. A path that
-    // does not exist is judged by its name; the upload checks the file again when it opens it.
+    // does not exist is never listed: it would be a row without a size that fails the
+    // operation later.
     const QByteArray local = QFile::encodeName(path);
+    // A name whose bytes are not UTF-8 reaches us with replacement characters: the path we
+    // hold names another file (or none), whatever is on disk.
+    if (path.contains(QChar::ReplacementCharacter) || QFile::decodeName(local) != path)
+        return ::access(local.constData(), F_OK) == 0 ? inspectExisting(local) : Found::NotValid;
+    return inspectExisting(local);
+}
+
+IntakeList::Found IntakeList::inspectExisting(const QByteArray& local)
+{
     struct stat st
     {
     };
@@ -83,13 +93,16 @@ std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path) con
 std::optional<IntakeList::Reason> IntakeList::refusalOf(const QString& path, Found found) const
 {
     switch (found) {
+    case Found::Missing:
+        return Reason::Missing;
+    case Found::NotValid:
+        return Reason::NameNotValid;
     case Found::Folder:
         return Reason::Folder;
     case Found::Special:
         return Reason::NotRegularFile;
     case Found::Unreadable:
         return Reason::Unreadable;
-    case Found::Missing:
     case Found::Regular:
         break;
     }
@@ -173,7 +186,9 @@ void IntakeList::admit(
     auto* watcher = new QFutureWatcher<QList<Found>>(this);
     connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
         watcher->deleteLater();
-        admitReady();
+        // From the event loop: `done` may open a dialog, whose loop would delete the watcher
+        // under its own signal.
+        QMetaObject::invokeMethod(this, &IntakeList::admitReady, Qt::QueuedConnection);
     });
     watcher->setFuture(batch->found);
 }
@@ -242,6 +257,18 @@ void IntakeList::clearMarks()
         file->isChecked = false;
     Buttons b = m_buttons;
     b.remove = false;
+    b.operation = operationOn();
+    setButtons(b);
+    Q_EMIT changed();
+}
+
+void IntakeList::markOnly(const QStringList& paths)
+{
+    const QSet<QString> wanted(paths.begin(), paths.end());
+    for (const FilePtr& file : m_files)
+        file->isChecked = file->filePath && wanted.contains(*file->filePath);
+    Buttons b = m_buttons;
+    b.remove = markedCount() > 0;
     b.operation = operationOn();
     setButtons(b);
     Q_EMIT changed();

@@ -32,6 +32,8 @@ public:
 
     // Why a path was not admitted, in the order the checks run.
     enum class Reason {
+        Missing, // nothing at that path
+        NameNotValid, // a name the file system's encoding (UTF-8) cannot carry: no such file here
         Folder,
         NotRegularFile, // FIFO, socket, device
         Unreadable,
@@ -76,6 +78,8 @@ public:
     void removeMarked();
     // After an operation: every mark cleared, files kept.
     void clearMarks();
+    // Marks exactly the files at `paths` (those still listed), clears the others.
+    void markOnly(const QStringList& paths);
 
     // The last piece of a name split at "."; "vx" exactly marks an encrypted file.
     static bool isEncryptedName(const QString& name);
@@ -93,8 +97,9 @@ Q_SIGNALS:
 
 private:
     // What a path is on disk, found without touching the list (any thread).
-    enum class Found : quint8 { Missing, Regular, Folder, Special, Unreadable };
+    enum class Found : quint8 { Missing, NotValid, Regular, Folder, Special, Unreadable };
     static Found inspect(const QString& path);
+    static Found inspectExisting(const QByteArray& local);
     std::optional<Reason> refusalOf(const QString& path, Found found) const;
     QList<Refusal> addInspected(const QStringList& paths, const QList<Found>& found);
     // Admits the waiting batches whose files have been looked at, oldest first.

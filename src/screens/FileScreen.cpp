@@ -188,7 +188,18 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     //: Button beside the summary of the last operation: shows its results in the file manager
     //% "Show in folder"
     m_widgets.showResultsButton = makeButton(qtTrId("showResultsInFolder"), m_summaryRow);
+    //: Button beside the summary of an operation when some files got no result: lists them with why
+    //% "Details…"
+    m_widgets.detailsButton = makeButton(qtTrId("resultDetails"), m_summaryRow);
+    //: Button beside the summary of an operation: sends the files that got no result again
+    //% "Try again"
+    m_widgets.tryAgainButton = makeButton(qtTrId("resultTryAgain"), m_summaryRow);
+    for (QPushButton* button :
+        { m_widgets.detailsButton, m_widgets.tryAgainButton, m_widgets.showResultsButton })
+        button->setProperty("state", 1);
     summary->addWidget(m_widgets.resultSummary);
+    summary->addWidget(m_widgets.detailsButton);
+    summary->addWidget(m_widgets.tryAgainButton);
     summary->addWidget(m_widgets.showResultsButton);
     summary->addStretch();
     m_summaryRow->hide();
@@ -201,9 +212,16 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     // Room for the file column's header (see above).
     m_columns->setSpacing(20);
     m_columns->addLayout(files, 3);
+    // Everything the screen shows sits in one body, which the overlay of an operation takes out
+    // of the user's hands while the rest of the window stays usable.
+    auto* body = new QWidget(this);
+    body->setObjectName(QStringLiteral("screenBody"));
+    auto* bodyLayout = new QVBoxLayout(body);
+    bodyLayout->setContentsMargins(0, 0, 0, 0);
+    bodyLayout->addLayout(m_columns);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->addLayout(m_columns);
+    layout->addWidget(body);
 
     connect(m_widgets.chooseFilesButton, &QPushButton::clicked, this, &FileScreen::chooseFiles);
     connect(m_widgets.selectDeselectAllButton, &QPushButton::clicked, this, &FileScreen::selectDeselectAll);
@@ -217,6 +235,8 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
         connect(
             table, &FileTableView::previewClicked, this, [this, table](int row) { previewFile(table, row); });
     connect(m_widgets.resultTable, &QWidget::customContextMenuRequested, this, &FileScreen::showResultMenu);
+    connect(m_widgets.detailsButton, &QPushButton::clicked, this, &FileScreen::showProblems);
+    connect(m_widgets.tryAgainButton, &QPushButton::clicked, this, &FileScreen::tryAgain);
     connect(m_widgets.showResultsButton, &QPushButton::clicked, this,
         [this] { m_notifier.showInFolder(m_lastResults, m_settings.resultFolder.value_or(QString())); });
     // The notifier's fallback and its "Open" go through the same seam as every other opening.
@@ -235,7 +255,9 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     setTabOrder(m_widgets.removeFilesButton, m_widgets.intakeTable);
     setTabOrder(m_widgets.intakeTable, m_widgets.openFolderButton);
     setTabOrder(m_widgets.openFolderButton, m_widgets.resultTable);
-    setTabOrder(m_widgets.resultTable, m_widgets.showResultsButton);
+    setTabOrder(m_widgets.resultTable, m_widgets.detailsButton);
+    setTabOrder(m_widgets.detailsButton, m_widgets.tryAgainButton);
+    setTabOrder(m_widgets.tryAgainButton, m_widgets.showResultsButton);
     setTabOrder(m_widgets.showResultsButton, m_widgets.operationButton);
 }
 
@@ -253,6 +275,14 @@ namespace {
 QString refusalReason(IntakeList::Reason reason)
 {
     switch (reason) {
+    case IntakeList::Reason::Missing:
+        //: Why a file was not added: nothing is at that path
+        //% "does not exist"
+        return qtTrId("refusedMissing");
+    case IntakeList::Reason::NameNotValid:
+        //: Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened
+        //% "name is not valid UTF-8"
+        return qtTrId("refusedNameNotValid");
     case IntakeList::Reason::Folder:
         //: Why a file was not added: it is a folder
         //% "a folder"
@@ -320,14 +350,21 @@ QString refusalList(const QList<IntakeList::Refusal>& refused)
 
 void FileScreen::addFiles(const QStringList& paths)
 {
-    // Thousands of files are looked at off the main thread; the dialog follows once they are in.
+    // Thousands of files are looked at off the main thread; the dialog follows once they are in,
+    // from the event loop: files come from drops, file choosers and other programs' hand-overs,
+    // whose senders must not be on the stack of a dialog's nested loop.
     m_intake->admit(paths, this, [this](const QList<IntakeList::Refusal>& refused) {
         if (refused.isEmpty())
             return;
-        //: Dialog title when adding files that are already added
-        //% "Some of the files cannot be added"
-        showAlert(this, qtTrId("filesToEncryptDialogTitle"),
-            m_settings.refusalMessage + u"\n\n" + refusalList(refused), Dialogs::Style::Informational);
+        const QString message = m_settings.refusalMessage + u"\n\n" + refusalList(refused);
+        QMetaObject::invokeMethod(
+            this,
+            [this, message] {
+                //: Dialog title when adding files that are already added
+                //% "Some of the files cannot be added"
+                showAlert(this, qtTrId("filesToEncryptDialogTitle"), message, Dialogs::Style::Informational);
+            },
+            Qt::QueuedConnection);
     });
 }
 
@@ -454,12 +491,16 @@ void FileScreen::removeMarkedFiles()
 
 void FileScreen::runOperation(OperationRun* run, ProgressOverlay* overlay, std::function<void()> finish)
 {
+    // Each screen runs its own operation under its own overlay: an encryption and a decryption
+    // run at the same time, each to its own result folder, while the user moves between them.
     m_run = run;
     m_overlay = overlay;
     run->setParent(this);
     // The last operation's summary and highlight last until this one starts.
     m_summaryRow->hide();
     m_lastResults.clear();
+    m_lastFailed.clear();
+    m_intakeModel->setProblems({});
     m_resultOrder->setNewResults({});
     overlay->setStage(run->stageText());
     overlay->show();
@@ -480,10 +521,13 @@ void FileScreen::runOperation(OperationRun* run, ProgressOverlay* overlay, std::
                 if (!self)
                     return;
             }
-            // A cancel or a lost phone leaves marks and choices as they were; only an
-            // operation that ran its course clears them.
-            if (!outcome.stopped)
+            // A cancel or a lost phone leaves marks and choices as they were; an operation that
+            // ran its course clears them, but for the files that got no result: those stay
+            // marked, with the people chosen, for Try again.
+            if (!outcome.stopped && m_lastFailed.isEmpty())
                 finish();
+            else if (!outcome.stopped)
+                m_intake->markOnly(m_lastFailed);
             m_results->refresh();
             overlay->deleteLater();
             run->deleteLater();
@@ -494,8 +538,42 @@ void FileScreen::runOperation(OperationRun* run, ProgressOverlay* overlay, std::
     run->start();
 }
 
+void FileScreen::showProblems()
+{
+    if (!m_lastFailed.isEmpty())
+        showAlert(this, m_problemsTitle, m_problemsText, Dialogs::Style::Informational);
+}
+
+void FileScreen::tryAgain()
+{
+    if (m_lastFailed.isEmpty() || m_run)
+        return;
+    m_intake->markOnly(m_lastFailed);
+    Q_EMIT operationRequested();
+}
+
 void FileScreen::tellOutcome(const OperationRun::Outcome& outcome)
 {
+    QHash<QString, QString> problems;
+    QStringList lines;
+    constexpr qsizetype listed = 30;
+    for (const OperationRun::Outcome::FileOutcome& file : outcome.files) {
+        if (file.problem.isEmpty())
+            continue;
+        m_lastFailed.append(file.source);
+        problems.insert(file.source, file.problem);
+        if (lines.size() < listed)
+            lines.append(qtTrId("refusedFileLine").arg(shownName(file.source), file.problem));
+    }
+    if (m_lastFailed.size() > listed)
+        lines.append(qtTrId("refusedFilesMore", int(m_lastFailed.size() - listed)));
+    // Every file keeps its reason in the list too (tool tip, accessible description), however
+    // many there are.
+    m_intakeModel->setProblems(problems);
+    m_problemsTitle = outcome.dialogTitle;
+    m_problemsText = lines.join(u'\n');
+    m_widgets.detailsButton->setVisible(!m_lastFailed.isEmpty());
+    m_widgets.tryAgainButton->setVisible(!m_lastFailed.isEmpty());
     m_lastResults = outcome.results;
     m_resultOrder->setNewResults(m_lastResults);
     m_widgets.resultSummary->setText(outcome.summary);

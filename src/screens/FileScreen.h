@@ -76,6 +76,10 @@ public:
         // and the button that shows its results in the file manager.
         QLabel* resultSummary = nullptr;
         QPushButton* showResultsButton = nullptr;
+        // Beside the summary when some files got no result: which ones and why, and sending
+        // just those again.
+        QPushButton* detailsButton = nullptr;
+        QPushButton* tryAgainButton = nullptr;
     };
     const Widgets& widgets() const { return m_widgets; }
 
@@ -83,6 +87,12 @@ public:
     ResultOrderModel* resultOrder() const { return m_resultOrder; }
     // Results of the last operation that ran its course (absolute paths).
     QStringList lastResults() const { return m_lastResults; }
+    // The files of the last operation that got no result (absolute paths, in the order sent).
+    QStringList lastFailed() const { return m_lastFailed; }
+    // Which files of the last operation got no result, and why, in a dialog.
+    void showProblems();
+    // Sends the files that got no result again: they are marked, the others not.
+    void tryAgain();
     // The result menu's actions for a result row (as the table shows it).
     void showResultInFolder(int row);
     void copyResultPath(int row);
@@ -134,6 +144,9 @@ private:
     QWidget* m_intakePanel = nullptr;
     QWidget* m_summaryRow = nullptr;
     QStringList m_lastResults;
+    QStringList m_lastFailed;
+    QString m_problemsTitle;
+    QString m_problemsText;
     bool m_isOperationEnabled = false;
 };
 

@@ -10,7 +10,8 @@
 #include <QPainter>
 #include <QUrl>
 
-FileTableView::FileTableView(const QString& identifier, FileCellDelegate* cell, bool acceptsFileDrops, QWidget* parent)
+FileTableView::FileTableView(
+    const QString& identifier, FileCellDelegate* cell, bool acceptsFileDrops, QWidget* parent)
     : CheckableListView(parent)
     , m_cell(cell)
     , m_acceptsFileDrops(acceptsFileDrops)
@@ -182,13 +183,16 @@ void FileTableView::paintEvent(QPaintEvent* event)
     if (m_highlightRole < 0 || !model())
         return;
     // The newest results: an amber bar at the start of the row and a light amber wash.
+    // Only the rows in sight: thousands of new results must not be walked at every paint.
     QPainter painter(viewport());
-    for (int row = 0; row < model()->rowCount(rootIndex()); ++row) {
+    const QModelIndex top = indexAt(event->rect().topLeft());
+    for (int row = top.isValid() ? top.row() : 0; row < model()->rowCount(rootIndex()); ++row) {
         const QModelIndex index = model()->index(row, 0, rootIndex());
         if (!index.data(m_highlightRole).toBool())
             break; // the newest come first
-
         const QRect rect = visualRect(index);
+        if (rect.top() > event->rect().bottom())
+            break;
         if (!rect.intersects(event->rect()))
             continue;
         painter.fillRect(rect, QColor(255, 192, 0, 40));

@@ -2,6 +2,7 @@
 
 #include "app/Session.h"
 #include "app/Texts.h"
+#include "desktop/SingleInstance.h"
 #include "pairing/PhoneConnection.h"
 #include "shell/AppServices.h"
 #include "shell/MainViewController.h"
@@ -10,6 +11,7 @@
 #include "widgets/Colors.h"
 #include "widgets/ModalDialogs.h"
 
+#include <QApplication>
 #include <QIcon>
 #include <QVBoxLayout>
 
@@ -22,7 +24,8 @@ AppWindow::AppWindow(AppServices& services, QWidget* parent)
     setWindowTitle(Texts::varnexDesktopNotConnected());
     setWindowIcon(QIcon(QStringLiteral(":/images/varnex.svg")));
     resize(1100, 720);
-    setMinimumSize(980, 640);
+    // The Encrypt screen's two columns of titles and buttons need this width to show whole.
+    setMinimumSize(1100, 640);
     QPalette palette = this->palette();
     palette.setColor(QPalette::Window, Colors::primaryColor);
     setPalette(palette);
@@ -174,4 +177,26 @@ void AppWindow::deliverWaitingFiles()
             openFiles(files);
         },
         Qt::QueuedConnection);
+}
+
+void AppWindow::takeHandOvers(SingleInstance& instance)
+{
+    connect(&instance, &SingleInstance::filesHandedOver, this, [this](const QStringList& paths) {
+        if (!paths.isEmpty())
+            openFiles(paths);
+        bringForward();
+    });
+}
+
+void AppWindow::bringForward()
+{
+    if (isMinimized())
+        showNormal();
+    show();
+    raise();
+    activateWindow();
+    // Where the window manager refuses focus to a window that did not ask through the user,
+    // the task bar at least marks it.
+    if (!isActiveWindow())
+        QApplication::alert(this);
 }

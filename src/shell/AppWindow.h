@@ -6,6 +6,7 @@
 struct AppServices;
 class MainViewController;
 class QVBoxLayout;
+class SingleInstance;
 
 // The application's single window, and the one place that swaps screens. It shows one content
 // screen at a time: the pairing screen while no phone is connected, the main window's content
@@ -38,6 +39,11 @@ public:
     // Files from the command line or a later start: ".vx" ones to Decrypt, the others to
     // Encrypt, and that screen shown. Before pairing they wait for the main screens.
     void openFiles(const QStringList& paths);
+
+    // Files a later start hands over are opened here, and the window comes forward.
+    void takeHandOvers(SingleInstance& instance);
+    // In front of the user's other windows, out of the task bar if minimised.
+    void bringForward();
 
 Q_SIGNALS:
     void contentChanged(QWidget* screen);

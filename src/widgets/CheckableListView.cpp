@@ -353,13 +353,28 @@ void CheckableListView::announce(const QList<std::pair<int, RowState>>& rows)
 {
     if (!Accessibility::listening())
         return;
+    QList<std::pair<int, QAccessible::State>> changes;
     for (const auto& [row, was] : rows) {
         const RowState now = row < m_states.size() ? m_states.at(row) : RowState();
         QAccessible::State changed;
         changed.checked = now.mark >= 0 && was.mark >= 0 && now.mark != was.mark;
         changed.expanded = changed.collapsed = now.fold >= 0 && was.fold >= 0 && now.fold != was.fold;
-        if (!changed.checked && !changed.expanded)
-            continue;
+        if (changed.checked || changed.expanded)
+            changes.append({ row, changed });
+    }
+    // A bulk change (every row marked at once) is told once for its range: an event per row
+    // would keep the window busy for seconds with thousands of rows and a screen reader
+    // listening, and the reader would not read them all anyway.
+    if (changes.size() > bulkRows) {
+        QAccessibleTableModelChangeEvent event(this, QAccessibleTableModelChangeEvent::DataChanged);
+        event.setFirstRow(changes.constFirst().first);
+        event.setLastRow(changes.constLast().first);
+        event.setFirstColumn(0);
+        event.setLastColumn(0);
+        Accessibility::send(&event);
+        return;
+    }
+    for (const auto& [row, changed] : changes) {
         if (QAccessibleInterface* iface = accessibleRow(row)) {
             QAccessibleStateChangeEvent event(iface, changed);
             Accessibility::send(&event);

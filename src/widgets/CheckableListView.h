@@ -9,16 +9,20 @@ class QAccessibleInterface;
 // A list whose rows carry a mark: rows flagged Qt::ItemIsUserCheckable report their
 // Qt::CheckStateRole. Assistive technology sees one item per row, a check box with its checked
 // state for rows with a mark (expanded too for rows that fold), is told when a row's mark
-// or folding changes (only that row's), and the item's Toggle and Press actions ask the model to
-// flip the mark through setData, so the model applies the same rule as a click. A reset keeps
-// the current row and the scroll position, so a keyboard user does not lose their place. An
-// empty list shows a hint; the scroll bar is the thin one of the screens.
+// or folding changes (only that row's; a bulk change once, for its range), and the item's Toggle and Press
+// actions ask the model to flip the mark through setData, so the model applies the same rule as a click. A
+// reset keeps the current row and the scroll position, so a keyboard user does not lose their place. An empty
+// list shows a hint; the scroll bar is the thin one of the screens.
 class CheckableListView : public QListView
 {
     Q_OBJECT
 
 public:
     explicit CheckableListView(QWidget* parent = nullptr);
+
+    // More rows than this changing at once are told to assistive technology as one change of
+    // the list's range, not row by row.
+    static constexpr int bulkRows = 8;
     ~CheckableListView() override;
 
     void setModel(QAbstractItemModel* model) override;

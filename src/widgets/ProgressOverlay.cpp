@@ -4,6 +4,7 @@
 #include "widgets/RoundedPanel.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QEvent>
 #include <QGraphicsDropShadowEffect>
 #include <QLabel>
@@ -54,14 +55,65 @@ private:
 
 } // namespace
 
+// A progress bar drawn in the panel's colours. With nothing to measure (the phone works, the
+// reply's length is unknown) a block slides along it for as long as it shows, so it never
+// looks stuck half way.
+class ProgressOverlay::Bar : public QProgressBar
+{
+public:
+    explicit Bar(QWidget* parent)
+        : QProgressBar(parent)
+    {
+        m_slide.setInterval(30);
+        QObject::connect(&m_slide, &QTimer::timeout, this, qOverload<>(&QWidget::update));
+        m_clock.start();
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        const bool busy = maximum() <= minimum();
+        if (busy != m_slide.isActive())
+            busy ? m_slide.start() : m_slide.stop();
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        const QRectF track = rect();
+        const qreal radius = track.height() / 2;
+        p.setBrush(QColor(255, 255, 255, 110));
+        p.drawRoundedRect(track, radius, radius);
+        QRectF chunk = track;
+        if (busy) {
+            // A third of the bar, there and back every 1.6 s.
+            const qreal phase = (m_clock.elapsed() % 1600) / 800.0;
+            const qreal at = phase <= 1 ? phase : 2 - phase;
+            chunk.setWidth(track.width() / 3);
+            chunk.moveLeft(at * (track.width() - chunk.width()));
+        } else {
+            chunk.setWidth(track.width() * (value() - minimum()) / qreal(maximum() - minimum()));
+        }
+        p.setBrush(Colors::ink);
+        p.drawRoundedRect(chunk, radius, radius);
+    }
+    void hideEvent(QHideEvent* event) override
+    {
+        m_slide.stop();
+        QProgressBar::hideEvent(event);
+    }
+
+private:
+    QTimer m_slide;
+    QElapsedTimer m_clock;
+};
+
 ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
-    : QWidget(screen ? screen->window() : nullptr)
+    : QWidget(screen)
     , m_panel(new RoundedPanel(Colors::primaryColor, 35, RoundedPanel::AllCorners, this))
     , m_text(new QLabel(title, m_panel))
     , m_spinner(new Spinner(m_panel))
     , m_stage(new QLabel(m_panel))
     , m_detail(new QLabel(m_panel))
-    , m_progress(new QProgressBar(m_panel))
+    , m_progress(new Bar(m_panel))
     , m_cancel(new QPushButton(m_panel))
 {
     setAttribute(Qt::WA_NoSystemBackground);
@@ -92,9 +144,6 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
     m_progress->setTextVisible(false);
     m_progress->setFixedHeight(8);
     m_progress->setRange(0, 0);
-    m_progress->setStyleSheet(
-        QStringLiteral("QProgressBar { background: rgba(255,255,255,110); border: none; border-radius: 4px; }"
-                       "QProgressBar::chunk { background: rgb(45,45,45); border-radius: 4px; }"));
     //: Button that stops a running encryption or decryption
     //% "Cancel"
     m_cancel->setText(qtTrId("cancelOperation"));
@@ -110,8 +159,12 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
                        "QPushButton:hover { background: rgb(255,250,235); }"
                        "QPushButton:pressed { background: rgb(247,247,247); }"));
     connect(m_cancel, &QPushButton::clicked, this, &ProgressOverlay::cancelRequested);
+    // Escape where the keyboard is on the overlay (it goes there when the overlay shows, and
+    // with a click on it): elsewhere in the window it belongs to what has the focus there.
     auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
-    escape->setContext(Qt::WindowShortcut);
+    escape->setContext(Qt::WidgetWithChildrenShortcut);
+    setFocusProxy(m_cancel);
+    setFocusPolicy(Qt::ClickFocus);
     connect(escape, &QShortcut::activated, this, &ProgressOverlay::cancelRequested);
 
     auto* layout = new QVBoxLayout(m_panel);
@@ -127,19 +180,42 @@ ProgressOverlay::ProgressOverlay(const QString& title, QWidget* screen)
     layout->addWidget(m_cancel, 0, Qt::AlignHCenter);
     layout->addStretch();
 
-    if (QWidget* cover = parentWidget()) {
-        cover->installEventFilter(this);
-        setGeometry(cover->rect());
+    if (screen) {
+        screen->installEventFilter(this);
+        setGeometry(screen->rect());
     }
-    // Owned by the window, but it lives no longer than its screen.
-    if (screen && screen != parentWidget())
-        connect(screen, &QObject::destroyed, this, &QObject::deleteLater);
     describe();
 }
 
 ProgressOverlay::~ProgressOverlay()
 {
-    if (m_previousFocus && m_previousFocus->isVisible())
+    releaseScreen();
+}
+
+void ProgressOverlay::holdScreen()
+{
+    if (!m_held.isEmpty() || !parentWidget())
+        return;
+    // What the overlay covers takes no clicks, keys or focus: the rest of the window (the
+    // tabs, the other screen, About, a phone asking to pair) stays in the user's hands.
+    if (QWidget* focus = QApplication::focusWidget();
+        focus && parentWidget()->isAncestorOf(focus) && !isAncestorOf(focus))
+        m_previousFocus = focus;
+    for (QWidget* part : parentWidget()->findChildren<QWidget*>(Qt::FindDirectChildrenOnly)) {
+        if (part != this && part->isEnabled() && !part->isWindow()) {
+            part->setEnabled(false);
+            m_held.append(part);
+        }
+    }
+}
+
+void ProgressOverlay::releaseScreen()
+{
+    for (const QPointer<QWidget>& part : std::exchange(m_held, {})) {
+        if (part)
+            part->setEnabled(true);
+    }
+    if (m_previousFocus && m_previousFocus->isVisible() && m_previousFocus->isEnabled())
         m_previousFocus->setFocus(Qt::OtherFocusReason);
 }
 
@@ -156,13 +232,6 @@ void ProgressOverlay::setDetail(const QString& text)
     m_detail->setText(text);
     m_detail->setVisible(!text.isEmpty());
     describe();
-}
-
-bool ProgressOverlay::focusNextPrevChild(bool)
-{
-    // Tab must not walk into the screen underneath, which the overlay blocks.
-    m_cancel->setFocus(Qt::TabFocusReason);
-    return true;
 }
 
 void ProgressOverlay::setStage(const QString& text, qint64 done, qint64 total)
@@ -197,13 +266,23 @@ void ProgressOverlay::resizeEvent(QResizeEvent* event)
     m_panel->move((width() - m_panel->width()) / 2, (height() - m_panel->height()) / 2);
 }
 
+void ProgressOverlay::setVisible(bool visible)
+{
+    // Held from show() on, even while its screen is out of sight behind another tab.
+    if (visible)
+        holdScreen();
+    QWidget::setVisible(visible);
+    if (!visible)
+        releaseScreen();
+}
+
 void ProgressOverlay::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
     raise();
-    if (QWidget* focus = QApplication::focusWidget(); focus && !isAncestorOf(focus))
-        m_previousFocus = focus;
-    m_cancel->setFocus();
+    // Shown again with its screen (back from another tab): the keyboard stays where it is.
+    if (!std::exchange(m_shownOnce, true))
+        m_cancel->setFocus();
 }
 
 EncryptingViewController::EncryptingViewController(QWidget* parent)

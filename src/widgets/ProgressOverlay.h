@@ -7,20 +7,23 @@ class QLabel;
 class QProgressBar;
 class QPushButton;
 
-// Covers the window while the phone works on an operation: dims and blocks it, shows what
-// stage the operation is in and how far it got (also to assistive technology, as the
-// overlay's accessible description and the progress bar's value), and offers Cancel, also on
-// Escape. Keyboard focus stays on the overlay while it is shown.
+// Covers its screen while the phone works on that screen's operation: dims it and takes it out
+// of the user's hands (its parts are disabled), shows what stage the operation is in and how
+// far it got (also to assistive technology, as the overlay's accessible description and the
+// progress bar's value), and offers Cancel, also on Escape. The rest of the window stays
+// usable; the keyboard goes to Cancel when the overlay shows and back when it goes.
 class ProgressOverlay : public QWidget
 {
     Q_OBJECT
 
 public:
-    // The overlay belongs to `screen` (it goes when the screen goes) and covers the screen's
-    // whole window, following its size.
+    // The overlay belongs to `screen` (it goes when the screen goes) and covers it, following
+    // its size.
     ProgressOverlay(const QString& title, QWidget* screen);
     // Gives the keyboard focus back to where it was before the overlay took it.
     ~ProgressOverlay() override;
+
+    void setVisible(bool visible) override;
 
     // A stage line ("Sending 12.0 MB of 40.0 MB") and progress; total 0 = unknown (busy bar).
     void setStage(const QString& text, qint64 done = 0, qint64 total = 0);
@@ -42,10 +45,12 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
-    bool focusNextPrevChild(bool next) override;
 
 private:
+    class Bar;
     void describe();
+    void holdScreen();
+    void releaseScreen();
 
     QWidget* m_panel;
     QLabel* m_text;
@@ -55,6 +60,8 @@ private:
     QProgressBar* m_progress;
     QPushButton* m_cancel;
     QPointer<QWidget> m_previousFocus;
+    bool m_shownOnce = false;
+    QList<QPointer<QWidget>> m_held; // the screen's parts taken out of the user's hands
 };
 
 // The overlay of the encrypt operation ("ENCRYPTING").

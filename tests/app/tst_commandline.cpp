@@ -183,14 +183,6 @@ void TestCommandLine::aSecondStartHandsItsFilesOver()
                                  log.contains("handed-over files listed: Encrypt: b.txt | Decrypt: a.vx")),
         10000);
 
-    // Without files the first only comes forward.
-    second.setWorkingDirectory(work.path());
-    second.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), {});
-    QVERIFY(second.waitForFinished(10000));
-    QCOMPARE(second.exitCode(), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(
-        (log += first.readAllStandardError(), log.contains("handed over 0 files")), 10000);
-
     // A first start that no longer answers: the second gives up after 2 s and says so.
     ::kill(pid_t(first.processId()), SIGSTOP);
     QElapsedTimer clock;

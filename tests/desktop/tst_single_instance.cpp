@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <future>
+
 #include <sys/stat.h>
 
 // The first start's side of the hand-over, fed by a client that sends what it likes: whole
@@ -19,6 +21,7 @@ private Q_SLOTS:
     void onlyTheFirstHoldsTheLock();
     void messages_data();
     void messages();
+    void aListOverTheMessageCapArrivesWhole();
     void theFolderIsTheUsersOwn_data();
     void theFolderIsTheUsersOwn();
 };
@@ -125,6 +128,25 @@ void TestSingleInstance::messages()
         QCOMPARE(handedOver.at(0).at(0).toStringList(), paths);
         QVERIFY(client.readAll().contains(payload(QStringLiteral("done"), {})));
     }
+}
+
+void TestSingleInstance::aListOverTheMessageCapArrivesWhole()
+{
+    QTemporaryDir folder;
+    SingleInstance first(folder.path());
+    QVERIFY(first.claim());
+    QVERIFY(first.listen());
+    QSignalSpy handedOver(&first, &SingleInstance::filesHandedOver);
+    QStringList paths;
+    for (int i = 0; i < 40000; ++i)
+        paths.append(u"/home/ann/Pictures/Holidays 2025/photo taken by the sea %1.jpg"_qs.arg(i));
+    const SingleInstance second(folder.path());
+    // The later start blocks while it waits for the answer: on a thread of its own here.
+    auto answer
+        = std::async(std::launch::async, [&] { return second.handOver(paths, std::chrono::seconds(20)); });
+    QVERIFY(handedOver.wait(20000));
+    QCOMPARE(answer.get(), SingleInstance::HandOver::Delivered);
+    QCOMPARE(handedOver.at(0).at(0).toStringList(), paths);
 }
 
 void TestSingleInstance::theFolderIsTheUsersOwn_data()

@@ -11,6 +11,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,8 +27,8 @@ QString refusals(const QList<IntakeList::Refusal>& refused)
 {
     QStringList out;
     for (const auto& r : refused) {
-        static const char* const words[]
-            = { "folder", "special", "unreadable", "listed", "long", "encrypted", "plain" };
+        static const char* const words[] = { "missing", "invalid", "folder", "special", "unreadable",
+            "listed", "long", "encrypted", "plain" };
         out.append(r.path.section(u'/', -1, -1, QString::SectionSkipEmpty).left(8) + u':'
             + QLatin1String(words[int(r.reason)]));
     }
@@ -51,7 +52,28 @@ private Q_SLOTS:
     void reloadChangesOnlyWhatChanged_data();
     void reloadChangesOnlyWhatChanged();
     void resultFolderFollowsTheFolder();
+
+private:
+    // `spaced` paths made as empty files under the test's folder (except those that start with
+    // "!" or end with "/": nothing is there), as absolute paths in their order.
+    QStringList made(const QString& spaced);
+    QTemporaryDir m_root;
 };
+
+QStringList TestIntake::made(const QString& spaced)
+{
+    QStringList paths;
+    for (const QString& given : spaced.split(u' ', Qt::SkipEmptyParts)) {
+        const bool missing = given.startsWith(u'!');
+        const QString path = m_root.path() + given.mid(missing ? 1 : 0);
+        if (!missing && !path.endsWith(u'/')) {
+            QDir().mkpath(QFileInfo(path).path());
+            write(path, {});
+        }
+        paths.append(path);
+    }
+    return paths;
+}
 
 void TestIntake::admission_data()
 {
@@ -69,7 +91,8 @@ void TestIntake::admission_data()
     row("encrypt: mixed drop", E, "/a/report.pdf /a/photo.vx /a/notes.txt", "report.pdf notes.txt",
         "photo.vx:encrypted");
     row("same name, other folder", E, "/a/report.pdf /b/report.pdf", "report.pdf", "report.p:listed");
-    row("same name twice, trailing slash", E, "/a/x.txt /b/x.txt/", "x.txt", "x.txt:listed");
+    row("missing, and a file's name with a trailing slash", E, "!/a/gone.txt /a/x.txt /b/x.txt/", "x.txt",
+        "gone.txt:missing x.txt:missing");
     row("encrypt: .VX is not encrypted", E, "/a/archive.VX", "archive.VX", "");
     row("encrypt: no extension", E, "/a/README", "README", "");
     row("decrypt: no extension", D, "/a/README", "", "README:plain");
@@ -94,7 +117,7 @@ void TestIntake::admission()
     QFETCH(QString, admitted);
     IntakeList list(kind);
     QSignalSpy changed(&list, &IntakeList::changed);
-    QTEST(refusals(list.addFiles(paths.split(u' ', Qt::SkipEmptyParts))), "refused");
+    QTEST(refusals(list.addFiles(made(paths))), "refused");
     QCOMPARE(fileNames(list.files()).join(u' '), admitted);
     QCOMPARE(changed.size(), 1); // the table is reloaded once, whatever happened
     QCOMPARE(list.buttons().markAll, !list.files().isEmpty());
@@ -123,25 +146,29 @@ void TestIntake::onlyRegularFilesAreAdmitted()
     IntakeList decrypt(IntakeList::Kind::Decrypt);
     QCOMPARE(refusals(decrypt.addFiles({ dir.filePath(u"folder.vx"_qs) })), u"folder.v:folder"_qs);
     QVERIFY(decrypt.files().isEmpty());
+    // A name whose bytes are not UTF-8 arrives with a replacement character: never listed.
+    const QByteArray latin1 = QFile::encodeName(dir.path()) + "/caf\xe9.txt";
+    QVERIFY(::close(::creat(latin1.constData(), 0600)) == 0);
+    QCOMPARE(refusals(encrypt.addFiles({ QFile::decodeName(latin1) })), u"caf\uFFFD.txt:invalid"_qs);
 }
 
 void TestIntake::largeBatchesAreAdmittedInOrder()
 {
     IntakeList list(IntakeList::Kind::Encrypt);
-    QStringList big;
+    QString names;
     for (int i = 0; i < IntakeList::inlineLimit; ++i)
-        big.append(u"/big/f"_qs + QString::number(i) + u".txt");
-    big.append(u"/big/same.txt"_qs);
+        names += u" /big/f"_qs + QString::number(i) + u".txt";
+    const QStringList big = made(names + u" /big/same.txt");
     QStringList calls;
     list.admit(big, &list, [&calls](const auto& refused) { calls.append(u"big:"_qs + refusals(refused)); });
     QVERIFY(list.isAdmitting());
     // A small batch behind a large one waits its turn, so the same name is refused in it.
-    list.admit({ u"/small/same.txt"_qs, u"/small/x.vx"_qs }, &list,
+    list.admit(made(u"/small/same.txt /small/x.vx"_qs), &list,
         [&calls](const auto& refused) { calls.append(u"small:"_qs + refusals(refused)); });
     QVERIFY(list.files().isEmpty());
     {
         QObject gone; // a screen closed before its files were looked at
-        list.admit({ u"/c/c.txt"_qs }, &gone, [&calls](const auto&) { calls.append(u"gone"_qs); });
+        list.admit(made(u"/c/c.txt"_qs), &gone, [&calls](const auto&) { calls.append(u"gone"_qs); });
     }
     QTRY_VERIFY(!list.isAdmitting());
     QCOMPARE(calls, (QStringList { u"big:"_qs, u"small:same.txt:listed x.vx:encrypted"_qs }));
@@ -190,7 +217,7 @@ void TestIntake::buttons()
     QObject::connect(
         &list, &IntakeList::buttonsChanged, &list, [&announced](const Buttons& b) { announced = b; });
     const QString extension = kind == IntakeList::Kind::Encrypt ? u".txt"_qs : u".vx"_qs;
-    list.addFiles({ u"/a/1"_qs + extension, u"/a/2"_qs + extension, u"/a/3"_qs + extension });
+    list.addFiles(made(u"/a/1%1 /a/2%1 /a/3%1"_qs.arg(extension)));
     for (const QString& action : actions.split(u' ', Qt::SkipEmptyParts)) {
         if (action.startsWith(u"flip")) {
             list.flip(action.mid(4).toInt());
@@ -218,19 +245,18 @@ void TestIntake::modelFollowsTheList()
     model.onFlip = [&list](int row) { list.flip(row); };
     QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
     QObject::connect(&list, &IntakeList::changed, &model, &FileListModel::reload);
-    list.addFiles({ u"/a/archive.tar.gz"_qs, u"/a/b.txt"_qs });
+    list.addFiles(made(u"/a/archive.tar.gz /a/b.txt"_qs));
     QCOMPARE(model.rowCount(), 2);
     QCOMPARE(model.index(0).data(FileListModel::NameRole).toString(), QStringLiteral("archive.tar"));
     QCOMPARE(model.index(0).data(FileListModel::TypeRole).toString(), QStringLiteral("GZ"));
     QCOMPARE(model.index(0).data(Qt::ToolTipRole).toString(), QStringLiteral("archive.tar"));
-    QCOMPARE(model.index(0).data(FileListModel::SizeRole).toString(), QString()); // no such file: empty
     QVERIFY(model.setData(model.index(1), Qt::Checked, Qt::CheckStateRole));
     QCOMPARE(model.index(1).data(Qt::CheckStateRole).value<Qt::CheckState>(), Qt::Checked);
     QVERIFY(!(model.flags(model.index(0)) & Qt::ItemIsSelectable));
     list.removeMarked();
     QCOMPARE(model.rowCount(), 1);
     // A removed file's name is free again; the kept one's is not.
-    QCOMPARE(refusals(list.addFiles({ u"/c/b.txt"_qs, u"/c/archive.tar.gz"_qs })), u"archive.:listed"_qs);
+    QCOMPARE(refusals(list.addFiles(made(u"/c/b.txt /c/archive.tar.gz"_qs))), u"archive.:listed"_qs);
     QCOMPARE(model.rowCount(), 2);
 }
 

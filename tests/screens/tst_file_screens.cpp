@@ -33,7 +33,9 @@
 #include <QMimeData>
 #include <QPainter>
 #include <QPointer>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -177,7 +179,7 @@ private Q_SLOTS:
     void anOperationEndedInFront();
     void anOperationEndedInTheBackgroundIsNotified();
     void withoutAServiceTheWindowIsAlerted();
-    void cancelKeepsTheChoice();
+    void waitIsCountedAndCancelKeepsTheChoice();
     void mainThreadStaysResponsive();
     void screenDestroyedMidOperation();
 
@@ -280,9 +282,10 @@ void TestFileScreens::dropsAnywhereOnTheList()
     QCOMPARE(screen.filesToEncrypt().size(), 3);
     // On the panel around the list (its margin), as on the list.
     QWidget* panel = table->parentWidget();
+    TestFiles::write(m_files + u"/extra.txt"_qs, "x");
     QVERIFY(dropOn(panel, { m_files + u"/report.pdf.vx"_qs, m_files + u"/extra.txt"_qs }, QPoint(2, 2)));
     QCOMPARE(TestFiles::fileNames(screen.filesToEncrypt()).last(), u"extra.txt"_qs);
-    QCOMPARE(dialogs.shown.size(), 1); // the encrypted one was refused
+    QTRY_COMPARE(dialogs.shown.size(), 1); // the encrypted one was refused
     // Never on a result table.
     QVERIFY(!drop(screen.encryptedFilesTable(), { m_files + u"/budget.xlsx"_qs }, QPoint(50, 5)));
     QVERIFY(screen.widgets().selectDeselectAllButton->isEnabled());
@@ -296,28 +299,20 @@ void TestFileScreens::dropsAnywhereOnTheList()
 
 void TestFileScreens::oneDialogForSeveralRefusals()
 {
-    DecryptViewController screen(Session::instance(), DesktopNotifier::instance());
-    screen.show();
+    // Each refused file is named with its reason after the screen's sentence (a hand-over's
+    // folder and missing file: tst_shell).
     FakeDialogs dialogs;
-    QVERIFY(drop(screen.filesToDecryptTable(),
-        { m_files + u"/report.pdf"_qs, m_files + u"/photo.vx"_qs, m_files + u"/notes.txt"_qs },
-        QPoint(40, 5)));
-    QCOMPARE(screen.filesToDecrypt().size(), 1);
-    QCOMPARE(dialogs.shown.size(), 1);
-    QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Some of the files cannot be added"));
-    // The screen's sentence stays; each refused file follows with its reason.
-    QCOMPARE(dialogs.shown.at(0).message,
-        u"You can only add encrypted files or files that haven't already been uploaded\n\n"
-        u"report.pdf: not encrypted\nnotes.txt: not encrypted"_qs);
-    QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Informational);
-
     // The Encrypt screen's sentence; a name that cannot take ".vx" within 255 bytes is
     // shortened in the middle.
     EncryptViewController encrypt(
         Session::instance(), DesktopNotifier::instance(), m_phoneService, NetworkClient::shared());
     const QString tooLong = QString(249, u'L') + u".txt";
+    TestFiles::write(m_files + u'/' + tooLong, "x");
     encrypt.addFiles({ m_files + u'/' + tooLong, m_files + u"/photo.vx"_qs, m_files });
-    QCOMPARE(dialogs.shown.at(1).message,
+    QTRY_COMPARE(dialogs.shown.size(), 1);
+    QCOMPARE(dialogs.shown.at(0).title, QStringLiteral("Some of the files cannot be added"));
+    QCOMPARE(dialogs.shown.at(0).style, Dialogs::Style::Informational);
+    QCOMPARE(dialogs.shown.at(0).message,
         u"You can only add files that aren't encrypted or uploaded\n\n"_qs + tooLong.left(36) + u'…'
             + tooLong.right(20)
             + u": name too long to add \".vx\" (255 bytes at most)\nphoto.vx: already encrypted\n"
@@ -327,9 +322,10 @@ void TestFileScreens::oneDialogForSeveralRefusals()
     for (int i = 0; i < 25; ++i)
         many.append(m_files + u"/many" + QString::number(i) + u".vx");
     encrypt.addFiles(many);
-    const QStringList lines = dialogs.shown.at(2).message.split(u'\n');
+    QTRY_COMPARE(dialogs.shown.size(), 2);
+    const QStringList lines = dialogs.shown.at(1).message.split(u'\n');
     QCOMPARE(lines.size(), 2 + 20 + 1);
-    QCOMPARE(lines.at(21), u"many19.vx: already encrypted"_qs);
+    QCOMPARE(lines.at(21), u"many19.vx: does not exist"_qs);
     QCOMPARE(lines.last(), u"and 5 more"_qs);
 }
 
@@ -510,16 +506,42 @@ void TestFileScreens::anOperationEndedInFront()
     QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, table->visualRect(shown->index(0, 0)).center());
     QCOMPARE(dialogs.opened.last(), folder + u"/a.txt.vx"_qs);
 
-    // The results go on to the Decrypt screen, which clears its marks in turn.
+    // The results go on to the Decrypt screen with a damaged file: the good ones land, their
+    // marks are cleared, and the damaged one is named with why and stays marked.
+    const QString broken = m_files + u"/broken.txt.vx"_qs;
+    TestFiles::write(broken, "not an encrypted file");
     DecryptViewController decrypt(Session::instance(), DesktopNotifier::instance());
+    decrypt.resize(1100, 650);
     decrypt.show();
-    decrypt.addFiles(screen.lastResults());
+    decrypt.addFiles(screen.lastResults() + QStringList { broken });
     decrypt.selectDeselectAll();
     QTest::mouseClick(decrypt.decryptButton(), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
-    QVERIFY(dialogs.shown.isEmpty());
-    QCOMPARE(decrypt.intakeList()->markedCount(), 0);
     QTRY_COMPARE(decrypt.decryptedFiles().size(), 3);
+    keep(decrypt.grab(), u"result-problems@1x-light"_qs);
+    QCOMPARE(decrypt.lastFailed(), QStringList { broken });
+    QCOMPARE(dialogs.shown.size(), 1); // the list of what did not land, as the run tells it
+    const QString why = dialogs.shown.at(0).message.section(u": "_qs, 1);
+    QVERIFY(!why.isEmpty());
+    QCOMPARE(decrypt.widgets().resultSummary->text(), u"3 files decrypted, 1 could not be"_qs);
+    QCOMPARE(TestFiles::fileNames(decrypt.filesToDecrypt()).at(3), u"broken.txt.vx"_qs);
+    QVERIFY(decrypt.filesToDecrypt().at(3)->isChecked);
+    QCOMPARE(decrypt.intakeList()->markedCount(), 1);
+    QCOMPARE(decrypt.intakeModel()->index(3, 0).data(Qt::AccessibleDescriptionRole).toString(), why);
+    QVERIFY(decrypt.widgets().detailsButton->isVisible());
+    decrypt.widgets().detailsButton->setFocus();
+    QTest::keyClick(decrypt.widgets().detailsButton, Qt::Key_Space);
+    QCOMPARE(dialogs.shown.size(), 2);
+    QCOMPARE(dialogs.shown.at(1).message, u"broken.txt.vx: "_qs + why);
+    // Try again sends the damaged file alone, even after the user changed the marks.
+    decrypt.selectDeselectAll();
+    const qsizetype sent = m_phone->requests().size();
+    QTest::mouseClick(decrypt.widgets().tryAgainButton, Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
+    QCOMPARE(m_phone->requests().size(), sent + 1);
+    const QJsonArray parts = m_phone->requests().last()[u"parts"].toArray();
+    QCOMPARE(parts.size(), 2); // the type and the one file
+    QVERIFY(parts.at(1)[u"filename"].toString().startsWith(u"broken"));
 
     // The next operation clears the summary and the highlight until it ends.
     screen.selectDeselectAll();
@@ -575,7 +597,7 @@ void TestFileScreens::withoutAServiceTheWindowIsAlerted()
     QVERIFY(m_desktop.registerService(u"org.freedesktop.Notifications"_qs));
 }
 
-void TestFileScreens::cancelKeepsTheChoice()
+void TestFileScreens::waitIsCountedAndCancelKeepsTheChoice()
 {
     FakeDialogs dialogs;
     EncryptViewController encrypt(
@@ -585,6 +607,18 @@ void TestFileScreens::cancelKeepsTheChoice()
     encrypt.encryptFiles();
     QVERIFY(encrypt.overlay());
     QTRY_COMPARE_WITH_TIMEOUT(encrypt.overlay()->stageLabel()->text(), u"Waiting for the phone..."_qs, 10000);
+    // While the phone works the bar slides and the time waited counts on: a later count is
+    // awaited, not an exact one (a loaded machine may skip a second).
+    QProgressBar* bar = encrypt.overlay()->progressBar();
+    QCOMPARE(bar->maximum(), 0);
+    const QImage drawn = bar->grab().toImage();
+    QTRY_VERIFY(bar->grab().toImage() != drawn);
+    const auto waited = [&encrypt] {
+        const auto time
+            = QRegularExpression(u"(\\d+):(\\d\\d)"_qs).match(encrypt.overlay()->detailLabel()->text());
+        return time.hasMatch() ? time.captured(1).toInt() * 60 + time.captured(2).toInt() : -1;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(waited() >= 2, 10000);
     // The user gives up: the overlay goes, nothing is shown, the marks and the recipients stay.
     QTest::mouseClick(encrypt.overlay()->cancelButton(), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!encrypt.overlay(), 10000);

@@ -597,7 +597,7 @@ void TestScreenshots::screens()
     save(&window, u"about"_qs);
     main.selectEncrypt();
 
-    // The overlay with its figures; its spinner turns for good.
+    // The overlay with its figures, over its own screen; its spinner turns for good.
     QVERIFY(waitUntilDrawingSettles(&window, settleMs));
     auto* overlay = new EncryptingViewController(encrypt);
     overlay->setStage(qtTrId("stageSending").arg(u"412.0 MB"_qs, u"1.1 GB"_qs), 412, 1100);
@@ -606,6 +606,15 @@ void TestScreenshots::screens()
     QTRY_VERIFY(overlay->cancelButton()->hasFocus());
     // Only the overlay is there to be read: the screen behind it is dimmed on purpose.
     save(&window, u"encrypting"_qs, false, overlay);
+    // At the smallest size too, and the other screen meanwhile, whole and in the user's hands.
+    const QSize size = window.size();
+    window.resize(window.minimumSize());
+    QTRY_COMPARE(overlay->size(), encrypt->size());
+    save(&window, u"encrypting-smallest"_qs, false, overlay);
+    main.selectDecrypt();
+    save(&window, u"decrypt-while-encrypting"_qs);
+    main.selectEncrypt();
+    window.resize(size);
     delete overlay;
 
     // The group dialogs, real ones: looked at once they show, then closed.

@@ -7,6 +7,7 @@
 #include "common/SignalCounter.h"
 #include "common/TestFiles.h"
 #include "common/TestServices.h"
+#include "desktop/SingleInstance.h"
 #include "files/IntakeList.h"
 #include "pairing/LoopbackClient.h"
 #include "pairing/MobileDeviceListener.h"
@@ -32,9 +33,11 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QComboBox>
+#include <QDataStream>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocalSocket>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -69,6 +72,7 @@ private Q_SLOTS:
     void phoneLeavesWhileADialogIsOpen();
     void openFiles_data();
     void openFiles();
+    void handOverRefusedWhileItsSocketCloses();
     void quittingWhileAnOperationRunsAsks();
 
 private:
@@ -626,10 +630,11 @@ void TestShell::phoneLeavesWhileADialogIsOpen()
     // and the window must not pull the screen away from under the open dialog.
     dialogs.whileOpen = [&] {
         if (late) {
-            // The ended operation's overlay stays behind its dialog, and stops counting.
+            // The ended operation's overlay stays on its screen behind the dialog, and stops counting.
             QVERIFY(decrypt->overlay());
             const QString detail = decrypt->overlay()->detailLabel()->text();
             QTRY_VERIFY_WITH_TIMEOUT(showsPairing(window), 5000);
+            QVERIFY(!decrypt->overlay()->isVisible()); // nothing of it over the pairing screen
             QElapsedTimer open;
             open.start();
             QTRY_VERIFY(open.elapsed() > 1500);
@@ -769,7 +774,45 @@ void TestShell::openFiles()
     }
 }
 
+// A later start hands over a folder and a missing file: the refusal dialog is open while the
+// connection that brought them closes and is deleted, and answering it leaves the window running.
+void TestShell::handOverRefusedWhileItsSocketCloses()
+{
+    QTemporaryDir runtime; // private, as the user's runtime folder is
+    SingleInstance first(runtime.path());
+    QVERIFY(first.claim());
+    QVERIFY(first.listen());
+    FakeDialogs dialogs;
+    AppWindow window(m_app->services);
+    QVERIFY(showMain(window));
+    window.takeHandOvers(first);
+    // A later start that connects, is taken in, and only then sends its message, so the first
+    // reads it in the socket's read handler.
+    QLocalSocket second;
+    second.connectToServer(runtime.filePath(u"varnex-desktop.socket"_qs));
+    QVERIFY(second.waitForConnected(5000));
+    QPointer<QLocalSocket> taken;
+    QTRY_VERIFY(taken = first.findChild<QLocalSocket*>());
+    QVERIFY(QDir(m_home.path()).mkpath(u"small"_qs));
+    QByteArray message;
+    QDataStream out(&message, QIODevice::WriteOnly);
+    out << u"open"_qs << QStringList { m_home.filePath(u"small"_qs), m_home.filePath(u"missing.txt"_qs) };
+    QDataStream(&second) << quint32(message.size()); // the length first
+    second.write(message);
+    // The later start has its answer and goes; the connection closes while the dialog is open,
+    // and is deleted in its loop, as in a real dialog's (given a second for it).
+    dialogs.whileOpen = [&] {
+        QTRY_COMPARE(second.state(), QLocalSocket::UnconnectedState);
+        QTest::qWaitFor([&] { return !taken; }, 1000);
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(dialogs.shown.size(), 1, 10000);
+    QVERIFY(dialogs.shown.at(0).message.endsWith(u"small: a folder\nmissing.txt: does not exist"_qs));
+    QVERIFY(window.mainScreen()->intakeFiles().isEmpty());
+    QVERIFY(window.isVisible());
+}
+
 // Quitting while the phone works on an operation asks first; with nothing running it does not.
+// Meanwhile the rest of the window is the user's.
 void TestShell::quittingWhileAnOperationRunsAsks()
 {
     FakeDialogs dialogs;
@@ -787,8 +830,17 @@ void TestShell::quittingWhileAnOperationRunsAsks()
     QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     main->decryptScreen()->addFiles({ file(u"c.vx"_qs) });
     main->decryptScreen()->intakeList()->flip(0);
+    main->selectDecrypt();
     main->decryptScreen()->uploadForDecryption();
     QVERIFY(main->decryptScreen()->overlay());
+    // The operation holds its own screen only: the tabs and the other screen stay usable, and
+    // the operation is still there on the way back.
+    QVERIFY(!main->decryptScreen()->widgets().chooseFilesButton->isEnabled());
+    QTest::mouseClick(part<CustomButton>(main, "encryptTab"), Qt::LeftButton);
+    QCOMPARE(main->currentScreen(), main->encryptScreen());
+    QVERIFY(main->encryptScreen()->widgets().chooseFilesButton->isEnabled());
+    QTest::mouseClick(part<CustomButton>(main, "decryptTab"), Qt::LeftButton);
+    QVERIFY(main->decryptScreen()->overlay()->isVisible());
 
     // The user keeps the operation: the window stays.
     dialogs.answers.enqueue(0);
