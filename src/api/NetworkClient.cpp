@@ -1,5 +1,7 @@
 #include "api/NetworkClient.h"
 
+#include "api/ReplyCap.h"
+#include "app/Log.h"
 #include "app/Settings.h"
 
 #include <QBuffer>
@@ -66,6 +68,7 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
     QNetworkReply* reply = request.body
         ? m_network->sendCustomRequest(networkRequest, request.method, payload)
         : m_network->sendCustomRequest(networkRequest, request.method);
+    ReplyCap::limit(reply);
     auto* resourceTimer = new QTimer(reply);
     resourceTimer->setSingleShot(true);
     connect(resourceTimer, &QTimer::timeout, reply, [reply] {
@@ -91,10 +94,12 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
         if (status.isValid() ? isTransferFailure(error) : error != QNetworkReply::NoError) {
             exchange.failure = reply->property("varnexResourceTimeout").toBool()
                 ? QStringLiteral("The request timed out.")
-                : reply->errorString();
+                : ReplyCap::wasCut(reply) ? QStringLiteral("The answer is too large.")
+                                          : reply->errorString();
         }
-        qCDebug(lcApi) << reply->operation() << reply->url() << exchange.status.value_or(0)
-                       << reply->errorString();
+        // Qt's error text can quote the server's reason phrase.
+        qCDebug(lcApi).noquote() << reply->operation() << Log::escaped(reply->url().toString())
+                                 << exchange.status.value_or(0) << Log::escaped(reply->errorString());
         done(exchange);
     });
     return true;

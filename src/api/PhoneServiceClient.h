@@ -13,7 +13,8 @@ class Session;
 
 // The calls to the phone's own service (port 8080, at the session's address): its associated
 // users, the notice that the groups changed, and the watchdog's ping. Made once by AppDelegate
-// and handed down. Answers come on the main thread and are dropped when `context` is gone.
+// and handed down. Answers come on the main thread and are dropped when `context` is gone;
+// none is read past the cap (ReplyCap).
 class PhoneServiceClient : public QObject
 {
     Q_OBJECT
