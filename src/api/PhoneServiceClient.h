@@ -1,6 +1,7 @@
 #pragma once
 
 #include "api/Records.h"
+#include "api/ReplyCap.h"
 
 #include <QObject>
 
@@ -34,7 +35,11 @@ public:
     void ping(
         std::chrono::milliseconds timeout, QObject* context, std::function<void(std::optional<int>)> done);
 
+    // A smaller cap on what an answer may bring, for tests.
+    void setReplyCap(qint64 bytes) { m_replyCap = bytes; }
+
 private:
     const Session& m_session;
     QNetworkAccessManager* m_network;
+    qint64 m_replyCap = ReplyCap::maxReplyBytes;
 };
