@@ -89,7 +89,7 @@ bool PhoneConnection::isTrustedMessage(const PairingMessage& message, const QStr
 PhoneConnection::Decision PhoneConnection::offer(const PairingMessage& message, const QString& peer)
 {
     if (!isTrustedMessage(message, peer))
-        return hold(message, peer, false);
+        return hold(message, peer);
     // A base URL that is no web address is refused (and logged) when applied: no change.
     const bool sameService = !message.baseURL || !BaseUrlStore::isWellFormedUrl(*message.baseURL)
         || *message.baseURL == m_trusted->baseURL;
@@ -97,11 +97,10 @@ PhoneConnection::Decision PhoneConnection::offer(const PairingMessage& message, 
         adopt(message, false);
         return Decision::Applied;
     }
-    return hold(message, peer, true);
+    return hold(message, peer);
 }
 
-PhoneConnection::Decision PhoneConnection::hold(
-    const PairingMessage& message, const QString& peer, bool claimsTrustedPhone)
+PhoneConnection::Decision PhoneConnection::hold(const PairingMessage& message, const QString& peer)
 {
     for (PendingPairing& waiting : m_queue) {
         if (waiting.peer != peer)
@@ -109,7 +108,6 @@ PhoneConnection::Decision PhoneConnection::hold(
         // The request the user looks at stays as it is; another takes the newer message.
         if (waiting.id != m_shownId) {
             waiting.message = message;
-            waiting.claimsTrustedPhone = claimsTrustedPhone;
             Q_EMIT pendingChanged();
         }
         return Decision::Held;
@@ -132,7 +130,7 @@ PhoneConnection::Decision PhoneConnection::hold(
         m_queue.erase(oldest);
     }
     const quint64 id = m_nextId++;
-    m_queue.push_back(PendingPairing { id, message, peer, claimsTrustedPhone });
+    m_queue.push_back(PendingPairing { id, message, peer });
     if (!m_shownId)
         m_shownId = id;
     Log::line(u"[PairingGate] A phone asks to pair: " + describe(message) + u"; waiting for the user");
@@ -229,6 +227,7 @@ Resemblance PhoneConnection::resemblance(const PendingPairing& request) const
     if (m_trusted) {
         r.nameOfTrusted = looksAlike(m_trusted->name, request.message.mobileDeviceName);
         r.emailOfTrusted = sameEmail(request.message.email, m_trusted->email);
+        r.claimsTrusted = isTrustedMessage(request.message, request.peer);
     }
     return r;
 }
@@ -268,9 +267,9 @@ void PhoneConnection::phoneLost()
     setState(State::Lost);
     // It no longer answers at its address: the newest message with its e-mail from elsewhere
     // is where it went.
-    const auto moved = std::find_if(
-        m_queue.rbegin(), m_queue.rend(), [](const PendingPairing& p) { return p.claimsTrustedPhone; });
-    if (moved != m_queue.rend() && isTrustedMessage(moved->message, moved->peer)) {
+    const auto moved = std::find_if(m_queue.rbegin(), m_queue.rend(),
+        [this](const PendingPairing& p) { return isTrustedMessage(p.message, p.peer); });
+    if (moved != m_queue.rend()) {
         const PendingPairing request = *moved;
         remove([&](const PendingPairing& p) { return p.peer == request.peer; });
         adopt(request.message, false);

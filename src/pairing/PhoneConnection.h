@@ -23,10 +23,6 @@ struct PendingPairing
     quint64 id = 0;
     PairingMessage message;
     QString peer; // the address it came from (always the "ip" it names)
-    // It carries the trusted phone's e-mail from another address or with another base URL
-    // while the trusted phone still answers at its own: the phone moved, or someone who read
-    // the e-mail on the network poses as it.
-    bool claimsTrustedPhone = false;
 };
 
 // What a waiting request has in common with others, which its own name cannot hide.
@@ -36,6 +32,10 @@ struct Resemblance
     bool emailOfAnotherWaiting = false;
     bool nameOfTrusted = false;
     bool emailOfTrusted = false;
+    // It counts as the trusted phone's (its e-mail) but waits, as it comes from another
+    // address or brings another base URL while the trusted phone still answers at its own:
+    // the phone moved, or someone who read the e-mail on the network poses as it.
+    bool claimsTrusted = false;
 };
 
 // Who the desktop works with, as one state machine on the main thread: no phone; looking for
@@ -142,7 +142,7 @@ Q_SIGNALS:
 
 private:
     bool isTrustedMessage(const PairingMessage& message, const QString& peer) const;
-    Decision hold(const PairingMessage& message, const QString& peer, bool claimsTrustedPhone);
+    Decision hold(const PairingMessage& message, const QString& peer);
     void remove(const std::function<bool(const PendingPairing&)>& which);
     // The message's phone becomes (or stays) the trusted one and is connected.
     void adopt(const PairingMessage& message, bool anotherPhone);

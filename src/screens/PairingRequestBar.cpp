@@ -53,7 +53,7 @@ QStringList marksOf(const PhoneConnection& phone, const PendingPairing& request)
 {
     const Resemblance alike = phone.resemblance(request);
     QStringList marks;
-    if (request.claimsTrustedPhone) {
+    if (alike.claimsTrusted) {
         const auto trusted = phone.trustedPhone();
         //: Pairing bar: the request carries the paired phone's e-mail from another address. %1 is the paired phone's name, %2 its address, %3 the address this request came from.
         //% "It carries the e-mail of your paired phone %1, which answers at %2; this request comes from %3."
