@@ -62,7 +62,6 @@ private Q_SLOTS:
     void pairingMessageRules();
     void watchdog_data();
     void watchdog();
-    void aStrangerPairsOnlyWhenTheUserSaysSo();
     void waitingPlaces_data();
     void waitingPlaces();
     void aCrowdRepostingCannotKeepANewPhoneOut();
@@ -70,7 +69,6 @@ private Q_SLOTS:
     void theTrustedPhonePairsAtOnce();
     void requestsThatMustNotPair_data();
     void requestsThatMustNotPair();
-    void loopbackIsNotAPhone();
     void slowHeadIsDroppedWhileAnotherPeerPairs();
     void connectionCaps();
     void aFloodFromManyAddressesLeavesThePhoneAnswered();
@@ -410,39 +408,6 @@ void TestPairing::watchdog()
     QCOMPARE(!signal.isEmpty(), reported);
 }
 
-// A phone this computer does not know yet, the very first one included, changes nothing until
-// the user presses Pair.
-void TestPairing::aStrangerPairsOnlyWhenTheUserSaysSo()
-{
-    // A fresh install: no settings file yet (a rewrite keeps an existing file's mode).
-    QFile::remove(Settings::open()->fileName());
-    PhoneConnection& gate = *m_phone;
-    SignalCounter connected(&Session::instance(), &Session::phoneConnectedChanged);
-    LoopbackClient client(m_listener->port(), phoneAddress);
-    QVERIFY(client.send(pairingRequest(phoneMessage)));
-    const QByteArray answer = client.readUntilClosed();
-    QCOMPARE(client.status(), 200);
-    QVERIFY(answer.endsWith("Content-Length: 0\r\n\r\n")); // no body, and the connection closed
-    QTRY_VERIFY(gate.pending());
-    QVERIFY(!Session::instance().isPhoneConnected());
-    QCOMPARE(Settings::string(Settings::userEmailKey), std::nullopt);
-    QVERIFY(!gate.trustedPhone());
-
-    QVERIFY(gate.acceptPending(gate.pending()->id));
-    verifyPhone(u"127.0.0.7"_qs, u"My phone"_qs, u"ann@example.com"_qs, u"http://127.0.0.7:8080/"_qs);
-    QVERIFY(Session::instance().isPhoneConnected());
-    QTRY_COMPARE(connected.count(), 1);
-    // Remembered for the next start, in a file only the user can read.
-    const TrustedPhone expected { u"ann@example.com"_qs, u"My phone"_qs, u"127.0.0.7"_qs,
-        u"http://127.0.0.7:8080/"_qs };
-    QCOMPARE(TrustedPhone::load(), std::optional(expected));
-    const auto permissions = QFileInfo(Settings::open()->fileName()).permissions();
-    QVERIFY(permissions & QFileDevice::ReadOwner);
-    QVERIFY(!(permissions
-        & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ReadOther
-            | QFileDevice::WriteOther)));
-}
-
 // Who may hold the waiting places, driven through the phone connection itself (what reaches
 // it over the wire is the crowd test's). A script of steps: "N[:name][/e-mail]" a message from
 // 127.0.5.N (its name N and e-mail N@example.com unless given), "chooseN" the user looks at N's
@@ -672,7 +637,6 @@ void TestPairing::requestsThatMustNotPair_data()
     // refusal reaches the wire and changes nothing.
     row("no ip", pairingRequest(R"({"mobileDeviceName":"x"})"), 400);
     row("GET", LoopbackClient::request("GET", "/myInformation", phoneMessage), 404);
-    row("PUT", LoopbackClient::request("PUT", "/myInformation", phoneMessage), 404);
     row("unknown path", LoopbackClient::request("POST", "/myInformation/", phoneMessage), 404);
     row("from a web page", pairingRequest(phoneMessage, "Origin: http://evil.example\r\n"), 403);
     row("null origin", pairingRequest(phoneMessage, "Origin: null\r\n"), 403);
@@ -680,7 +644,6 @@ void TestPairing::requestsThatMustNotPair_data()
     row("escapes in the method", "P\x1b]0;x\aOST /my\x1b[2J HTTP/1.1\r\nHost: d\r\nOrigin: o\r\n\r\n", 403,
         true, {}, u"refused P\\u001b]0;x\\u0007OST /my\\u001b[2J from 127.0.0.7 -> 403"_qs);
     row("gzip", pairingRequest(phoneMessage, "Content-Encoding: gzip\r\n"), 415);
-    row("deflate", pairingRequest(phoneMessage, "Content-Encoding: deflate\r\n"), 415);
     row("body over 64 KiB",
         pairingRequest(R"({"ip":"10.9.9.9","pad":")" + QByteArray(65 * 1024, 'x') + R"("})"), 413);
     row("length over 64 KiB, nothing sent",
@@ -699,7 +662,6 @@ void TestPairing::requestsThatMustNotPair_data()
         413);
     row("head just over 8 KiB", pairingRequest(phoneMessage, "X-Pad: " + QByteArray(8200, 'a') + "\r\n"),
         431);
-    row("head of 20 KiB", pairingRequest(phoneMessage, "X-Pad: " + QByteArray(20000, 'a') + "\r\n"), 431);
     QByteArray manyHeaders;
     for (int i = 0; i < 2000; ++i)
         manyHeaders += "A" + QByteArray::number(i) + ": b\r\n";
@@ -746,26 +708,12 @@ void TestPairing::requestsThatMustNotPair()
         QTEST(client.status(), "status");
         QVERIFY2(client.closedByPeer(), "the listener must answer and close the connection");
         QVERIFY(!oneAnswer || answer.count("HTTP/1.1 ") == 1);
+        QVERIFY(status != 200 || answer.endsWith("Content-Length: 0\r\n\r\n")); // no body
     }
     client.close();
     deliver();
     verifyNothingChanged(*m_phone);
     QCOMPARE(post("/updateAssociates", "anything at all [{"), 200); // and the listener still serves
-}
-
-void TestPairing::loopbackIsNotAPhone()
-{
-    // Another account on this computer is no LAN phone: without the variable, loopback peers are
-    // not even answered.
-    trust(u"127.0.0.1"_qs);
-    qunsetenv("VARNEX_ALLOW_LOOPBACK_PHONE");
-    const int status = LoopbackClient::exchange(m_listener->port(),
-        pairingRequest(R"({"ip":"127.0.0.1","mobileDeviceName":"Local","email":"ann@example.com"})"),
-        "127.0.0.1");
-    qputenv("VARNEX_ALLOW_LOOPBACK_PHONE", "1");
-    QCOMPARE(status, 0);
-    QVERIFY(!Session::instance().isPhoneConnected());
-    QVERIFY(!m_phone->pending());
 }
 
 void TestPairing::slowHeadIsDroppedWhileAnotherPeerPairs()

@@ -526,31 +526,6 @@ void TestScreenshots::screens()
     }
     QRCodeViewController::setAddressSourceForTesting({});
 
-    // The bar another phone's pairing message brings up, on the window's amber (its texts are
-    // measured against what is really painted behind them, as everywhere).
-    {
-        auto reset = qScopeGuard([] {
-            TrustedPhone::forget();
-            Session::instance().resetForTesting();
-        });
-        TestServices app(Session::defaultPhoneServicePort, quietPhone, TestServices::noAnswer);
-        app.pair(u"127.0.0.20"_qs, u"Alex's Pixel"_qs, u"alex.morgan@example.com"_qs,
-            u"http://127.0.0.20:8080/"_qs);
-        QCOMPARE(app.phone.offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
-                                     u"http://192.168.1.31:8080/"_qs },
-                     u"192.168.1.31"_qs),
-            PhoneConnection::Decision::Held);
-        AppWindow strip(app.services);
-        strip.setMinimumSize(0, 0);
-        auto* bar = new PairingRequestBar(app.phone, &strip);
-        strip.resize(900, bar->heightForWidth(860) + 20);
-        bar->setGeometry(20, 10, 860, bar->heightForWidth(860));
-        strip.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&strip));
-        QTRY_VERIFY(bar->isVisible());
-        save(&strip, u"pairing-request"_qs);
-    }
-
     AppWindow window(m_app->services);
     auto* content = new MainViewController(m_app->services);
     window.setContent(content);
