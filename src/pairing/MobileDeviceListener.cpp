@@ -365,11 +365,9 @@ struct MobileDeviceListener::Impl : std::enable_shared_from_this<Impl>
     }
 };
 
-MobileDeviceListener::MobileDeviceListener(
-    PhoneConnection& phone, quint16 port, ListenerLimits limits, AddressSource ownAddresses)
+MobileDeviceListener::MobileDeviceListener(PhoneConnection& phone, quint16 port, ListenerLimits limits)
     : m_phone(phone)
     , m_port(port)
-    , m_ownAddresses(std::move(ownAddresses))
     , m_impl(std::make_shared<Impl>(phone, limits))
 {
     m_retry.setInterval(limits.retryPeriod);
@@ -387,14 +385,8 @@ MobileDeviceListener::~MobileDeviceListener()
 
 void MobileDeviceListener::publishOwnAddresses()
 {
-    const QStringList texts = m_ownAddresses ? m_ownAddresses() : QStringList();
-    QSet<quint32> own
-        = m_ownAddresses ? QSet<quint32>() : AddressFinder::ownAddresses(AddressFinder::systemInterfaces());
-    for (const QString& text : texts) {
-        if (const auto address = LocalAddressRule::parseIPv4(text))
-            own.insert(*address);
-    }
-    m_impl->own.store(std::make_shared<const QSet<quint32>>(std::move(own)));
+    m_impl->own.store(std::make_shared<const QSet<quint32>>(
+        AddressFinder::ownAddresses(AddressFinder::systemInterfaces())));
 }
 
 bool MobileDeviceListener::start()

@@ -1,11 +1,9 @@
 #pragma once
 
 #include <QObject>
-#include <QStringList>
 #include <QTimer>
 
 #include <chrono>
-#include <functional>
 #include <memory>
 
 class PhoneConnection;
@@ -40,12 +38,9 @@ class MobileDeviceListener : public QObject
 public:
     static constexpr quint16 defaultPort = 8888;
 
-    // This computer's addresses, as texts; by default every address of its interfaces.
-    using AddressSource = std::function<QStringList()>;
-
     // port 0 picks a free port (tests); the application uses defaultPort.
-    explicit MobileDeviceListener(PhoneConnection& phone, quint16 port = defaultPort,
-        ListenerLimits limits = {}, AddressSource ownAddresses = {});
+    explicit MobileDeviceListener(
+        PhoneConnection& phone, quint16 port = defaultPort, ListenerLimits limits = {});
     ~MobileDeviceListener() override;
 
     // Binds all IPv4 interfaces and serves in the background. When the port cannot be bound,
@@ -65,7 +60,6 @@ private:
     PhoneConnection& m_phone;
     quint16 m_port;
     quint16 m_boundPort = 0;
-    AddressSource m_ownAddresses;
     QTimer m_retry;
     std::shared_ptr<Impl> m_impl;
 };

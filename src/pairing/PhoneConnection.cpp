@@ -123,7 +123,7 @@ PhoneConnection::Decision PhoneConnection::hold(const PairingMessage& message, c
             m_queue.begin(), m_queue.end(), [this](const PendingPairing& p) { return p.id != m_shownId; });
         Log::line(u"[PairingGate] Every place is taken; the request of " + describe(oldest->message)
             + u" gives way to a newer one");
-        // Bounded like the places: a host with thousands of addresses forgets the oldest.
+        // Bounded: a host with thousands of addresses only makes it start over.
         if (m_pushedOut.size() >= 1024)
             m_pushedOut.clear();
         m_pushedOut.insert(oldest->peer, now + m_options.holdTime);
@@ -146,9 +146,6 @@ void PhoneConnection::remove(const std::function<bool(const PendingPairing&)>& w
         return;
     if (std::none_of(m_queue.begin(), m_queue.end(), [this](auto& p) { return p.id == m_shownId; }))
         m_shownId = m_queue.empty() ? 0 : m_queue.front().id;
-    // A place is free again: those pushed out may come back.
-    if (int(m_queue.size()) < maxWaiting)
-        m_pushedOut.clear();
     Q_EMIT pendingChanged();
 }
 

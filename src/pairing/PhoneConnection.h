@@ -41,8 +41,8 @@ struct Resemblance
 // Who the desktop works with, as one state machine on the main thread: no phone; looking for
 // the trusted phone (after a start); connected; lost (the trusted phone stopped answering).
 // The trusted phone is the one the user accepted: remembered across starts, its pairing
-// messages take effect at once (with whatever new name, address or base URL they bring), and
-// the watchdog finds it again by itself. Every other phone's message, the very first one
+// messages take effect at once (see below for a new address or base URL), and the watchdog
+// finds it again by itself. Every other phone's message, the very first one
 // included, waits until the user presses Pair (or Switch while a phone is connected) or
 // Ignore, or 60 s pass. The request the user looks at never changes under their eyes.
 //

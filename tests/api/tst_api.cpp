@@ -303,8 +303,9 @@ QString TestApi::call(const QString& name)
         phone.setReplyCap(m_replyCap);
         std::optional<UsersReply> reply;
         phone.fetchUsers(10s, &m_screen, [&](const UsersReply& r) { reply = r; });
-        QTest::qWaitFor([&] { return reply.has_value(); }, 10000);
-        return reply && reply->readable ? u"ok"_qs : u"unreadable"_qs;
+        if (!QTest::qWaitFor([&] { return reply.has_value(); }, 10000))
+            return u"no answer"_qs;
+        return reply->readable ? u"ok"_qs : u"unreadable"_qs;
     }
     NetworkClient& client = m_client;
     if (name == u"create")
