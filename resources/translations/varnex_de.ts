@@ -358,11 +358,6 @@ Select deselect all users button</extracomment>
         <extracomment>Pairing bar: keep things as they are</extracomment>
         <translation>Ignorieren</translation>
     </message>
-    <message id="pairingRequestText">
-        <source>%1 (%2) wants to pair with this computer</source>
-        <extracomment>Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from.</extracomment>
-        <translation>%1 (%2) möchte sich mit diesem Computer koppeln</translation>
-    </message>
     <message id="createGroupButton">
         <source>CREATE GROUP</source>
         <extracomment>Button under the recipients that creates a group</extracomment>
@@ -567,30 +562,90 @@ Select deselect all users button</extracomment>
         <extracomment>Failure dialog when the phone stopped answering during an operation</extracomment>
         <translation>Die Verbindung zum Telefon ist abgebrochen, deshalb wurde der Vorgang beendet. Nichts wurde verändert: Ihre Dateien und der Ergebnisordner sind wie zuvor.</translation>
     </message>
-    <message id="pairingRequestUnnamed">
-        <source>A phone without a name</source>
-        <extracomment>Pairing bar: stands for the name of a phone that sent none</extracomment>
-        <translation>Ein Telefon ohne Namen</translation>
+    <message id="pairingRequestOne">
+        <source>A device asks to pair with this computer.</source>
+        <extracomment>Pairing bar when one device asks</extracomment>
+        <translation>Ein Gerät möchte sich mit diesem Computer koppeln.</translation>
     </message>
-    <message id="pairingRequestTextEmail">
-        <source>%1 (%2, %3) wants to pair with this computer</source>
-        <extracomment>Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from, %3 the e-mail of its user.</extracomment>
-        <translation>%1 (%2, %3) möchte sich mit diesem Computer koppeln</translation>
+    <message id="pairingRequestSeveral">
+        <source>%1 devices ask to pair with this computer at once. Only one can be your phone: choose it.</source>
+        <extracomment>Pairing bar when several devices ask at once. %1 is how many (2 or more).</extracomment>
+        <translation>%1 Geräte möchten sich gleichzeitig mit diesem Computer koppeln. Nur eines kann Ihr Telefon sein: Wählen Sie es aus.</translation>
+    </message>
+    <message id="pairingRequestName">
+        <source>Name it gives itself: %1</source>
+        <extracomment>Pairing bar: the name the device gives itself, apart from what the desktop knows of it. %1 is the quoted name.</extracomment>
+        <translation>Name, den es sich selbst gibt: %1</translation>
+    </message>
+    <message id="pairingQuotedName">
+        <source>“%1”</source>
+        <extracomment>Pairing bar: a device&apos;s name as it gives it, quoted so that nothing in it runs into the facts around it</extracomment>
+        <translation>„%1“</translation>
+    </message>
+    <message id="pairingRequestNoName">
+        <source>no name</source>
+        <extracomment>Pairing bar: stands for the name of a device that sent none</extracomment>
+        <translation>kein Name</translation>
+    </message>
+    <message id="pairingRequestNoEmail">
+        <source>no e-mail</source>
+        <extracomment>Pairing bar: the device sent no e-mail</extracomment>
+        <translation>keine E-Mail</translation>
+    </message>
+    <message id="pairingRequestFacts">
+        <source>Sent from %1 · E-mail: %2</source>
+        <extracomment>Pairing bar: facts the desktop itself knows about the request. %1 is the address the message came from, %2 the e-mail (or &quot;no e-mail&quot;).</extracomment>
+        <translation>Gesendet von %1 · E-Mail: %2</translation>
     </message>
     <message id="pairingRequestServiceHost">
-        <source>Its group service is at %1</source>
-        <extracomment>Pairing bar, second line when the phone&apos;s group service is on another host. %1 is that host.</extracomment>
-        <translation>Sein Gruppendienst liegt auf %1</translation>
+        <source>Group service at %1</source>
+        <extracomment>Pairing bar, after the facts, when the device&apos;s group service is on another host. %1 is that host.</extracomment>
+        <translation>Gruppendienst auf %1</translation>
     </message>
-    <message id="pairingOneMoreRequest">
-        <source>1 more request</source>
-        <extracomment>Pairing bar: one more phone asks to pair after this one</extracomment>
-        <translation>1 weitere Anfrage</translation>
+    <message id="pairingClaimsTrusted">
+        <source>It carries the e-mail of your paired phone %1, which answers at %2; this request comes from %3.</source>
+        <extracomment>Pairing bar: the request carries the paired phone&apos;s e-mail from another address. %1 is the paired phone&apos;s name, %2 its address, %3 the address this request came from.</extracomment>
+        <translation>Es trägt die E-Mail Ihres gekoppelten Telefons %1, das unter %2 antwortet; diese Anfrage kommt von %3.</translation>
     </message>
-    <message id="pairingMoreRequests">
-        <source>%1 more requests</source>
-        <extracomment>Pairing bar: more phones ask to pair after this one. %1 is how many (2 or more).</extracomment>
-        <translation>%1 weitere Anfragen</translation>
+    <message id="pairingSameEmailTrusted">
+        <source>Your paired phone has the same e-mail.</source>
+        <extracomment>Pairing bar: a mark on a request</extracomment>
+        <translation>Ihr gekoppeltes Telefon hat dieselbe E-Mail.</translation>
+    </message>
+    <message id="pairingSameNameTrusted">
+        <source>Your paired phone has the same name.</source>
+        <extracomment>Pairing bar: a mark on a request</extracomment>
+        <translation>Ihr gekoppeltes Telefon hat denselben Namen.</translation>
+    </message>
+    <message id="pairingSameNameWaiting">
+        <source>Another device asking has the same name.</source>
+        <extracomment>Pairing bar: a mark on a request</extracomment>
+        <translation>Ein anderes anfragendes Gerät hat denselben Namen.</translation>
+    </message>
+    <message id="pairingSameEmailWaiting">
+        <source>Another device asking has the same e-mail.</source>
+        <extracomment>Pairing bar: a mark on a request</extracomment>
+        <translation>Ein anderes anfragendes Gerät hat dieselbe E-Mail.</translation>
+    </message>
+    <message id="pairingChoiceName">
+        <source>Device to pair with</source>
+        <extracomment>Accessible name of the choice among several devices asking to pair</extracomment>
+        <translation>Zu koppelndes Gerät</translation>
+    </message>
+    <message id="pairingCompareName">
+        <source>Pair only if this name is the one on your phone&apos;s own screen.</source>
+        <extracomment>Pairing bar: what to check before pairing</extracomment>
+        <translation>Koppeln Sie nur, wenn dieser Name auf dem Bildschirm Ihres Telefons steht.</translation>
+    </message>
+    <message id="listenerPortTaken">
+        <source>Your phone cannot reach Varnex Desktop: another program on this computer is using port %1, where the phone sends its pairing message. Close that program. Varnex Desktop tries again every few seconds.</source>
+        <extracomment>Pairing screen, in place of the code, when another program holds the listener&apos;s port. %1 is the port.</extracomment>
+        <translation>Ihr Telefon erreicht Varnex Desktop nicht: Ein anderes Programm auf diesem Computer belegt Port %1, an den das Telefon seine Kopplungsnachricht sendet. Schließen Sie dieses Programm. Varnex Desktop versucht es alle paar Sekunden erneut.</translation>
+    </message>
+    <message id="listenerCannotStart">
+        <source>Your phone cannot reach Varnex Desktop: port %1, where the phone sends its pairing message, cannot be opened (%2). Varnex Desktop tries again every few seconds.</source>
+        <extracomment>Pairing screen, in place of the code, when the listener cannot start. %1 is the port, %2 the system&apos;s reason.</extracomment>
+        <translation>Ihr Telefon erreicht Varnex Desktop nicht: Port %1, an den das Telefon seine Kopplungsnachricht sendet, lässt sich nicht öffnen (%2). Varnex Desktop versucht es alle paar Sekunden erneut.</translation>
     </message>
     <message id="pairingRequestPair">
         <source>Pair</source>

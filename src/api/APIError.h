@@ -7,13 +7,13 @@ class APIError
 {
 public:
     enum class Kind {
-        decodingError,    // payload: the underlying failure's description
-        networkError,     // payload: the underlying failure's description
-        error,            // payload: the underlying failure's description
-        badRequest,       // payload: message
-        notFound,         // payload: message
-        conflict,         // payload: message
-        httpError,        // payload: status code
+        decodingError, // payload: the underlying failure's description
+        networkError, // payload: the underlying failure's description
+        error, // payload: the underlying failure's description
+        badRequest, // payload: message
+        notFound, // payload: message
+        conflict, // payload: message
+        httpError, // payload: status code
         invalidURL,
         invalidResponse,
         notAuthenticated,

@@ -5,8 +5,7 @@
 #include <variant>
 
 // What one API call ends in: a value or an APIError.
-template<typename T>
-class APIResult
+template <typename T> class APIResult
 {
 public:
     APIResult(T value)

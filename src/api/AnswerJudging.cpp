@@ -8,7 +8,8 @@ namespace AnswerJudging {
 
 namespace {
 
-const QString emptyBodyFailure = QStringLiteral("Response could not be serialized, input data was nil or zero length.");
+const QString emptyBodyFailure
+    = QStringLiteral("Response could not be serialized, input data was nil or zero length.");
 
 std::optional<QString> utf8(const QByteArray& bytes)
 {
@@ -39,18 +40,19 @@ std::optional<QString> messageOf(const std::optional<QByteArray>& body)
 }
 
 // The common path of record and list answers once a success is ruled out.
-template<typename T>
+template <typename T>
 APIResult<T> failed(const Exchange& exchange, const std::optional<DecodingFailure>& decoding)
 {
     if (decoding)
         return APIError::decodingError(decoding->description);
-    const std::optional<QString> failure = exchange.failure ? exchange.failure : std::optional<QString>(emptyBodyFailure);
+    const std::optional<QString> failure
+        = exchange.failure ? exchange.failure : std::optional<QString>(emptyBodyFailure);
     if (failure && isDecodingFailure(*failure))
         return APIError::decodingError(*failure);
     return mapFailure(exchange.status, exchange.body, failure);
 }
 
-template<typename T>
+template <typename T>
 APIResult<T> judge(const Exchange& exchange, Decoded<T> (*decode)(const QByteArray&), bool isList)
 {
     const bool answered = exchange.status.has_value() && !exchange.failure;
@@ -74,10 +76,12 @@ APIResult<T> judge(const Exchange& exchange, Decoded<T> (*decode)(const QByteArr
 bool isDecodingFailure(const QString& description)
 {
     const QString lower = description.toLower();
-    return lower.contains(u"decod") || lower.contains(u"couldn't be read") || lower.contains(u"isn't in the correct format");
+    return lower.contains(u"decod") || lower.contains(u"couldn't be read")
+        || lower.contains(u"isn't in the correct format");
 }
 
-APIError mapFailure(std::optional<int> status, const std::optional<QByteArray>& body, const std::optional<QString>& failure)
+APIError mapFailure(
+    std::optional<int> status, const std::optional<QByteArray>& body, const std::optional<QString>& failure)
 {
     if (status) {
         const std::optional<QString> message = messageOf(body);
@@ -89,7 +93,8 @@ APIError mapFailure(std::optional<int> status, const std::optional<QByteArray>& 
         if (code == 404)
             return APIError::notFound(message.value_or(QStringLiteral("Resource not found")));
         if (code == 409)
-            return APIError::conflict(message.value_or(QStringLiteral("A group with this name already exists")));
+            return APIError::conflict(
+                message.value_or(QStringLiteral("A group with this name already exists")));
         if (code >= 400 && code <= 599)
             return APIError::httpError(code);
     }

@@ -1,5 +1,7 @@
 #include "api/NetworkClient.h"
 
+#include "api/ReplyCap.h"
+#include "app/Log.h"
 #include "app/Settings.h"
 
 #include <QBuffer>
@@ -66,6 +68,7 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
     QNetworkReply* reply = request.body
         ? m_network->sendCustomRequest(networkRequest, request.method, payload)
         : m_network->sendCustomRequest(networkRequest, request.method);
+    ReplyCap::limit(reply, m_replyCap);
     auto* resourceTimer = new QTimer(reply);
     resourceTimer->setSingleShot(true);
     connect(resourceTimer, &QTimer::timeout, reply, [reply] {
@@ -82,19 +85,25 @@ bool NetworkClient::send(const Request& request, QObject* context, std::function
             return; // the screen that asked is gone
         Exchange exchange;
         const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (status.isValid())
-            exchange.status = status.toInt();
-        const QByteArray body = reply->readAll();
-        if (!body.isEmpty() || status.isValid())
-            exchange.body = body;
-        const auto error = reply->error();
-        if (status.isValid() ? isTransferFailure(error) : error != QNetworkReply::NoError) {
-            exchange.failure = reply->property("varnexResourceTimeout").toBool()
-                ? QStringLiteral("The request timed out.")
-                : reply->errorString();
+        if (ReplyCap::wasCut(reply)) {
+            // Judged as no answer at all: what little was read says nothing.
+            exchange.failure = QStringLiteral("The answer is too large.");
+        } else {
+            if (status.isValid())
+                exchange.status = status.toInt();
+            const QByteArray body = reply->readAll();
+            if (!body.isEmpty() || status.isValid())
+                exchange.body = body;
+            const auto error = reply->error();
+            if (status.isValid() ? isTransferFailure(error) : error != QNetworkReply::NoError) {
+                exchange.failure = reply->property("varnexResourceTimeout").toBool()
+                    ? QStringLiteral("The request timed out.")
+                    : reply->errorString();
+            }
         }
-        qCDebug(lcApi) << reply->operation() << reply->url() << exchange.status.value_or(0)
-                       << reply->errorString();
+        // Qt's error text can quote the server's reason phrase.
+        qCDebug(lcApi).noquote() << reply->operation() << Log::escaped(reply->url().toString())
+                                 << exchange.status.value_or(0) << Log::escaped(reply->errorString());
         done(exchange);
     });
     return true;

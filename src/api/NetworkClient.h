@@ -3,6 +3,7 @@
 #include "api/APIResult.h"
 #include "api/AnswerJudging.h"
 #include "api/Records.h"
+#include "api/ReplyCap.h"
 
 #include <QJsonObject>
 #include <QObject>
@@ -33,6 +34,8 @@ public:
     static constexpr std::chrono::seconds defaultResourceTimeout { 300 };
     // Shorter time-outs, for tests.
     void setTimeouts(std::chrono::milliseconds request, std::chrono::milliseconds resource);
+    // A smaller cap on what an answer may bring (ReplyCap), for tests.
+    void setReplyCap(qint64 bytes) { m_replyCap = bytes; }
 
     void createGroup(
         const QString& user, const QString& name, QObject* context, Completion<GroupPtr> completion);
@@ -69,4 +72,5 @@ private:
     QNetworkAccessManager* m_network;
     std::chrono::milliseconds m_requestTimeout = defaultRequestTimeout;
     std::chrono::milliseconds m_resourceTimeout = defaultResourceTimeout;
+    qint64 m_replyCap = ReplyCap::maxReplyBytes;
 };

@@ -1,6 +1,7 @@
 #include "api/PhoneServiceClient.h"
 
 #include "api/RecordDecoding.h"
+#include "api/ReplyCap.h"
 #include "app/Session.h"
 
 #include <QNetworkAccessManager>
@@ -23,6 +24,7 @@ void PhoneServiceClient::fetchUsers(
     QNetworkRequest request(QUrl(m_session.phoneServiceUrl(u"/getUsers")));
     request.setTransferTimeout(int(timeout.count()));
     QNetworkReply* reply = m_network->get(request);
+    ReplyCap::limit(reply, m_replyCap);
     // The transfer time-out only counts silence; this ends an answer that trickles for ever.
     QTimer::singleShot(timeout, reply, &QNetworkReply::abort);
     // The reply goes when it ends, whether or not anyone is still there to hear it.
@@ -39,6 +41,7 @@ void PhoneServiceClient::notifyGroupsUpdated()
         return;
     QNetworkReply* reply
         = m_network->post(QNetworkRequest(QUrl(m_session.phoneServiceUrl(u"/updateGroups"))), QByteArray());
+    ReplyCap::limit(reply, m_replyCap);
     connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
 }
 
@@ -48,6 +51,7 @@ void PhoneServiceClient::ping(
     QNetworkRequest request(QUrl(m_session.phoneServiceUrl(u"/ping")));
     request.setTransferTimeout(int(timeout.count()));
     QNetworkReply* reply = m_network->get(request);
+    ReplyCap::limit(reply, m_replyCap);
     connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
     connect(reply, &QNetworkReply::finished, context, [reply, done = std::move(done)] {
         const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "api/Records.h"
+#include "api/ReplyCap.h"
 
 #include <QObject>
 
@@ -13,7 +14,8 @@ class Session;
 
 // The calls to the phone's own service (port 8080, at the session's address): its associated
 // users, the notice that the groups changed, and the watchdog's ping. Made once by AppDelegate
-// and handed down. Answers come on the main thread and are dropped when `context` is gone.
+// and handed down. Answers come on the main thread and are dropped when `context` is gone;
+// none is read past the cap (ReplyCap).
 class PhoneServiceClient : public QObject
 {
     Q_OBJECT
@@ -33,7 +35,11 @@ public:
     void ping(
         std::chrono::milliseconds timeout, QObject* context, std::function<void(std::optional<int>)> done);
 
+    // A smaller cap on what an answer may bring, for tests.
+    void setReplyCap(qint64 bytes) { m_replyCap = bytes; }
+
 private:
     const Session& m_session;
     QNetworkAccessManager* m_network;
+    qint64 m_replyCap = ReplyCap::maxReplyBytes;
 };

@@ -60,6 +60,14 @@ bool setBaseURL(const QString& text)
     return true;
 }
 
+void clear()
+{
+    if (!hasBaseURL())
+        return;
+    Settings::remove(Settings::baseUrlKey);
+    Log::line(QStringLiteral("[BaseUrlStore] ✅ Base URL cleared"));
+}
+
 bool hasBaseURL()
 {
     const auto stored = Settings::string(Settings::baseUrlKey);

@@ -14,6 +14,9 @@ bool isWellFormedUrl(const QString& text);
 // it was stored.
 bool setBaseURL(const QString& text);
 
+// No base URL any more: the group API answers notAuthenticated until a phone brings one.
+void clear();
+
 bool hasBaseURL();
 
 } // namespace BaseUrlStore

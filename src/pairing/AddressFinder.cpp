@@ -79,6 +79,18 @@ QStringList pairableAddresses(const QStringList& addresses)
     return result;
 }
 
+QSet<quint32> ownAddresses(const QList<InterfaceEntry>& interfaces)
+{
+    QSet<quint32> result;
+    for (const InterfaceEntry& entry : interfaces) {
+        for (const QString& address : entry.addresses) {
+            if (const auto parsed = LocalAddressRule::parseIPv4(address))
+                result.insert(*parsed);
+        }
+    }
+    return result;
+}
+
 QList<InterfaceEntry> systemInterfaces()
 {
     QList<InterfaceEntry> result;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -35,6 +36,10 @@ QStringList candidateAddresses(const QList<InterfaceEntry>& interfaces, bool mac
 // The addresses of `addresses` that the listener takes pairing messages on: a phone that
 // reaches this computer on any other (a public address) is always refused, so it is never offered.
 QStringList pairableAddresses(const QStringList& addresses);
+
+// Every IPv4 address of every interface, whatever its kind: where another account of this
+// computer could listen.
+QSet<quint32> ownAddresses(const QList<InterfaceEntry>& interfaces);
 
 // This machine's interfaces.
 QList<InterfaceEntry> systemInterfaces();

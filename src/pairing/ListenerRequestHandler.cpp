@@ -60,7 +60,8 @@ bool isAcceptableEmail(const QString& email)
     return true;
 }
 
-ListenerOutcome handleListenerRequest(const ListenerRequest& request, const QString& peer)
+ListenerOutcome handleListenerRequest(
+    const ListenerRequest& request, const QString& peer, const QSet<quint32>& own)
 {
     ListenerOutcome outcome;
     if (auto refusal = screenListenerRequestHead(request)) {
@@ -78,6 +79,10 @@ ListenerOutcome handleListenerRequest(const ListenerRequest& request, const QStr
         auto message = parsePairingMessage(request.method, request.path, request.body);
         if (message && !LocalAddressRule::isLocalIPv4Literal(message->ip)) {
             outcome.refusal = QStringLiteral("\"ip\" is not a local IPv4 address: ") + message->ip;
+            message.reset();
+        } else if (message
+            && !LocalAddressRule::isPhoneHost(*LocalAddressRule::parseIPv4(message->ip), own)) {
+            outcome.refusal = QStringLiteral("\"ip\" is this computer's own address: ") + message->ip;
             message.reset();
         } else if (message && message->ip != peer) {
             outcome.refusal = QStringLiteral("\"ip\" names another address: ") + message->ip;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QSet>
 #include <QString>
 
 #include <optional>
@@ -56,7 +57,10 @@ std::optional<PairingMessage> parsePairingMessage(
 bool isAcceptableEmail(const QString& email);
 
 // Routes one whole request from peer (the sender's address); parses, never decides. A pairing
-// message answers 400 and carries no pairing when its "ip" is not a local IPv4 literal or not
-// the address it came from (a real phone posts from its own address), or when its e-mail is
-// unacceptable: every later request to the phone is built from these values.
-ListenerOutcome handleListenerRequest(const ListenerRequest& request, const QString& peer);
+// message answers 400 and carries no pairing when its "ip" is not a local IPv4 literal, is one
+// of this computer's `own` addresses (see LocalAddressRule::isPhoneHost) or is not the address
+// it came from (a real phone posts from its own address), or when its e-mail is unacceptable:
+// every later request to the phone is built from these values. A pairing message that may go
+// on answers 200 only once the phone connection kept it (see PhoneConnection::offer).
+ListenerOutcome handleListenerRequest(
+    const ListenerRequest& request, const QString& peer, const QSet<quint32>& own = {});

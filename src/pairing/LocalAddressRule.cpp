@@ -65,4 +65,9 @@ bool isLocalIPv4Literal(const QString& text)
     return address && isLocalIPv4(*address);
 }
 
+bool isPhoneHost(quint32 address, const QSet<quint32>& own)
+{
+    return isLocalIPv4(address) && (!own.contains(address) || loopbackCountsAsPhone());
+}
+
 } // namespace LocalAddressRule

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QSet>
 #include <QString>
 #include <QtGlobal>
 
@@ -23,5 +24,9 @@ bool loopbackCountsAsPhone();
 
 // The "ip" member of a pairing message: a literal in one of the local ranges.
 bool isLocalIPv4Literal(const QString& text);
+
+// A host a phone may be on: a local address that is not one of this computer's own (`own`),
+// which count like loopback (any account here could listen on them).
+bool isPhoneHost(quint32 address, const QSet<quint32>& own);
 
 } // namespace LocalAddressRule

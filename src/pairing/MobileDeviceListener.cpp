@@ -1,6 +1,7 @@
 #include "pairing/MobileDeviceListener.h"
 
 #include "app/Log.h"
+#include "pairing/AddressFinder.h"
 #include "pairing/ListenerRequestHandler.h"
 #include "pairing/LocalAddressRule.h"
 #include "pairing/PairingLog.h"
@@ -14,23 +15,30 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstring>
 #include <mutex>
 #include <thread>
+#include <unistd.h>
 #include <unordered_map>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// One request in progress: its head as the handler sees it, and the body read so far.
+// One request in progress: its head as the handler sees it, and the body read so far; for a
+// pairing message, the answer once the phone connection decided.
 struct RequestState
 {
     ListenerRequest request;
     QString peer;
+    int decided = 0;
 };
+
+using Addresses = std::shared_ptr<const QSet<quint32>>;
 
 QString peerOf(const sockaddr* address)
 {
@@ -41,12 +49,36 @@ QString peerOf(const sockaddr* address)
     return QString::fromLatin1(text);
 }
 
-bool isLocalPeer(const sockaddr* address)
+bool isPhonePeer(const sockaddr* address, const QSet<quint32>& own)
 {
     if (!address || address->sa_family != AF_INET)
         return false;
-    return LocalAddressRule::isLocalIPv4(
-        ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr));
+    return LocalAddressRule::isPhoneHost(
+        ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr), own);
+}
+
+// Why the port cannot be bound, tried the way the library binds it, in words for the user.
+QString bindProblem(quint16 port)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int one = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    const int error
+        = fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ? errno : 0;
+    if (fd >= 0)
+        ::close(fd);
+    if (error == EADDRINUSE) {
+        //: Pairing screen, in place of the code, when another program holds the listener's port. %1 is the port.
+        //% "Your phone cannot reach Varnex Desktop: another program on this computer is using port %1, where the phone sends its pairing message. Close that program. Varnex Desktop tries again every few seconds."
+        return qtTrId("listenerPortTaken").arg(port);
+    }
+    //: Pairing screen, in place of the code, when the listener cannot start. %1 is the port, %2 the system's reason.
+    //% "Your phone cannot reach Varnex Desktop: port %1, where the phone sends its pairing message, cannot be opened (%2). Varnex Desktop tries again every few seconds."
+    return qtTrId("listenerCannotStart")
+        .arg(QString::number(port), QString::fromLocal8Bit(std::strerror(error ? error : EIO)));
 }
 
 MHD_Result addToHeadSize(void* cls, MHD_ValueKind, const char* key, const char* value)
@@ -93,12 +125,19 @@ void logFromLibrary(void*, const char* format, va_list arguments)
 {
     char text[512];
     std::vsnprintf(text, sizeof(text), format, arguments);
-    qCDebug(lcPairing) << "server:" << QByteArray(text).trimmed();
+    // The library may quote what a peer sent.
+    qCDebug(lcPairing).noquote() << "server:"
+                                 << Log::escaped(QString::fromLatin1(QByteArray(text).trimmed()));
+}
+
+QString escapedLatin1(const QByteArray& bytes)
+{
+    return Log::escaped(QString::fromLatin1(bytes));
 }
 
 } // namespace
 
-struct MobileDeviceListener::Impl
+struct MobileDeviceListener::Impl : std::enable_shared_from_this<Impl>
 {
     Impl(PhoneConnection& phone, const ListenerLimits& limits)
         : phone(&phone)
@@ -120,11 +159,48 @@ struct MobileDeviceListener::Impl
     PairingRateLimiter rateLimiter;
     MHD_Daemon* daemon = nullptr;
 
+    // This computer's own addresses as the main thread last published them.
+    std::atomic<Addresses> own { std::make_shared<const QSet<quint32>>() };
+
     std::mutex mutex;
     std::unordered_map<MHD_Connection*, Open> open;
+    // Pairing messages waiting for the phone connection's decision, by ticket.
+    struct Suspended
+    {
+        MHD_Connection* connection;
+        RequestState* state;
+    };
+    std::unordered_map<quint64, Suspended> suspended;
+    quint64 nextTicket = 1; // the server thread's
     std::condition_variable wake;
     bool stopping = false;
     std::thread sweeper;
+
+    // On the main thread: the decision reaches the waiting connection, unless the listener
+    // stopped meanwhile (and answered it itself).
+    void answerLater(quint64 ticket, int status)
+    {
+        std::unique_lock lock(mutex);
+        const auto it = suspended.find(ticket);
+        if (it == suspended.end())
+            return;
+        const Suspended waiting = it->second;
+        suspended.erase(it);
+        lock.unlock();
+        waiting.state->decided = status;
+        MHD_resume_connection(waiting.connection);
+    }
+
+    void answerAllWaiting(int status)
+    {
+        std::unique_lock lock(mutex);
+        auto all = std::exchange(suspended, {});
+        lock.unlock();
+        for (auto& [ticket, waiting] : all) {
+            waiting.state->decided = status;
+            MHD_resume_connection(waiting.connection);
+        }
+    }
 
     void settle(MHD_Connection* connection)
     {
@@ -182,10 +258,11 @@ struct MobileDeviceListener::Impl
 
     static MHD_Result acceptPolicy(void* cls, const sockaddr* address, socklen_t)
     {
-        // Only the local network may talk to the listener at all.
-        if (!isLocalPeer(address))
+        auto* self = static_cast<Impl*>(cls);
+        // Only other hosts of the local network may talk to the listener at all.
+        if (!isPhonePeer(address, *self->own.load()))
             return MHD_NO;
-        static_cast<Impl*>(cls)->makeRoom();
+        self->makeRoom();
         return MHD_YES;
     }
 
@@ -225,9 +302,8 @@ struct MobileDeviceListener::Impl
             const QString peer = peerOf(info ? info->client_addr : nullptr);
             if (auto refusal = screenListenerRequestHead(head)) {
                 self->settle(connection);
-                qCInfo(lcPairing).noquote()
-                    << "refused" << head.method << Log::escaped(QString::fromLatin1(head.path)) << "from"
-                    << peer << "->" << *refusal;
+                qCInfo(lcPairing).noquote() << "refused" << escapedLatin1(head.method)
+                                            << escapedLatin1(head.path) << "from" << peer << "->" << *refusal;
                 return answer(connection, *refusal);
             }
             if (head.method == "POST" && head.path == "/myInformation" && !self->rateLimiter.admit(peer)) {
@@ -247,32 +323,59 @@ struct MobileDeviceListener::Impl
             *uploadDataSize = 0;
             return MHD_YES;
         }
+        if (state->decided)
+            return answer(connection, state->decided); // resumed with the phone connection's decision
         self->settle(connection);
-        const ListenerOutcome outcome = handleListenerRequest(state->request, state->peer);
+        const ListenerOutcome outcome = handleListenerRequest(state->request, state->peer, *self->own.load());
         if (!outcome.refusal.isEmpty())
             Log::line(u"[MobileDeviceListener] Refused a pairing message from " + state->peer + u": "
                 + Log::escaped(outcome.refusal));
+        qCDebug(lcPairing).noquote() << escapedLatin1(state->request.method)
+                                     << escapedLatin1(state->request.path) << "from" << state->peer << "->"
+                                     << outcome.status;
         // The handler has parsed; the phone connection decides, on the main thread.
-        if (outcome.pairing || outcome.associatesChanged || outcome.groupsChanged) {
+        if (outcome.pairing) {
+            const quint64 ticket = self->nextTicket++;
+            {
+                std::lock_guard lock(self->mutex);
+                self->suspended[ticket] = Suspended { connection, state };
+            }
+            MHD_suspend_connection(connection);
+            QMetaObject::invokeMethod(
+                self->phone,
+                [weak = self->weak_from_this(), ticket, message = *outcome.pairing, peer = state->peer] {
+                    const auto impl = weak.lock();
+                    if (!impl)
+                        return;
+                    const auto decision = impl->phone->offer(message, peer);
+                    impl->answerLater(ticket, decision == PhoneConnection::Decision::Dropped ? 503 : 200);
+                },
+                Qt::QueuedConnection);
+            return MHD_YES;
+        }
+        if (outcome.associatesChanged || outcome.groupsChanged) {
             QMetaObject::invokeMethod(
                 self->phone,
                 [phone = self->phone, outcome, peer = state->peer] {
-                    if (outcome.pairing)
-                        phone->offer(*outcome.pairing, peer);
-                    phone->noteChangeSignal(outcome.associatesChanged, outcome.groupsChanged);
+                    phone->noteChangeSignal(peer, outcome.associatesChanged, outcome.groupsChanged);
                 },
                 Qt::QueuedConnection);
         }
-        qCDebug(lcPairing) << state->request.method << state->request.path << "from" << state->peer << "->"
-                           << outcome.status;
         return answer(connection, outcome.status);
     }
 };
 
 MobileDeviceListener::MobileDeviceListener(PhoneConnection& phone, quint16 port, ListenerLimits limits)
-    : m_port(port)
-    , m_impl(std::make_unique<Impl>(phone, limits))
+    : m_phone(phone)
+    , m_port(port)
+    , m_impl(std::make_shared<Impl>(phone, limits))
 {
+    m_retry.setInterval(limits.retryPeriod);
+    connect(&m_retry, &QTimer::timeout, this, [this] {
+        publishOwnAddresses();
+        if (!m_impl->daemon)
+            start();
+    });
 }
 
 MobileDeviceListener::~MobileDeviceListener()
@@ -280,10 +383,18 @@ MobileDeviceListener::~MobileDeviceListener()
     stop();
 }
 
+void MobileDeviceListener::publishOwnAddresses()
+{
+    m_impl->own.store(std::make_shared<const QSet<quint32>>(
+        AddressFinder::ownAddresses(AddressFinder::systemInterfaces())));
+}
+
 bool MobileDeviceListener::start()
 {
+    m_retry.start();
     if (m_impl->daemon)
         return true;
+    publishOwnAddresses();
     sockaddr_in address {};
     address.sin_family = AF_INET;
     address.sin_port = htons(m_port);
@@ -298,7 +409,8 @@ bool MobileDeviceListener::start()
     // The library's own limit sits above ours: at ours, a new connection pushes out the oldest
     // unfinished one (makeRoom) instead of being turned away; the margin covers connections
     // being closed.
-    m_impl->daemon = MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_ERROR_LOG,
+    m_impl->daemon = MHD_start_daemon(
+        MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_EPOLL | MHD_USE_ERROR_LOG | MHD_ALLOW_SUSPEND_RESUME,
         m_port, &Impl::acceptPolicy, m_impl.get(), &Impl::access, m_impl.get(), MHD_OPTION_SOCK_ADDR,
         &address, MHD_OPTION_CONNECTION_LIMIT, limits.totalConnections + 64,
         MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.perPeerConnections, MHD_OPTION_CONNECTION_TIMEOUT,
@@ -306,20 +418,27 @@ bool MobileDeviceListener::start()
         &Impl::notifyConnection, m_impl.get(), MHD_OPTION_NOTIFY_COMPLETED, &Impl::requestCompleted, nullptr,
         MHD_OPTION_EXTERNAL_LOGGER, &logFromLibrary, nullptr, MHD_OPTION_END);
     if (!m_impl->daemon) {
-        Log::line(QStringLiteral(
-            "[MobileDeviceListener] ❌ Cannot listen on port %1: the phone cannot pair until it is free")
-                      .arg(m_port));
+        // Said once, not at every retry.
+        if (m_phone.listenerProblem().isEmpty())
+            Log::line(QStringLiteral(
+                "[MobileDeviceListener] ❌ Cannot listen on port %1: the phone cannot pair until it is free")
+                          .arg(m_port));
+        m_phone.setListenerProblem(bindProblem(m_port));
         return false;
     }
     const MHD_DaemonInfo* info = MHD_get_daemon_info(m_impl->daemon, MHD_DAEMON_INFO_BIND_PORT);
     m_boundPort = info ? info->port : m_port;
     m_impl->stopping = false;
     m_impl->sweeper = std::thread([impl = m_impl.get()] { impl->sweep(); });
+    if (!m_phone.listenerProblem().isEmpty())
+        Log::line(QStringLiteral("[MobileDeviceListener] ✅ Listening on port %1").arg(m_boundPort));
+    m_phone.setListenerProblem({});
     return true;
 }
 
 void MobileDeviceListener::stop()
 {
+    m_retry.stop();
     if (!m_impl->daemon)
         return;
     {
@@ -328,6 +447,8 @@ void MobileDeviceListener::stop()
     }
     m_impl->wake.notify_all();
     m_impl->sweeper.join();
+    // No message can be kept any more: the phones waiting for an answer ask again.
+    m_impl->answerAllWaiting(503);
     MHD_stop_daemon(m_impl->daemon);
     m_impl->daemon = nullptr;
     m_impl->open.clear();

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QObject>
+#include <QTimer>
 
 #include <chrono>
 #include <memory>
@@ -18,28 +19,33 @@ struct ListenerLimits
     std::chrono::milliseconds requestDeadline { 5000 };
     int pairingBurst = 10;
     std::chrono::milliseconds pairingWindow { 10000 };
+    // A port that cannot be bound is tried again this often; this computer's own addresses
+    // are looked up again as often.
+    std::chrono::milliseconds retryPeriod { 3000 };
 };
 
 // The desktop's small HTTP server that the phone calls to pair and to announce changes.
 // One event-driven thread serves every connection, so a slow or idle peer never holds up
 // another's pairing message; each connection carries one request and is closed after its
 // answer, so nothing can hide in a body. Handlers only parse: each parsed message goes to the
-// phone connection on the main thread, which decides.
-class MobileDeviceListener
+// phone connection on the main thread, which decides; a pairing message's connection waits
+// (suspended, holding no thread) for that decision, so a message that is not kept is never
+// answered 200. Made, started and stopped on the main thread.
+class MobileDeviceListener : public QObject
 {
+    Q_OBJECT
+
 public:
     static constexpr quint16 defaultPort = 8888;
 
     // port 0 picks a free port (tests); the application uses defaultPort.
     explicit MobileDeviceListener(
         PhoneConnection& phone, quint16 port = defaultPort, ListenerLimits limits = {});
-    ~MobileDeviceListener();
+    ~MobileDeviceListener() override;
 
-    MobileDeviceListener(const MobileDeviceListener&) = delete;
-    MobileDeviceListener& operator=(const MobileDeviceListener&) = delete;
-
-    // Binds all IPv4 interfaces and serves in the background. False (and a log line) when
-    // the port cannot be bound; the application goes on without the listener.
+    // Binds all IPv4 interfaces and serves in the background. When the port cannot be bound,
+    // false: the phone connection is told why (for the pairing screen) and the listener tries
+    // again every retryPeriod until it can.
     bool start();
     void stop();
 
@@ -49,7 +55,11 @@ public:
     struct Impl;
 
 private:
+    void publishOwnAddresses();
+
+    PhoneConnection& m_phone;
     quint16 m_port;
     quint16 m_boundPort = 0;
-    std::unique_ptr<Impl> m_impl;
+    QTimer m_retry;
+    std::shared_ptr<Impl> m_impl;
 };

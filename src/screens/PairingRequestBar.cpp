@@ -4,6 +4,7 @@
 #include "app/Texts.h"
 #include "pairing/PhoneConnection.h"
 
+#include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -12,34 +13,83 @@
 
 namespace {
 
-QString requestText(const PendingPairing& pending)
+QString quotedName(const PairingMessage& message)
 {
-    const PairingMessage& message = pending.message;
-    QString name = Texts::deviceName(message.mobileDeviceName);
+    const QString name = Texts::deviceName(message.mobileDeviceName);
     if (name.isEmpty()) {
-        //: Pairing bar: stands for the name of a phone that sent none
-        //% "A phone without a name"
-        name = qtTrId("pairingRequestUnnamed");
+        //: Pairing bar: stands for the name of a device that sent none
+        //% "no name"
+        return qtTrId("pairingRequestNoName");
     }
-    QString text;
-    if (message.email) {
-        //: Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from, %3 the
-        //: e-mail of its user.
-        //% "%1 (%2, %3) wants to pair with this computer"
-        text = qtTrId("pairingRequestTextEmail").arg(name, pending.peer, *message.email);
-    } else {
-        //: Pairing bar: a phone sent a pairing message. %1 is its name, %2 the address it came from.
-        //% "%1 (%2) wants to pair with this computer"
-        text = qtTrId("pairingRequestText").arg(name, pending.peer);
+    //: Pairing bar: a device's name as it gives it, quoted so that nothing in it runs into the facts around it
+    //% "“%1”"
+    return qtTrId("pairingQuotedName").arg(name);
+}
+
+QString emailText(const PairingMessage& message)
+{
+    //: Pairing bar: the device sent no e-mail
+    //% "no e-mail"
+    return message.email ? *message.email : qtTrId("pairingRequestNoEmail");
+}
+
+// What the desktop knows of the request itself: where it came from, for whom, and where its
+// group service is when that is another host.
+QString factsOf(const PendingPairing& request)
+{
+    //: Pairing bar: facts the desktop itself knows about the request. %1 is the address the message came from, %2 the e-mail (or "no e-mail").
+    //% "Sent from %1 · E-mail: %2"
+    QString facts = qtTrId("pairingRequestFacts").arg(request.peer, emailText(request.message));
+    const QString host = request.message.baseURL ? QUrl(*request.message.baseURL).host() : QString();
+    if (!host.isEmpty() && host != request.peer) {
+        //: Pairing bar, after the facts, when the device's group service is on another host. %1 is that host.
+        //% "Group service at %1"
+        facts += u" · " + qtTrId("pairingRequestServiceHost").arg(host);
     }
-    // The base URL is where group changes would go: the user sees it when it is not the phone.
-    const QString host = message.baseURL ? QUrl(*message.baseURL).host() : QString();
-    if (!host.isEmpty() && host != pending.peer) {
-        //: Pairing bar, second line when the phone's group service is on another host. %1 is that host.
-        //% "Its group service is at %1"
-        text += u'\n' + qtTrId("pairingRequestServiceHost").arg(host);
+    return facts;
+}
+
+QStringList marksOf(const PhoneConnection& phone, const PendingPairing& request)
+{
+    const Resemblance alike = phone.resemblance(request);
+    QStringList marks;
+    if (alike.claimsTrusted) {
+        const auto trusted = phone.trustedPhone();
+        //: Pairing bar: the request carries the paired phone's e-mail from another address. %1 is the paired phone's name, %2 its address, %3 the address this request came from.
+        //% "It carries the e-mail of your paired phone %1, which answers at %2; this request comes from %3."
+        marks.append(qtTrId("pairingClaimsTrusted")
+                         .arg(Texts::deviceName(trusted ? trusted->name : QString()),
+                             trusted ? trusted->address : QString(), request.peer));
+    } else if (alike.emailOfTrusted) {
+        //: Pairing bar: a mark on a request
+        //% "Your paired phone has the same e-mail."
+        marks.append(qtTrId("pairingSameEmailTrusted"));
     }
-    return text;
+    if (alike.nameOfTrusted) {
+        //: Pairing bar: a mark on a request
+        //% "Your paired phone has the same name."
+        marks.append(qtTrId("pairingSameNameTrusted"));
+    }
+    if (alike.nameOfAnotherWaiting) {
+        //: Pairing bar: a mark on a request
+        //% "Another device asking has the same name."
+        marks.append(qtTrId("pairingSameNameWaiting"));
+    }
+    if (alike.emailOfAnotherWaiting) {
+        //: Pairing bar: a mark on a request
+        //% "Another device asking has the same e-mail."
+        marks.append(qtTrId("pairingSameEmailWaiting"));
+    }
+    return marks;
+}
+
+QLabel* textLabel(QWidget* parent, const char* name)
+{
+    auto* label = new QLabel(parent);
+    label->setObjectName(QString::fromLatin1(name));
+    label->setTextFormat(Qt::PlainText); // names and e-mails come from the network
+    label->setWordWrap(true);
+    return label;
 }
 
 } // namespace
@@ -47,29 +97,45 @@ QString requestText(const PendingPairing& pending)
 PairingRequestBar::PairingRequestBar(PhoneConnection& phone, QWidget* parent)
     : QFrame(parent)
     , m_phone(phone)
-    , messageLabel(new QLabel(this))
-    , moreLabel(new QLabel(this))
+    , messageLabel(textLabel(this, "pairingRequestMessage"))
+    , choice(new QComboBox(this))
+    , nameLabel(textLabel(this, "pairingRequestName"))
+    , factsLabel(textLabel(this, "pairingRequestFacts"))
+    , marksLabel(textLabel(this, "pairingRequestMarks"))
+    , reminderLabel(textLabel(this, "pairingRequestReminder"))
     , acceptButton(new QPushButton(this))
     , ignoreButton(new QPushButton(this))
 {
     setObjectName(QStringLiteral("PairingRequestBar"));
-    messageLabel->setObjectName(QStringLiteral("pairingRequestMessage"));
+    choice->setObjectName(QStringLiteral("pairingRequestChoice"));
     acceptButton->setObjectName(QStringLiteral("pairingAccept"));
     ignoreButton->setObjectName(QStringLiteral("pairingIgnore"));
     // The bar is white whatever the system's colours, so its text and buttons carry their own
     // colours too (a dark desktop would otherwise give light text on white).
-    setStyleSheet(
-        QStringLiteral("#PairingRequestBar { background: white; border-radius: 10px; }"
-                       "#PairingRequestBar QLabel { color: rgb(45,45,45); }"
-                       "#PairingRequestBar QLabel#moreRequests { color: rgb(90,90,90); }"
-                       "#PairingRequestBar QPushButton { color: rgb(45,45,45); background: rgb(238,238,238);"
-                       " border: 1px solid rgb(200,200,200); border-radius: 6px; padding: 5px 14px; }"
-                       "#PairingRequestBar QPushButton:hover { background: rgb(228,228,228); }"
-                       "#PairingRequestBar QPushButton:focus { border: 2px solid rgb(150,100,0); }"));
-    messageLabel->setTextFormat(Qt::PlainText);
-    messageLabel->setWordWrap(true);
-    moreLabel->setObjectName(QStringLiteral("moreRequests"));
-    moreLabel->setTextFormat(Qt::PlainText);
+    setStyleSheet(QStringLiteral(
+        "#PairingRequestBar { background: white; border-radius: 10px; }"
+        "#PairingRequestBar QLabel { color: rgb(45,45,45); }"
+        "#PairingRequestBar QLabel#pairingRequestMarks { color: rgb(160,40,0); }"
+        "#PairingRequestBar QLabel#pairingRequestReminder { color: rgb(90,90,90); }"
+        "#PairingRequestBar QComboBox, #PairingRequestBar QComboBox QAbstractItemView {"
+        " color: rgb(45,45,45); background: white; selection-color: white;"
+        " selection-background-color: rgb(150,100,0); }"
+        "#PairingRequestBar QComboBox { border: 1px solid rgb(200,200,200); border-radius: 6px;"
+        " padding: 3px 8px; }"
+        "#PairingRequestBar QPushButton { color: rgb(45,45,45); background: rgb(238,238,238);"
+        " border: 1px solid rgb(200,200,200); border-radius: 6px; padding: 5px 14px; }"
+        "#PairingRequestBar QPushButton:hover { background: rgb(228,228,228); }"
+        "#PairingRequestBar QPushButton:focus, #PairingRequestBar QComboBox:focus {"
+        " border: 2px solid rgb(150,100,0); }"));
+    QFont bold = nameLabel->font();
+    bold.setBold(true);
+    nameLabel->setFont(bold);
+    //: Accessible name of the choice among several devices asking to pair
+    //% "Device to pair with"
+    choice->setAccessibleName(qtTrId("pairingChoiceName"));
+    //: Pairing bar: what to check before pairing
+    //% "Pair only if this name is the one on your phone's own screen."
+    reminderLabel->setText(qtTrId("pairingCompareName"));
     //: Pairing bar: keep things as they are
     //% "Ignore"
     ignoreButton->setText(qtTrId("pairingRequestIgnore"));
@@ -78,20 +144,23 @@ PairingRequestBar::PairingRequestBar(PhoneConnection& phone, QWidget* parent)
         button->setAutoDefault(false);
 
     auto* texts = new QVBoxLayout;
-    texts->setSpacing(2);
-    texts->addWidget(messageLabel);
-    texts->addWidget(moreLabel);
+    texts->setSpacing(3);
+    for (QWidget* w : std::initializer_list<QWidget*> {
+             messageLabel, choice, nameLabel, factsLabel, marksLabel, reminderLabel })
+        texts->addWidget(w);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(16, 8, 12, 8);
     layout->addLayout(texts, 1);
     layout->addWidget(acceptButton);
     layout->addWidget(ignoreButton);
 
-    // The buttons act on the request shown, whatever arrived since.
-    connect(acceptButton, &QPushButton::clicked, this, [this] { m_phone.acceptPending(m_pendingId); });
-    connect(ignoreButton, &QPushButton::clicked, this, [this] { m_phone.ignorePending(m_pendingId); });
+    connect(choice, &QComboBox::activated, this,
+        [this](int index) { m_phone.choosePending(choice->itemData(index).toULongLong()); });
+    connect(acceptButton, &QPushButton::clicked, this, [this] { answer(true); });
+    connect(ignoreButton, &QPushButton::clicked, this, [this] { answer(false); });
     connect(&phone, &PhoneConnection::pendingChanged, this, &PairingRequestBar::refresh);
     connect(&phone.session(), &Session::phoneConnectedChanged, this, &PairingRequestBar::refresh);
+    setTabOrder(choice, acceptButton);
     setTabOrder(acceptButton, ignoreButton);
     refresh();
 }
@@ -99,6 +168,17 @@ PairingRequestBar::PairingRequestBar(PhoneConnection& phone, QWidget* parent)
 QWidget* PairingRequestBar::lastControl() const
 {
     return ignoreButton;
+}
+
+void PairingRequestBar::answer(bool accept)
+{
+    // The buttons act on the request shown, and only once it has been seen for a moment.
+    if (m_shownSince.elapsed() < settleMilliseconds)
+        return;
+    if (accept)
+        m_phone.acceptPending(m_pendingId);
+    else
+        m_phone.ignorePending(m_pendingId);
 }
 
 void PairingRequestBar::refresh()
@@ -109,19 +189,37 @@ void PairingRequestBar::refresh()
         hide();
         return;
     }
-    m_pendingId = pending->id;
-    messageLabel->setText(requestText(*pending));
-    const int more = m_phone.waitingBehind();
-    if (more == 1) {
-        //: Pairing bar: one more phone asks to pair after this one
-        //% "1 more request"
-        moreLabel->setText(qtTrId("pairingOneMoreRequest"));
+    if (std::exchange(m_pendingId, pending->id) != pending->id)
+        m_shownSince.start();
+    const QList<PendingPairing> waiting = m_phone.waiting();
+    if (waiting.size() > 1) {
+        //: Pairing bar when several devices ask at once. %1 is how many (2 or more).
+        //% "%1 devices ask to pair with this computer at once. Only one can be your phone: choose it."
+        messageLabel->setText(qtTrId("pairingRequestSeveral").arg(waiting.size()));
     } else {
-        //: Pairing bar: more phones ask to pair after this one. %1 is how many (2 or more).
-        //% "%1 more requests"
-        moreLabel->setText(qtTrId("pairingMoreRequests").arg(more));
+        //: Pairing bar when one device asks
+        //% "A device asks to pair with this computer."
+        messageLabel->setText(qtTrId("pairingRequestOne"));
     }
-    moreLabel->setVisible(more > 0);
+    {
+        const QSignalBlocker block(choice);
+        choice->clear();
+        for (const PendingPairing& request : waiting) {
+            choice->addItem(
+                QStringList { quotedName(request.message), request.peer, emailText(request.message) }.join(
+                    u" · "),
+                request.id);
+        }
+        choice->setCurrentIndex(choice->findData(pending->id));
+    }
+    choice->setVisible(waiting.size() > 1);
+    //: Pairing bar: the name the device gives itself, apart from what the desktop knows of it. %1 is the quoted name.
+    //% "Name it gives itself: %1"
+    nameLabel->setText(qtTrId("pairingRequestName").arg(quotedName(pending->message)));
+    factsLabel->setText(factsOf(*pending));
+    const QStringList marks = marksOf(m_phone, *pending);
+    marksLabel->setText(marks.join(u'\n'));
+    marksLabel->setVisible(!marks.isEmpty());
     if (m_phone.session().isPhoneConnected()) {
         //: Pairing bar while a phone is connected: use the phone that asks instead
         //% "Switch"
@@ -132,6 +230,6 @@ void PairingRequestBar::refresh()
         acceptButton->setText(qtTrId("pairingRequestPair"));
     }
     acceptButton->setAccessibleName(acceptButton->text());
-    setAccessibleName(messageLabel->text());
+    setAccessibleName(QStringList { messageLabel->text(), nameLabel->text(), factsLabel->text() }.join(u' '));
     show();
 }

@@ -186,6 +186,7 @@ void QRCodeViewController::viewDidLoad()
     page->addLayout(row, 1);
     showContact();
     connect(&m_phone, &PhoneConnection::pairingApplied, this, &QRCodeViewController::showContact);
+    connect(&m_phone, &PhoneConnection::listenerProblemChanged, this, &QRCodeViewController::refreshAddress);
 
     // Version line in the bottom right corner.
     versionLabel = new QLabel(this);
@@ -241,13 +242,19 @@ void QRCodeViewController::refreshAddress()
     const QStringList found = addressSource() ? addressSource()() : systemCandidates();
     // Only addresses the listener takes pairing messages on: a phone that scanned any other
     // would be refused, and nothing would tell the user why.
-    const QStringList candidates = AddressFinder::pairableAddresses(found);
+    QStringList candidates = AddressFinder::pairableAddresses(found);
     QString text = !candidates.isEmpty() ? candidates.first()
         : found.isEmpty()                ? cannotFindIP()
                                          : noLocalAddress();
     const auto preferred = Settings::string(preferredAddressKey);
     if (preferred && candidates.contains(*preferred))
         text = *preferred;
+    // No code while phones cannot reach the listener: a phone that scanned it would post into
+    // nothing, or to whoever holds the port.
+    if (!m_phone.listenerProblem().isEmpty()) {
+        text = m_phone.listenerProblem();
+        candidates.clear();
+    }
 
     // The selector appears only when there is a real choice.
     m_selector->setVisible(candidates.size() > 1);
@@ -297,7 +304,7 @@ void QRCodeViewController::showAddress(const QString& text)
     ++m_redraws;
     ipAdressLabel->setText(text);
     // An address reads large; a sentence in its place wraps in the white box.
-    const bool sentence = text == noLocalAddress();
+    const bool sentence = text == noLocalAddress() || text == m_phone.listenerProblem();
     QFont font = ipAdressLabel->font();
     font.setPointSize(sentence ? 13 : 17);
     font.setBold(!sentence);

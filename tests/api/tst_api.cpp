@@ -1,8 +1,12 @@
 #include "api/AnswerJudging.h"
 #include "api/NetworkClient.h"
+#include "api/PhoneServiceClient.h"
 #include "api/RecordDecoding.h"
+#include "api/ReplyCap.h"
+#include "app/Session.h"
 #include "app/Settings.h"
 #include "app/Translations.h"
+#include "common/LogCapture.h"
 #include "common/PhoneSimProcess.h"
 
 #include <QJsonArray>
@@ -51,7 +55,18 @@ template <typename T, typename Call> QString called(Call call)
 }
 
 const QString user = QStringLiteral("alex.morgan@example.com");
+
+// A readable answer of exactly `size` bytes: one user, or one group, whose name fills it. (The
+// simulator compresses it: what counts is what it comes to.)
+QString answerOf(const char* call, qint64 size)
+{
+    const bool users = qstrcmp(call, "users") == 0;
+    const QString head = users ? uR"({"getUsers":[{"firstName":")"_qs : uR"([{"id":1,"name":")"_qs;
+    const QString tail = users ? uR"(","email":"a@x"}]})"_qs : uR"("}])"_qs;
+    return head + QString(size - head.size() - tail.size(), u'x') + tail;
+}
 const QString notAuthenticated = QStringLiteral("Not authenticated. Please scan QR code with iOS app first.");
+const QString tooLarge = QStringLiteral("Network error: The answer is too large.");
 
 } // namespace
 
@@ -83,6 +98,7 @@ private:
 
     std::unique_ptr<PhoneSimProcess> m_sim;
     NetworkClient m_client;
+    qint64 m_replyCap = ReplyCap::maxReplyBytes;
     QObject m_screen;
 };
 
@@ -280,6 +296,17 @@ void TestApi::usersDecoding()
 
 QString TestApi::call(const QString& name)
 {
+    if (name == u"users") { // the phone's own service: "ok" or "unreadable"
+        Session session(m_sim->port());
+        session.setPhone(u"127.0.0.1"_qs, {});
+        PhoneServiceClient phone(session);
+        phone.setReplyCap(m_replyCap);
+        std::optional<UsersReply> reply;
+        phone.fetchUsers(10s, &m_screen, [&](const UsersReply& r) { reply = r; });
+        if (!QTest::qWaitFor([&] { return reply.has_value(); }, 10000))
+            return u"no answer"_qs;
+        return reply->readable ? u"ok"_qs : u"unreadable"_qs;
+    }
     NetworkClient& client = m_client;
     if (name == u"create")
         return called<GroupPtr>(
@@ -370,6 +397,19 @@ void TestApi::failedExchanges_data()
     const QJsonObject slow { { u"delayMs"_qs, 1500 }, { u"requestTimeoutMs"_qs, 300 } };
     const QJsonObject tooLong { { u"delayMs"_qs, 3000 }, { u"resourceTimeoutMs"_qs, 500 } };
     const QJsonObject refused { { u"refused"_qs, true } }; // nothing listens at the base URL
+    // Answers are read into memory up to a cap (a smaller one here), and no further: a line says
+    // so. A length stated past the program's 16 MiB ends the request at once.
+    for (const char* call : { "fetch", "users" }) {
+        const QByteArray on = QByteArray(", ") + call;
+        const auto answer = [call](qint64 size) {
+            return QJsonObject { { u"status"_qs, 200 }, { u"body"_qs, answerOf(call, size) },
+                { u"replyCap"_qs, 4096 } };
+        };
+        row("an answer at the cap" + on, call, answer(4096), u"ok"_qs);
+        row("an answer past the cap" + on, call, answer(4097),
+            qstrcmp(call, "users") ? tooLarge : u"unreadable"_qs);
+    }
+    row("a length past 16 MiB", "fetch", { { u"stallAfterBytes"_qs, ReplyCap::maxReplyBytes } }, tooLarge);
     for (const char* call : { "fetch", "delete" }) {
         const QByteArray on = QByteArray(", ") + call;
         row("cut off mid-body" + on, call, cut, u"Network error: *"_qs);
@@ -386,6 +426,8 @@ void TestApi::failedExchanges()
     QFETCH(QString, outcome);
     m_client.setTimeouts(std::chrono::milliseconds(fault.value(u"requestTimeoutMs").toInt(10000)),
         std::chrono::milliseconds(fault.value(u"resourceTimeoutMs").toInt(10000)));
+    m_replyCap = fault.value(u"replyCap").toInteger(ReplyCap::maxReplyBytes);
+    m_client.setReplyCap(m_replyCap);
     if (fault.contains(u"refused")) {
         QTcpServer closed;
         QVERIFY(closed.listen(QHostAddress::LocalHost));
@@ -393,11 +435,13 @@ void TestApi::failedExchanges()
         Settings::setString(
             Settings::baseUrlKey, QStringLiteral("http://127.0.0.1:%1/").arg(closed.serverPort()));
     } else {
-        fault.insert(u"path"_qs, u"/v2/groups*"_qs);
+        fault.insert(u"path"_qs, name == u"users" ? u"/getUsers"_qs : u"/v2/groups*"_qs);
         QVERIFY(m_sim->setFault(fault));
     }
 
+    const LogCapture log;
     const QString actual = call(name);
+    QCOMPARE(log.lines().size(), outcome == tooLarge || outcome == u"unreadable" ? 1 : 0);
     if (outcome.endsWith(u'*'))
         QVERIFY2(actual.startsWith(outcome.chopped(1)) && actual.size() > outcome.size(), qPrintable(actual));
     else

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QThread>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -11,7 +13,9 @@
 
 // One TCP connection to the listener from a chosen loopback address (any 127.x.y.z), so a
 // test can play several hosts. Plain sockets: the tests need to send half a head, hold a
-// connection idle, or see exactly what the listener answers and when it closes.
+// connection idle, or see exactly what the listener answers and when it closes. Waiting on
+// the application's thread, it runs the calls queued to it meanwhile: a pairing message is
+// answered only once the phone connection there has decided.
 class LoopbackClient
 {
 public:
@@ -83,7 +87,18 @@ public:
     bool waitForAnything(int timeoutMs)
     {
         pollfd entry { m_fd, POLLIN, 0 };
-        if (m_closed || ::poll(&entry, 1, timeoutMs) <= 0)
+        const bool pump = QCoreApplication::instance()
+            && QThread::currentThread() == QCoreApplication::instance()->thread();
+        QElapsedTimer clock;
+        clock.start();
+        int ready = 0;
+        do {
+            if (pump)
+                QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
+            const int slice = int(std::max<qint64>(0, timeoutMs - clock.elapsed()));
+            ready = ::poll(&entry, 1, pump ? std::min(slice, 5) : slice);
+        } while (!m_closed && ready == 0 && clock.elapsed() < timeoutMs);
+        if (m_closed || ready <= 0)
             return m_closed;
         char buffer[4096];
         const ssize_t got = ::recv(m_fd, buffer, sizeof(buffer), 0);

@@ -9,6 +9,7 @@
 #include "common/Settle.h"
 #include "common/TestFiles.h"
 #include "common/TestServices.h"
+#include "pairing/MobileDeviceListener.h"
 #include "pairing/PhoneConnection.h"
 #include "pairing/TrustedPhone.h"
 #include "recipients/AssociationsStore.h"
@@ -40,6 +41,7 @@
 #include <QPaintEngine>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -470,62 +472,59 @@ void TestScreenshots::screens()
         QTRY_COMPARE(part<QLabel>(pairing, "versionLabel")->geometry().bottomRight(),
             QPoint(pairing->width() - 21, pairing->height() - 21));
     }
-    // A first phone asks to pair, and the screen after contact with the trusted phone was lost.
-    for (const bool lost : { false, true }) {
+    // At the window's smallest: a first phone asks to pair; three devices ask at once, two of
+    // them alike; the screen after contact with the trusted phone was lost; and the screen
+    // while another program holds the listener's port.
+    for (const QString& shown :
+        { u"pair-request"_qs, u"several-requests"_qs, u"lost"_qs, u"listener-failed"_qs }) {
         auto reset = qScopeGuard([] {
             TrustedPhone::forget();
             Session::instance().resetForTesting();
         });
+        const bool lost = shown == u"lost";
         PhoneConnection::Options options = quietPhone;
         options.watchdog.period = std::chrono::milliseconds(10); // lost at once when watched
         TestServices app(
             Session::defaultPhoneServicePort, lost ? options : quietPhone, TestServices::noAnswer);
+        QTcpServer holder;
+        std::optional<MobileDeviceListener> listener;
         if (lost) {
             // The phone watched goes silent: lost after two pings.
             app.pair(u"127.0.0.20"_qs, u"Alex's Pixel"_qs, u"alex.morgan@example.com"_qs,
                 u"http://127.0.0.20:8080/"_qs);
             QTRY_COMPARE(app.phone.state(), PhoneConnection::State::Lost);
+        } else if (shown == u"listener-failed") {
+            QVERIFY(holder.listen(QHostAddress::AnyIPv4, 0));
+            QVERIFY(!listener.emplace(app.phone, holder.serverPort()).start());
         } else {
-            QCOMPARE(app.phone.offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
-                                         u"http://192.168.1.31:8080/"_qs },
-                         u"192.168.1.31"_qs),
-                PhoneConnection::Decision::Held);
+            for (const auto& [ip, name, email] :
+                { std::tuple { "192.168.1.31", "Bo's Pixel", "bo@example.com" },
+                    { "192.168.1.77", "Bo's Pixel", "bo@example.com" },
+                    { "192.168.1.40", "Office tablet", "" } }) {
+                if (shown == u"pair-request" && ip != std::string_view("192.168.1.31"))
+                    continue;
+                const QString at = QString::fromLatin1(ip);
+                QCOMPARE(
+                    app.phone.offer({ at, QString::fromUtf8(name),
+                                        *email ? std::optional(QString::fromLatin1(email)) : std::nullopt,
+                                        u"http://" + at + u":8080/" },
+                        at),
+                    PhoneConnection::Decision::Held);
+            }
         }
         AppWindow window(app.services);
         auto* pairing = new QRCodeViewController(app.phone, nullptr);
         window.setContent(pairing);
+        window.resize(window.minimumSize());
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         QTRY_VERIFY(lost ? part<QLabel>(pairing, "contactLabel")->isVisible()
-                         : part<PairingRequestBar>(pairing, "PairingRequestBar")->isVisible());
-        save(&window, lost ? u"pairing-lost"_qs : u"pairing-pair-request"_qs);
+                : shown == u"listener-failed"
+                ? part<QLabel>(pairing, "ipAdressLabel")->text() == app.phone.listenerProblem()
+                : part<PairingRequestBar>(pairing, "PairingRequestBar")->isVisible());
+        save(&window, u"pairing-"_qs + shown);
     }
     QRCodeViewController::setAddressSourceForTesting({});
-
-    // The bar another phone's pairing message brings up, on the window's amber (its texts are
-    // measured against what is really painted behind them, as everywhere).
-    {
-        auto reset = qScopeGuard([] {
-            TrustedPhone::forget();
-            Session::instance().resetForTesting();
-        });
-        TestServices app(Session::defaultPhoneServicePort, quietPhone, TestServices::noAnswer);
-        app.pair(u"127.0.0.20"_qs, u"Alex's Pixel"_qs, u"alex.morgan@example.com"_qs,
-            u"http://127.0.0.20:8080/"_qs);
-        QCOMPARE(app.phone.offer({ u"192.168.1.31"_qs, u"Bo's Pixel"_qs, u"bo@example.com"_qs,
-                                     u"http://192.168.1.31:8080/"_qs },
-                     u"192.168.1.31"_qs),
-            PhoneConnection::Decision::Held);
-        AppWindow strip(app.services);
-        strip.setMinimumSize(0, 0);
-        auto* bar = new PairingRequestBar(app.phone, &strip);
-        strip.resize(900, 80);
-        bar->setGeometry(20, 10, 860, 56);
-        strip.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&strip));
-        QTRY_VERIFY(bar->isVisible());
-        save(&strip, u"pairing-request"_qs);
-    }
 
     AppWindow window(m_app->services);
     auto* content = new MainViewController(m_app->services);

@@ -193,17 +193,33 @@ void TestStorage::preparingCreatesWhatIsMissingAndLogsWhatItCannot()
                  WorkingFolders::decryptedFilesFolder() })
             QCOMPARE(
                 QFileInfo(*folder).permissions() & (others | QFileDevice::ReadOwner), QFileDevice::ReadOwner);
-        // A second start keeps what is there and makes what is missing; something that is not
-        // a folder at a result folder's place is left alone, silently.
+        // A second start keeps what is there and makes what is missing. Something at a result
+        // folder's place that is not a folder of the user's own (a file, a link that may lead
+        // into another account's folder) is set aside, kept as it is, and the folder made anew.
         write(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt"), "kept");
         QVERIFY(QDir(*WorkingFolders::encryptedFilesFolder()).removeRecursively());
         QVERIFY(QDir(*WorkingFolders::decryptedFilesFolder()).removeRecursively());
         write(*WorkingFolders::encryptedFilesFolder(), "a file");
+        QTemporaryDir elsewhere;
+        QVERIFY(QFile::link(elsewhere.path(), *WorkingFolders::decryptedFilesFolder()));
         WorkingFolders::prepareWorkingFolders(documents);
         QCOMPARE(read(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt")), QByteArray("kept"));
-        QCOMPARE(read(*WorkingFolders::encryptedFilesFolder()), QByteArray("a file"));
-        QVERIFY(QFileInfo(*WorkingFolders::decryptedFilesFolder()).isDir());
-        QVERIFY(log.lines().isEmpty());
+        QCOMPARE(read(*WorkingFolders::encryptedFilesFolder() + u".set-aside"), QByteArray("a file"));
+        QCOMPARE(QFileInfo(*WorkingFolders::decryptedFilesFolder() + u".set-aside").symLinkTarget(),
+            elsewhere.path());
+        for (const auto& folder :
+            { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {
+            const QFileInfo info(*folder);
+            QVERIFY(info.isDir() && !info.isSymLink());
+            QCOMPARE(info.permissions() & (others | QFileDevice::ReadOwner), QFileDevice::ReadOwner);
+        }
+        QCOMPARE(log.lines(),
+            (QStringList { u"[WorkingFolders] ⚠️ " + *WorkingFolders::encryptedFilesFolder()
+                    + u" was not a folder: kept as " + *WorkingFolders::encryptedFilesFolder()
+                    + u".set-aside; results go to a new folder",
+                u"[WorkingFolders] ⚠️ " + *WorkingFolders::decryptedFilesFolder() + u" was a link to "
+                    + elsewhere.path() + u": kept as " + *WorkingFolders::decryptedFilesFolder()
+                    + u".set-aside; results go to a new folder" }));
     }
     // A documents "folder" that is a file: every folder fails, each is logged and tried.
     const QString blocked = home.filePath(QStringLiteral("blocked"));
