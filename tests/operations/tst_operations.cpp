@@ -140,11 +140,9 @@ private Q_SLOTS:
     void namesAResultMayCarry();
     void landingIsExclusiveAndLinear_data();
     void landingIsExclusiveAndLinear();
-    void repliesAndTheRoomForThem_data();
-    void repliesAndTheRoomForThem();
     void onlyRegularFilesAreSent();
-    void everyZipAPhoneMayWrite_data();
-    void everyZipAPhoneMayWrite();
+    void replies_data();
+    void replies();
     void encryptThenDecrypt_data();
     void encryptThenDecrypt();
     void someFilesCannotBeDone_data();
@@ -414,96 +412,6 @@ void TestOperations::landingIsExclusiveAndLinear()
     QCOMPARE(modeOf(m_encrypted + u"/a.txt (1).vx"_qs), mode_t(0600)); // a copy keeps it private
 }
 
-// Replies the phone sends whole, and the room they may take: refused whole with their reason,
-// or taken without what no result may be. (Those only a file on disk can play are
-// archivesThatFailLeaveNoTrace's; how the decrypt reads every writer's zip, everyZipAPhoneMayWrite's.)
-void TestOperations::repliesAndTheRoomForThem_data()
-{
-    QTest::addColumn<QString>("kind"); // of the simulator's archives; empty: the phone's true reply
-    QTest::addColumn<QList<qint64>>(
-        "free"); // each look at the free space, beyond the reserve; none: the disk's
-    QTest::addColumn<QString>("refusal"); // the dialog's text (%1: the result folder); empty: taken
-    const auto row = [](const char* tag, const char* kind, const QString& refusal, QList<qint64> free = {}) {
-        QTest::newRow(tag) << QString::fromLatin1(kind) << free << refusal;
-    };
-    const QString notSaved = u"The phone's reply could not be saved: "_qs;
-    const QString damaged = notSaved + u"it is damaged or not a zip archive."_qs;
-    const QString badName = notSaved + u"it holds a file whose name cannot be used (%1)."_qs;
-    const QString noRoom = u"There is not enough free space in %1."_qs;
-    const QString longName = QString(29, u'n') + QChar(0x2026) + QString(22, u'n') + u".txt.vx";
-    row("escape", "escape", badName.arg(u"../escape.txt"_qs));
-    row("absolute", "absolute", badName.arg(u"/tmp/varnex-absolute.txt"_qs));
-    row("symlink", "symlink", notSaved + u"it holds a link or a special file (link.vx)."_qs);
-    row("long name", "longName", badName.arg(longName));
-    row("control character", "controlChar", badName.arg(u"bell\uFFFD.txt.vx"_qs));
-    row("leading dot", "leadingDot", badName.arg(u".hidden.vx"_qs));
-    row("corrupt", "corrupt", damaged);
-    row("empty", "empty", notSaved + u"it is empty."_qs);
-    row("connection drops inside an entry", "truncated", u"Connection timeout"_qs);
-    row("damaged inside an entry", "corruptData", damaged);
-    row("one entry too many", "tooMany", notSaved + u"it holds more than 10000 files."_qs);
-    row("a sub-folder", "subfolder", {});
-    // More results than files sent: what no file asked for is named in the result, never landed.
-    row("an unmatched entry", "unmatched", {});
-    row("too little room before sending", "", noRoom, { 1000 });
-    row("reply outgrows the room", "", noRoom, { 1LL << 30, 1000 });
-    row("content outgrows the room", "bomb", noRoom, { 1LL << 30, 50LL << 20 });
-    // 100 MiB from 100 KB is a thousand-fold: real files (logs, sparse images) do that.
-    row("thousand-fold with room", "bomb", {}, { 1LL << 30 });
-}
-
-void TestOperations::repliesAndTheRoomForThem()
-{
-    QFETCH(QString, kind);
-    QFETCH(QList<qint64>, free);
-    QFETCH(QString, refusal);
-    write(m_files + u"/good.txt"_qs, randomBytes(100000, 9));
-    write(m_encrypted + u"/earlier.txt"_qs, "earlier");
-    if (!free.isEmpty())
-        playFreeSpace(free);
-    QJsonObject fault { { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, kind } };
-    if (kind == u"tooMany") {
-        const QString zip = m_dir.filePath(u"many.zip"_qs);
-        QVERIFY(writeOneEntryTooMany(zip));
-        fault.insert(u"archive"_qs, u"file"_qs);
-        fault.insert(u"file"_qs, zip);
-    }
-    QVERIFY(kind.isEmpty() || m_sim->setFault(fault));
-    const QStringList before = snapshot(m_encrypted);
-    // The row's own recipient tells its request from a late one of an earlier test.
-    const QString recipient = QString::fromLatin1(QTest::currentDataTag()).remove(u' ') + u"@x;";
-    const LogCapture log;
-    EncryptTask encrypt({ m_files + u"/good.txt"_qs }, recipient, m_encrypted, url("/encryptFile/"));
-    const auto result = runTask(encrypt);
-    const QJsonArray requests = m_sim->requests();
-    QCOMPARE(std::count_if(requests.begin(), requests.end(),
-                 [&](const QJsonValue& r) {
-                     return PhoneSimProcess::partsOf(r).value(0) == u"emails=" + recipient;
-                 }),
-        free == QList<qint64> { 1000 } ? 0 : 1); // nothing goes without room for its reply
-    if (refusal.isEmpty()) {
-        QCOMPARE(int(result.outcome), int(Outcome::Succeeded));
-        QVERIFY(result.title.isEmpty());
-        // No folder, nothing from inside one, no operation folder left behind.
-        QCOMPARE(entriesIn(m_encrypted), QStringList({ u"earlier.txt"_qs, u"good.txt.vx"_qs }));
-        QCOMPARE(
-            result.ignored, kind == u"unmatched" ? QStringList { u"not-uploaded.bin"_qs } : QStringList());
-        QVERIFY(kind != u"bomb" || QFileInfo(m_encrypted + u"/good.txt.vx"_qs).size() == 100LL << 20);
-        return;
-    }
-    QCOMPARE(int(result.outcome), int(Outcome::Failed));
-    QCOMPARE(result.title, u"Encryption failed"_qs);
-    QCOMPARE(result.message, QString(refusal).replace(u"%1"_qs, m_encrypted));
-    // The phone's names can neither garble the dialog, nor run past its edge, nor forge log lines.
-    const auto control = [](QChar c) { return c.unicode() < 0x20; };
-    for (const QString& line : log.lines())
-        QVERIFY2(std::none_of(line.begin(), line.end(), control), qPrintable(line));
-    QVERIFY(result.written.isEmpty());
-    QCOMPARE(snapshot(m_encrypted), before); // nothing partial, no operation folder
-    QVERIFY(!QFileInfo::exists(u"/tmp/varnex-absolute.txt"_qs));
-    QVERIFY(!QFileInfo::exists(m_encrypted + u"/../escape.txt"_qs));
-}
-
 void TestOperations::onlyRegularFilesAreSent()
 {
     const QString fifo = m_files + u"/pipe.txt"_qs;
@@ -554,20 +462,20 @@ void TestOperations::onlyRegularFilesAreSent()
 namespace {
 
 // Writes a zip by hand, for what no installed writer makes: xz and zstd entries, and names
-// without the UTF-8 flag. Run by python3 in a folder holding t.txt; writes out.zip.
+// without the UTF-8 flag. Run by python3 in a folder holding t.txt.vx; writes out.zip.
 const char* handmadeZip = R"(
 import lzma, struct, subprocess, sys, zlib
-data = open("t.txt", "rb").read()
+data = open("t.txt.vx", "rb").read()
 kind = sys.argv[1]
-name, flags, method, packed = b"t.txt", 0, 0, data
+name, flags, method, packed = b"t.txt.vx", 0, 0, data
 if kind == "xz":
     method, packed = 95, lzma.compress(data, format=lzma.FORMAT_XZ)
 elif kind == "zstd":
     method, packed = 93, subprocess.run(["zstd", "-q", "-c"], input=data, capture_output=True, check=True).stdout
 elif kind == "cp437":
-    name = b"caf\x82 \x9a.txt"
+    name = b"caf\x82 \x9a.txt.vx"
 elif kind == "lyingFlag":
-    name, flags = b"caf\x82.txt", 0x800
+    name, flags = b"caf\x82.txt.vx", 0x800
 crc = zlib.crc32(data)
 local = struct.pack("<IHHHHHIIIHH", 0x04034B50, 63, flags, method, 0, 0x21, crc, len(packed), len(data), len(name), 0) + name
 central = struct.pack("<IHHHHHHIIIHHHHHII", 0x02014B50, 0x31E, 63, flags, method, 0, 0x21, crc, len(packed),
@@ -586,117 +494,193 @@ class Pipe(io.RawIOBase):
     def write(self, b): return self.f.write(b)
 method = getattr(zipfile, "ZIP_" + sys.argv[1])
 with open("out.zip", "wb") as f, zipfile.ZipFile(Pipe(f), "w", method) as z:
-    for n in ("r.bin", "t.txt"):
+    for n in ("r.bin.vx", "t.txt.vx"):
         with z.open(n, "w", force_zip64=True) as e:
             e.write(open(n, "rb").read())
 )";
 
 } // namespace
 
-void TestOperations::everyZipAPhoneMayWrite_data()
+// Replies of every kind, and the room they may take: what the simulator sends whole when told
+// (true, hostile or broken), and the zips every writer a phone may use makes of r.bin.vx and
+// t.txt.vx. Refused whole with their reason, or taken without what no result may be.
+void TestOperations::replies_data()
 {
-    QTest::addColumn<QString>("command"); // run by sh in a folder holding r.bin, t.txt and sub/
-    QTest::addColumn<QStringList>("landed"); // empty: refused, with `reason`
+    QTest::addColumn<QString>("reply"); // a simulator's archive, or a writer's command run by sh in a
+                                        // folder holding r.bin.vx, t.txt.vx and sub/; empty: the true reply
+    QTest::addColumn<QList<qint64>>(
+        "free"); // each look at the free space, beyond the reserve; none: the disk's
+    QTest::addColumn<QStringList>("landed"); // beside an earlier result; empty: refused, with `refusal`
     QTest::addColumn<bool>("keptWhole"); // read from the disk, not in one pass
-    QTest::addColumn<QString>("reason");
-    const QStringList both { u"r.bin"_qs, u"t.txt"_qs };
-    const QStringList text { u"t.txt"_qs };
+    QTest::addColumn<QString>("refusal"); // the dialog's text (%1: the result folder)
+    const auto sim = [](const char* tag, const char* kind, const QString& refusal, QList<qint64> free = {}) {
+        QTest::newRow(tag) << QString::fromLatin1(kind) << free
+                           << (refusal.isEmpty() ? QStringList { u"good.txt.vx"_qs } : QStringList()) << false
+                           << refusal;
+    };
+    const QString notSaved = u"The phone's reply could not be saved: "_qs;
+    const auto writer = [&notSaved](const QString& tag, const QString& command, const QStringList& landed,
+                            bool keptWhole = false, const QString& reason = {}) {
+        QTest::newRow(qPrintable(tag)) << command << QList<qint64>() << landed << keptWhole
+                                       << (reason.isEmpty() ? reason : notSaved + reason + u'.');
+    };
+    const QString damaged = notSaved + u"it is damaged or not a zip archive."_qs;
+    const QString badName = notSaved + u"it holds a file whose name cannot be used (%1)."_qs;
+    const QString noRoom = u"There is not enough free space in %1."_qs;
+    const QString longName = QString(29, u'n') + QChar(0x2026) + QString(22, u'n') + u".txt.vx";
+    sim("escape", "escape", badName.arg(u"../escape.txt"_qs));
+    sim("absolute", "absolute", badName.arg(u"/tmp/varnex-absolute.txt"_qs));
+    sim("symlink", "symlink", notSaved + u"it holds a link or a special file (link.vx)."_qs);
+    sim("long name", "longName", badName.arg(longName));
+    sim("control character", "controlChar", badName.arg(u"bell\uFFFD.txt.vx"_qs));
+    sim("leading dot", "leadingDot", badName.arg(u".hidden.vx"_qs));
+    sim("corrupt", "corrupt", damaged);
+    sim("empty", "empty", notSaved + u"it is empty."_qs);
+    sim("connection drops inside an entry", "truncated", u"Connection timeout"_qs);
+    sim("damaged inside an entry", "corruptData", damaged);
+    sim("one entry too many", "tooMany", notSaved + u"it holds more than 10000 files."_qs);
+    sim("a sub-folder", "subfolder", {});
+    // More results than files sent: what no file asked for is named in the result, never landed.
+    sim("an unmatched entry", "unmatched", {});
+    sim("too little room before sending", "", noRoom, { 1000 });
+    sim("reply outgrows the room", "", noRoom, { 1LL << 30, 1000 });
+    sim("content outgrows the room", "bomb", noRoom, { 1LL << 30, 50LL << 20 });
+    // 100 MiB from 100 KB is a thousand-fold: real files (logs, sparse images) do that.
+    sim("thousand-fold with room", "bomb", {}, { 1LL << 30 });
+
+    const QStringList both { u"r.bin.vx"_qs, u"t.txt.vx"_qs };
+    const QStringList text { u"t.txt.vx"_qs };
+    const QString files = u"r.bin.vx t.txt.vx"_qs;
     const QString password = u"it is protected by a password, which Varnex cannot open"_qs;
     const auto python = [](const char* script, const char* arg) -> QString {
         return u"python3 - "_qs + QLatin1String(arg) + u" <<'EOF'\n"_qs + QLatin1String(script)
             + u"\nEOF\n"_qs;
     };
-    const auto row = [](const QString& tag, const QString& command, const QStringList& landed,
-                         bool keptWhole = false, const QString& reason = {}) {
-        QTest::newRow(qPrintable(tag)) << command << landed << keptWhole << reason;
-    };
-    row(u"Info-ZIP, deflate"_qs, u"zip -q out.zip r.bin t.txt"_qs, both);
-    row(u"Info-ZIP, stored"_qs, u"zip -q -0 out.zip r.bin t.txt"_qs, both);
-    row(u"Info-ZIP to a pipe, deflate"_qs, u"zip -q - r.bin t.txt | cat > out.zip"_qs, both);
-    row(u"Info-ZIP to a pipe, stored"_qs, u"zip -q -0 - r.bin t.txt | cat > out.zip"_qs, both);
-    row(u"Info-ZIP, folders and a Mac's resource files"_qs,
-        u"mkdir -p __MACOSX && cp t.txt __MACOSX/._t.txt && zip -q -r out.zip t.txt sub __MACOSX"_qs, text);
-    row(u"Info-ZIP, password"_qs, u"zip -q -P secret out.zip t.txt"_qs, {}, false, password);
-    row(u"bsdtar, deflate"_qs, u"bsdtar -c --format zip -f out.zip r.bin t.txt"_qs, both);
-    row(u"bsdtar, stored"_qs,
-        u"bsdtar -c --format zip --options zip:compression=store -f out.zip r.bin t.txt"_qs, both);
-    row(u"bsdtar to a pipe"_qs, u"bsdtar -c --format zip -f - r.bin t.txt | cat > out.zip"_qs, both);
+    writer(u"Info-ZIP, deflate"_qs, u"zip -q out.zip "_qs + files, both);
+    writer(u"Info-ZIP, stored"_qs, u"zip -q -0 out.zip "_qs + files, both);
+    writer(u"Info-ZIP to a pipe, deflate"_qs, u"zip -q - %1 | cat > out.zip"_qs.arg(files), both);
+    writer(u"Info-ZIP to a pipe, stored"_qs, u"zip -q -0 - %1 | cat > out.zip"_qs.arg(files), both);
+    writer(u"Info-ZIP, folders and a Mac's resource files"_qs,
+        u"mkdir -p __MACOSX && cp t.txt.vx __MACOSX/._t.txt.vx && zip -q -r out.zip t.txt.vx sub __MACOSX"_qs,
+        text);
+    writer(u"Info-ZIP, password"_qs, u"zip -q -P secret out.zip t.txt.vx"_qs, {}, false, password);
+    writer(u"bsdtar, deflate"_qs, u"bsdtar -c --format zip -f out.zip "_qs + files, both);
+    writer(u"bsdtar, stored"_qs,
+        u"bsdtar -c --format zip --options zip:compression=store -f out.zip "_qs + files, both);
+    writer(u"bsdtar to a pipe"_qs, u"bsdtar -c --format zip -f - %1 | cat > out.zip"_qs.arg(files), both);
     for (const QString& method : { u"BZip2"_qs, u"LZMA"_qs, u"PPMd"_qs, u"Deflate"_qs })
-        row(u"7z, "_qs + method, u"7z a -tzip -mm=%1 out.zip r.bin t.txt >/dev/null"_qs.arg(method), both);
-    row(u"7z, AES password"_qs, u"7z a -tzip -psecret -mem=AES256 out.zip t.txt >/dev/null"_qs, {}, false,
-        password);
+        writer(u"7z, "_qs + method, u"7z a -tzip -mm=%1 out.zip %2 >/dev/null"_qs.arg(method, files), both);
+    writer(u"7z, AES password"_qs, u"7z a -tzip -psecret -mem=AES256 out.zip t.txt.vx >/dev/null"_qs, {},
+        false, password);
     for (const QString& method : { u"LZMA"_qs, u"BZIP2"_qs, u"STORED"_qs })
-        row(u"Python, "_qs + method,
-            u"python3 -c \"import zipfile as z; a = z.ZipFile('out.zip', 'w', z.ZIP_%1); a.write('r.bin'); a.write('t.txt'); a.close()\""_qs
+        writer(u"Python, "_qs + method,
+            u"python3 -c \"import zipfile as z; a = z.ZipFile('out.zip', 'w', z.ZIP_%1); a.write('r.bin.vx'); a.write('t.txt.vx'); a.close()\""_qs
                 .arg(method),
             both);
-    row(u"Python to a pipe, zip64, stored"_qs, python(streamedZip64, "STORED"), both, true);
-    row(u"Python to a pipe, zip64, deflate"_qs, python(streamedZip64, "DEFLATED"), both);
+    writer(u"Python to a pipe, zip64, stored"_qs, python(streamedZip64, "STORED"), both, true);
+    writer(u"Python to a pipe, zip64, deflate"_qs, python(streamedZip64, "DEFLATED"), both);
     // Of unknown length, only deflate ends by itself in one pass.
-    row(u"Python to a pipe, zip64, LZMA"_qs, python(streamedZip64, "LZMA"), both, true);
-    row(u"Python to a pipe, zip64, bzip2"_qs, python(streamedZip64, "BZIP2"), both, true);
-    row(u"xz"_qs, python(handmadeZip, "xz"), text);
-    row(u"zstd"_qs, python(handmadeZip, "zstd"), text);
-    row(u"legacy name, code page 437"_qs, python(handmadeZip, "cp437"), { u"caf\u00e9 \u00dc.txt"_qs });
-    row(u"UTF-8 flag on a name that is not UTF-8"_qs, python(handmadeZip, "lyingFlag"), {}, false,
+    writer(u"Python to a pipe, zip64, LZMA"_qs, python(streamedZip64, "LZMA"), both, true);
+    writer(u"Python to a pipe, zip64, bzip2"_qs, python(streamedZip64, "BZIP2"), both, true);
+    writer(u"xz"_qs, python(handmadeZip, "xz"), text);
+    writer(u"zstd"_qs, python(handmadeZip, "zstd"), text);
+    writer(u"legacy name, code page 437"_qs, python(handmadeZip, "cp437"), { u"caf\u00e9 \u00dc.txt.vx"_qs });
+    writer(u"UTF-8 flag on a name that is not UTF-8"_qs, python(handmadeZip, "lyingFlag"), {}, false,
         u"it holds a file whose name cannot be used (\ufffd)"_qs);
 }
 
-void TestOperations::everyZipAPhoneMayWrite()
+void TestOperations::replies()
 {
-    QFETCH(QString, command);
+    QFETCH(QString, reply);
+    QFETCH(QList<qint64>, free);
     QFETCH(QStringList, landed);
     QFETCH(bool, keptWhole);
-    QFETCH(QString, reason);
+    QFETCH(QString, refusal);
     const QString folder = m_dir.filePath(u"writers"_qs);
-    QDir(folder).removeRecursively();
-    QDir().mkpath(folder + u"/sub"_qs);
-    write(folder + u"/r.bin"_qs, randomBytes(300000, 7));
-    QByteArray text;
-    for (int i = 0; i < 20000; ++i)
-        text += QByteArray::number(i) + '\n';
-    write(folder + u"/t.txt"_qs, text);
-    write(folder + u"/sub/inner.txt"_qs, "inside a folder");
-    QProcess writer;
-    writer.setWorkingDirectory(folder);
-    writer.start(u"sh"_qs, { u"-c"_qs, command });
-    QVERIFY(writer.waitForFinished(60000));
-    QVERIFY2(writer.exitCode() == 0 && QFileInfo::exists(folder + u"/out.zip"_qs),
-        writer.readAllStandardError().constData());
-
-    // The files whose results the reply holds are sent (their bytes play no part here).
-    QList<DecryptTask::Intake> sent;
-    for (const QString& name : landed.isEmpty() ? QStringList { u"t.txt"_qs } : landed) {
-        write(m_files + u'/' + name + u".vx", "sealed");
-        sent.append({ m_files + u'/' + name + u".vx", true });
+    QJsonObject fault { { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, reply } };
+    if (reply.contains(u' ')) { // a writer's zip
+        QDir(folder).removeRecursively();
+        QDir().mkpath(folder + u"/sub"_qs);
+        write(folder + u"/r.bin.vx"_qs, randomBytes(300000, 7));
+        QByteArray text;
+        for (int i = 0; i < 20000; ++i)
+            text += QByteArray::number(i) + '\n';
+        write(folder + u"/t.txt.vx"_qs, text);
+        write(folder + u"/sub/inner.txt.vx"_qs, "inside a folder");
+        QProcess writer;
+        writer.setWorkingDirectory(folder);
+        writer.start(u"sh"_qs, { u"-c"_qs, reply });
+        QVERIFY(writer.waitForFinished(60000));
+        QVERIFY2(writer.exitCode() == 0 && QFileInfo::exists(folder + u"/out.zip"_qs),
+            writer.readAllStandardError().constData());
+        fault = { { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, u"file"_qs },
+            { u"file"_qs, QString(folder + u"/out.zip") } };
+    } else if (reply == u"tooMany") {
+        QVERIFY(writeOneEntryTooMany(folder + u".zip"));
+        fault = { { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, u"file"_qs },
+            { u"file"_qs, QString(folder + u".zip") } };
     }
-    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"archive"_qs, u"file"_qs },
-        { u"file"_qs, QString(folder + u"/out.zip"_qs) } }));
+    QVERIFY(reply.isEmpty() || m_sim->setFault(fault));
+    if (!free.isEmpty())
+        playFreeSpace(free);
+    // The files whose results the reply holds are sent (a writer's reply is the same whatever they hold).
+    QStringList sent;
+    for (const QString& name : landed.isEmpty() ? QStringList { u"t.txt.vx"_qs } : landed) {
+        sent.append(m_files + u'/' + name.chopped(3));
+        write(sent.last(), randomBytes(100000, 9));
+    }
+    write(m_encrypted + u"/earlier.txt"_qs, "earlier");
+    const QStringList before = snapshot(m_encrypted);
+    // The row's own recipient tells its request from a late one of an earlier test.
+    const QString recipient = QString::fromLatin1(QTest::currentDataTag()).remove(u' ') + u"@x;";
     const LogCapture log;
-    DecryptTask decrypt(sent, m_decrypted, url("/decryptFile/"));
+    EncryptTask encrypt(sent, recipient, m_encrypted, url("/encryptFile/"));
     QList<Stage> stages;
-    connect(&decrypt, &OperationTask::progress, this, [&stages](Stage s) {
+    connect(&encrypt, &OperationTask::progress, this, [&stages](Stage s) {
         if (s != Stage::MovingIn && (stages.isEmpty() || stages.last() != s))
             stages.append(s);
     });
-    const auto result = runTask(decrypt);
+    const auto result = runTask(encrypt);
+    const QJsonArray requests = m_sim->requests();
+    QCOMPARE(std::count_if(requests.begin(), requests.end(),
+                 [&](const QJsonValue& r) {
+                     return PhoneSimProcess::partsOf(r).value(0) == u"emails=" + recipient;
+                 }),
+        free == QList<qint64> { 1000 } ? 0 : 1); // nothing goes without room for its reply
     // Receiving and unpacking are one stage, unless the reply had to be kept whole first.
+    QVERIFY(landed.isEmpty() || stages.contains(Stage::Receiving));
     QCOMPARE(stages.contains(Stage::Unpacking), keptWhole && !landed.isEmpty());
-    QVERIFY(stages.contains(Stage::Receiving));
     const QStringList lines = log.lines();
     const bool spilled = std::any_of(lines.begin(), lines.end(),
         [](const QString& l) { return l.contains(u"cannot be read in one pass"); });
     QCOMPARE(spilled, keptWhole);
-    QCOMPARE(QDir(m_decrypted).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), landed);
-    if (landed.isEmpty()) {
-        QCOMPARE(result.message, u"The phone's reply could not be saved: "_qs + reason + u'.');
+    if (!landed.isEmpty()) {
+        QCOMPARE(int(result.outcome), int(Outcome::Succeeded));
+        QVERIFY(result.title.isEmpty());
+        // No folder, nothing from inside one, no operation folder left behind.
+        landed << u"earlier.txt"_qs;
+        landed.sort();
+        QCOMPARE(entriesIn(m_encrypted), landed);
+        QCOMPARE(
+            result.ignored, reply == u"unmatched" ? QStringList { u"not-uploaded.bin"_qs } : QStringList());
+        QVERIFY(reply != u"bomb" || QFileInfo(m_encrypted + u"/good.txt.vx"_qs).size() == 100LL << 20);
+        for (const QString& path : result.written) {
+            const QString source = path.endsWith(u"r.bin.vx") ? u"/r.bin.vx"_qs : u"/t.txt.vx"_qs;
+            QVERIFY(!reply.contains(u' ') || read(path) == read(folder + source));
+        }
         return;
     }
-    QCOMPARE(int(result.outcome), int(Outcome::Succeeded));
-    for (const QString& name : landed) {
-        const QString source = name.endsWith(u".bin") ? u"/r.bin"_qs : u"/t.txt"_qs;
-        QCOMPARE(read(m_decrypted + u'/' + name), read(folder + source));
-    }
+    QCOMPARE(int(result.outcome), int(Outcome::Failed));
+    QCOMPARE(result.title, u"Encryption failed"_qs);
+    QCOMPARE(result.message, QString(refusal).replace(u"%1"_qs, m_encrypted));
+    // The phone's names can neither garble the dialog, nor run past its edge, nor forge log lines.
+    const auto control = [](QChar c) { return c.unicode() < 0x20; };
+    for (const QString& line : lines)
+        QVERIFY2(std::none_of(line.begin(), line.end(), control), qPrintable(line));
+    QVERIFY(result.written.isEmpty());
+    QCOMPARE(snapshot(m_encrypted), before); // nothing partial, no operation folder
+    QVERIFY(!QFileInfo::exists(u"/tmp/varnex-absolute.txt"_qs));
+    QVERIFY(!QFileInfo::exists(m_encrypted + u"/../escape.txt"_qs));
 }
 
 void TestOperations::encryptThenDecrypt_data()
