@@ -201,29 +201,26 @@ void TestPairing::addressRule_data()
     QTest::addColumn<Interfaces>("interfaces");
     QTest::addColumn<bool>("macOS");
     QTest::addColumn<QString>("address"); // empty: none
+    const auto row = [](const char* tag, const QString& address, const Interfaces& interfaces,
+                         bool macOS = false) { QTest::newRow(tag) << interfaces << macOS << address; };
     const InterfaceEntry loopback = lan(u"lo"_qs, { u"127.0.0.1"_qs }, InterfaceKind::Loopback);
     const InterfaceEntry wlan = lan(u"wlan0"_qs, { u"192.168.1.4"_qs }, InterfaceKind::Wifi);
-    QTest::newRow("last address wins")
-        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.5"_qs, u"10.0.0.7"_qs }) } << false << u"10.0.0.7"_qs;
-    QTest::newRow("ipv6 last gives none")
-        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.7"_qs, u"fe80::1"_qs }), wlan } << false << QString();
-    QTest::newRow("loopback skipped") << Interfaces { loopback, wlan } << false << u"192.168.1.4"_qs;
-    QTest::newRow("virtual by name skipped") << Interfaces { lan(u"docker0"_qs, { u"172.17.0.1"_qs }),
-        lan(u"veth12"_qs, { u"172.18.0.1"_qs }), lan(u"enp3s0"_qs, { u"192.168.0.9"_qs }) }
-                                             << false << u"192.168.0.9"_qs;
-    QTest::newRow("virtual kind skipped") << Interfaces {
-        lan(u"tailnet"_qs, { u"100.64.0.1"_qs }, InterfaceKind::Virtual), lan(u"eno1"_qs, { u"10.1.1.1"_qs })
-    } << false << u"10.1.1.1"_qs;
-    QTest::newRow("down skipped") << Interfaces {
-        lan(u"eth0"_qs, { u"10.0.0.5"_qs }, InterfaceKind::Ethernet, false),
-        lan(u"eth1"_qs, { u"10.0.0.6"_qs })
-    } << false << u"10.0.0.6"_qs;
-    QTest::newRow("no lan at all") << Interfaces { loopback } << false << QString();
-    QTest::newRow("macOS: en0 only") << Interfaces { lan(u"en1"_qs, { u"10.0.0.2"_qs }),
-        lan(u"en0"_qs, { u"fe80::2"_qs, u"10.0.0.7"_qs }) }
-                                     << true << u"10.0.0.7"_qs;
-    QTest::newRow("three dots in ipv6")
-        << Interfaces { lan(u"eth0"_qs, { u"::ffff:1.2.3"_qs }) } << false << QString();
+    row("last address wins", u"10.0.0.7"_qs, { lan(u"eth0"_qs, { u"10.0.0.5"_qs, u"10.0.0.7"_qs }) });
+    row("ipv6 last gives none", {}, { lan(u"eth0"_qs, { u"10.0.0.7"_qs, u"fe80::1"_qs }), wlan });
+    row("loopback skipped", u"192.168.1.4"_qs, { loopback, wlan });
+    row("virtual by name skipped", u"192.168.0.9"_qs,
+        { lan(u"docker0"_qs, { u"172.17.0.1"_qs }), lan(u"veth12"_qs, { u"172.18.0.1"_qs }),
+            lan(u"enp3s0"_qs, { u"192.168.0.9"_qs }) });
+    row("virtual kind skipped", u"10.1.1.1"_qs,
+        { lan(u"tailnet"_qs, { u"100.64.0.1"_qs }, InterfaceKind::Virtual),
+            lan(u"eno1"_qs, { u"10.1.1.1"_qs }) });
+    row("down skipped", u"10.0.0.6"_qs,
+        { lan(u"eth0"_qs, { u"10.0.0.5"_qs }, InterfaceKind::Ethernet, false),
+            lan(u"eth1"_qs, { u"10.0.0.6"_qs }) });
+    row("no lan at all", {}, { loopback });
+    row("macOS: en0 only", u"10.0.0.7"_qs,
+        { lan(u"en1"_qs, { u"10.0.0.2"_qs }), lan(u"en0"_qs, { u"fe80::2"_qs, u"10.0.0.7"_qs }) }, true);
+    row("three dots in ipv6", {}, { lan(u"eth0"_qs, { u"::ffff:1.2.3"_qs }) });
 }
 
 void TestPairing::addressRule()
