@@ -646,6 +646,11 @@ void TestPairing::requestsThatMustNotPair_data()
                          const QByteArray& more = {}, const QString& logged = {}) {
         QTest::newRow(tag) << bytes << status << oneAnswer << more << logged;
     };
+    // A head of its own: what the request line and headers say, then an empty line.
+    const auto head = [](const char* path, const QByteArray& headers = {}) -> QByteArray {
+        return "POST " + QByteArray(path) + " HTTP/1.1\r\nHost: d\r\n" + headers + "\r\n";
+    };
+    const QByteArray chunked = "Transfer-Encoding: chunked\r\n";
     // What a message must be is judged in pairingMessageRules; here that a
     // refusal reaches the wire and changes nothing.
     row("no ip", pairingRequest(R"({"mobileDeviceName":"x"})"), 400);
@@ -659,20 +664,12 @@ void TestPairing::requestsThatMustNotPair_data()
     row("gzip", pairingRequest(phoneMessage, "Content-Encoding: gzip\r\n"), 415);
     row("body over 64 KiB",
         pairingRequest(R"({"ip":"10.9.9.9","pad":")" + QByteArray(65 * 1024, 'x') + R"("})"), 413);
-    row("length over 64 KiB, nothing sent",
-        "POST /myInformation HTTP/1.1\r\nHost: d\r\nContent-Length: 70000\r\n\r\n", 413);
-    row("chunked",
-        "POST /myInformation HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: "
-        "chunked\r\n\r\n5\r\n{\"ip\"\r\n0\r\n\r\n",
-        413);
+    row("length over 64 KiB, nothing sent", head("/myInformation", "Content-Length: 70000\r\n"), 413);
+    row("chunked", head("/myInformation", chunked) + "5\r\n{\"ip\"\r\n0\r\n\r\n", 413);
     // A change signal's body is read only to be dropped, so it may come chunked, within the cap.
-    row("chunked change signal",
-        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n",
-        200);
+    row("chunked change signal", head("/updateGroups", chunked) + "5\r\nhello\r\n0\r\n\r\n", 200);
     row("chunked change signal over 64 KiB",
-        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n10400\r\n"
-            + QByteArray(0x10400, 'x') + "\r\n0\r\n\r\n",
-        413);
+        head("/updateGroups", chunked) + "10400\r\n" + QByteArray(0x10400, 'x') + "\r\n0\r\n\r\n", 413);
     row("head just over 8 KiB", pairingRequest(phoneMessage, "X-Pad: " + QByteArray(8200, 'a') + "\r\n"),
         431);
     QByteArray manyHeaders;
@@ -683,12 +680,12 @@ void TestPairing::requestsThatMustNotPair_data()
     // pairing message, and the valid message after the head is never looked at. A page's POST
     // carries Origin; its body, a whole pairing request without one, is never read as a second.
     const QByteArray inner = pairingRequest(phoneMessage);
-    row("pairing without length", "POST /myInformation HTTP/1.1\r\nHost: d\r\n\r\n" + phoneMessage, 400);
-    row("change signal without length", "POST /updateGroups HTTP/1.1\r\nHost: d\r\n\r\n", 200, true,
+    row("pairing without length", head("/myInformation") + phoneMessage, 400);
+    row("change signal without length", head("/updateGroups"), 200, true,
         inner + QByteArray(100 * 1024, 'x'));
     row("refused head, a request in its body",
-        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nOrigin: http://evil.example\r\nContent-Length: "
-            + QByteArray::number(inner.size()) + "\r\n\r\n",
+        head("/updateGroups",
+            "Origin: http://evil.example\r\nContent-Length: " + QByteArray::number(inner.size()) + "\r\n"),
         403, true, inner);
     // Malformed requests never crash the listener; those it cannot read it drops unanswered. An
     // unreadable length gets the server library's own answer, whose head it sends twice.
