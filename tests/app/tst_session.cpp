@@ -66,30 +66,23 @@ void TestSession::startupLines_data()
     QTest::addColumn<QVariant>("email");
     QTest::addColumn<QVariant>("baseURL");
     QTest::addColumn<QStringList>("expected");
+    const auto row = [](const char* tag, const QVariant& email, const QVariant& baseURL,
+                         const QStringList& lines) { QTest::newRow(tag) << email << baseURL << lines; };
     const QString waiting
-        = QStringLiteral("[AppDelegate] ⚠️ User not authenticated - waiting for QR code scan from iOS");
-    QTest::newRow("fresh account") << QVariant() << QVariant() << QStringList { waiting };
-    QTest::newRow("complete") << QVariant(u"ann@example.com"_qs) << QVariant(u"http://10.0.0.7:8080/"_qs)
-                              << QStringList { QStringLiteral(
-                                                   "[AppDelegate] ✅ User authenticated: ann@example.com"),
-                                     QStringLiteral("[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/") };
-    QTest::newRow("empty e-mail") << QVariant(QString(u""_qs)) << QVariant(u"http://h/"_qs)
-                                  << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: "),
-                                         QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
+        = u"[AppDelegate] ⚠️ User not authenticated - waiting for QR code scan from iOS"_qs;
+    const QString user = u"[AppDelegate] ✅ User authenticated: "_qs;
+    const QString h = u"[AppDelegate] ✅ BaseURL: http://h/"_qs;
+    row("fresh account", {}, {}, { waiting });
+    row("complete", u"ann@example.com"_qs, u"http://10.0.0.7:8080/"_qs,
+        { user + u"ann@example.com", u"[AppDelegate] ✅ BaseURL: http://10.0.0.7:8080/"_qs });
+    row("empty e-mail", QString(u""_qs), u"http://h/"_qs, { user, h });
     // Stored from the network once: a line break cannot forge a second line.
-    QTest::newRow("forged line") << QVariant(u"ann@example.com\n[AppDelegate] ✅ BaseURL: http://evil/"_qs)
-                                 << QVariant(u"http://h/"_qs)
-                                 << QStringList { QStringLiteral(
-                                                      "[AppDelegate] ✅ User authenticated: ann@example.com"
-                                                      "\\u000a[AppDelegate] ✅ BaseURL: http://evil/"),
-                                        QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
-    QTest::newRow("terminal escape") << QVariant(u"\x1b[2Jann@example.com"_qs) << QVariant(u"http://h/"_qs)
-                                     << QStringList { QStringLiteral("[AppDelegate] ✅ User authenticated: "
-                                                                     "\\u001b[2Jann@example.com"),
-                                            QStringLiteral("[AppDelegate] ✅ BaseURL: http://h/") };
-    QTest::newRow("no base URL") << QVariant(u"ann@example.com"_qs) << QVariant() << QStringList { waiting };
-    QTest::newRow("empty base URL") << QVariant(u"ann@example.com"_qs) << QVariant(QString(u""_qs))
-                                    << QStringList { waiting };
+    row("forged line", u"ann@example.com\n[AppDelegate] ✅ BaseURL: http://evil/"_qs, u"http://h/"_qs,
+        { user + u"ann@example.com\\u000a[AppDelegate] ✅ BaseURL: http://evil/", h });
+    row("terminal escape", u"\x1b[2Jann@example.com"_qs, u"http://h/"_qs,
+        { user + u"\\u001b[2Jann@example.com", h });
+    row("no base URL", u"ann@example.com"_qs, {}, { waiting });
+    row("empty base URL", u"ann@example.com"_qs, QString(u""_qs), { waiting });
 }
 
 void TestSession::startupLines()

@@ -36,12 +36,8 @@ public:
         }
     }
 
-    ~PhoneSimProcess() { stop(); }
-
-    void stop()
+    ~PhoneSimProcess()
     {
-        if (m_process.state() == QProcess::NotRunning)
-            return;
         m_process.terminate();
         if (!m_process.waitForFinished(5000))
             m_process.kill();
@@ -58,7 +54,13 @@ public:
     bool clearRequests() { return request("DELETE", "/sim/requests") == 200; }
 
     // The requests the simulator received, oldest first.
-    QJsonArray requests() { return getJson("/sim/requests").value(u"requests").toArray(); }
+    QJsonArray requests()
+    {
+        httplib::Client client("127.0.0.1", m_port);
+        auto res = client.Get("/sim/requests");
+        const QByteArray body = res ? QByteArray::fromStdString(res->body) : QByteArray();
+        return QJsonDocument::fromJson(body).object().value(u"requests").toArray();
+    }
 
     // The parts of a multipart request as the phone read them: "name=value" for a field,
     // "name | file name | type | size" for a file.
@@ -77,7 +79,6 @@ public:
         }
         return result;
     }
-    QJsonObject state() { return getJson("/sim/state"); }
 
     int post(const char* path, const QJsonObject& body)
     {
@@ -95,13 +96,6 @@ public:
     }
 
 private:
-    QJsonObject getJson(const char* path)
-    {
-        httplib::Client client("127.0.0.1", m_port);
-        auto res = client.Get(path);
-        return res ? QJsonDocument::fromJson(QByteArray::fromStdString(res->body)).object() : QJsonObject();
-    }
-
     QTemporaryDir m_data;
     QProcess m_process;
     quint16 m_port = 0;

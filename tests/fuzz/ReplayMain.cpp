@@ -1,12 +1,9 @@
 // Runs a fuzz target over its corpus without libFuzzer, so that the normal and the sanitized
 // builds replay every saved input (seeds and past crashes) as an ordinary test.
-#include <cstddef>
-#include <cstdint>
+#include <QDirIterator>
+#include <QFile>
+
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -14,28 +11,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 int main(int argc, char** argv)
 {
     LLVMFuzzerInitialize(&argc, &argv);
-    std::vector<std::filesystem::path> inputs;
+    QStringList inputs;
     for (int i = 1; i < argc; ++i) {
-        const std::filesystem::path path(argv[i]);
-        if (std::filesystem::is_directory(path)) {
-            for (const auto& entry : std::filesystem::recursive_directory_iterator(path)) {
-                if (entry.is_regular_file())
-                    inputs.push_back(entry.path());
-            }
-        } else {
-            inputs.push_back(path);
-        }
+        const QString path = QFile::decodeName(argv[i]);
+        QDirIterator files(path, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (files.hasNext())
+            inputs.append(files.next());
+        if (QFileInfo(path).isFile())
+            inputs.append(path);
     }
-    if (inputs.empty()) {
+    if (inputs.isEmpty()) {
         std::fprintf(stderr, "no inputs: give corpus folders or files\n");
         return 2;
     }
-    for (const auto& input : inputs) {
-        std::ifstream in(input, std::ios::binary);
-        const std::vector<char> bytes { std::istreambuf_iterator<char>(in),
-            std::istreambuf_iterator<char>() };
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    for (const QString& input : inputs) {
+        QFile file(input);
+        const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size()));
     }
-    std::printf("replayed %zu inputs\n", inputs.size());
+    std::printf("replayed %lld inputs\n", qint64(inputs.size()));
     return 0;
 }

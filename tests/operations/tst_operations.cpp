@@ -86,6 +86,38 @@ OperationTask::Result runTask(OperationTask& task, int timeoutMs = 20000)
     return finished.at(0).at(0).value<OperationTask::Result>();
 }
 
+OperationRun::Outcome finish(OperationRun* run)
+{
+    std::unique_ptr<OperationRun> owned(run);
+    QSignalSpy finished(run, &OperationRun::finished);
+    if (!run->isRunning())
+        run->start();
+    if (!finished.wait(20000))
+        return { OperationTask::Outcome::Failed, u"timed out"_qs };
+    return finished.at(0).at(0).value<OperationRun::Outcome>();
+}
+
+// What the user is told: the summary line, the dialog's title and text.
+QString told(const OperationRun::Outcome& outcome)
+{
+    return QStringList { outcome.summary, outcome.dialogTitle, outcome.dialogText }.join(u" | ");
+}
+
+// A phone's fault on every path, with one setting.
+QJsonObject onEveryPath(const char* key, const QJsonValue& value)
+{
+    return { { u"path"_qs, u"*"_qs }, { QLatin1String(key), value } };
+}
+
+// Free space as the task finds it: each look, beyond the reserve, in turn (the last repeated).
+void playFreeSpace(const QList<qint64>& free)
+{
+    auto looks = std::make_shared<int>(0);
+    OperationTask::setFreeSpaceProbeForTesting([free, looks](const QString&) {
+        return OperationTask::reserveBytes + free.at(qMin<qsizetype>((*looks)++, free.size() - 1));
+    });
+}
+
 using Samples = QList<QPair<qint64, qint64>>;
 
 } // namespace
@@ -108,32 +140,20 @@ private Q_SLOTS:
     void namesAResultMayCarry();
     void landingIsExclusiveAndLinear_data();
     void landingIsExclusiveAndLinear();
-    void oddReplies_data();
-    void oddReplies();
-    void freeSpaceLimits_data();
-    void freeSpaceLimits();
     void onlyRegularFilesAreSent();
-    void interruptionsLeaveNothing_data();
-    void interruptionsLeaveNothing();
-    void taskDestroyedWhileRunning();
-    void everyZipAPhoneMayWrite_data();
-    void everyZipAPhoneMayWrite();
+    void replies_data();
+    void replies();
     void encryptThenDecrypt_data();
     void encryptThenDecrypt();
-    void decryptLandsWhatThePhoneCanOpen_data();
-    void decryptLandsWhatThePhoneCanOpen();
-    void failuresAreTold_data();
-    void failuresAreTold();
-    void waitingIsCountedUntilTheUserCancels();
+    void someFilesCannotBeDone_data();
+    void someFilesCannotBeDone();
+    void endingWithoutResults_data();
+    void endingWithoutResults();
     void transferFigures_data();
     void transferFigures();
     void transferBurstsDoNotMakeItJump();
-    void durations_data();
-    void durations();
 
 private:
-    OperationRun::Outcome finish(OperationRun* run);
-
     QTemporaryDir m_dir;
     QString m_encrypted;
     QString m_decrypted;
@@ -392,151 +412,6 @@ void TestOperations::landingIsExclusiveAndLinear()
     QCOMPARE(modeOf(m_encrypted + u"/a.txt (1).vx"_qs), mode_t(0600)); // a copy keeps it private
 }
 
-// Replies the phone sends whole: refused whole with their reason, or taken without what no
-// result may be.
-void TestOperations::oddReplies_data()
-{
-    QTest::addColumn<bool>("encrypt");
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<QString>("refusal"); // the dialog's text; empty: taken, landing `landed`
-    QTest::addColumn<QStringList>("landed"); // besides good.txt(.vx)
-    const QString notSaved = u"The phone's reply could not be saved: "_qs;
-    const QString damaged = notSaved + u"it is damaged or not a zip archive."_qs;
-    const auto refused = [](const char* tag, bool encrypt, const char* kind, const QString& refusal) {
-        QTest::newRow(tag) << encrypt << QString::fromLatin1(kind) << refusal << QStringList();
-    };
-    const QString badName = notSaved + u"it holds a file whose name cannot be used (%1)."_qs;
-    const QString longName = QString(29, u'n') + QChar(0x2026) + QString(22, u'n') + u".txt.vx";
-    refused("escape", true, "escape", badName.arg(u"../escape.txt"_qs));
-    refused("absolute", true, "absolute", badName.arg(u"/tmp/varnex-absolute.txt"_qs));
-    refused("symlink", true, "symlink", notSaved + u"it holds a link or a special file (link.vx)."_qs);
-    refused(
-        "decrypt symlink", false, "symlink", notSaved + u"it holds a link or a special file (link.vx)."_qs);
-    refused("long name", true, "longName", badName.arg(longName));
-    refused("decrypt long name", false, "longName", badName.arg(longName));
-    refused("control character", true, "controlChar", badName.arg(u"bell\uFFFD.txt.vx"_qs));
-    refused("leading dot", true, "leadingDot", badName.arg(u".hidden.vx"_qs));
-    refused("corrupt", true, "corrupt", damaged);
-    refused("empty", true, "empty", notSaved + u"it is empty."_qs);
-    refused("connection drops inside an entry", true, "truncated", u"Connection timeout"_qs);
-    refused("damaged inside an entry", true, "corruptData", damaged);
-    refused("one entry too many", true, "tooMany", notSaved + u"it holds more than 10000 files."_qs);
-    QTest::newRow("encrypt, a sub-folder") << true << "subfolder" << QString() << QStringList {};
-    QTest::newRow("decrypt, a sub-folder") << false << "subfolder" << QString() << QStringList {};
-    // More results than files sent: what no file asked for is named in the result, never landed.
-    QTest::newRow("encrypt, an unmatched entry") << true << "unmatched" << QString() << QStringList {};
-    QTest::newRow("decrypt, an unmatched entry") << false << "unmatched" << QString() << QStringList {};
-}
-
-void TestOperations::oddReplies()
-{
-    QFETCH(bool, encrypt);
-    QFETCH(QString, kind);
-    QFETCH(QString, refusal);
-    QFETCH(QStringList, landed);
-    // One good file, encrypted; or decrypted once it was encrypted for the simulator's own user.
-    write(m_files + u"/good.txt"_qs, "good bytes");
-    const QString results = encrypt ? m_encrypted : m_decrypted;
-    std::unique_ptr<OperationTask> task;
-    if (encrypt) {
-        task = std::make_unique<EncryptTask>(
-            QStringList { m_files + u"/good.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
-    } else {
-        EncryptTask first(
-            { m_files + u"/good.txt"_qs }, u"alex.morgan@example.com;"_qs, m_files, url("/encryptFile/"));
-        QCOMPARE(int(runTask(first).outcome), int(Outcome::Succeeded));
-        task = std::make_unique<DecryptTask>(
-            QList<DecryptTask::Intake> { { m_files + u"/good.txt.vx"_qs, true } }, m_decrypted,
-            url("/decryptFile/"));
-    }
-    write(results + u"/earlier.txt"_qs, "earlier");
-    const QString path = encrypt ? u"/encryptFile/"_qs : u"/decryptFile/"_qs;
-    QJsonObject fault { { u"path"_qs, path }, { u"archive"_qs, kind } };
-    if (kind == u"tooMany") {
-        const QString zip = m_dir.filePath(u"many.zip"_qs);
-        QVERIFY(writeOneEntryTooMany(zip));
-        fault = { { u"path"_qs, path }, { u"archive"_qs, u"file"_qs }, { u"file"_qs, zip } };
-    }
-    QVERIFY(m_sim->setFault(fault));
-    const QStringList before = snapshot(results);
-    const LogCapture log;
-    const auto result = runTask(*task);
-    const QStringList shown = QDir(results).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    if (refusal.isEmpty()) {
-        QCOMPARE(int(result.outcome), int(Outcome::Succeeded));
-        QVERIFY(result.title.isEmpty());
-        // No folder, nothing from inside one, no operation folder left behind.
-        landed << u"earlier.txt"_qs << (encrypt ? u"good.txt.vx"_qs : u"good.txt"_qs);
-        landed.sort();
-        QCOMPARE(shown, landed);
-        QCOMPARE(
-            result.ignored, kind == u"unmatched" ? QStringList { u"not-uploaded.bin"_qs } : QStringList());
-        if (!encrypt)
-            QCOMPARE(read(m_decrypted + u"/good.txt"_qs), QByteArray("good bytes"));
-        return;
-    }
-    QCOMPARE(int(result.outcome), int(Outcome::Failed));
-    QCOMPARE(result.title, encrypt ? u"Encryption failed"_qs : u"Decryption failed"_qs);
-    QCOMPARE(result.message, refusal);
-    // The phone's names can neither garble the dialog, nor run past its edge, nor forge log lines.
-    const auto control = [](QChar c) { return c.unicode() < 0x20; };
-    for (const QString& line : log.lines())
-        QVERIFY2(std::none_of(line.begin(), line.end(), control), qPrintable(line));
-    QVERIFY(result.written.isEmpty());
-    QCOMPARE(snapshot(results), before); // nothing partial, no operation folder
-    QVERIFY(!QFileInfo::exists(u"/tmp/varnex-absolute.txt"_qs));
-    QVERIFY(!QFileInfo::exists(results + u"/../escape.txt"_qs));
-}
-
-void TestOperations::freeSpaceLimits_data()
-{
-    QTest::addColumn<QString>("archive");
-    QTest::addColumn<QList<qint64>>("free"); // what each look at the free space finds, beyond the reserve
-    QTest::addColumn<bool>("sent");
-    QTest::addColumn<bool>("fits");
-    QTest::newRow("too little before sending") << QString() << QList<qint64> { 1000 } << false << false;
-    QTest::newRow("reply outgrows the room")
-        << QString() << QList<qint64> { 1LL << 30, 1000 } << true << false;
-    QTest::newRow("content outgrows the room")
-        << u"bomb"_qs << QList<qint64> { 1LL << 30, 50LL << 20 } << true << false;
-    // 100 MiB from 100 KB is a thousand-fold: real files (logs, sparse images) do that.
-    QTest::newRow("thousand-fold with room") << u"bomb"_qs << QList<qint64> { 1LL << 30 } << true << true;
-}
-
-void TestOperations::freeSpaceLimits()
-{
-    QFETCH(QString, archive);
-    QFETCH(QList<qint64>, free);
-    QFETCH(bool, sent);
-    QFETCH(bool, fits);
-    write(m_files + u"/a.txt"_qs, randomBytes(100000, 9));
-    auto looks = std::make_shared<int>(0);
-    OperationTask::setFreeSpaceProbeForTesting([free, looks](const QString&) {
-        return OperationTask::reserveBytes + free.at(qMin<qsizetype>((*looks)++, free.size() - 1));
-    });
-    if (!archive.isEmpty())
-        QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, archive } }));
-    const QStringList before = snapshot(m_encrypted);
-    // The row's own recipient tells its request from a late one of an earlier test.
-    const QString recipient = QString::fromLatin1(QTest::currentDataTag()).remove(u' ') + u"@x;";
-    EncryptTask encrypt({ m_files + u"/a.txt"_qs }, recipient, m_encrypted, url("/encryptFile/"));
-    const auto result = runTask(encrypt);
-    const QJsonArray requests = m_sim->requests();
-    QCOMPARE(std::count_if(requests.begin(), requests.end(),
-                 [&](const QJsonValue& r) {
-                     return PhoneSimProcess::partsOf(r).value(0) == u"emails=" + recipient;
-                 }),
-        sent ? 1 : 0);
-    if (fits) {
-        QCOMPARE(int(result.outcome), int(Outcome::Succeeded));
-        QCOMPARE(QFileInfo(m_encrypted + u"/a.txt.vx"_qs).size(), 100LL * 1024 * 1024);
-        return;
-    }
-    QCOMPARE(result.title, QStringLiteral("Encryption failed"));
-    QCOMPARE(result.message, QStringLiteral("There is not enough free space in %1.").arg(m_encrypted));
-    QCOMPARE(snapshot(m_encrypted), before);
-}
-
 void TestOperations::onlyRegularFilesAreSent()
 {
     const QString fifo = m_files + u"/pipe.txt"_qs;
@@ -554,27 +429,7 @@ void TestOperations::onlyRegularFilesAreSent()
         QCOMPARE(int(outcome.problem), int(MultipartUpload::Outcome::Problem::FileUnreadable));
         QVERIFY(clock.elapsed() < 5000);
     }
-    // Refused before sending, on its own: the other file goes, and the outcome says which is which.
-    write(m_files + u"/ok.txt"_qs, "fine");
-    const LogCapture log;
-    const auto outcome = finish(
-        OperationRun::encrypt(*m_session, m_encrypted, { fifo, m_files + u"/ok.txt" }, u"a@x;"_qs, 1));
-    QCOMPARE(QStringList({ outcome.summary, outcome.dialogTitle, outcome.dialogText, outcome.note.body }),
-        QStringList(
-            { u"1 file encrypted for 1 person, 1 could not be"_qs, u"Some files could not be encrypted"_qs,
-                u"pipe.txt: it could not be read"_qs, u"pipe.txt: it could not be read"_qs }));
-    QCOMPARE(outcome.files.size(), 2);
-    QCOMPARE(QStringList({ outcome.files[0].source, outcome.files[0].result, outcome.files[0].problem }),
-        QStringList({ fifo, QString(), u"it could not be read"_qs }));
-    QCOMPARE(QStringList({ outcome.files[1].source, outcome.files[1].result, outcome.files[1].problem }),
-        QStringList({ m_files + u"/ok.txt", m_encrypted + u"/ok.txt.vx", QString() }));
-    QCOMPARE(log.lines(), QStringList { u"Cannot read a file to send: "_qs + fifo });
-    QCOMPARE(entriesIn(m_encrypted), QStringList { u"ok.txt.vx"_qs });
-    // Nothing malformed went out. (An earlier test's stalled request may still be logged late.)
-    for (const QJsonValue& request : m_sim->requests()) {
-        for (const QString& part : PhoneSimProcess::partsOf(request))
-            QVERIFY2(!part.startsWith(u"f | ") && !part.startsWith(u"pipe | "), qPrintable(part));
-    }
+    // (A run leaves such a file out before sending: someFilesCannotBeDone.)
 
     // A file put in another's place after the request was made is not sent for it.
     write(m_files + u"/swapped.txt"_qs, "first");
@@ -604,116 +459,23 @@ void TestOperations::onlyRegularFilesAreSent()
     QCOMPARE(all.results.size(), 600);
 }
 
-void TestOperations::interruptionsLeaveNothing_data()
-{
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QJsonValue>("value");
-    QTest::addColumn<Stage>("stage"); // reached, then:
-    QTest::addColumn<qint64>("newSize"); // the file changes size; < 0: the user cancels
-    const qint64 cancel = -1;
-    QTest::newRow("file grows while sent") << "hold" << QJsonValue(true) << Stage::Sending << (65LL << 20);
-    QTest::newRow("file shrinks while sent") << "hold" << QJsonValue(true) << Stage::Sending << (1LL << 20);
-    QTest::newRow("cancel while sending") << "hold" << QJsonValue(true) << Stage::Sending << cancel;
-    QTest::newRow("cancel while waiting") << "noAnswer" << QJsonValue(true) << Stage::Waiting << cancel;
-    QTest::newRow("cancel while receiving")
-        << "stallAfterBytes" << QJsonValue(100000) << Stage::Receiving << cancel;
-    // Held inside the move of its result: what had landed goes again, and no success is told.
-    QTest::newRow("cancel while moving in") << "delayMs" << QJsonValue(0) << Stage::MovingIn << cancel;
-}
-
-void TestOperations::interruptionsLeaveNothing()
-{
-    QFETCH(QString, fault);
-    QFETCH(QJsonValue, value);
-    QFETCH(Stage, stage);
-    QFETCH(qint64, newSize);
-    const QString big = m_files + u"/big.bin"_qs;
-    write(big, randomBytes(stage == Stage::Sending ? 64 << 20 : 1000, 5));
-    const QStringList before = snapshot(m_encrypted);
-    // "hold": the phone reads nothing until told, so the upload stalls part-way.
-    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { fault, value } }));
-    EncryptTask encrypt({ big }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
-    QSignalSpy finished(&encrypt, &OperationTask::finished);
-    bool reached = false;
-    connect(&encrypt, &OperationTask::progress, this, [&reached, stage](Stage s, qint64 done) {
-        reached |= s == stage && (done > 0 || s != Stage::Sending);
-    });
-    static std::atomic<bool> holdLink, linkReached, linkReleased;
-    holdLink = stage == Stage::MovingIn;
-    linkReached = linkReleased = false;
-    SafeArchive::setLinkFunctionsForTesting([](const char* from, const char* to) {
-        if (holdLink.exchange(false)) {
-            linkReached = true;
-            while (!linkReleased)
-                std::this_thread::yield();
-        }
-        return ::link(from, to);
-    });
-    encrypt.start();
-    QTRY_VERIFY_WITH_TIMEOUT(stage == Stage::MovingIn ? linkReached.load() : reached, 10000);
-    QElapsedTimer clock;
-    clock.start();
-    if (newSize < 0) {
-        encrypt.cancel();
-        linkReleased = true;
-    } else {
-        QVERIFY(QFile::resize(big, newSize));
-        m_sim->clearFaults(); // the phone reads on
-    }
-    QVERIFY(finished.wait(30000));
-    const auto result = finished.at(0).at(0).value<OperationTask::Result>();
-    QCOMPARE(snapshot(m_encrypted), before);
-    m_sim->clearFaults();
-    if (newSize >= 0) {
-        QCOMPARE(int(result.outcome), int(Outcome::Failed));
-        QCOMPARE(result.message,
-            QStringLiteral("big.bin changed while it was being sent. Nothing was saved; please try again."));
-        return;
-    }
-    QCOMPARE(int(result.outcome), int(Outcome::Cancelled));
-    QVERIFY(result.title.isEmpty()); // a cancel tells nothing
-    // 200 ms is what the transfer loop promises; the margin is for a busy machine.
-    QVERIFY2(clock.elapsed() < 700, qPrintable(QString::number(clock.elapsed())));
-}
-
-void TestOperations::taskDestroyedWhileRunning()
-{
-    write(m_files + u"/f.txt"_qs, "bytes");
-    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
-    auto* encrypt
-        = new EncryptTask({ m_files + u"/f.txt"_qs }, u"a@x;"_qs, m_encrypted, url("/encryptFile/"));
-    QSignalSpy progress(encrypt, &OperationTask::progress);
-    encrypt->start();
-    QTRY_VERIFY_WITH_TIMEOUT(!progress.isEmpty(), 5000);
-    QVERIFY(!QDir(m_encrypted).isEmpty()); // the operation's folder
-    // The worker is stopped before the members it reads go (AddressSanitizer would see it).
-    QElapsedTimer clock;
-    clock.start();
-    delete encrypt;
-    QVERIFY(clock.elapsed() < 1000);
-    QVERIFY(QDir(m_encrypted).isEmpty());
-    // The worker has ended, so all it queued is queued: delivering it must reach no gone task.
-    QCoreApplication::sendPostedEvents();
-    m_sim->clearFaults();
-}
-
 namespace {
 
 // Writes a zip by hand, for what no installed writer makes: xz and zstd entries, and names
-// without the UTF-8 flag. Run by python3 in a folder holding t.txt; writes out.zip.
+// without the UTF-8 flag. Run by python3 in a folder holding t.txt.vx; writes out.zip.
 const char* handmadeZip = R"(
 import lzma, struct, subprocess, sys, zlib
-data = open("t.txt", "rb").read()
+data = open("t.txt.vx", "rb").read()
 kind = sys.argv[1]
-name, flags, method, packed = b"t.txt", 0, 0, data
+name, flags, method, packed = b"t.txt.vx", 0, 0, data
 if kind == "xz":
     method, packed = 95, lzma.compress(data, format=lzma.FORMAT_XZ)
 elif kind == "zstd":
     method, packed = 93, subprocess.run(["zstd", "-q", "-c"], input=data, capture_output=True, check=True).stdout
 elif kind == "cp437":
-    name = b"caf\x82 \x9a.txt"
+    name = b"caf\x82 \x9a.txt.vx"
 elif kind == "lyingFlag":
-    name, flags = b"caf\x82.txt", 0x800
+    name, flags = b"caf\x82.txt.vx", 0x800
 crc = zlib.crc32(data)
 local = struct.pack("<IHHHHHIIIHH", 0x04034B50, 63, flags, method, 0, 0x21, crc, len(packed), len(data), len(name), 0) + name
 central = struct.pack("<IHHHHHHIIIHHHHHII", 0x02014B50, 0x31E, 63, flags, method, 0, 0x21, crc, len(packed),
@@ -732,128 +494,193 @@ class Pipe(io.RawIOBase):
     def write(self, b): return self.f.write(b)
 method = getattr(zipfile, "ZIP_" + sys.argv[1])
 with open("out.zip", "wb") as f, zipfile.ZipFile(Pipe(f), "w", method) as z:
-    for n in ("r.bin", "t.txt"):
+    for n in ("r.bin.vx", "t.txt.vx"):
         with z.open(n, "w", force_zip64=True) as e:
             e.write(open(n, "rb").read())
 )";
 
 } // namespace
 
-void TestOperations::everyZipAPhoneMayWrite_data()
+// Replies of every kind, and the room they may take: what the simulator sends whole when told
+// (true, hostile or broken), and the zips every writer a phone may use makes of r.bin.vx and
+// t.txt.vx. Refused whole with their reason, or taken without what no result may be.
+void TestOperations::replies_data()
 {
-    QTest::addColumn<QString>("command"); // run by sh in a folder holding r.bin, t.txt and sub/
-    QTest::addColumn<QStringList>("landed"); // empty: refused, with `reason`
+    QTest::addColumn<QString>("reply"); // a simulator's archive, or a writer's command run by sh in a
+                                        // folder holding r.bin.vx, t.txt.vx and sub/; empty: the true reply
+    QTest::addColumn<QList<qint64>>(
+        "free"); // each look at the free space, beyond the reserve; none: the disk's
+    QTest::addColumn<QStringList>("landed"); // beside an earlier result; empty: refused, with `refusal`
     QTest::addColumn<bool>("keptWhole"); // read from the disk, not in one pass
-    QTest::addColumn<QString>("reason");
-    const QStringList both { u"r.bin"_qs, u"t.txt"_qs };
-    const QStringList text { u"t.txt"_qs };
+    QTest::addColumn<QString>("refusal"); // the dialog's text (%1: the result folder)
+    const auto sim = [](const char* tag, const char* kind, const QString& refusal, QList<qint64> free = {}) {
+        QTest::newRow(tag) << QString::fromLatin1(kind) << free
+                           << (refusal.isEmpty() ? QStringList { u"good.txt.vx"_qs } : QStringList()) << false
+                           << refusal;
+    };
+    const QString notSaved = u"The phone's reply could not be saved: "_qs;
+    const auto writer = [&notSaved](const QString& tag, const QString& command, const QStringList& landed,
+                            bool keptWhole = false, const QString& reason = {}) {
+        QTest::newRow(qPrintable(tag)) << command << QList<qint64>() << landed << keptWhole
+                                       << (reason.isEmpty() ? reason : notSaved + reason + u'.');
+    };
+    const QString damaged = notSaved + u"it is damaged or not a zip archive."_qs;
+    const QString badName = notSaved + u"it holds a file whose name cannot be used (%1)."_qs;
+    const QString noRoom = u"There is not enough free space in %1."_qs;
+    const QString longName = QString(29, u'n') + QChar(0x2026) + QString(22, u'n') + u".txt.vx";
+    sim("escape", "escape", badName.arg(u"../escape.txt"_qs));
+    sim("absolute", "absolute", badName.arg(u"/tmp/varnex-absolute.txt"_qs));
+    sim("symlink", "symlink", notSaved + u"it holds a link or a special file (link.vx)."_qs);
+    sim("long name", "longName", badName.arg(longName));
+    sim("control character", "controlChar", badName.arg(u"bell\uFFFD.txt.vx"_qs));
+    sim("leading dot", "leadingDot", badName.arg(u".hidden.vx"_qs));
+    sim("corrupt", "corrupt", damaged);
+    sim("empty", "empty", notSaved + u"it is empty."_qs);
+    sim("connection drops inside an entry", "truncated", u"Connection timeout"_qs);
+    sim("damaged inside an entry", "corruptData", damaged);
+    sim("one entry too many", "tooMany", notSaved + u"it holds more than 10000 files."_qs);
+    sim("a sub-folder", "subfolder", {});
+    // More results than files sent: what no file asked for is named in the result, never landed.
+    sim("an unmatched entry", "unmatched", {});
+    sim("too little room before sending", "", noRoom, { 1000 });
+    sim("reply outgrows the room", "", noRoom, { 1LL << 30, 1000 });
+    sim("content outgrows the room", "bomb", noRoom, { 1LL << 30, 50LL << 20 });
+    // 100 MiB from 100 KB is a thousand-fold: real files (logs, sparse images) do that.
+    sim("thousand-fold with room", "bomb", {}, { 1LL << 30 });
+
+    const QStringList both { u"r.bin.vx"_qs, u"t.txt.vx"_qs };
+    const QStringList text { u"t.txt.vx"_qs };
+    const QString files = u"r.bin.vx t.txt.vx"_qs;
     const QString password = u"it is protected by a password, which Varnex cannot open"_qs;
     const auto python = [](const char* script, const char* arg) -> QString {
         return u"python3 - "_qs + QLatin1String(arg) + u" <<'EOF'\n"_qs + QLatin1String(script)
             + u"\nEOF\n"_qs;
     };
-    const auto row = [](const QString& tag, const QString& command, const QStringList& landed,
-                         bool keptWhole = false, const QString& reason = {}) {
-        QTest::newRow(qPrintable(tag)) << command << landed << keptWhole << reason;
-    };
-    row(u"Info-ZIP, deflate"_qs, u"zip -q out.zip r.bin t.txt"_qs, both);
-    row(u"Info-ZIP, stored"_qs, u"zip -q -0 out.zip r.bin t.txt"_qs, both);
-    row(u"Info-ZIP to a pipe, deflate"_qs, u"zip -q - r.bin t.txt | cat > out.zip"_qs, both);
-    row(u"Info-ZIP to a pipe, stored"_qs, u"zip -q -0 - r.bin t.txt | cat > out.zip"_qs, both);
-    row(u"Info-ZIP, folders and a Mac's resource files"_qs,
-        u"mkdir -p __MACOSX && cp t.txt __MACOSX/._t.txt && zip -q -r out.zip t.txt sub __MACOSX"_qs, text);
-    row(u"Info-ZIP, password"_qs, u"zip -q -P secret out.zip t.txt"_qs, {}, false, password);
-    row(u"bsdtar, deflate"_qs, u"bsdtar -c --format zip -f out.zip r.bin t.txt"_qs, both);
-    row(u"bsdtar, stored"_qs,
-        u"bsdtar -c --format zip --options zip:compression=store -f out.zip r.bin t.txt"_qs, both);
-    row(u"bsdtar to a pipe"_qs, u"bsdtar -c --format zip -f - r.bin t.txt | cat > out.zip"_qs, both);
-    for (const QString method : { u"BZip2"_qs, u"LZMA"_qs, u"PPMd"_qs, u"Deflate"_qs })
-        row(u"7z, "_qs + method, u"7z a -tzip -mm=%1 out.zip r.bin t.txt >/dev/null"_qs.arg(method), both);
-    row(u"7z, AES password"_qs, u"7z a -tzip -psecret -mem=AES256 out.zip t.txt >/dev/null"_qs, {}, false,
-        password);
-    for (const QString method : { u"LZMA"_qs, u"BZIP2"_qs, u"STORED"_qs })
-        row(u"Python, "_qs + method,
-            u"python3 -c \"import zipfile as z; a = z.ZipFile('out.zip', 'w', z.ZIP_%1); a.write('r.bin'); a.write('t.txt'); a.close()\""_qs
+    writer(u"Info-ZIP, deflate"_qs, u"zip -q out.zip "_qs + files, both);
+    writer(u"Info-ZIP, stored"_qs, u"zip -q -0 out.zip "_qs + files, both);
+    writer(u"Info-ZIP to a pipe, deflate"_qs, u"zip -q - %1 | cat > out.zip"_qs.arg(files), both);
+    writer(u"Info-ZIP to a pipe, stored"_qs, u"zip -q -0 - %1 | cat > out.zip"_qs.arg(files), both);
+    writer(u"Info-ZIP, folders and a Mac's resource files"_qs,
+        u"mkdir -p __MACOSX && cp t.txt.vx __MACOSX/._t.txt.vx && zip -q -r out.zip t.txt.vx sub __MACOSX"_qs,
+        text);
+    writer(u"Info-ZIP, password"_qs, u"zip -q -P secret out.zip t.txt.vx"_qs, {}, false, password);
+    writer(u"bsdtar, deflate"_qs, u"bsdtar -c --format zip -f out.zip "_qs + files, both);
+    writer(u"bsdtar, stored"_qs,
+        u"bsdtar -c --format zip --options zip:compression=store -f out.zip "_qs + files, both);
+    writer(u"bsdtar to a pipe"_qs, u"bsdtar -c --format zip -f - %1 | cat > out.zip"_qs.arg(files), both);
+    for (const QString& method : { u"BZip2"_qs, u"LZMA"_qs, u"PPMd"_qs, u"Deflate"_qs })
+        writer(u"7z, "_qs + method, u"7z a -tzip -mm=%1 out.zip %2 >/dev/null"_qs.arg(method, files), both);
+    writer(u"7z, AES password"_qs, u"7z a -tzip -psecret -mem=AES256 out.zip t.txt.vx >/dev/null"_qs, {},
+        false, password);
+    for (const QString& method : { u"LZMA"_qs, u"BZIP2"_qs, u"STORED"_qs })
+        writer(u"Python, "_qs + method,
+            u"python3 -c \"import zipfile as z; a = z.ZipFile('out.zip', 'w', z.ZIP_%1); a.write('r.bin.vx'); a.write('t.txt.vx'); a.close()\""_qs
                 .arg(method),
             both);
-    row(u"Python to a pipe, zip64, stored"_qs, python(streamedZip64, "STORED"), both, true);
-    row(u"Python to a pipe, zip64, deflate"_qs, python(streamedZip64, "DEFLATED"), both);
+    writer(u"Python to a pipe, zip64, stored"_qs, python(streamedZip64, "STORED"), both, true);
+    writer(u"Python to a pipe, zip64, deflate"_qs, python(streamedZip64, "DEFLATED"), both);
     // Of unknown length, only deflate ends by itself in one pass.
-    row(u"Python to a pipe, zip64, LZMA"_qs, python(streamedZip64, "LZMA"), both, true);
-    row(u"Python to a pipe, zip64, bzip2"_qs, python(streamedZip64, "BZIP2"), both, true);
-    row(u"xz"_qs, python(handmadeZip, "xz"), text);
-    row(u"zstd"_qs, python(handmadeZip, "zstd"), text);
-    row(u"legacy name, code page 437"_qs, python(handmadeZip, "cp437"), { u"caf\u00e9 \u00dc.txt"_qs });
-    row(u"UTF-8 flag on a name that is not UTF-8"_qs, python(handmadeZip, "lyingFlag"), {}, false,
+    writer(u"Python to a pipe, zip64, LZMA"_qs, python(streamedZip64, "LZMA"), both, true);
+    writer(u"Python to a pipe, zip64, bzip2"_qs, python(streamedZip64, "BZIP2"), both, true);
+    writer(u"xz"_qs, python(handmadeZip, "xz"), text);
+    writer(u"zstd"_qs, python(handmadeZip, "zstd"), text);
+    writer(u"legacy name, code page 437"_qs, python(handmadeZip, "cp437"), { u"caf\u00e9 \u00dc.txt.vx"_qs });
+    writer(u"UTF-8 flag on a name that is not UTF-8"_qs, python(handmadeZip, "lyingFlag"), {}, false,
         u"it holds a file whose name cannot be used (\ufffd)"_qs);
 }
 
-void TestOperations::everyZipAPhoneMayWrite()
+void TestOperations::replies()
 {
-    QFETCH(QString, command);
+    QFETCH(QString, reply);
+    QFETCH(QList<qint64>, free);
     QFETCH(QStringList, landed);
     QFETCH(bool, keptWhole);
-    QFETCH(QString, reason);
+    QFETCH(QString, refusal);
     const QString folder = m_dir.filePath(u"writers"_qs);
-    QDir(folder).removeRecursively();
-    QDir().mkpath(folder + u"/sub"_qs);
-    write(folder + u"/r.bin"_qs, randomBytes(300000, 7));
-    QByteArray text;
-    for (int i = 0; i < 20000; ++i)
-        text += QByteArray::number(i) + '\n';
-    write(folder + u"/t.txt"_qs, text);
-    write(folder + u"/sub/inner.txt"_qs, "inside a folder");
-    QProcess writer;
-    writer.setWorkingDirectory(folder);
-    writer.start(u"sh"_qs, { u"-c"_qs, command });
-    QVERIFY(writer.waitForFinished(60000));
-    QVERIFY2(writer.exitCode() == 0 && QFileInfo::exists(folder + u"/out.zip"_qs),
-        writer.readAllStandardError().constData());
-
-    // The files whose results the reply holds are sent (their bytes play no part here).
-    QList<DecryptTask::Intake> sent;
-    for (const QString& name : landed.isEmpty() ? QStringList { u"t.txt"_qs } : landed) {
-        write(m_files + u'/' + name + u".vx", "sealed");
-        sent.append({ m_files + u'/' + name + u".vx", true });
+    QJsonObject fault { { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, reply } };
+    if (reply.contains(u' ')) { // a writer's zip
+        QDir(folder).removeRecursively();
+        QDir().mkpath(folder + u"/sub"_qs);
+        write(folder + u"/r.bin.vx"_qs, randomBytes(300000, 7));
+        QByteArray text;
+        for (int i = 0; i < 20000; ++i)
+            text += QByteArray::number(i) + '\n';
+        write(folder + u"/t.txt.vx"_qs, text);
+        write(folder + u"/sub/inner.txt.vx"_qs, "inside a folder");
+        QProcess writer;
+        writer.setWorkingDirectory(folder);
+        writer.start(u"sh"_qs, { u"-c"_qs, reply });
+        QVERIFY(writer.waitForFinished(60000));
+        QVERIFY2(writer.exitCode() == 0 && QFileInfo::exists(folder + u"/out.zip"_qs),
+            writer.readAllStandardError().constData());
+        fault = { { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, u"file"_qs },
+            { u"file"_qs, QString(folder + u"/out.zip") } };
+    } else if (reply == u"tooMany") {
+        QVERIFY(writeOneEntryTooMany(folder + u".zip"));
+        fault = { { u"path"_qs, u"/encryptFile/"_qs }, { u"archive"_qs, u"file"_qs },
+            { u"file"_qs, QString(folder + u".zip") } };
     }
-    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/decryptFile/"_qs }, { u"archive"_qs, u"file"_qs },
-        { u"file"_qs, QString(folder + u"/out.zip"_qs) } }));
+    QVERIFY(reply.isEmpty() || m_sim->setFault(fault));
+    if (!free.isEmpty())
+        playFreeSpace(free);
+    // The files whose results the reply holds are sent (a writer's reply is the same whatever they hold).
+    QStringList sent;
+    for (const QString& name : landed.isEmpty() ? QStringList { u"t.txt.vx"_qs } : landed) {
+        sent.append(m_files + u'/' + name.chopped(3));
+        write(sent.last(), randomBytes(100000, 9));
+    }
+    write(m_encrypted + u"/earlier.txt"_qs, "earlier");
+    const QStringList before = snapshot(m_encrypted);
+    // The row's own recipient tells its request from a late one of an earlier test.
+    const QString recipient = QString::fromLatin1(QTest::currentDataTag()).remove(u' ') + u"@x;";
     const LogCapture log;
-    DecryptTask decrypt(sent, m_decrypted, url("/decryptFile/"));
+    EncryptTask encrypt(sent, recipient, m_encrypted, url("/encryptFile/"));
     QList<Stage> stages;
-    connect(&decrypt, &OperationTask::progress, this, [&stages](Stage s) {
+    connect(&encrypt, &OperationTask::progress, this, [&stages](Stage s) {
         if (s != Stage::MovingIn && (stages.isEmpty() || stages.last() != s))
             stages.append(s);
     });
-    const auto result = runTask(decrypt);
+    const auto result = runTask(encrypt);
+    const QJsonArray requests = m_sim->requests();
+    QCOMPARE(std::count_if(requests.begin(), requests.end(),
+                 [&](const QJsonValue& r) {
+                     return PhoneSimProcess::partsOf(r).value(0) == u"emails=" + recipient;
+                 }),
+        free == QList<qint64> { 1000 } ? 0 : 1); // nothing goes without room for its reply
     // Receiving and unpacking are one stage, unless the reply had to be kept whole first.
+    QVERIFY(landed.isEmpty() || stages.contains(Stage::Receiving));
     QCOMPARE(stages.contains(Stage::Unpacking), keptWhole && !landed.isEmpty());
-    QVERIFY(stages.contains(Stage::Receiving));
     const QStringList lines = log.lines();
     const bool spilled = std::any_of(lines.begin(), lines.end(),
         [](const QString& l) { return l.contains(u"cannot be read in one pass"); });
     QCOMPARE(spilled, keptWhole);
-    QCOMPARE(QDir(m_decrypted).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), landed);
-    if (landed.isEmpty()) {
-        QCOMPARE(result.message, u"The phone's reply could not be saved: "_qs + reason + u'.');
+    if (!landed.isEmpty()) {
+        QCOMPARE(int(result.outcome), int(Outcome::Succeeded));
+        QVERIFY(result.title.isEmpty());
+        // No folder, nothing from inside one, no operation folder left behind.
+        landed << u"earlier.txt"_qs;
+        landed.sort();
+        QCOMPARE(entriesIn(m_encrypted), landed);
+        QCOMPARE(
+            result.ignored, reply == u"unmatched" ? QStringList { u"not-uploaded.bin"_qs } : QStringList());
+        QVERIFY(reply != u"bomb" || QFileInfo(m_encrypted + u"/good.txt.vx"_qs).size() == 100LL << 20);
+        for (const QString& path : result.written) {
+            const QString source = path.endsWith(u"r.bin.vx") ? u"/r.bin.vx"_qs : u"/t.txt.vx"_qs;
+            QVERIFY(!reply.contains(u' ') || read(path) == read(folder + source));
+        }
         return;
     }
-    QCOMPARE(int(result.outcome), int(Outcome::Succeeded));
-    for (const QString& name : landed) {
-        const QString source = name.endsWith(u".bin") ? u"/r.bin"_qs : u"/t.txt"_qs;
-        QCOMPARE(read(m_decrypted + u'/' + name), read(folder + source));
-    }
-}
-
-OperationRun::Outcome TestOperations::finish(OperationRun* run)
-{
-    std::unique_ptr<OperationRun> owned(run);
-    QSignalSpy finished(run, &OperationRun::finished);
-    if (!run->isRunning())
-        run->start();
-    if (!finished.wait(20000))
-        return { OperationTask::Outcome::Failed, u"timed out"_qs };
-    return finished.at(0).at(0).value<OperationRun::Outcome>();
+    QCOMPARE(int(result.outcome), int(Outcome::Failed));
+    QCOMPARE(result.title, u"Encryption failed"_qs);
+    QCOMPARE(result.message, QString(refusal).replace(u"%1"_qs, m_encrypted));
+    // The phone's names can neither garble the dialog, nor run past its edge, nor forge log lines.
+    const auto control = [](QChar c) { return c.unicode() < 0x20; };
+    for (const QString& line : lines)
+        QVERIFY2(std::none_of(line.begin(), line.end(), control), qPrintable(line));
+    QVERIFY(result.written.isEmpty());
+    QCOMPARE(snapshot(m_encrypted), before); // nothing partial, no operation folder
+    QVERIFY(!QFileInfo::exists(u"/tmp/varnex-absolute.txt"_qs));
+    QVERIFY(!QFileInfo::exists(m_encrypted + u"/../escape.txt"_qs));
 }
 
 void TestOperations::encryptThenDecrypt_data()
@@ -862,46 +689,36 @@ void TestOperations::encryptThenDecrypt_data()
     QTest::addColumn<QStringList>("taken"); // earlier results: E/ encrypted, D/ decrypted
     QTest::addColumn<int>("audience");
     QTest::addColumn<QStringList>("encrypted"); // the summary and the note
-    QTest::addColumn<QStringList>("sent"); // the parts of the request, as the phone read them
+    QTest::addColumn<QStringList>("sent"); // the file parts of the request, as the phone read them
     QTest::addColumn<QStringList>("decrypted");
     QTest::addColumn<QStringList>("returned");
-    const QString type = u"type=MacOS(v1.0.0)"_qs;
-    QTest::newRow("one file for one person")
-        << QStringList { u"minutes.txt"_qs } << QStringList() << 1
-        << QStringList { u"1 file encrypted for 1 person"_qs, u"minutes.txt.vx"_qs }
-        << QStringList { u"emails=a@x.org;b@y.org;c@z.org;"_qs, type,
-               u"minutes | minutes.txt | text/plain | 3145735"_qs }
-        << QStringList { u"1 file decrypted"_qs, u"minutes.txt"_qs }
-        << QStringList { type, u"minutes.txt | minutes.txt.vx | application/octet-stream | 3146970"_qs };
-    // A dot-file: its result, named as sent, lands both ways.
-    QTest::newRow("a dot-file") << QStringList { u".env"_qs } << QStringList() << 1
-                                << QStringList { u"1 file encrypted for 1 person"_qs, u".env.vx"_qs }
-                                << QStringList { u"emails=a@x.org;b@y.org;c@z.org;"_qs, type,
-                                       u" | .env | application/octet-stream | 3145735"_qs }
-                                << QStringList { u"1 file decrypted"_qs, u".env"_qs }
-                                << QStringList { type,
-                                       u".env | .env.vx | application/octet-stream | 3146970"_qs };
+    const auto row = [](const char* tag, const QStringList& names, const QStringList& taken, int audience,
+                         const QStringList& encrypted, const QStringList& sent, const QStringList& decrypted,
+                         const QStringList& returned) {
+        QTest::newRow(tag) << names << taken << audience << encrypted << sent << decrypted << returned;
+    };
+    // One file, a dot-file: its result, named as sent, lands both ways.
+    row("a dot-file for one person", { u".env"_qs }, {}, 1,
+        { u"1 file encrypted for 1 person"_qs, u".env.vx"_qs },
+        { u" | .env | application/octet-stream | 3145735"_qs }, { u"1 file decrypted"_qs, u".env"_qs },
+        { u".env | .env.vx | application/octet-stream | 3146970"_qs });
     // No extension, quotes, 252 bytes (".vx" fits within 255), and earlier results of the same
     // names in both folders: the counters must fit as well, both ways.
     const QString l = QString(248, u'l');
     const QString l1 = l.left(244) + u" (1)";
-    QTest::newRow("four files for three people, their names taken")
-        << QStringList { u"report.pdf"_qs, u"notes"_qs, u"say \"hi\".txt"_qs, l + u".txt" }
-        << QStringList { u"E/report.pdf.vx"_qs, u"E/"_qs + l + u".txt.vx", u"D/report (1).pdf"_qs,
-               u"D/"_qs + l1 + u".txt" }
-        << 3
-        << QStringList { u"4 files encrypted for 3 people"_qs,
-               u"report (1).pdf.vx, notes.vx, say \"hi\".txt.vx, …"_qs }
-        << QStringList { u"emails=a@x.org;b@y.org;c@z.org;"_qs, type,
-               u"report (1) | report (1).pdf | application/pdf | 3145735"_qs,
-               u" | notes | application/octet-stream | 14"_qs,
-               u"say %22hi%22 | say %22hi%22.txt | text/plain | 21"_qs,
-               l1 + u" | " + l1 + u".txt | text/plain | 261" }
-        << QStringList { u"4 files decrypted"_qs, u"report (1) (1).pdf, notes, say \"hi\".txt, …"_qs }
-        << QStringList { type, u"report (1).pdf | report (1).pdf.vx | application/octet-stream | 3146970"_qs,
-               u"notes | notes.vx | application/octet-stream | 433"_qs,
-               u"say %22hi%22.txt | say %22hi%22.txt.vx | application/octet-stream | 440"_qs,
-               l1 + u".txt | " + l1 + u".txt.vx | application/octet-stream | 680" };
+    row("four files for three people, their names taken",
+        { u"report.pdf"_qs, u"notes"_qs, u"say \"hi\".txt"_qs, l + u".txt" },
+        { u"E/report.pdf.vx"_qs, u"E/"_qs + l + u".txt.vx", u"D/report (1).pdf"_qs, u"D/"_qs + l1 + u".txt" },
+        3, { u"4 files encrypted for 3 people"_qs, u"report (1).pdf.vx, notes.vx, say \"hi\".txt.vx, …"_qs },
+        { u"report (1) | report (1).pdf | application/pdf | 3145735"_qs,
+            u" | notes | application/octet-stream | 14"_qs,
+            u"say %22hi%22 | say %22hi%22.txt | text/plain | 21"_qs,
+            l1 + u" | " + l1 + u".txt | text/plain | 261" },
+        { u"4 files decrypted"_qs, u"report (1) (1).pdf, notes, say \"hi\".txt, …"_qs },
+        { u"report (1).pdf | report (1).pdf.vx | application/octet-stream | 3146970"_qs,
+            u"notes | notes.vx | application/octet-stream | 433"_qs,
+            u"say %22hi%22.txt | say %22hi%22.txt.vx | application/octet-stream | 440"_qs,
+            l1 + u".txt | " + l1 + u".txt.vx | application/octet-stream | 680" });
 }
 
 void TestOperations::encryptThenDecrypt()
@@ -958,7 +775,10 @@ void TestOperations::encryptThenDecrypt()
     QVERIFY(contentType.startsWith(u"multipart/form-data; boundary=") && !contentType.contains(u'"'));
     QVERIFY(headers.contains(u"content-length"));
     QVERIFY(!headers.contains(u"expect") && !headers.contains(u"transfer-encoding"));
-    QTEST(PhoneSimProcess::partsOf(request), "sent");
+    const QString type = u"type=MacOS(v1.0.0)"_qs;
+    QFETCH(QStringList, sent);
+    QCOMPARE(PhoneSimProcess::partsOf(request),
+        QStringList({ u"emails=a@x.org;b@y.org;c@z.org;"_qs, type }) + sent);
 
     m_sim->clearRequests();
     for (const QString& path : sealed.results)
@@ -971,7 +791,8 @@ void TestOperations::encryptThenDecrypt()
         QCOMPARE(read(opened.results.at(i)), contents.at(i));
         QCOMPARE(modeOf(opened.results.at(i)), mode_t(0600)); // plaintext is the user's alone
     }
-    QTEST(PhoneSimProcess::partsOf(m_sim->requests().at(0)), "returned");
+    QFETCH(QStringList, returned);
+    QCOMPARE(PhoneSimProcess::partsOf(m_sim->requests().at(0)), QStringList { type } + returned);
     // Earlier results untouched, and no operation folder left behind.
     for (const QString& earlier : taken)
         QCOMPARE(read((earlier.startsWith(u'E') ? m_encrypted : m_decrypted) + earlier.mid(1)),
@@ -979,80 +800,98 @@ void TestOperations::encryptThenDecrypt()
     QCOMPARE(entriesIn(m_encrypted).size() + entriesIn(m_decrypted).size(), 2 * names.size() + taken.size());
 }
 
-void TestOperations::decryptLandsWhatThePhoneCanOpen_data()
+// A batch of which some files cannot be done: what became of each, what the user is told, and
+// what it took to find out. One letter per file f<i>.txt (f<i>.txt.vx to decrypt), in list
+// order: g the phone can do it, b encrypted for someone else, u no longer there to be read,
+// p a pipe (only a regular file is sent).
+void TestOperations::someFilesCannotBeDone_data()
 {
-    // One letter per file f<i>.txt.vx, in list order: g for the signed-in user, b for someone
-    // else, u no longer there to be read.
+    QTest::addColumn<bool>("encrypt");
     QTest::addColumn<QString>("files");
-    QTest::addColumn<QStringList>("told"); // summary, dialog title and text
+    QTest::addColumn<QString>("told"); // summary | dialog title | dialog text
     QTest::addColumn<int>("requests"); // sent in all
+    const auto row = [](const char* tag, bool encrypt, const char* files, const QString& told, int requests) {
+        QTest::newRow(tag) << encrypt << QString::fromLatin1(files) << told << requests;
+    };
     const QString refused
         = u"f%1.txt.vx: the phone refused it: f%1.txt.vx is not readable by alex.morgan@example.com"_qs;
     const QString unreadable = u"f%1.txt.vx: it could not be read"_qs;
+    const QString partly = u"%1 files decrypted, 1 could not be | Some files could not be decrypted | "_qs;
+    const QString failed = u"Decryption failed | Decryption failed | "_qs;
     // Refused whole; the first half lands, so the other one holds the refusal and is halved
     // without being sent whole again.
-    QTest::newRow("one of five for someone else")
-        << "gggbg"
-        << QStringList { u"4 files decrypted, 1 could not be"_qs, u"Some files could not be decrypted"_qs,
-               refused.arg(3) }
-        << 5;
-    QTest::newRow("unreadable, left out") << "gug"
-                                          << QStringList { u"2 files decrypted, 1 could not be"_qs,
-                                                 u"Some files could not be decrypted"_qs, unreadable.arg(1) }
-                                          << 1;
-    QTest::newRow("every file refused") << "bb"
-                                        << QStringList { u"Decryption failed"_qs, u"Decryption failed"_qs,
-                                               u"Some of the files are encrypted for other users"_qs }
-                                        << 3;
-    QTest::newRow("none for their own reasons")
-        << "ub"
-        << QStringList { u"Decryption failed"_qs, u"Decryption failed"_qs,
-               unreadable.arg(0) + u'\n' + refused.arg(1) }
-        << 1;
+    row("one of five for someone else", false, "gggbg", partly.arg(4) + refused.arg(3), 5);
+    row("unreadable, left out", false, "gug", partly.arg(2) + unreadable.arg(1), 1);
+    row("every file refused", false, "bb", failed + u"Some of the files are encrypted for other users", 3);
+    row("none for their own reasons", false, "ub", failed + unreadable.arg(0) + u'\n' + refused.arg(1), 1);
+    row("a pipe among the files to encrypt", true, "pg",
+        u"1 file encrypted for 1 person, 1 could not be | Some files could not be encrypted | "
+        "f0.txt: it could not be read"_qs,
+        1);
 }
 
-void TestOperations::decryptLandsWhatThePhoneCanOpen()
+void TestOperations::someFilesCannotBeDone()
 {
+    QFETCH(bool, encrypt);
     QFETCH(QString, files);
-    QFETCH(QStringList, told);
     QFETCH(int, requests);
     QVERIFY(VxCrypto::initialize());
     const VxCrypto::KeyPair someoneElse = VxCrypto::makeKeyPair();
+    QStringList sources;
     QStringList mine;
     QList<DecryptTask::Intake> intake;
     for (int i = 0; i < files.size(); ++i) {
         const QString plain = m_files + u"/f%1.txt"_qs.arg(i);
-        write(plain, QByteArray(4000, char('a' + i))); // more than a part's head, as files are
+        sources.append(encrypt ? plain : plain + u".vx");
+        intake.append({ sources.last(), true });
+        if (files.at(i) == u'p')
+            QCOMPARE(::mkfifo(QFile::encodeName(sources.last()).constData(), 0600), 0);
+        else if (files.at(i) != u'u')
+            write(plain, QByteArray(4000, char('a' + i))); // more than a part's head, as files are
         if (files.at(i) == u'g')
             mine.append(plain);
         else if (files.at(i) == u'b')
             QVERIFY(
                 VxCrypto::encryptFile(plain, plain + u".vx", { { u"b@x.org"_qs, someoneElse.publicKey } }));
-        intake.append({ plain + u".vx", true });
     }
     EncryptTask seal(mine, u"alex.morgan@example.com;"_qs, m_files, url("/encryptFile/"));
-    QVERIFY(mine.isEmpty() || runTask(seal).outcome == Outcome::Succeeded);
+    QVERIFY(encrypt || mine.isEmpty() || runTask(seal).outcome == Outcome::Succeeded);
     m_sim->clearRequests();
 
-    OperationRun* run = OperationRun::decrypt(*m_session, m_decrypted, intake);
+    const QString folder = encrypt ? m_encrypted : m_decrypted;
+    OperationRun* run = encrypt ? OperationRun::encrypt(*m_session, folder, sources, u"a@x;"_qs, 1)
+                                : OperationRun::decrypt(*m_session, folder, intake);
     QSignalSpy bar(run, &OperationRun::stageChanged);
+    const LogCapture log;
     const auto outcome = finish(run);
-    QCOMPARE(QStringList({ outcome.summary, outcome.dialogTitle, outcome.dialogText }), told);
+    QTEST(told(outcome), "told");
+    QCOMPARE(outcome.note.body, outcome.dialogText);
     QCOMPARE(outcome.files.size(), files.size());
+    QStringList unreadable;
     for (int i = 0; i < files.size(); ++i) {
         const auto& f = outcome.files.at(i);
-        QCOMPARE(f.source, intake.at(i).path);
+        QCOMPARE(f.source, sources.at(i));
         const bool landed = files.at(i) == u'g';
-        QCOMPARE(f.result, landed ? m_decrypted + u"/f%1.txt"_qs.arg(i) : QString());
+        QCOMPARE(f.result, landed ? folder + u"/f%1.txt"_qs.arg(i) + (encrypt ? u".vx" : u"") : QString());
         QCOMPARE(f.problem.isEmpty(), landed);
-        QVERIFY(!landed || read(f.result) == QByteArray(4000, char('a' + i)));
+        QVERIFY(!landed || encrypt || read(f.result) == QByteArray(4000, char('a' + i)));
+        if (files.at(i) == u'u' || files.at(i) == u'p')
+            unreadable.append(u"Cannot read a file to send: " + sources.at(i));
     }
-    // What it sent in all, and how it said so: the files checked of those sent.
+    QCOMPARE(entriesIn(folder).size(), files.count(u'g')); // and no operation folder
+    QCOMPARE(log.lines().filter(u"Cannot read"_qs), unreadable);
+    // What it sent in all, and how it said so: the files checked of those sent. A file that
+    // cannot be read is in no request.
     const QJsonArray sent = m_sim->requests();
     QCOMPARE(sent.size(), requests);
     qint64 bytes = 0;
-    for (const QJsonValue& r : sent)
+    for (const QJsonValue& r : sent) {
         bytes += r[u"headers"_qs][u"content-length"_qs].toString().toLongLong();
+        for (const QString& part : PhoneSimProcess::partsOf(r))
+            QVERIFY2(std::none_of(unreadable.begin(), unreadable.end(),
+                         [&](const QString& line) { return part.contains(line.section(u'/', -1)); }),
+                qPrintable(part));
+    }
     QVERIFY(bytes <= 3 * sent.at(0)[u"headers"_qs][u"content-length"_qs].toString().toLongLong());
     const auto checking = std::find_if(bar.begin(), bar.end(),
         [](const QList<QVariant>& a) { return a.at(0) == u"Checking which files the phone can open…"_qs; });
@@ -1060,115 +899,168 @@ void TestOperations::decryptLandsWhatThePhoneCanOpen()
     QVERIFY(checking == bar.end() || checking->at(2).toInt() == files.count(u'g') + files.count(u'b'));
 }
 
-void TestOperations::failuresAreTold_data()
+// Every way a run ends without results: the phone fails, refuses or is lost; a file changes
+// while it is sent; the user cancels at each stage; the run is dropped. Nothing is left behind,
+// a cancel tells nothing and comes at once, and a failure is told alike in the summary, the
+// dialog and the notification.
+void TestOperations::endingWithoutResults_data()
 {
     QTest::addColumn<bool>("encrypt");
     QTest::addColumn<QJsonObject>("fault"); // empty: nothing listens
-    QTest::addColumn<bool>("phoneLost"); // the phone goes away once the run is waiting
-    QTest::addColumn<QString>("text"); // the title names the operation
-    const auto fault = [](const char* key, const QJsonValue& value) {
-        return QJsonObject { { u"path"_qs, u"*"_qs }, { QLatin1String(key), value } };
+    QTest::addColumn<Stage>("stage"); // reached, then:
+    QTest::addColumn<QString>(
+        "act"); // "cancel", "lose" the phone, "grow" or "shrink" the file, "drop" the run
+    QTest::addColumn<QString>("text"); // the dialog's; empty: nothing is told
+    const auto row = [](const char* tag, bool encrypt, const QJsonObject& fault, const QString& text,
+                         Stage stage = Stage::Sending, const char* act = "") {
+        QTest::newRow(tag) << encrypt << fault << stage << QString::fromLatin1(act) << text;
     };
-    QJsonObject droppedRefusal = fault("status", 400);
+    QJsonObject droppedRefusal = onEveryPath("status", 400);
     droppedRefusal.insert(u"closeAfterBytes", 3);
+    const QJsonObject silent = onEveryPath("noAnswer", true);
+    // "hold": the phone reads nothing until told, so the upload stalls part-way.
+    const QJsonObject held = onEveryPath("hold", true);
     const QString timeout = u"Connection timeout"_qs;
-    const QString others = u"Some of the files are encrypted for other users"_qs;
     const QString lost
         = u"Contact with the phone was lost, so the operation was stopped. Nothing was changed: "
           "your files and the result folder are as they were."_qs;
-    QTest::newRow("encrypt 500") << true << fault("status", 500) << false << timeout;
-    QTest::newRow("encrypt 400") << true << fault("status", 400) << false << timeout;
-    QTest::newRow("encrypt reply cut off") << true << fault("closeAfterBytes", 10) << false << timeout;
-    QTest::newRow("encrypt refused") << true << QJsonObject() << false << timeout;
-    QTest::newRow("decrypt 400, connection dropped") << false << droppedRefusal << false << others;
-    QTest::newRow("decrypt 500") << false << fault("status", 500) << false << timeout;
-    QTest::newRow("decrypt refused") << false << QJsonObject() << false << timeout;
-    QTest::newRow("phone lost while encrypting") << true << fault("noAnswer", true) << true << lost;
-    QTest::newRow("phone lost while decrypting") << false << fault("noAnswer", true) << true << lost;
+    const QString changed
+        = u"big.bin.vx changed while it was being sent. Nothing was saved; please try again."_qs;
+    row("encrypt 500", true, onEveryPath("status", 500), timeout);
+    row("encrypt 400", true, onEveryPath("status", 400), timeout);
+    row("encrypt reply cut off", true, onEveryPath("closeAfterBytes", 10), timeout);
+    row("encrypt refused", true, {}, timeout);
+    row("decrypt 400, connection dropped", false, droppedRefusal,
+        u"Some of the files are encrypted for other users"_qs);
+    row("decrypt 500", false, onEveryPath("status", 500), timeout);
+    row("decrypt refused", false, {}, timeout);
+    row("phone lost while encrypting", true, silent, lost, Stage::Waiting, "lose");
+    row("phone lost while decrypting", false, silent, lost, Stage::Waiting, "lose");
+    row("file grows while sent", true, held, changed, Stage::Sending, "grow");
+    row("file shrinks while sent", true, held, changed, Stage::Sending, "shrink");
+    row("cancel while sending", true, held, {}, Stage::Sending, "cancel");
+    row("cancel while waiting", true, silent, {}, Stage::Waiting, "cancel");
+    row("cancel while receiving", true, onEveryPath("stallAfterBytes", 100000), {}, Stage::Receiving,
+        "cancel");
+    // Held inside the move of its result: what had landed goes again, and no success is told.
+    row("cancel while moving in", true, onEveryPath("delayMs", 0), {}, Stage::MovingIn, "cancel");
+    row("run dropped while waiting", true, silent, {}, Stage::Waiting, "drop");
 }
 
-void TestOperations::failuresAreTold()
+void TestOperations::endingWithoutResults()
 {
     QFETCH(bool, encrypt);
     QFETCH(QJsonObject, fault);
-    QFETCH(bool, phoneLost);
+    QFETCH(Stage, stage);
+    QFETCH(QString, act);
     QFETCH(QString, text);
     Session nobody(1); // nothing listens on port 1
     nobody.setPhoneIPAddress(u"127.0.0.1"_qs);
     nobody.setPhoneConnected(true);
-    const Session& session = fault.isEmpty() ? nobody : *m_session;
     QVERIFY(fault.isEmpty() || m_sim->setFault(fault));
-    const QString file = m_files + u"/a.txt.vx"_qs;
-    write(file, "sealed");
+    const QString file = m_files + u"/big.bin.vx"_qs;
+    write(file, randomBytes(stage == Stage::Sending && !act.isEmpty() ? 64 << 20 : 1000, 5));
+    const Session& session = fault.isEmpty() ? nobody : *m_session;
     const QString folder = encrypt ? m_encrypted : m_decrypted;
-    OperationRun* run = encrypt ? OperationRun::encrypt(session, folder, { file }, u"a@x.org;"_qs, 1)
-                                : OperationRun::decrypt(session, folder, { { file, true } });
-    if (phoneLost) {
-        run->start();
-        QTRY_COMPARE_WITH_TIMEOUT(run->stageText(), u"Waiting for the phone..."_qs, 10000);
-        m_session->setPhoneConnected(false);
+    std::unique_ptr<OperationRun> run(encrypt
+            ? OperationRun::encrypt(session, folder, { file }, u"a@x.org;"_qs, 1)
+            : OperationRun::decrypt(session, folder, { { file, true } }));
+    QCOMPARE(run->stageText(), u"Connecting to the phone..."_qs); // no figures before the transfer measures
+    bool reached = false;
+    connect(run->task(), &OperationTask::progress, this, [&reached, stage](Stage s, qint64 done) {
+        reached |= s == stage && (done > 0 || s != Stage::Sending);
+    });
+    static std::atomic<bool> holdLink, linkReached, linkReleased;
+    holdLink = stage == Stage::MovingIn;
+    linkReached = linkReleased = false;
+    SafeArchive::setLinkFunctionsForTesting([](const char* from, const char* to) {
+        if (holdLink.exchange(false)) {
+            linkReached = true;
+            while (!linkReleased)
+                std::this_thread::yield();
+        }
+        return ::link(from, to);
+    });
+    QSignalSpy finished(run.get(), &OperationRun::finished);
+    run->start();
+    QTRY_VERIFY_WITH_TIMEOUT(
+        act.isEmpty() || (stage == Stage::MovingIn ? linkReached.load() : reached), 10000);
+    QElapsedTimer clock;
+    clock.start();
+    if (act == u"drop") {
+        QVERIFY(!QDir(folder).isEmpty()); // the operation's folder
+        // The worker is stopped before the members it reads go (AddressSanitizer would see it).
+        run.reset();
+        QVERIFY(clock.elapsed() < 1000);
+        QVERIFY(QDir(folder).isEmpty());
+        // The worker has ended, so all it queued is queued: delivering it must reach no gone task.
+        QCoreApplication::sendPostedEvents();
+        return;
     }
-    const auto outcome = finish(run);
-    QCOMPARE(outcome.outcome,
-        text == u"Some of the files are encrypted for other users" ? OperationTask::Outcome::Refused
-                                                                   : OperationTask::Outcome::Failed);
-    QCOMPARE(outcome.stopped, phoneLost); // a lost phone leaves the user's choices for another try
-    QCOMPARE(outcome.dialogTitle, encrypt ? u"Encryption failed"_qs : u"Decryption failed"_qs);
-    QCOMPARE(outcome.dialogText, text);
-    // The summary line and the notification say what the dialog says; a failure has nothing to
-    // show, and leaves nothing behind.
-    QCOMPARE(outcome.summary, outcome.dialogTitle);
+    if (act == u"cancel") {
+        if (stage == Stage::Waiting) {
+            QCOMPARE(run->stageText(), u"Waiting for the phone..."_qs);
+            QCOMPARE(run->detailText(), u"Waiting for 0:00"_qs);
+            // Counted on while the phone is silent (a busy machine may skip a second).
+            static const QRegularExpression later(u"^Waiting for 0:(0[1-9]|[1-5]\\d)$"_qs);
+            QTRY_VERIFY_WITH_TIMEOUT(later.match(run->detailText()).hasMatch(), 10000);
+            clock.start();
+        }
+        run->cancel();
+        linkReleased = true;
+        QCOMPARE(run->stageText(), u"Cancelling..."_qs);
+        QCOMPARE(run->detailText(), QString());
+        m_session->setPhoneConnected(false); // a loss after a cancel is still a cancel
+    } else if (act == u"lose") {
+        m_session->setPhoneConnected(false);
+    } else if (!act.isEmpty()) {
+        QVERIFY(QFile::resize(file, act == u"grow" ? 65LL << 20 : 1LL << 20));
+        m_sim->clearFaults(); // the phone reads on
+    }
+    QVERIFY(finished.wait(30000));
+    const auto outcome = finished.at(0).at(0).value<OperationRun::Outcome>();
+    QCOMPARE(entriesIn(m_encrypted) + entriesIn(m_decrypted), QStringList()); // nothing partial
+    if (text.isEmpty()) {
+        QVERIFY(outcome.cancelled() && outcome.stopped);
+        QVERIFY(outcome.summary.isEmpty() && outcome.dialogTitle.isEmpty() && outcome.note.summary.isEmpty());
+        // 200 ms is what the transfer loop promises; the margin is for a busy machine.
+        QVERIFY2(clock.elapsed() < 700, qPrintable(QString::number(clock.elapsed())));
+        return;
+    }
+    const QString title = encrypt ? u"Encryption failed"_qs : u"Decryption failed"_qs;
+    QCOMPARE(told(outcome), QStringList({ title, title, text }).join(u" | "));
+    QCOMPARE(outcome.outcome, text.startsWith(u"Some of the files") ? Outcome::Refused : Outcome::Failed);
+    QCOMPARE(outcome.stopped, act == u"lose"); // a lost phone leaves the user's choices for another try
     QCOMPARE(outcome.note.summary, outcome.dialogTitle);
     QCOMPARE(outcome.note.body, outcome.dialogText);
     QVERIFY(outcome.note.folder.isEmpty() && outcome.results.isEmpty());
     QVERIFY(outcome.files.size() == 1 && outcome.files[0].result.isEmpty()
         && !outcome.files[0].problem.isEmpty());
-    QCOMPARE(entriesIn(m_encrypted) + entriesIn(m_decrypted), QStringList());
-}
-
-void TestOperations::waitingIsCountedUntilTheUserCancels()
-{
-    write(m_files + u"/slow.txt"_qs, QByteArray(200'000, 's'));
-    QVERIFY(m_sim->setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
-    OperationRun* run
-        = OperationRun::encrypt(*m_session, m_encrypted, { m_files + u"/slow.txt"_qs }, u"a@x;"_qs, 1);
-    QCOMPARE(run->stageText(), u"Connecting to the phone..."_qs); // no figures before the transfer measures
-    run->start();
-    QTRY_COMPARE_WITH_TIMEOUT(run->detailText(), u"Waiting for 0:00"_qs, 10000);
-    QCOMPARE(run->stageText(), u"Waiting for the phone..."_qs);
-    // Counted on while the phone is silent (a busy machine may skip a second).
-    static const QRegularExpression later(u"^Waiting for 0:(0[1-9]|[1-5]\\d)$"_qs);
-    QTRY_VERIFY_WITH_TIMEOUT(later.match(run->detailText()).hasMatch(), 10000);
-    run->cancel();
-    QCOMPARE(run->stageText(), u"Cancelling..."_qs);
-    QCOMPARE(run->detailText(), QString());
-    m_session->setPhoneConnected(false); // a loss after a cancel is still a cancel
-    const auto outcome = finish(run);
-    QVERIFY(outcome.cancelled() && outcome.stopped);
-    QVERIFY(outcome.summary.isEmpty() && outcome.dialogTitle.isEmpty() && outcome.note.summary.isEmpty());
-    QCOMPARE(entriesIn(m_encrypted), QStringList());
 }
 
 void TestOperations::transferFigures_data()
 {
-    // Samples as (done, msecs) at a steady 1 MB/s unless said otherwise, total 10 MB.
+    // Samples as (done, msecs), at a steady 1 MB/s unless said otherwise.
     QTest::addColumn<Samples>("samples");
-    QTest::addColumn<qint64>("total");
+    QTest::addColumn<qint64>("total"); // 0: unknown
     QTest::addColumn<double>("rate"); // expected bytes per second; < 0: none yet
-    QTest::addColumn<qint64>("left"); // expected seconds left; < 0: none
-    using S = Samples;
-    QTest::newRow("nothing before a second")
-        << S { { 0, 0 }, { 500'000, 500 } } << 10'000'000LL << -1.0 << -1LL;
-    QTest::newRow("steady") << S { { 0, 0 }, { 1'000'000, 1000 }, { 2'000'000, 2000 }, { 4'000'000, 4000 } }
-                            << 10'000'000LL << 1'000'000.0 << 6LL;
-    QTest::newRow("total unknown: speed only")
-        << S { { 0, 0 }, { 1'000'000, 1000 }, { 2'000'000, 2000 } } << 0LL << 1'000'000.0 << -1LL;
-    QTest::newRow("stalled: no time left")
-        << S { { 0, 0 }, { 0, 1000 }, { 0, 2000 } } << 10'000'000LL << 0.0 << -1LL;
-    QTest::newRow("count goes back: a new start")
-        << S { { 0, 0 }, { 5'000'000, 1000 }, { 100, 1500 }, { 200, 1800 } } << 10'000'000LL << -1.0 << -1LL;
-    QTest::newRow("close samples gather")
-        << S { { 0, 0 }, { 10, 1 }, { 20, 2 }, { 1'000'000, 1000 } } << 10'000'000LL << 1'000'000.0 << 9LL;
+    QTest::addColumn<QString>("shown"); // under the stage
+    const auto row = [](const char* tag, const Samples& samples, qint64 total, double rate,
+                         const QString& shown) { QTest::newRow(tag) << samples << total << rate << shown; };
+    const Samples second { { 0, 0 }, { 1'000'000, 1000 } };
+    row("nothing before a second", { { 0, 0 }, { 500'000, 500 } }, 10'000'000, -1, {});
+    row("steady", { { 0, 0 }, { 1'000'000, 1000 }, { 2'000'000, 2000 }, { 4'000'000, 4000 } }, 10'000'000,
+        1e6, u"1.0 MB/s · 0:06 left"_qs);
+    row("total unknown: speed only", second, 0, 1e6, u"1.0 MB/s"_qs);
+    row("stalled: no time left", { { 0, 0 }, { 0, 1000 }, { 0, 2000 } }, 10'000'000, 0, u"0 B/s"_qs);
+    row("count goes back: a new start", { { 0, 0 }, { 5'000'000, 1000 }, { 100, 1500 }, { 200, 1800 } },
+        10'000'000, -1, {});
+    row("close samples gather", { { 0, 0 }, { 10, 1 }, { 20, 2 }, { 1'000'000, 1000 } }, 10'000'000, 1e6,
+        u"1.0 MB/s · 0:09 left"_qs);
+    row("done", second, 1'000'000, 1e6, u"1.0 MB/s · 0:00 left"_qs);
+    row("minutes left", second, 751'000'000, 1e6, u"1.0 MB/s · 12:30 left"_qs);
+    row("hours left", second, 3'724'000'000, 1e6, u"1.0 MB/s · 1:02:03 left"_qs);
+    row("one and a half", { { 0, 0 }, { 1'500'000, 1000 } }, 0, 1.5e6, u"1.5 MB/s"_qs);
 }
 
 void TestOperations::transferFigures()
@@ -1176,18 +1068,11 @@ void TestOperations::transferFigures()
     QFETCH(Samples, samples);
     QFETCH(qint64, total);
     QFETCH(double, rate);
-    QFETCH(qint64, left);
     TransferRate r;
     for (const auto& [done, ms] : samples)
         r.sample(done, total, ms);
-    if (rate < 0) {
-        QVERIFY(!r.bytesPerSecond());
-        QVERIFY(r.describe().isEmpty());
-    } else {
-        QVERIFY(r.bytesPerSecond());
-        QVERIFY(qAbs(*r.bytesPerSecond() - rate) < 1.0);
-    }
-    QCOMPARE(r.secondsLeft().value_or(-1), left);
+    QVERIFY(qAbs(r.bytesPerSecond().value_or(-1) - rate) < 1.0);
+    QTEST(r.describe(), "shown");
 }
 
 void TestOperations::transferBurstsDoNotMakeItJump()
@@ -1208,24 +1093,6 @@ void TestOperations::transferBurstsDoNotMakeItJump()
     }
     // Raw half-second rates swing between 0 and 4 MB/s; the figure shown stays near 1 MB/s.
     QVERIFY2(lowest > 0.6e6 && highest < 1.6e6, qPrintable(u"%1 .. %2"_qs.arg(lowest).arg(highest)));
-}
-
-void TestOperations::durations_data()
-{
-    QTest::addColumn<qint64>("seconds");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("zero") << 0LL << u"0:00"_qs;
-    QTest::newRow("seconds") << 7LL << u"0:07"_qs;
-    QTest::newRow("minutes") << 750LL << u"12:30"_qs;
-    QTest::newRow("hours") << 3723LL << u"1:02:03"_qs;
-    QTest::newRow("negative") << -5LL << u"0:00"_qs;
-}
-
-void TestOperations::durations()
-{
-    QFETCH(qint64, seconds);
-    QTEST(TransferRate::formatDuration(seconds), "text");
-    QCOMPARE(TransferRate::formatRate(1'500'000), u"1.5 MB/s"_qs);
 }
 
 QTEST_GUILESS_MAIN(TestOperations)

@@ -56,8 +56,6 @@ private Q_SLOTS:
     void addressRule_data();
     void addressRule();
     void candidatesAndOwnAddresses();
-    void pairingExtraction_data();
-    void pairingExtraction();
     void pairingMessageRules_data();
     void pairingMessageRules();
     void watchdog_data();
@@ -65,17 +63,14 @@ private Q_SLOTS:
     void waitingPlaces_data();
     void waitingPlaces();
     void aCrowdRepostingCannotKeepANewPhoneOut();
-    void theTrustedPhonePairsAtOnce_data();
-    void theTrustedPhonePairsAtOnce();
+    void aMessageWhileAPhoneIsTrusted_data();
+    void aMessageWhileAPhoneIsTrusted();
     void requestsThatMustNotPair_data();
     void requestsThatMustNotPair();
     void slowHeadIsDroppedWhileAnotherPeerPairs();
-    void connectionCaps();
     void aFloodFromManyAddressesLeavesThePhoneAnswered();
     void pairingBurstsAnswer429UntilTheWindowPasses();
     void aListenerThatCannotStartSaysWhyAndRetries();
-    void anotherPhoneWaitsForTheUser_data();
-    void anotherPhoneWaitsForTheUser();
     void changeSignalBurstsAreCoalesced_data();
     void changeSignalBurstsAreCoalesced();
 
@@ -87,7 +82,7 @@ private:
     void trust(const QString& address = u"127.0.0.7"_qs, const QString& email = u"ann@example.com"_qs,
         const QString& name = u"My phone"_qs, const QString& baseURL = u"http://127.0.0.7:8080/"_qs);
     // The trusted phone is found at its address.
-    void connectTrusted();
+    void connectTrusted(PhoneConnection::Options options = {});
     // Runs what the listener handed to the main thread.
     void deliver() { QCoreApplication::sendPostedEvents(m_phone.get(), QEvent::MetaCall); }
     int post(const QByteArray& path, const QByteArray& body, const char* from = "127.0.0.7");
@@ -112,22 +107,20 @@ QByteArray pairingRequest(const QByteArray& body, const QByteArray& headers = {}
     return LoopbackClient::request("POST", "/myInformation", body, headers);
 }
 
-// The phone the session and the stored settings name.
-void verifyPhone(const QString& ip, const QString& name, const QString& email, std::optional<QString> baseURL)
+// The phone the session and the stored settings name: "address|name|e-mail|base URL".
+QString phoneNow()
 {
-    QCOMPARE(Session::instance().phoneIPAddress(), ip);
-    QCOMPARE(Session::instance().mobileDeviceName(), name);
-    QCOMPARE(Settings::string(Settings::userEmailKey), email);
-    QCOMPARE(Settings::string(Settings::baseUrlKey), baseURL);
+    return QStringList { Session::instance().phoneIPAddress(), Session::instance().mobileDeviceName(),
+        Settings::string(Settings::userEmailKey).value_or(QString()),
+        Settings::string(Settings::baseUrlKey).value_or(QString()) }
+        .join(u'|');
 }
 
-void verifyNothingChanged(const PhoneConnection& phone)
+// The trusted phone the same way; empty when there is none.
+QString described(const std::optional<TrustedPhone>& phone)
 {
-    QVERIFY(!phone.session().isPhoneConnected());
-    QCOMPARE(phone.session().phoneIPAddress(), QString());
-    QCOMPARE(Settings::string(Settings::userEmailKey), std::nullopt);
-    QCOMPARE(Settings::string(Settings::baseUrlKey), std::nullopt);
-    QVERIFY(!phone.pending());
+    return phone ? QStringList { phone->address, phone->name, phone->email, phone->baseURL }.join(u'|')
+                 : QString();
 }
 
 // The phone's GET requests whose path contains `pathPart`.
@@ -176,9 +169,10 @@ void TestPairing::trust(
     makePhone();
 }
 
-void TestPairing::connectTrusted()
+void TestPairing::connectTrusted(PhoneConnection::Options options)
 {
     trust();
+    makePhone(options);
     m_phone->start();
     QTRY_VERIFY(m_phone->session().isPhoneConnected());
 }
@@ -207,29 +201,26 @@ void TestPairing::addressRule_data()
     QTest::addColumn<Interfaces>("interfaces");
     QTest::addColumn<bool>("macOS");
     QTest::addColumn<QString>("address"); // empty: none
+    const auto row = [](const char* tag, const QString& address, const Interfaces& interfaces,
+                         bool macOS = false) { QTest::newRow(tag) << interfaces << macOS << address; };
     const InterfaceEntry loopback = lan(u"lo"_qs, { u"127.0.0.1"_qs }, InterfaceKind::Loopback);
     const InterfaceEntry wlan = lan(u"wlan0"_qs, { u"192.168.1.4"_qs }, InterfaceKind::Wifi);
-    QTest::newRow("last address wins")
-        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.5"_qs, u"10.0.0.7"_qs }) } << false << u"10.0.0.7"_qs;
-    QTest::newRow("ipv6 last gives none")
-        << Interfaces { lan(u"eth0"_qs, { u"10.0.0.7"_qs, u"fe80::1"_qs }), wlan } << false << QString();
-    QTest::newRow("loopback skipped") << Interfaces { loopback, wlan } << false << u"192.168.1.4"_qs;
-    QTest::newRow("virtual by name skipped") << Interfaces { lan(u"docker0"_qs, { u"172.17.0.1"_qs }),
-        lan(u"veth12"_qs, { u"172.18.0.1"_qs }), lan(u"enp3s0"_qs, { u"192.168.0.9"_qs }) }
-                                             << false << u"192.168.0.9"_qs;
-    QTest::newRow("virtual kind skipped") << Interfaces {
-        lan(u"tailnet"_qs, { u"100.64.0.1"_qs }, InterfaceKind::Virtual), lan(u"eno1"_qs, { u"10.1.1.1"_qs })
-    } << false << u"10.1.1.1"_qs;
-    QTest::newRow("down skipped") << Interfaces {
-        lan(u"eth0"_qs, { u"10.0.0.5"_qs }, InterfaceKind::Ethernet, false),
-        lan(u"eth1"_qs, { u"10.0.0.6"_qs })
-    } << false << u"10.0.0.6"_qs;
-    QTest::newRow("no lan at all") << Interfaces { loopback } << false << QString();
-    QTest::newRow("macOS: en0 only") << Interfaces { lan(u"en1"_qs, { u"10.0.0.2"_qs }),
-        lan(u"en0"_qs, { u"fe80::2"_qs, u"10.0.0.7"_qs }) }
-                                     << true << u"10.0.0.7"_qs;
-    QTest::newRow("three dots in ipv6")
-        << Interfaces { lan(u"eth0"_qs, { u"::ffff:1.2.3"_qs }) } << false << QString();
+    row("last address wins", u"10.0.0.7"_qs, { lan(u"eth0"_qs, { u"10.0.0.5"_qs, u"10.0.0.7"_qs }) });
+    row("ipv6 last gives none", {}, { lan(u"eth0"_qs, { u"10.0.0.7"_qs, u"fe80::1"_qs }), wlan });
+    row("loopback skipped", u"192.168.1.4"_qs, { loopback, wlan });
+    row("virtual by name skipped", u"192.168.0.9"_qs,
+        { lan(u"docker0"_qs, { u"172.17.0.1"_qs }), lan(u"veth12"_qs, { u"172.18.0.1"_qs }),
+            lan(u"enp3s0"_qs, { u"192.168.0.9"_qs }) });
+    row("virtual kind skipped", u"10.1.1.1"_qs,
+        { lan(u"tailnet"_qs, { u"100.64.0.1"_qs }, InterfaceKind::Virtual),
+            lan(u"eno1"_qs, { u"10.1.1.1"_qs }) });
+    row("down skipped", u"10.0.0.6"_qs,
+        { lan(u"eth0"_qs, { u"10.0.0.5"_qs }, InterfaceKind::Ethernet, false),
+            lan(u"eth1"_qs, { u"10.0.0.6"_qs }) });
+    row("no lan at all", {}, { loopback });
+    row("macOS: en0 only", u"10.0.0.7"_qs,
+        { lan(u"en1"_qs, { u"10.0.0.2"_qs }), lan(u"en0"_qs, { u"fe80::2"_qs, u"10.0.0.7"_qs }) }, true);
+    row("three dots in ipv6", {}, { lan(u"eth0"_qs, { u"::ffff:1.2.3"_qs }) });
 }
 
 void TestPairing::addressRule()
@@ -252,117 +243,97 @@ void TestPairing::candidatesAndOwnAddresses()
         (QSet<quint32> { 0xC0A80104, 0xC0A80105, 0xAC110001, 0x0A000003 }));
 }
 
-void TestPairing::pairingExtraction_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("accepted");
-    QTest::addColumn<QString>("ip");
-    QTest::addColumn<QString>("name");
-    const auto row = [](const char* tag, const QByteArray& body, bool accepted, const char* ip = "",
-                         const char* name = "") {
-        QTest::newRow(tag) << body << accepted << QString::fromUtf8(ip) << QString::fromUtf8(name);
-    };
-    row("all members",
-        R"({"ip":"10.0.0.7","mobileDeviceName":"Ann’s phone","email":"a@b.c","baseURL":"http://10.0.0.7:8080/"})",
-        true, "10.0.0.7", "Ann’s phone");
-    row("pretty printed", "{\n  \"ip\" : \"1.2.3.4\"\n}\n", true, "1.2.3.4");
-    row("no members", "{}", true);
-    row("non-string members", R"({"ip":5,"mobileDeviceName":null})", true);
-    row("text before object", R"(x={"ip":"1.1.1.1"})", true, "1.1.1.1");
-    row("array of objects", R"([{"ip":"1.1.1.1"}])", false);
-    row("nested object", R"({"ip":"1.1.1.1","x":{"y":1}})", false);
-    // Only a "{" cuts the text, so an array of plain values slips through, as it always has.
-    row("array of scalars", R"({"ip":"1.1.1.1","x":[1]})", true, "1.1.1.1");
-    row("brace in string", R"({"ip":"1.{1"})", false);
-    row("no brace", "ip=1.1.1.1", false);
-    row("empty", QByteArray(), false);
-    row("only brace", "{", false);
-    row("not json", "{ip:1}", false);
-    row("trailing text", R"({"ip":"1"} tail)", false);
-}
-
-void TestPairing::pairingExtraction()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(bool, accepted);
-    const auto message = parsePairingMessage("POST", "/myInformation", body);
-    QCOMPARE(message.has_value(), accepted);
-    if (message) {
-        QTEST(message->ip, "ip");
-        QTEST(message->mobileDeviceName, "name");
-    }
-}
-
-// What a pairing message must be before anyone looks at it, judged on the parsed request with
-// the sender's address, as the listener hands it over.
+// What a pairing message must be before anyone looks at it, judged on the request with the
+// sender's address, as the listener hands it over. Its object is the text after the first "{"
+// up to the next "{", as the phone's listener always read it: a flat object is read; an array,
+// a nested object or array, or a "{" inside a string is not.
 void TestPairing::pairingMessageRules_data()
 {
-    QTest::addColumn<QString>("ip");
+    QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("peer");
-    QTest::addColumn<QString>("email"); // a null string: no "email" member
     QTest::addColumn<bool>("loopbackAllowed");
-    QTest::addColumn<QString>("refusal"); // empty: accepted, else the start of the logged reason
-    const auto row = [](const char* tag, const QString& ip, const QString& email, const QString& refusal,
-                         const QString& peer = {}, bool loopbackAllowed = true) {
-        QTest::newRow(tag) << ip << (peer.isNull() ? ip : peer) << email << loopbackAllowed << refusal;
+    QTest::addColumn<QString>("outcome"); // "200 " and the name taken, or "400 " and the reason logged
+    const auto raw = [](const char* tag, const QByteArray& body, const QString& outcome) {
+        QTest::newRow(tag) << body << u"10.0.0.7"_qs << true << outcome;
     };
+    const auto row = [](const char* tag, const QString& ip, const QString& email, const QString& outcome,
+                         const QString& peer = {}, bool loopbackAllowed = true) {
+        QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, u"Phone"_qs } };
+        if (!email.isNull())
+            message.insert(u"email"_qs, email);
+        QTest::newRow(tag) << QJsonDocument(message).toJson(QJsonDocument::Compact)
+                           << (peer.isNull() ? ip : peer) << loopbackAllowed << outcome;
+    };
+    const QString notLocal = u"400 \"ip\" is not a local IPv4 address: "_qs;
+    const QString unread = u"400 "_qs;
+    raw("all members",
+        R"({"ip":"10.0.0.7","mobileDeviceName":"Ann’s phone","email":"a@b.c","baseURL":"http://10.0.0.7:8080/"})",
+        u"200 Ann’s phone"_qs);
+    raw("pretty printed", "{\n  \"ip\" : \"1.2.3.4\"\n}\n", notLocal + u"1.2.3.4");
+    raw("no members", "{}", notLocal);
+    raw("non-string members", R"({"ip":5,"mobileDeviceName":null})", notLocal);
+    raw("text before object", R"(x={"ip":"1.1.1.1"})", notLocal + u"1.1.1.1");
+    raw("array of objects", R"([{"ip":"1.1.1.1"}])", unread);
+    raw("nested object", R"({"ip":"1.1.1.1","x":{"y":1}})", unread);
+    // Only a "{" cuts the text, so an array of plain values slips through, as it always has.
+    raw("array of scalars", R"({"ip":"10.0.0.7","x":[1]})", u"200 "_qs);
+    raw("brace in string", R"({"ip":"1.{1"})", unread);
+    raw("no brace", "ip=1.1.1.1", unread);
+    raw("empty", QByteArray(), unread);
+    raw("only brace", "{", unread);
+    raw("not json", "{ip:1}", unread);
+    raw("trailing text", R"({"ip":"1"} tail)", unread);
     const QString email = u"ann@example.com"_qs;
-    const QString notLocal = u"\"ip\" is not a local IPv4 address: "_qs;
-    row("private 10/8", u"10.0.0.7"_qs, email, {});
-    row("private 172.16/12", u"172.31.255.1"_qs, email, {});
-    row("private 192.168/16", u"192.168.1.20"_qs, email, {});
-    row("link-local", u"169.254.10.1"_qs, email, {});
-    row("shared 100.64/10", u"100.127.0.1"_qs, email, {});
-    row("loopback, allowed", u"127.0.0.1"_qs, email, {});
+    const QString ok = u"200 Phone"_qs;
+    row("private 10/8", u"10.0.0.7"_qs, email, ok);
+    row("private 172.16/12", u"172.31.255.1"_qs, email, ok);
+    row("private 192.168/16", u"192.168.1.20"_qs, email, ok);
+    row("link-local", u"169.254.10.1"_qs, email, ok);
+    row("shared 100.64/10", u"100.127.0.1"_qs, email, ok);
+    row("loopback, allowed", u"127.0.0.1"_qs, email, ok);
     // Any account on the computer can bind loopback port 8080.
-    row("loopback", u"127.0.0.1"_qs, email, notLocal, {}, false);
+    row("loopback", u"127.0.0.1"_qs, email, notLocal + u"127.0.0.1", {}, false);
     for (const char* ip : { "172.32.0.1", "100.128.0.1", "8.8.8.8", "evil.example", "evil.example:80/#",
              "10.0.0.7:80", "10.0.0.7/x", "::1", "fe80::1", "010.0.0.7", "10.0.0.256", "10.0.7", "10.0.0.7.1",
              "167772167", " 10.0.0.7", "" })
-        row(ip, QString::fromLatin1(ip), email, notLocal);
-    row("line break", u"10.0.0.7\n[MobileDeviceListener] forged"_qs, email, notLocal);
+        row(ip, QString::fromLatin1(ip), email, notLocal + QString::fromLatin1(ip));
+    const QString forged = u"10.0.0.7\n[MobileDeviceListener] forged"_qs;
+    row("line break", forged, email, notLocal + forged);
     // This computer's own addresses (see ownAddresses) are no phone's, like loopback.
-    row("this computer's address", u"192.168.1.5"_qs, email, u"\"ip\" is this computer's own address: "_qs,
-        {}, false);
-    row("this computer's address, allowed", u"192.168.1.5"_qs, email, {});
+    row("this computer's address", u"192.168.1.5"_qs, email,
+        u"400 \"ip\" is this computer's own address: 192.168.1.5"_qs, {}, false);
+    row("this computer's address, allowed", u"192.168.1.5"_qs, email, ok);
     // A real phone posts from its own address: a message naming another is someone else's.
-    row("ip copied from another host", u"192.168.1.20"_qs, email, u"\"ip\" names another address: "_qs,
-        u"192.168.1.66"_qs);
-    row("no e-mail", u"10.0.0.7"_qs, QString(), {});
-    row("e-mail of 254 bytes", u"10.0.0.7"_qs, QString(250, u'a') + u"@b.c", {});
-    const QString badEmail = u"not an e-mail address: "_qs;
-    row("e-mail of 255 bytes", u"10.0.0.7"_qs, QString(251, u'a') + u"@b.c", badEmail);
-    row("e-mail of 254 characters, more bytes", u"10.0.0.7"_qs, QString(249, u'ä') + u"@b.c", badEmail);
-    row("no @", u"10.0.0.7"_qs, u"ann.example.com"_qs, badEmail);
-    row("two @", u"10.0.0.7"_qs, u"ann@evil@example.com"_qs, badEmail);
-    row("space", u"10.0.0.7"_qs, u"ann @example.com"_qs, badEmail);
-    row("line break in e-mail", u"10.0.0.7"_qs, u"ann@example.com\n[PairingGate] forged"_qs, badEmail);
-    row("line separator", u"10.0.0.7"_qs, u"ann@example.com\u2028x"_qs, badEmail);
-    row("control character", u"10.0.0.7"_qs, u"ann@exa\x07mple.com"_qs, badEmail);
+    row("ip copied from another host", u"192.168.1.20"_qs, email,
+        u"400 \"ip\" names another address: 192.168.1.20"_qs, u"192.168.1.66"_qs);
+    row("no e-mail", u"10.0.0.7"_qs, QString(), ok);
+    row("e-mail of 254 bytes", u"10.0.0.7"_qs, QString(250, u'a') + u"@b.c", ok);
+    const auto badEmail = [&row](const char* tag, const QString& email) {
+        row(tag, u"10.0.0.7"_qs, email, u"400 not an e-mail address: "_qs + email);
+    };
+    badEmail("e-mail of 255 bytes", QString(251, u'a') + u"@b.c");
+    badEmail("e-mail of 254 characters, more bytes", QString(249, u'ä') + u"@b.c");
+    badEmail("no @", u"ann.example.com"_qs);
+    badEmail("two @", u"ann@evil@example.com"_qs);
+    badEmail("space", u"ann @example.com"_qs);
+    badEmail("line break in e-mail", u"ann@example.com\n[PairingGate] forged"_qs);
+    badEmail("line separator", u"ann@example.com\u2028x"_qs);
+    badEmail("control character", u"ann@exa\x07mple.com"_qs);
 }
 
 void TestPairing::pairingMessageRules()
 {
-    QFETCH(QString, ip);
+    QFETCH(QByteArray, body);
     QFETCH(QString, peer);
-    QFETCH(QString, email);
     QFETCH(bool, loopbackAllowed);
-    QFETCH(QString, refusal);
     if (!loopbackAllowed)
         qunsetenv("VARNEX_ALLOW_LOOPBACK_PHONE");
-    QJsonObject message { { u"ip"_qs, ip }, { u"mobileDeviceName"_qs, u"Phone"_qs } };
-    if (!email.isNull())
-        message.insert(u"email"_qs, email);
-    ListenerRequest request;
-    request.method = "POST";
-    request.path = "/myInformation";
-    request.body = QJsonDocument(message).toJson(QJsonDocument::Compact);
+    const ListenerRequest request { "POST", "/myInformation", body };
     const ListenerOutcome outcome = handleListenerRequest(request, peer,
         AddressFinder::ownAddresses({ lan(u"wlan0"_qs, { u"192.168.1.5"_qs }, InterfaceKind::Wifi) }));
     qputenv("VARNEX_ALLOW_LOOPBACK_PHONE", "1");
-    QCOMPARE(outcome.status, refusal.isEmpty() ? 200 : 400);
-    QCOMPARE(outcome.pairing.has_value(), refusal.isEmpty());
-    QVERIFY2(outcome.refusal.startsWith(refusal), qPrintable(outcome.refusal));
+    const QString taken = outcome.pairing ? outcome.pairing->mobileDeviceName : outcome.refusal;
+    QTEST(QString(QString::number(outcome.status) + u' ' + taken), "outcome");
 }
 
 // The watchdog on a phone whose answers are scripted: lost only once pings have failed for
@@ -551,75 +522,117 @@ void TestPairing::aCrowdRepostingCannotKeepANewPhoneOut()
     QCOMPARE(int(crowdAnswers[2]), 0);
 }
 
-// The trusted phone's own messages take effect at once, with a new name; a new address or a
-// new base URL only while it no longer answers at its own address (its e-mail crosses the
-// network in clear). Anything else waits.
-void TestPairing::theTrustedPhonePairsAtOnce_data()
+// A message while a phone is trusted and connected. The trusted phone's own take effect at
+// once, with a new name; a new address or a new base URL only while it no longer answers at its
+// own address (its e-mail crosses the network in clear). Anything else waits for the user.
+void TestPairing::aMessageWhileAPhoneIsTrusted_data()
 {
     QTest::addColumn<QString>("ip");
-    QTest::addColumn<QString>("email");
+    QTest::addColumn<QString>("email"); // null: none
     QTest::addColumn<QString>("baseURL");
     QTest::addColumn<QString>("answers"); // the trusted phone at its address: "yes", "no", "stops" after
-    QTest::addColumn<bool>("atOnce");
-    QTest::addColumn<QString>("storedURL"); // once applied
+    QTest::addColumn<QString>("end"); // what ends a message that waits; "": nothing
+    QTest::addColumn<QString>("trusted"); // then, as described(); the same in the session and settings
+    const auto row = [](const char* tag, const char* ip, const QString& email, const QString& baseURL,
+                         const char* answers, const char* end, const QString& trusted) {
+        QTest::newRow(tag) << QString::fromLatin1(ip) << email << baseURL << QString::fromLatin1(answers)
+                           << QString::fromLatin1(end) << trusted;
+    };
     const QString ann = u"ann@example.com"_qs;
+    const QString eve = u"eve@example.com"_qs;
     const QString url = u"http://127.0.0.7:8080/"_qs;
     const QString port9090 = u"http://127.0.0.7:9090/"_qs;
     const QString other = u"http://127.0.0.8:8080/"_qs;
-    const auto row = [](const char* tag, const QString& ip, const QString& email, const QString& baseURL,
-                         const char* answers, bool atOnce, const QString& storedURL) {
-        QTest::newRow(tag) << ip << email << baseURL << answers << atOnce << storedURL;
-    };
-    row("a new name", u"127.0.0.7"_qs, ann, url, "yes", true, url);
-    row("without e-mail, from its address", u"127.0.0.7"_qs, QString(), url, "yes", true, url);
+    const QString eveUrl = u"http://127.0.0.99:8080/"_qs;
+    const QString mine = u"127.0.0.7|My phone|ann@example.com|"_qs + url; // as trusted
+    row("a new name", "127.0.0.7", ann, url, "yes", "", u"127.0.0.7|Renamed|ann@example.com|"_qs + url);
+    // The e-mail is kept when the message has none.
+    row("without e-mail, from its address", "127.0.0.7", QString(), url, "yes", "",
+        u"127.0.0.7|Renamed|ann@example.com|"_qs + url);
     // A base URL that is no web address is refused (and logged escaped); the rest applies.
-    row("a base URL that is no URL", u"127.0.0.7"_qs, ann, u"file:///home/ann/\n[BaseUrlStore] forged"_qs,
-        "yes", true, url);
-    row("another base URL, while it answers", u"127.0.0.7"_qs, ann, port9090, "yes", false, url);
-    row("another base URL, while it does not", u"127.0.0.7"_qs, ann, port9090, "no", true, port9090);
-    row("from another address, while it answers", u"127.0.0.8"_qs, ann, other, "yes", false, url);
-    row("from another address, while it does not", u"127.0.0.8"_qs, ann, other, "no", true, other);
-    row("from another address, then it stops answering", u"127.0.0.8"_qs, ann, other, "stops", true, other);
+    row("a base URL that is no URL", "127.0.0.7", ann, u"file:///home/ann/\n[BaseUrlStore] forged"_qs, "yes",
+        "", u"127.0.0.7|Renamed|ann@example.com|"_qs + url);
+    row("another base URL, while it answers", "127.0.0.7", ann, port9090, "yes", "", mine);
+    row("another base URL, while it does not", "127.0.0.7", ann, port9090, "no", "",
+        u"127.0.0.7|Renamed|ann@example.com|"_qs + port9090);
+    row("from another address, while it answers", "127.0.0.8", ann, other, "yes", "", mine);
+    row("from another address, while it does not", "127.0.0.8", ann, other, "no", "",
+        u"127.0.0.8|Renamed|ann@example.com|"_qs + other);
+    row("from another address, then it stops answering", "127.0.0.8", ann, other, "stops", "",
+        u"127.0.0.8|Renamed|ann@example.com|"_qs + other);
     // An absent e-mail proves nothing: from another address it is another phone.
-    row("without e-mail, from another address", u"127.0.0.8"_qs, QString(), url, "no", false, url);
-    row("another user at its address", u"127.0.0.7"_qs, u"eve@example.com"_qs, url, "yes", false, url);
+    row("without e-mail, from another address", "127.0.0.8", QString(), url, "no", "", mine);
+    row("another user at its address", "127.0.0.7", eve, url, "yes", "", mine);
+    // Another phone waits until the user answers.
+    const QString switched = u"127.0.0.99|Renamed|eve@example.com|"_qs;
+    row("Switch", "127.0.0.99", eve, eveUrl, "yes", "Switch", switched + eveUrl);
+    row("Ignore", "127.0.0.99", eve, eveUrl, "yes", "Ignore", mine);
+    row("no answer", "127.0.0.99", eve, eveUrl, "yes", "no answer", mine);
+    // The old phone's group service is not the new one's.
+    row("Switch to a phone without a base URL", "127.0.0.99", eve, {}, "yes", "Switch", switched);
+    // Back on the pairing screen the request is still there, and Pair takes it.
+    row("phone lost, then Pair", "127.0.0.99", eve, eveUrl, "yes", "lost", switched + eveUrl);
+    row("Forget this phone", "127.0.0.99", eve, eveUrl, "yes", "Forget", {});
 }
 
-void TestPairing::theTrustedPhonePairsAtOnce()
+void TestPairing::aMessageWhileAPhoneIsTrusted()
 {
     QFETCH(QString, ip);
     QFETCH(QString, email);
     QFETCH(QString, baseURL);
     QFETCH(QString, answers);
-    QFETCH(bool, atOnce);
-    QFETCH(QString, storedURL);
-    connectTrusted();
+    QFETCH(QString, end);
+    QFETCH(QString, trusted);
+    connectTrusted({ end == u"no answer" ? 400ms : 60s, {} });
+    const QString before = phoneNow();
+    const QString mine = described(m_phone->trustedPhone());
     if (answers == u"no") {
         m_phoneAnswers = false;
         QTRY_COMPARE(m_phone->state(), PhoneConnection::State::Lost);
     }
     SignalCounter replaced(&Session::instance(), &Session::phoneReplaced);
-    QCOMPARE(pair(ip, email, u"Renamed"_qs, baseURL), 200);
+    PhoneConnection& gate = *m_phone;
+    QCOMPARE(pair(ip, email, u"Renamed"_qs, baseURL), 200); // answered either way
     if (answers == u"stops") {
-        QVERIFY(m_phone->pending() && m_phone->resemblance(*m_phone->pending()).claimsTrusted);
+        QVERIFY(gate.pending() && gate.resemblance(*gate.pending()).claimsTrusted);
         m_phoneAnswers = false;
     }
-    const auto trusted = m_phone->trustedPhone();
-    QVERIFY(trusted);
-    if (atOnce) {
-        QTRY_COMPARE(Session::instance().phoneIPAddress(), ip);
-        verifyPhone(ip, u"Renamed"_qs, u"ann@example.com"_qs, storedURL); // the e-mail kept when absent
-        QCOMPARE(
-            *m_phone->trustedPhone(), (TrustedPhone { u"ann@example.com"_qs, u"Renamed"_qs, ip, storedURL }));
-        QCOMPARE(TrustedPhone::load(), m_phone->trustedPhone());
-        QVERIFY(!m_phone->pending());
-    } else {
-        QVERIFY(m_phone->pending());
-        QCOMPARE(Session::instance().mobileDeviceName(), u"My phone"_qs); // unchanged
-        QCOMPARE(trusted->address, u"127.0.0.7"_qs);
-        QCOMPARE(Settings::string(Settings::baseUrlKey), storedURL);
+    if (!end.isEmpty()) {
+        QVERIFY(gate.pending());
+        QCOMPARE(gate.pending()->peer, ip);
+        const quint64 id = gate.pending()->id;
+        QCOMPARE(phoneNow(), before); // nothing of the other phone's is stored until the user says so
+        if (end == u"Switch") {
+            QVERIFY(gate.acceptPending(id));
+        } else if (end == u"Ignore") {
+            gate.ignorePending(id);
+        } else if (end == u"lost") {
+            m_phoneAnswers = false;
+            QTRY_VERIFY(!Session::instance().isPhoneConnected());
+            QCOMPARE(gate.state(), PhoneConnection::State::Lost);
+            QCOMPARE(gate.pending().value_or(PendingPairing {}).id, id);
+            QVERIFY(gate.acceptPending(id));
+        } else if (end == u"Forget") {
+            gate.forget();
+            QCOMPARE(gate.pending().value_or(PendingPairing {}).id, id); // the user may still pair with it
+            gate.ignorePending(id);
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!gate.pending(), 5000);
+        QVERIFY(!gate.acceptPending(id)); // a late Switch does nothing
+        QCOMPARE(Session::instance().isPhoneConnected(), end != u"Forget");
     }
-    QCOMPARE(replaced.count(), 0); // the same phone keeps its screens
+    QTRY_COMPARE(described(gate.trustedPhone()), trusted);
+    QCOMPARE(described(TrustedPhone::load()), trusted);
+    QVERIFY(trusted.isEmpty() || phoneNow() == trusted);
+    QCOMPARE(bool(gate.pending()), end.isEmpty() && trusted == mine); // what waits, waits on
+    // The same phone keeps its screens; another gets fresh ones.
+    const bool another = trusted.startsWith(u"127.0.0.99");
+    QCOMPARE(replaced.count(), another || end == u"Forget" ? 1 : 0);
+    if (another) { // the phone switched away from is now a stranger
+        QCOMPARE(pair(u"127.0.0.7"_qs, u"ann@example.com"_qs, u"My phone"_qs, before.section(u'|', 3)), 200);
+        QTRY_COMPARE(gate.pending().value_or(PendingPairing {}).peer, u"127.0.0.7"_qs);
+        QCOMPARE(Session::instance().phoneIPAddress(), u"127.0.0.99"_qs);
+    }
 }
 
 void TestPairing::requestsThatMustNotPair_data()
@@ -633,7 +646,12 @@ void TestPairing::requestsThatMustNotPair_data()
                          const QByteArray& more = {}, const QString& logged = {}) {
         QTest::newRow(tag) << bytes << status << oneAnswer << more << logged;
     };
-    // What a message must be is judged in pairingExtraction and pairingMessageRules; here that a
+    // A head of its own: what the request line and headers say, then an empty line.
+    const auto head = [](const char* path, const QByteArray& headers = {}) -> QByteArray {
+        return "POST " + QByteArray(path) + " HTTP/1.1\r\nHost: d\r\n" + headers + "\r\n";
+    };
+    const QByteArray chunked = "Transfer-Encoding: chunked\r\n";
+    // What a message must be is judged in pairingMessageRules; here that a
     // refusal reaches the wire and changes nothing.
     row("no ip", pairingRequest(R"({"mobileDeviceName":"x"})"), 400);
     row("GET", LoopbackClient::request("GET", "/myInformation", phoneMessage), 404);
@@ -646,20 +664,12 @@ void TestPairing::requestsThatMustNotPair_data()
     row("gzip", pairingRequest(phoneMessage, "Content-Encoding: gzip\r\n"), 415);
     row("body over 64 KiB",
         pairingRequest(R"({"ip":"10.9.9.9","pad":")" + QByteArray(65 * 1024, 'x') + R"("})"), 413);
-    row("length over 64 KiB, nothing sent",
-        "POST /myInformation HTTP/1.1\r\nHost: d\r\nContent-Length: 70000\r\n\r\n", 413);
-    row("chunked",
-        "POST /myInformation HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: "
-        "chunked\r\n\r\n5\r\n{\"ip\"\r\n0\r\n\r\n",
-        413);
+    row("length over 64 KiB, nothing sent", head("/myInformation", "Content-Length: 70000\r\n"), 413);
+    row("chunked", head("/myInformation", chunked) + "5\r\n{\"ip\"\r\n0\r\n\r\n", 413);
     // A change signal's body is read only to be dropped, so it may come chunked, within the cap.
-    row("chunked change signal",
-        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n",
-        200);
+    row("chunked change signal", head("/updateGroups", chunked) + "5\r\nhello\r\n0\r\n\r\n", 200);
     row("chunked change signal over 64 KiB",
-        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nTransfer-Encoding: chunked\r\n\r\n10400\r\n"
-            + QByteArray(0x10400, 'x') + "\r\n0\r\n\r\n",
-        413);
+        head("/updateGroups", chunked) + "10400\r\n" + QByteArray(0x10400, 'x') + "\r\n0\r\n\r\n", 413);
     row("head just over 8 KiB", pairingRequest(phoneMessage, "X-Pad: " + QByteArray(8200, 'a') + "\r\n"),
         431);
     QByteArray manyHeaders;
@@ -670,12 +680,12 @@ void TestPairing::requestsThatMustNotPair_data()
     // pairing message, and the valid message after the head is never looked at. A page's POST
     // carries Origin; its body, a whole pairing request without one, is never read as a second.
     const QByteArray inner = pairingRequest(phoneMessage);
-    row("pairing without length", "POST /myInformation HTTP/1.1\r\nHost: d\r\n\r\n" + phoneMessage, 400);
-    row("change signal without length", "POST /updateGroups HTTP/1.1\r\nHost: d\r\n\r\n", 200, true,
+    row("pairing without length", head("/myInformation") + phoneMessage, 400);
+    row("change signal without length", head("/updateGroups"), 200, true,
         inner + QByteArray(100 * 1024, 'x'));
     row("refused head, a request in its body",
-        "POST /updateGroups HTTP/1.1\r\nHost: d\r\nOrigin: http://evil.example\r\nContent-Length: "
-            + QByteArray::number(inner.size()) + "\r\n\r\n",
+        head("/updateGroups",
+            "Origin: http://evil.example\r\nContent-Length: " + QByteArray::number(inner.size()) + "\r\n"),
         403, true, inner);
     // Malformed requests never crash the listener; those it cannot read it drops unanswered. An
     // unreadable length gets the server library's own answer, whose head it sends twice.
@@ -712,7 +722,8 @@ void TestPairing::requestsThatMustNotPair()
     }
     client.close();
     deliver();
-    verifyNothingChanged(*m_phone);
+    QVERIFY(!Session::instance().isPhoneConnected() && !m_phone->pending());
+    QCOMPARE(phoneNow(), u"|||"_qs); // nothing taken, nothing stored
     QCOMPARE(post("/updateAssociates", "anything at all [{"), 200); // and the listener still serves
 }
 
@@ -748,23 +759,9 @@ void TestPairing::slowHeadIsDroppedWhileAnotherPeerPairs()
     QVERIFY(idle.closedByPeer(3000));
 }
 
-void TestPairing::connectionCaps()
-{
-    // Sixteen connections from one host fill its share: the next is closed, other hosts are served.
-    std::vector<std::unique_ptr<LoopbackClient>> held;
-    for (int i = 0; i < 16; ++i)
-        held.push_back(std::make_unique<LoopbackClient>(m_listener->port(), "127.0.1.1"));
-    LoopbackClient surplus(m_listener->port(), "127.0.1.1");
-    QVERIFY(surplus.closedByPeer(5000));
-    QCOMPARE(post("/updateAssociates", ""), 200);
-    // The held connections are real, served ones.
-    held.front()->send(LoopbackClient::request("POST", "/updateGroups", {}));
-    held.front()->readUntilClosed();
-    QCOMPARE(held.front()->status(), 200);
-}
-
-// One machine with sixteen addresses holds every place with half-sent requests: the oldest give
-// way to newcomers, and the trusted phone is always answered.
+// One machine with sixteen addresses holds every place with half-sent requests, sixteen from
+// each, as many as one host may hold: the oldest give way to newcomers, and the trusted phone
+// is always answered.
 void TestPairing::aFloodFromManyAddressesLeavesThePhoneAnswered()
 {
     connectTrusted();
@@ -783,6 +780,8 @@ void TestPairing::aFloodFromManyAddressesLeavesThePhoneAnswered()
         }
     }
     QVERIFY(!flood.front()->waitForAnything(200)); // all 256 held
+    LoopbackClient surplus(m_listener->port(), "127.0.1.16"); // one more than a host may hold
+    QVERIFY(surplus.closedByPeer(5000));
     SignalCounter groups(&Session::instance(), &Session::groupsUpdated);
     QElapsedTimer clock;
     clock.start();
@@ -800,9 +799,11 @@ void TestPairing::aFloodFromManyAddressesLeavesThePhoneAnswered()
     QCOMPARE(answered, 20);
     QVERIFY2(clock.elapsed() < 5000, "the phone must not wait for the flood's deadline");
     QTRY_VERIFY(groups.count() >= 1);
-    // The oldest half-sent requests made room; a newer one is still held.
+    // The oldest half-sent requests made room; a newer one is still held, and served.
     QVERIFY(flood.front()->closedByPeer(2000));
-    QVERIFY(!flood.back()->closedByPeer(0));
+    flood.back()->send("defghij");
+    flood.back()->readUntilClosed();
+    QCOMPARE(flood.back()->status(), 200);
     // A stranger is let in the same way (and its message waits for the user).
     QCOMPARE(pair(u"127.0.2.1"_qs, u"new@example.com"_qs, u"New"_qs), 200);
     QTRY_VERIFY(m_phone->pending());
@@ -866,79 +867,6 @@ void TestPairing::aListenerThatCannotStartSaysWhyAndRetries()
     QCOMPARE(
         LoopbackClient::exchange(port, LoopbackClient::request("POST", "/updateGroups", {}), phoneAddress),
         200);
-}
-
-// How a request from another phone ends, and what the bar shows meanwhile.
-void TestPairing::anotherPhoneWaitsForTheUser_data()
-{
-    QTest::addColumn<QString>("end");
-    QTest::addColumn<bool>("switched");
-    QTest::addColumn<bool>("connected");
-    QTest::newRow("Switch") << "Switch" << true << true;
-    QTest::newRow("Ignore") << "Ignore" << false << true;
-    QTest::newRow("no answer") << "no answer" << false << true;
-    // The old phone's group service is not the new one's.
-    QTest::newRow("Switch to a phone without a base URL") << "Switch, no base URL" << true << true;
-    // Back on the pairing screen the request is still there, and Pair takes it.
-    QTest::newRow("phone lost, then Pair") << "lost" << true << true;
-    QTest::newRow("Forget this phone") << "Forget" << false << false;
-}
-
-void TestPairing::anotherPhoneWaitsForTheUser()
-{
-    QFETCH(QString, end);
-    QFETCH(bool, switched);
-    QFETCH(bool, connected);
-    const QString annUrl = u"http://127.0.0.7:8080/"_qs;
-    trust();
-    makePhone({ end == u"no answer" ? 400ms : 60s, {} });
-    PhoneConnection& gate = *m_phone;
-    QCOMPARE(pair(u"127.0.0.7"_qs, u"ann@example.com"_qs, u"Ann's phone"_qs, annUrl), 200);
-    QVERIFY(Session::instance().isPhoneConnected());
-    SignalCounter replaced(&Session::instance(), &Session::phoneReplaced);
-
-    const QString eve = u"eve@example.com"_qs;
-    const QString eveUrl = end.endsWith(u"no base URL") ? QString() : u"http://127.0.0.99:8080/"_qs;
-    QCOMPARE(pair(u"127.0.0.99"_qs, eve, u"Eve's phone"_qs, eveUrl), 200); // answered either way
-    QTRY_VERIFY(gate.pending());
-    QCOMPARE(gate.pending()->peer, u"127.0.0.99"_qs);
-    const quint64 id = gate.pending()->id;
-    // Nothing of the other phone's is stored until the user says so.
-    verifyPhone(u"127.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
-
-    if (end.startsWith(u"Switch")) {
-        QVERIFY(gate.acceptPending(id));
-    } else if (end == u"Ignore") {
-        gate.ignorePending(id);
-    } else if (end == u"lost") {
-        m_phoneAnswers = false;
-        QTRY_VERIFY(!Session::instance().isPhoneConnected());
-        QCOMPARE(gate.state(), PhoneConnection::State::Lost);
-        QCOMPARE(gate.pending().value_or(PendingPairing {}).id, id);
-        QVERIFY(gate.acceptPending(id));
-    } else if (end == u"Forget") {
-        gate.forget();
-        QVERIFY(!gate.trustedPhone());
-        QVERIFY(!TrustedPhone::load());
-        QCOMPARE(gate.pending().value_or(PendingPairing {}).id, id); // the user may still pair with it
-        gate.ignorePending(id);
-    }
-    QTRY_VERIFY_WITH_TIMEOUT(!gate.pending(), 5000);
-    QVERIFY(!gate.acceptPending(id)); // a late Switch does nothing
-    QCOMPARE(Session::instance().isPhoneConnected(), connected);
-    QCOMPARE(replaced.count(), switched || end == u"Forget" ? 1 : 0); // fresh screens for another phone
-    if (switched) {
-        verifyPhone(u"127.0.0.99"_qs, u"Eve's phone"_qs, eve,
-            eveUrl.isEmpty() ? std::nullopt : std::optional(eveUrl));
-        QCOMPARE(gate.trustedPhone(),
-            std::optional(TrustedPhone { eve, u"Eve's phone"_qs, u"127.0.0.99"_qs, eveUrl }));
-        // The phone switched away from is now a stranger.
-        QCOMPARE(pair(u"127.0.0.7"_qs, u"ann@example.com"_qs, u"Ann's phone"_qs, annUrl), 200);
-        QTRY_COMPARE(gate.pending().value_or(PendingPairing {}).peer, u"127.0.0.7"_qs);
-        QCOMPARE(Session::instance().phoneIPAddress(), u"127.0.0.99"_qs);
-    } else if (connected) {
-        verifyPhone(u"127.0.0.7"_qs, u"Ann's phone"_qs, u"ann@example.com"_qs, annUrl);
-    }
 }
 
 // The phone's change signals, sent as fast as a host can send them, against the fetches they
@@ -1011,11 +939,8 @@ void TestPairing::changeSignalBurstsAreCoalesced()
     const qint64 answers = usersDelayMs > 0 ? streamMs / usersDelayMs + 2 : looks;
     const int users = fetches(*m_sim, u"/getUsers"_qs);
     const int groups = fetches(*m_sim, u"/groups/"_qs);
-    const QByteArray counts = QStringLiteral("%1 signals each in %2 ms: %3 users and %4 groups fetches")
-                                  .arg(signals)
-                                  .arg(streamMs)
-                                  .arg(users)
-                                  .arg(groups)
+    const QByteArray counts = QString::asprintf(
+        "%d signals each in %lld ms: %d users and %d groups fetches", signals, streamMs, users, groups)
                                   .toUtf8();
     qInfo("%s", counts.constData());
     QVERIFY2(users >= 1 && users <= std::min(looks, answers), counts.constData());

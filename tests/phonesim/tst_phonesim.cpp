@@ -2,15 +2,14 @@
 #include "app/Settings.h"
 #include "common/PhoneSimProcess.h"
 #include "common/TestFiles.h"
+#include "operations/SafeArchive.h"
 #include "pairing/MobileDeviceListener.h"
 #include "pairing/PhoneConnection.h"
 
 #include <QJsonArray>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
-
-#include <archive.h>
-#include <archive_entry.h>
 
 // The phone simulator as the desktop's tests rely on it: real encryption, pairing and change
 // signals, and how its faults are matched to requests. (Its group API is tested through the
@@ -37,27 +36,18 @@ namespace {
 
 using Entries = QList<std::pair<QString, QByteArray>>;
 
-// Reads every entry of a zip held in memory; nothing when it is not a readable archive.
+// Every entry of a zip the phone sent, read as the desktop reads one; nothing when it cannot be.
 std::optional<Entries> unzip(const std::string& bytes)
 {
-    archive* a = archive_read_new();
-    archive_read_support_format_zip(a);
-    Entries entries;
-    bool ok = archive_read_open_memory(a, bytes.data(), bytes.size()) == ARCHIVE_OK;
-    archive_entry* entry = nullptr;
-    int next = ARCHIVE_OK;
-    while (ok && (next = archive_read_next_header(a, &entry)) == ARCHIVE_OK) {
-        QByteArray data;
-        char buffer[65536];
-        la_ssize_t n = 0;
-        while ((n = archive_read_data(a, buffer, sizeof buffer)) > 0)
-            data.append(buffer, n);
-        ok = n == 0;
-        entries.append({ QString::fromUtf8(archive_entry_pathname(entry)), data });
-    }
-    archive_read_free(a);
-    if (!ok || next != ARCHIVE_EOF)
+    const QTemporaryDir dir;
+    TestFiles::write(dir.filePath(u"reply.zip"_qs), QByteArray::fromStdString(bytes));
+    const SafeArchive::Result read
+        = SafeArchive::extract(dir.filePath(u"reply.zip"_qs), dir.path(), 1LL << 30);
+    if (!read.ok)
         return std::nullopt;
+    Entries entries;
+    for (const SafeArchive::Entry& entry : read.entries)
+        entries.append({ entry.name, TestFiles::read(entry.tempPath) });
     return entries;
 }
 

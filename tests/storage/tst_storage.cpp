@@ -172,64 +172,56 @@ void TestStorage::preparingCreatesWhatIsMissingAndLogsWhatItCannot()
 {
     QTemporaryDir home;
     const QString documents = home.filePath(QStringLiteral("Documents"));
+    const QString varnex = documents + u"/Varnex";
+    const QString encrypted = varnex + u"/EncryptedFiles";
+    const QString decrypted = varnex + u"/DecryptedFiles";
+    // Only the user may list or open results.
+    constexpr auto others
+        = QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
+    const auto usersOwn = [others](const QString& folder) {
+        const QFileInfo info(folder);
+        return info.isDir() && !info.isSymLink()
+            && (info.permissions() & (others | QFileDevice::ReadOwner)) == QFileDevice::ReadOwner;
+    };
     {
         const LogCapture log;
         WorkingFolders::prepareWorkingFolders(documents + u'/');
-        QCOMPARE(WorkingFolders::varnexFolder(), documents + QStringLiteral("/Varnex"));
-        QCOMPARE(
-            WorkingFolders::encryptedFilesFolder(), documents + QStringLiteral("/Varnex/EncryptedFiles"));
-        QCOMPARE(
-            WorkingFolders::decryptedFilesFolder(), documents + QStringLiteral("/Varnex/DecryptedFiles"));
-        QVERIFY(QFileInfo(*WorkingFolders::encryptedFilesFolder()).isDir());
-        QVERIFY(QFileInfo(*WorkingFolders::decryptedFilesFolder()).isDir());
-        // Only the user may list or open results; a folder an older version left open to
-        // others is closed at the next start.
-        constexpr auto others
-            = QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
-        QFile::setPermissions(*WorkingFolders::varnexFolder(),
-            QFileInfo(*WorkingFolders::varnexFolder()).permissions() | others);
+        QCOMPARE(QStringList({ *WorkingFolders::varnexFolder(), *WorkingFolders::encryptedFilesFolder(),
+                     *WorkingFolders::decryptedFilesFolder() }),
+            QStringList({ varnex, encrypted, decrypted }));
+        // A folder an older version left open to others is closed at the next start.
+        QFile::setPermissions(varnex, QFileInfo(varnex).permissions() | others);
         WorkingFolders::prepareWorkingFolders(documents);
-        for (const auto& folder : { WorkingFolders::varnexFolder(), WorkingFolders::encryptedFilesFolder(),
-                 WorkingFolders::decryptedFilesFolder() })
-            QCOMPARE(
-                QFileInfo(*folder).permissions() & (others | QFileDevice::ReadOwner), QFileDevice::ReadOwner);
+        QVERIFY(usersOwn(varnex) && usersOwn(encrypted) && usersOwn(decrypted));
         // A second start keeps what is there and makes what is missing. Something at a result
         // folder's place that is not a folder of the user's own (a file, a link that may lead
         // into another account's folder) is set aside, kept as it is, and the folder made anew.
-        write(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt"), "kept");
-        QVERIFY(QDir(*WorkingFolders::encryptedFilesFolder()).removeRecursively());
-        QVERIFY(QDir(*WorkingFolders::decryptedFilesFolder()).removeRecursively());
-        write(*WorkingFolders::encryptedFilesFolder(), "a file");
+        write(varnex + u"/kept.txt", "kept");
+        QVERIFY(QDir(encrypted).removeRecursively() && QDir(decrypted).removeRecursively());
+        write(encrypted, "a file");
         QTemporaryDir elsewhere;
-        QVERIFY(QFile::link(elsewhere.path(), *WorkingFolders::decryptedFilesFolder()));
+        QVERIFY(QFile::link(elsewhere.path(), decrypted));
         WorkingFolders::prepareWorkingFolders(documents);
-        QCOMPARE(read(*WorkingFolders::varnexFolder() + QStringLiteral("/kept.txt")), QByteArray("kept"));
-        QCOMPARE(read(*WorkingFolders::encryptedFilesFolder() + u".set-aside"), QByteArray("a file"));
-        QCOMPARE(QFileInfo(*WorkingFolders::decryptedFilesFolder() + u".set-aside").symLinkTarget(),
-            elsewhere.path());
-        for (const auto& folder :
-            { WorkingFolders::encryptedFilesFolder(), WorkingFolders::decryptedFilesFolder() }) {
-            const QFileInfo info(*folder);
-            QVERIFY(info.isDir() && !info.isSymLink());
-            QCOMPARE(info.permissions() & (others | QFileDevice::ReadOwner), QFileDevice::ReadOwner);
-        }
+        QCOMPARE(read(varnex + u"/kept.txt"), QByteArray("kept"));
+        QCOMPARE(read(encrypted + u".set-aside"), QByteArray("a file"));
+        QCOMPARE(QFileInfo(decrypted + u".set-aside").symLinkTarget(), elsewhere.path());
+        QVERIFY(usersOwn(encrypted) && usersOwn(decrypted));
+        const QString newFolder = u".set-aside; results go to a new folder"_qs;
         QCOMPARE(log.lines(),
-            (QStringList { u"[WorkingFolders] ⚠️ " + *WorkingFolders::encryptedFilesFolder()
-                    + u" was not a folder: kept as " + *WorkingFolders::encryptedFilesFolder()
-                    + u".set-aside; results go to a new folder",
-                u"[WorkingFolders] ⚠️ " + *WorkingFolders::decryptedFilesFolder() + u" was a link to "
-                    + elsewhere.path() + u": kept as " + *WorkingFolders::decryptedFilesFolder()
-                    + u".set-aside; results go to a new folder" }));
+            (QStringList { u"[WorkingFolders] ⚠️ " + encrypted + u" was not a folder: kept as "
+                    + encrypted + newFolder,
+                u"[WorkingFolders] ⚠️ " + decrypted + u" was a link to " + elsewhere.path()
+                    + u": kept as " + decrypted + newFolder }));
     }
     // A documents "folder" that is a file: every folder fails, each is logged and tried.
     const QString blocked = home.filePath(QStringLiteral("blocked"));
     write(blocked, {});
     const LogCapture log;
     WorkingFolders::prepareWorkingFolders(blocked);
-    QCOMPARE(log.lines(),
-        (QStringList { u"\"Cannot create directory: " + blocked + u"/Varnex\"",
-            u"\"Cannot create directory: " + blocked + u"/Varnex/EncryptedFiles\"",
-            u"\"Cannot create directory: " + blocked + u"/Varnex/DecryptedFiles\"" }));
+    QStringList failed;
+    for (const char* folder : { "/Varnex", "/Varnex/EncryptedFiles", "/Varnex/DecryptedFiles" })
+        failed.append(u"\"Cannot create directory: " + blocked + QLatin1String(folder) + u'"');
+    QCOMPARE(log.lines(), failed);
 }
 
 QTEST_GUILESS_MAIN(TestStorage)
