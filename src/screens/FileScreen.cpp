@@ -2,11 +2,13 @@
 
 #include "desktop/DesktopNotifier.h"
 #include "files/FileListModel.h"
+#include "files/OperationLine.h"
 #include "files/ResultFolder.h"
 #include "files/ResultOrderModel.h"
 #include "operations/OperationRun.h"
 #include "screens/FileCellDelegate.h"
 #include "screens/FileTableView.h"
+#include "widgets/AnnouncedLabel.h"
 #include "widgets/Dialogs.h"
 #include "widgets/Line.h"
 #include "widgets/ProgressOverlay.h"
@@ -127,8 +129,10 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     m_widgets.chooseFilesButton->setShortcut(QKeySequence::Open);
     m_widgets.removeFilesButton->setShortcut(QKeySequence::Delete);
     m_widgets.selectDeselectAllButton->setShortcut(QKeySequence::SelectAll);
-    for (QPushButton* button :
-        { m_widgets.chooseFilesButton, m_widgets.removeFilesButton, m_widgets.selectDeselectAllButton })
+    // Runs the shown screen's operation from anywhere on it (the hidden twin's does not take it).
+    m_widgets.operationButton->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
+    for (QPushButton* button : { m_widgets.chooseFilesButton, m_widgets.removeFilesButton,
+             m_widgets.selectDeselectAllButton, m_widgets.operationButton })
         showShortcutInToolTip(button);
 
     // The intake title and its buttons sit together, with the screen's rule right under them:
@@ -204,8 +208,15 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     summary->addStretch();
     m_summaryRow->hide();
     files->addWidget(m_summaryRow);
+    // What the button will do, or what it still needs, right beside it.
+    m_widgets.operationLine = new AnnouncedLabel(this);
+    m_widgets.operationLine->setObjectName(QStringLiteral("operationLine"));
+    m_widgets.operationLine->setWordWrap(true);
+    m_widgets.operationLine->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    m_widgets.operationLine->setForegroundRole(QPalette::WindowText);
     auto* bottom = new QHBoxLayout;
-    bottom->addStretch();
+    bottom->setSpacing(14);
+    bottom->addWidget(m_widgets.operationLine, 1);
     bottom->addWidget(m_widgets.operationButton);
     files->addLayout(bottom);
 
@@ -243,6 +254,7 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     m_notifier.openPath = [](const QString& path) { return Dialogs::current().openPath(path); };
 
     connect(m_intake, &IntakeList::changed, m_intakeModel, &FileListModel::reload);
+    connect(m_intake, &IntakeList::changed, this, &FileScreen::updateOperationLine);
     connect(m_intake, &IntakeList::buttonsChanged, this, &FileScreen::applyButtons);
     connect(m_results, &ResultFolder::replaced, m_resultModel, &FileListModel::reload);
 
@@ -267,6 +279,16 @@ void FileScreen::applyButtons(const IntakeList::Buttons& buttons)
     switchButton(m_widgets.removeFilesButton, buttons.remove);
     switchButton(m_widgets.operationButton, buttons.operation);
     m_isOperationEnabled = buttons.operation;
+    updateOperationLine();
+}
+
+void FileScreen::updateOperationLine()
+{
+    const QString line
+        = OperationLine::text(m_intake->markedCount(), int(m_intake->files().size()), lineRecipients());
+    m_widgets.operationLine->announce(line);
+    // The button says it too, for whoever reaches it first.
+    m_widgets.operationButton->setAccessibleDescription(line);
 }
 
 namespace {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "files/IntakeList.h"
+#include "files/OperationLine.h"
 #include "operations/OperationRun.h"
 
 #include <QWidget>
@@ -9,6 +10,7 @@
 #include <functional>
 #include <optional>
 
+class AnnouncedLabel;
 class FileListModel;
 class ProgressOverlay;
 class FileTableView;
@@ -71,6 +73,8 @@ public:
         QPushButton* removeFilesButton = nullptr;
         QPushButton* selectDeselectAllButton = nullptr;
         QPushButton* operationButton = nullptr;
+        // Beside the operation button: what it will do, or what it still needs.
+        AnnouncedLabel* operationLine = nullptr;
         QPushButton* openFolderButton = nullptr;
         // Under the result list after an operation, until the next one starts: what happened,
         // and the button that shows its results in the file manager.
@@ -104,6 +108,8 @@ public:
 
     // Whether the operation button is on (it follows the intake list's rule).
     bool isOperationEnabled() const { return m_isOperationEnabled; }
+    // Says again what the operation will do (marks or recipients changed).
+    void updateOperationLine();
 
 Q_SIGNALS:
     void operationRequested();
@@ -117,6 +123,8 @@ protected:
     QHBoxLayout* columns() const { return m_columns; }
 
     const Session& session() const { return m_session; }
+    // Who the files are for, on a screen that asks (the Encrypt screen).
+    virtual std::optional<OperationLine::Recipients> lineRecipients() const { return std::nullopt; }
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 

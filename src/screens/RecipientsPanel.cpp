@@ -211,6 +211,11 @@ RecipientsPanel::RecipientsPanel(
                        "10px; padding: 7px 12px;"
                        " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
 
+    // Checked people and groups the search hides are recipients all the same: counted here.
+    auto* hidden = m_widgets.hiddenChecked = new QLabel(this);
+    hidden->setObjectName(QStringLiteral("hiddenChecked"));
+    hidden->hide();
+
     auto* table = m_widgets.associatedUsersTable = new RecipientsTableView(new AssociatedUserCellView, this);
     table->setModel(m_model);
     table->setAccessibleName(title->text());
@@ -225,9 +230,20 @@ RecipientsPanel::RecipientsPanel(
     layout->setSpacing(10);
     layout->addLayout(header);
     layout->addWidget(search);
+    layout->addWidget(hidden);
     layout->addWidget(table, 1);
 
     connect(search, &QLineEdit::textChanged, m_model, &RecipientsModel::applySearch);
+    const auto countHidden = [this, hidden] {
+        const int count = m_model->hiddenCheckedCount();
+        //: Under the recipients' search: %1 checked users and groups that the search hides
+        //% "%1 chosen, not shown"
+        hidden->setText(qtTrId("hiddenChecked").arg(count));
+        hidden->setVisible(count > 0);
+    };
+    connect(search, &QLineEdit::textChanged, this, countHidden);
+    connect(m_store, &AssociationsStore::marksChanged, this, countHidden);
+    connect(m_store, &AssociationsStore::itemsChanged, this, countHidden);
     connect(selectAll, &QPushButton::clicked, m_store, &AssociationsStore::selectDeselectAll);
     connect(createGroup, &QPushButton::clicked, this, &RecipientsPanel::createGroupButtonClicked);
     connect(table, &RecipientsTableView::rowClicked, m_model, &RecipientsModel::clickRow);

@@ -84,6 +84,7 @@ public:
     {
         QLabel* associatedUsersText = nullptr;
         QLineEdit* searchTextField = nullptr;
+        QLabel* hiddenChecked = nullptr; // "2 chosen, not shown" while the search hides them
         QPushButton* selectDeselectAllUsersButton = nullptr;
         QPushButton* createGroupButton = nullptr;
         RecipientsTableView* associatedUsersTable = nullptr;

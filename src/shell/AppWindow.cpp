@@ -8,6 +8,7 @@
 #include "shell/MainViewController.h"
 #include "shell/ReplacePresentationAnimator.h"
 #include "shell/ScreenFactory.h"
+#include "widgets/ButtonKeys.h"
 #include "widgets/Colors.h"
 #include "widgets/ModalDialogs.h"
 
@@ -30,6 +31,7 @@ AppWindow::AppWindow(AppServices& services, QWidget* parent)
     palette.setColor(QPalette::Window, Colors::primaryColor);
     setPalette(palette);
     setAutoFillBackground(true);
+    pressButtonsOnEnter();
     connect(&services.phone.session(), &Session::phoneReplaced, this, &AppWindow::phoneReplaced);
     connect(&services.phone, &PhoneConnection::stateChanged, this, &AppWindow::phoneStateChanged);
 }
@@ -61,7 +63,20 @@ void AppWindow::setContent(QWidget* screen)
     if (screen) {
         m_layout->addWidget(screen);
         screen->show();
-        screen->setFocus();
+        // The keyboard goes back where it was on a screen that comes back, else to the screen's
+        // first control, with its focus ring showing (on the screen itself nothing shows it).
+        QWidget* focus = screen->focusWidget();
+        for (QWidget* next = screen; !focus || focus == screen || !focus->isVisibleTo(screen);) {
+            next = next->nextInFocusChain();
+            if (next == screen || !next) {
+                focus = screen;
+                break;
+            }
+            if (screen->isAncestorOf(next) && next->isVisibleTo(screen) && next->isEnabled()
+                && (next->focusPolicy() & Qt::TabFocus))
+                focus = next;
+        }
+        focus->setFocus(Qt::TabFocusReason);
     }
     Q_EMIT contentChanged(screen);
 }

@@ -11,6 +11,7 @@
 #include "screens/PairingRequestBar.h"
 #include "screens/RecipientsPanel.h"
 #include "shell/AppServices.h"
+#include "widgets/ButtonKeys.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
@@ -93,6 +94,7 @@ MainViewController::MainViewController(AppServices& services, QWidget* parent)
     , m_services(services)
 {
     setObjectName(QStringLiteral("main_vc"));
+    pressButtonsOnEnter();
     viewDidLoad();
     installShortcuts();
 }
