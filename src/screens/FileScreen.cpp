@@ -18,14 +18,19 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QComboBox>
 #include <QContextMenuEvent>
+#include <QDir>
 #include <QDragEnterEvent>
+#include <QFile>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
+#include <QStandardPaths>
 #include <QVBoxLayout>
 
 namespace {
@@ -170,6 +175,43 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     resultHeader->addWidget(m_widgets.resultText);
     resultHeader->addStretch();
     resultHeader->addWidget(m_widgets.openFolderButton);
+    // Finding a result among thousands: a filter by name and the order of the list.
+    m_widgets.resultFilter = new QLineEdit(this);
+    m_widgets.resultFilter->setObjectName(QStringLiteral("resultFilter"));
+    //: Placeholder of the field that filters a result list by name
+    //% "Filter by name"
+    m_widgets.resultFilter->setPlaceholderText(qtTrId("resultFilterPlaceholder"));
+    //: Accessible name of the field that filters a result list; %1 is the list's title
+    //% "Filter %1"
+    m_widgets.resultFilter->setAccessibleName(qtTrId("resultFilterName").arg(m_settings.resultTitle));
+    m_widgets.resultFilter->setClearButtonEnabled(true);
+    m_widgets.resultOrder = new QComboBox(this);
+    m_widgets.resultOrder->setObjectName(QStringLiteral("resultOrder"));
+    //: Accessible name of the choice of a result list's order
+    //% "Order of the results"
+    m_widgets.resultOrder->setAccessibleName(qtTrId("resultOrderName"));
+    //: Order of a result list
+    //% "Newest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderNewest"), int(ResultOrderModel::Order::Newest));
+    //: Order of a result list
+    //% "Oldest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderOldest"), int(ResultOrderModel::Order::Oldest));
+    //: Order of a result list
+    //% "Name A–Z"
+    m_widgets.resultOrder->addItem(qtTrId("orderNameAscending"), int(ResultOrderModel::Order::NameAscending));
+    //: Order of a result list
+    //% "Name Z–A"
+    m_widgets.resultOrder->addItem(
+        qtTrId("orderNameDescending"), int(ResultOrderModel::Order::NameDescending));
+    //: Order of a result list
+    //% "Largest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderLargest"), int(ResultOrderModel::Order::Largest));
+    //: Order of a result list
+    //% "Smallest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderSmallest"), int(ResultOrderModel::Order::Smallest));
+    auto* finding = new QHBoxLayout;
+    finding->addWidget(m_widgets.resultFilter, 1);
+    finding->addWidget(m_widgets.resultOrder);
 
     auto* files = new QVBoxLayout;
     files->setSpacing(8);
@@ -181,6 +223,7 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     files->addWidget(m_intakePanel, 3);
     files->addSpacing(10);
     files->addLayout(resultHeader);
+    files->addLayout(finding);
     files->addWidget(boxed(m_widgets.resultTable, this), 2);
 
     m_summaryRow = new QWidget(this);
@@ -239,13 +282,18 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     connect(m_widgets.removeFilesButton, &QPushButton::clicked, this, &FileScreen::removeMarkedFiles);
     connect(m_widgets.openFolderButton, &QPushButton::clicked, this, &FileScreen::openVarnexFolder);
     connect(m_widgets.operationButton, &QPushButton::clicked, this, &FileScreen::operationRequested);
-    connect(m_widgets.intakeTable, &FileTableView::filesDropped, this, &FileScreen::addFiles);
+    connect(m_widgets.intakeTable, &FileTableView::filesDropped, this,
+        [this](const QStringList& paths) { addFiles(paths); });
     connect(m_widgets.intakeTable, &FileTableView::rowClicked, m_intake, &IntakeList::flip);
     connect(m_widgets.intakeTable, &FileTableView::checkBoxClicked, m_intake, &IntakeList::flip);
     for (FileTableView* table : { m_widgets.intakeTable, m_widgets.resultTable })
         connect(
             table, &FileTableView::previewClicked, this, [this, table](int row) { previewFile(table, row); });
     connect(m_widgets.resultTable, &QWidget::customContextMenuRequested, this, &FileScreen::showResultMenu);
+    connect(m_widgets.resultFilter, &QLineEdit::textChanged, m_resultOrder, &ResultOrderModel::setFilterText);
+    connect(m_widgets.resultOrder, &QComboBox::currentIndexChanged, this, [this] {
+        m_resultOrder->setOrder(ResultOrderModel::Order(m_widgets.resultOrder->currentData().toInt()));
+    });
     connect(m_widgets.detailsButton, &QPushButton::clicked, this, &FileScreen::showProblems);
     connect(m_widgets.tryAgainButton, &QPushButton::clicked, this, &FileScreen::tryAgain);
     connect(m_widgets.showResultsButton, &QPushButton::clicked, this,
@@ -266,7 +314,9 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     setTabOrder(m_widgets.selectDeselectAllButton, m_widgets.removeFilesButton);
     setTabOrder(m_widgets.removeFilesButton, m_widgets.intakeTable);
     setTabOrder(m_widgets.intakeTable, m_widgets.openFolderButton);
-    setTabOrder(m_widgets.openFolderButton, m_widgets.resultTable);
+    setTabOrder(m_widgets.openFolderButton, m_widgets.resultFilter);
+    setTabOrder(m_widgets.resultFilter, m_widgets.resultOrder);
+    setTabOrder(m_widgets.resultOrder, m_widgets.resultTable);
     setTabOrder(m_widgets.resultTable, m_widgets.detailsButton);
     setTabOrder(m_widgets.detailsButton, m_widgets.tryAgainButton);
     setTabOrder(m_widgets.tryAgainButton, m_widgets.showResultsButton);
@@ -370,12 +420,14 @@ QString refusalList(const QList<IntakeList::Refusal>& refused)
 
 } // namespace
 
-void FileScreen::addFiles(const QStringList& paths)
+void FileScreen::addFiles(const QStringList& paths, const QStringList& marked)
 {
     // Thousands of files are looked at off the main thread; the dialog follows once they are in,
     // from the event loop: files come from drops, file choosers and other programs' hand-overs,
     // whose senders must not be on the stack of a dialog's nested loop.
-    m_intake->admit(paths, this, [this](const QList<IntakeList::Refusal>& refused) {
+    m_intake->admit(paths, this, [this, marked](const QList<IntakeList::Refusal>& refused) {
+        if (!marked.isEmpty())
+            m_intake->mark(marked);
         if (refused.isEmpty())
             return;
         const QString message = m_settings.refusalMessage + u"\n\n" + refusalList(refused);
@@ -464,7 +516,55 @@ void FileScreen::showResultMenu(const QPoint& position)
     //: Result row menu: copies the file's full path
     //% "Copy path"
     menu->addAction(qtTrId("resultCopyPath"), this, [this, row] { copyResultPath(row); });
+    menu->addSeparator();
+    const QString path = resultPath(row);
+    if (m_settings.kind == IntakeList::Kind::Encrypt) {
+        //: Encrypted result row menu: adds the file, marked, to the Decrypt screen's list and shows it
+        //% "Send to Decrypt"
+        menu->addAction(
+            qtTrId("resultSendToDecrypt"), this, [this, path] { Q_EMIT decryptRequested({ path }); });
+    } else {
+        //: Decrypted result row menu: moves the file to the desktop's trash, after asking
+        //% "Move to Trash…"
+        QAction* trash = menu->addAction(qtTrId("resultMoveToTrash"));
+        // From the event loop: the menu goes with its row while the question is open.
+        connect(
+            trash, &QAction::triggered, this, [this, path] { moveResultToTrash(path); },
+            Qt::QueuedConnection);
+    }
     menu->popup(m_widgets.resultTable->viewport()->mapToGlobal(at));
+}
+
+bool FileScreen::moveResultToTrash(const QString& path)
+{
+    const QString name = path.section(u'/', -1);
+    //: Title of the question before moving a decrypted file to the trash; %1 is its name
+    //% "Move “%1” to the Trash?"
+    const QString title = qtTrId("trashQuestionTitle").arg(name);
+    //: Question before moving a decrypted file to the trash
+    //% "The decrypted file leaves the list and this folder. The desktop's Trash keeps it until it is emptied."
+    const QString question = qtTrId("trashQuestion");
+    //: Button that moves a decrypted file to the trash
+    //% "Move to Trash"
+    const QString move = qtTrId("trashButton");
+    const QPointer<FileScreen> self(this);
+    const int answer = Dialogs::current().ask(
+        this, title, question, { move, Dialogs::cancelText() }, Dialogs::Style::Warning);
+    if (!self || answer != 0)
+        return false;
+    // Without the user's data folder, Qt 6.4 makes the trash's "files" and "info" in the
+    // current folder instead (a fresh account may not have it yet).
+    QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
+    QFile file(path);
+    if (!file.moveToTrash()) {
+        //: Message when a decrypted file could not be moved to the trash; %1 is its name, %2 why
+        //% "“%1” could not be moved to the Trash: %2"
+        showAlert(this, title, qtTrId("trashFailed").arg(name, file.errorString()), Dialogs::Style::Warning);
+        return false;
+    }
+    if (self)
+        m_results->refresh();
+    return true;
 }
 
 bool FileScreen::eventFilter(QObject* watched, QEvent* event)

@@ -16,7 +16,9 @@ class ProgressOverlay;
 class FileTableView;
 class Line;
 class QHBoxLayout;
+class QComboBox;
 class QLabel;
+class QLineEdit;
 class QPushButton;
 class ResultFolder;
 class ResultOrderModel;
@@ -47,8 +49,9 @@ public:
 
     FileScreen(Settings settings, const Session& session, DesktopNotifier& notifier, QWidget* parent);
 
-    // Admits what the screen's rule allows and tells the user once about the rest.
-    void addFiles(const QStringList& paths);
+    // Admits what the screen's rule allows and tells the user once about the rest; the listed
+    // files at `marked` are marked then (files the user handed over to be worked on).
+    void addFiles(const QStringList& paths, const QStringList& marked = {});
     void chooseFiles();
     void openVarnexFolder();
     void previewFile(FileTableView* table, int row);
@@ -76,6 +79,9 @@ public:
         // Beside the operation button: what it will do, or what it still needs.
         AnnouncedLabel* operationLine = nullptr;
         QPushButton* openFolderButton = nullptr;
+        // Over the result list: its filter by name and its order.
+        QLineEdit* resultFilter = nullptr;
+        QComboBox* resultOrder = nullptr;
         // Under the result list after an operation, until the next one starts: what happened,
         // and the button that shows its results in the file manager.
         QLabel* resultSummary = nullptr;
@@ -100,6 +106,8 @@ public:
     // The result menu's actions for a result row (as the table shows it).
     void showResultInFolder(int row);
     void copyResultPath(int row);
+    // A decrypted result to the desktop's trash, once the user confirmed; true when it went.
+    bool moveResultToTrash(const QString& path);
     // The decorating strokes under the intake title, left to right.
     const QList<Line*>& lines() const { return m_lines; }
     // The overlay of the operation under way, if any.
@@ -113,6 +121,8 @@ public:
 
 Q_SIGNALS:
     void operationRequested();
+    // Encrypted results the user sends on to the Decrypt screen.
+    void decryptRequested(const QStringList& paths);
 
 protected:
     // Covers the screen with `overlay`, runs `run`, shows its dialog (if any) once it ends,

@@ -137,8 +137,10 @@ void AppWindow::phoneReplaced()
     QPointer<MainViewController> old = m_main;
     m_main = nullptr;
     // The people and groups were the old phone's; the listed files are the user's and stay.
-    if (old)
+    if (old) {
         m_waitingFiles = old->intakeFiles() + m_waitingFiles;
+        m_waitingMarked = old->intakeFiles(true) + m_waitingMarked;
+    }
     if (m_services.phone.session().isPhoneConnected() && old && m_wanted == old)
         showMain();
     if (old && old != m_content && old != m_wanted)
@@ -170,6 +172,11 @@ MainViewController* AppWindow::mainScreen() const
 
 void AppWindow::openFiles(const QStringList& paths)
 {
+    openFiles(paths, paths);
+}
+
+void AppWindow::openFiles(const QStringList& paths, const QStringList& marked)
+{
     // Before any phone is connected the main screens are made at once, out of sight, so the
     // files wait in their own intake lists until the main window shows.
     if (!m_main) {
@@ -177,7 +184,7 @@ void AppWindow::openFiles(const QStringList& paths)
         m_main->setParent(this);
         m_main->hide();
     }
-    m_main->openFiles(paths);
+    m_main->openFiles(paths, marked);
 }
 
 void AppWindow::deliverWaitingFiles()
@@ -189,7 +196,7 @@ void AppWindow::deliverWaitingFiles()
         this,
         [this] {
             const QStringList files = std::exchange(m_waitingFiles, {});
-            openFiles(files);
+            openFiles(files, std::exchange(m_waitingMarked, {}));
         },
         Qt::QueuedConnection);
 }

@@ -199,6 +199,9 @@ void MainViewController::viewDidLoad()
         m_stack->addWidget(screen);
     m_stack->setCurrentWidget(vc1);
 
+    // An encrypted result sent on from the Encrypt screen's list: to Decrypt, marked.
+    connect(vc1, &FileScreen::decryptRequested, this,
+        [this](const QStringList& paths) { openFiles(paths, paths); });
     connect(vc3, &AboutViewController::forgetRequested, &m_services.phone, &PhoneConnection::forget);
     // The same phone re-pairing under a new name, or found again.
     connect(&m_services.phone, &PhoneConnection::pairingApplied, this, &MainViewController::updateTitle);
@@ -301,20 +304,20 @@ void MainViewController::selectAbout()
     setAboutIcon(QStringLiteral("info_fill"));
 }
 
-QStringList MainViewController::intakeFiles() const
+QStringList MainViewController::intakeFiles(bool markedOnly) const
 {
     QStringList paths;
     for (const FileScreen* screen :
         { static_cast<const FileScreen*>(vc1), static_cast<const FileScreen*>(vc2) }) {
         for (const auto& file : screen->intakeList()->files()) {
-            if (file->filePath)
+            if (file->filePath && (file->isChecked || !markedOnly))
                 paths.append(*file->filePath);
         }
     }
     return paths;
 }
 
-void MainViewController::openFiles(const QStringList& paths)
+void MainViewController::openFiles(const QStringList& paths, const QStringList& marked)
 {
     if (paths.isEmpty())
         return;
@@ -332,9 +335,9 @@ void MainViewController::openFiles(const QStringList& paths)
     // Each list may say what it refused; the dialog may outlive this screen.
     const QPointer<MainViewController> self(this);
     if (!others.isEmpty())
-        vc1->addFiles(others);
+        vc1->addFiles(others, marked);
     if (self && !encrypted.isEmpty())
-        vc2->addFiles(encrypted);
+        vc2->addFiles(encrypted, marked);
     if (!self)
         return;
     // Where the handed-over files ended up, for whoever reads the program's diagnostics: told

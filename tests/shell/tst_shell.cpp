@@ -803,10 +803,10 @@ void TestShell::openFiles()
     QTRY_COMPARE(TestFiles::fileNames(main->encryptScreen()->filesToEncrypt()), encrypt);
     QTRY_COMPARE(TestFiles::fileNames(main->decryptScreen()->filesToDecrypt()), decrypt);
     QTEST(main->currentScreen()->objectName(), "shown");
-    // Files from outside arrive unmarked, as dropped ones do.
-    QCOMPARE(main->encryptScreen()->intakeList()->markedCount()
+    // The user handed them over to be worked on: they arrive marked.
+    QTRY_COMPARE(main->encryptScreen()->intakeList()->markedCount()
             + main->decryptScreen()->intakeList()->markedCount(),
-        0);
+        int(encrypt.size() + decrypt.size()));
     if (beforePairing) {
         // The screens made for the files are the phone's: its people arrive now that it does.
         QTRY_COMPARE(window.windowTitle(), title(u"Ann's phone"_qs, true));
