@@ -401,6 +401,14 @@ void CheckableListView::announceRows(int first, int last, const QList<int>& role
     announce(changed);
 }
 
+void CheckableListView::focusInEvent(QFocusEvent* event)
+{
+    if (!currentIndex().isValid() && model() && model()->rowCount(rootIndex()) > 0
+        && (event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason))
+        setCurrentIndex(model()->index(0, 0, rootIndex()));
+    QListView::focusInEvent(event);
+}
+
 void CheckableListView::paintEvent(QPaintEvent* event)
 {
     QListView::paintEvent(event);
