@@ -9,6 +9,7 @@
 #include "screens/FileCellDelegate.h"
 #include "screens/FileTableView.h"
 #include "widgets/AnnouncedLabel.h"
+#include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/Line.h"
 #include "widgets/ProgressOverlay.h"
@@ -52,7 +53,7 @@ QLabel* makeTitle(const QString& text, QWidget* parent)
     font.setBold(true);
     font.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
     label->setFont(font);
-    label->setStyleSheet(QStringLiteral("color: rgb(70,70,70);"));
+    label->setStyleSheet(u"color: " + Colors::scheme().title.name() + u';');
     return label;
 }
 
@@ -185,6 +186,8 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     //% "Filter %1"
     m_widgets.resultFilter->setAccessibleName(qtTrId("resultFilterName").arg(m_settings.resultTitle));
     m_widgets.resultFilter->setClearButtonEnabled(true);
+    m_widgets.resultFilter->setPalette(Colors::schemePalette(m_widgets.resultFilter->palette()));
+    m_widgets.resultFilter->setStyleSheet(fieldStyle(13));
     m_widgets.resultOrder = new QComboBox(this);
     m_widgets.resultOrder->setObjectName(QStringLiteral("resultOrder"));
     //: Accessible name of the choice of a result list's order
@@ -230,7 +233,7 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     auto* summary = new QHBoxLayout(m_summaryRow);
     summary->setContentsMargins(4, 0, 0, 0);
     m_widgets.resultSummary = new QLabel(m_summaryRow);
-    m_widgets.resultSummary->setStyleSheet(QStringLiteral("color: rgb(50,50,50);"));
+    m_widgets.resultSummary->setForegroundRole(QPalette::WindowText);
     m_widgets.resultSummary->setTextFormat(Qt::PlainText);
     //: Button beside the summary of the last operation: shows its results in the file manager
     //% "Show in folder"

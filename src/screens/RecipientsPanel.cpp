@@ -177,7 +177,7 @@ RecipientsPanel::RecipientsPanel(
     titleFont.setBold(true);
     titleFont.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
     title->setFont(titleFont);
-    title->setStyleSheet(QStringLiteral("color: rgb(70,70,70);"));
+    title->setStyleSheet(u"color: " + Colors::scheme().title.name() + u';');
 
     //: Select deselect all users button
     //% "SELECT/DESELECT ALL"
@@ -205,11 +205,8 @@ RecipientsPanel::RecipientsPanel(
     search->installEventFilter(this);
     // The field's own colours, set before its style sheet: polishing fixes the palette it has
     // then, and the white field keeps dark text and a readable hint whatever the system's.
-    search->setPalette(Colors::lightPalette(search->palette()));
-    search->setStyleSheet(
-        QStringLiteral("QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: "
-                       "10px; padding: 7px 12px;"
-                       " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
+    search->setPalette(Colors::schemePalette(search->palette()));
+    search->setStyleSheet(fieldStyle(15));
 
     // Checked people and groups the search hides are recipients all the same: counted here.
     auto* hidden = m_widgets.hiddenChecked = new QLabel(this);

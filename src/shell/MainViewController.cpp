@@ -163,10 +163,11 @@ void MainViewController::viewDidLoad()
     header->addWidget(aboutButton, 0, Qt::AlignVCenter);
 
     // The grey panel with its one rounded corner, holding the screens.
-    auto* panel = new RoundedPanel(Colors::grayColor, 35, RoundedPanel::TopLeft, this);
+    // Light, or dark with a dark desktop; the amber around it stays.
+    auto* panel = new RoundedPanel(Colors::scheme().panel, 35, RoundedPanel::TopLeft, this);
     grayBackground = panel;
     panel->setObjectName(QStringLiteral("grayBackground"));
-    panel->setPalette(Colors::lightPalette(panel->palette()));
+    panel->setPalette(Colors::schemePalette(panel->palette()));
     container = new QWidget(panel);
     container->setObjectName(QStringLiteral("container"));
     auto* panelLayout = new QVBoxLayout(panel);
@@ -216,7 +217,7 @@ void MainViewController::viewDidLoad()
 void MainViewController::viewDidAppear()
 {
     qCInfo(lcMain, "🟢 MainViewController viewDidAppear started");
-    encryptButtonTest->setBackgroundColor(Colors::grayColor);
+    encryptButtonTest->setBackgroundColor(Colors::scheme().panel);
     encryptButtonTest->setTextColor(Colors::primaryColor);
     decryptButtonCustom->setBackgroundColor(Colors::darkOrange);
     decryptButtonCustom->setTextColor(Colors::grayColor);
@@ -282,7 +283,7 @@ void setTabLook(CustomButton* tab, const QColor& background, const QColor& text,
 void MainViewController::selectEncrypt()
 {
     showScreen(vc1);
-    setTabLook(encryptButtonTest, Colors::grayColor, Colors::primaryColor, false);
+    setTabLook(encryptButtonTest, Colors::scheme().panel, Colors::primaryColor, false);
     setTabLook(decryptButtonCustom, Colors::darkOrange, Colors::grayColor, true);
     setAboutIcon(QStringLiteral("info"));
 }
@@ -291,7 +292,7 @@ void MainViewController::selectDecrypt()
 {
     showScreen(vc2);
     setTabLook(encryptButtonTest, Colors::darkOrange, Colors::grayColor, true);
-    setTabLook(decryptButtonCustom, Colors::grayColor, Colors::primaryColor, false);
+    setTabLook(decryptButtonCustom, Colors::scheme().panel, Colors::primaryColor, false);
     static_cast<RoundedPanel*>(encryptButton)->setColor(Colors::darkOrange);
     setAboutIcon(QStringLiteral("info"));
 }

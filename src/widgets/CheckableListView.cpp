@@ -1,6 +1,7 @@
 #include "widgets/CheckableListView.h"
 
 #include "widgets/Accessibility.h"
+#include "widgets/Colors.h"
 
 #include <QAccessibleWidget>
 #include <QPainter>
@@ -418,6 +419,6 @@ void CheckableListView::paintEvent(QPaintEvent* event)
     QFont hint = font();
     hint.setPointSizeF(hint.pointSizeF() + 1);
     p.setFont(hint);
-    p.setPen(QColor(100, 100, 100)); // 4.5:1 on the white list
+    p.setPen(Colors::scheme().muted); // 4.5:1 on the list
     p.drawText(viewport()->rect().adjusted(16, 0, -16, 0), Qt::AlignCenter | Qt::TextWordWrap, m_emptyText);
 }
