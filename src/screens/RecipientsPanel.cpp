@@ -217,11 +217,15 @@ RecipientsPanel::RecipientsPanel(
     table->setModel(m_model);
     table->setAccessibleName(title->text());
 
-    auto* header = new QHBoxLayout;
+    // The title and its buttons side by side while they fit, else the buttons under the title
+    // (a larger desktop font, a longer language): never a cut title.
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(createGroup);
+    buttons->addWidget(selectAll);
+    auto* header = m_header = new QBoxLayout(QBoxLayout::LeftToRight);
     header->addWidget(title);
-    header->addStretch();
-    header->addWidget(createGroup);
-    header->addWidget(selectAll);
+    header->addLayout(buttons, 1);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);
@@ -272,6 +276,15 @@ RecipientsPanel::RecipientsPanel(
     setTabOrder(createGroup, selectAll);
     setTabOrder(selectAll, search);
     setTabOrder(search, table);
+}
+
+void RecipientsPanel::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    const int wide = m_widgets.associatedUsersText->sizeHint().width()
+        + m_widgets.createGroupButton->sizeHint().width()
+        + m_widgets.selectDeselectAllUsersButton->sizeHint().width() + 4 * m_header->spacing() + 20;
+    m_header->setDirection(width() >= wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
 }
 
 bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)
