@@ -2,13 +2,49 @@
 
 #include <QFileInfo>
 
+namespace {
+
+// Names as people read them: "note-2" before "note-10" (runs of digits by their value), and
+// case does not split the list in two. (QCollator's numeric mode does nothing in the C locale.)
+int compareNames(const QString& a, const QString& b)
+{
+    qsizetype i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+        if (a.at(i).isDigit() && b.at(j).isDigit()) {
+            const qsizetype si = i, sj = j;
+            while (i < a.size() && a.at(i).isDigit())
+                ++i;
+            while (j < b.size() && b.at(j).isDigit())
+                ++j;
+            // By value, however long: without leading zeros, the longer run is the larger.
+            QStringView x = QStringView(a).mid(si, i - si), y = QStringView(b).mid(sj, j - sj);
+            while (x.size() > 1 && x.front() == u'0')
+                x = x.mid(1);
+            while (y.size() > 1 && y.front() == u'0')
+                y = y.mid(1);
+            if (x.size() != y.size())
+                return x.size() < y.size() ? -1 : 1;
+            if (const int c = x.compare(y); c != 0)
+                return c;
+            continue;
+        }
+        const int c = QString::compare(a.at(i), b.at(j), Qt::CaseInsensitive);
+        if (c != 0)
+            return c;
+        ++i;
+        ++j;
+    }
+    if (i < a.size() || j < b.size())
+        return i < a.size() ? 1 : -1;
+    return QString::compare(a, b); // the same but for case: a steady order
+}
+
+} // namespace
+
 ResultOrderModel::ResultOrderModel(int pathRole, QObject* parent)
     : QSortFilterProxyModel(parent)
     , m_pathRole(pathRole)
 {
-    // "note-2" before "note-10", and case does not split the list in two.
-    m_collator.setNumericMode(true);
-    m_collator.setCaseSensitivity(Qt::CaseInsensitive);
     // Results that land later (the folder is listed again) take their place at once.
     setDynamicSortFilter(true);
     sort(0);
@@ -75,7 +111,7 @@ bool ResultOrderModel::lessThan(const QModelIndex& left, const QModelIndex& righ
     const Facts& a = factsOf(left);
     const Facts& b = factsOf(right);
     const auto byName = [&] {
-        const int c = m_collator.compare(a.name, b.name);
+        const int c = compareNames(a.name, b.name);
         return c != 0 ? c < 0 : left.row() < right.row();
     };
     switch (m_order) {
@@ -91,7 +127,7 @@ bool ResultOrderModel::lessThan(const QModelIndex& left, const QModelIndex& righ
     case Order::NameAscending:
         return byName();
     case Order::NameDescending: {
-        const int c = m_collator.compare(a.name, b.name);
+        const int c = compareNames(a.name, b.name);
         return c != 0 ? c > 0 : left.row() < right.row();
     }
     case Order::Largest:

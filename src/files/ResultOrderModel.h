@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QCollator>
 #include <QDateTime>
 #include <QHash>
 #include <QSortFilterProxyModel>
@@ -52,6 +51,5 @@ private:
     Order m_order = Order::Newest;
     QString m_filter;
     QStringList m_newResults;
-    QCollator m_collator;
     mutable QHash<QString, Facts> m_facts;
 };

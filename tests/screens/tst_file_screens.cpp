@@ -15,6 +15,7 @@
 #include "screens/FileTableView.h"
 #include "screens/RecipientsPanel.h"
 #include "storage/WorkingFolders.h"
+#include "widgets/AnnouncedLabel.h"
 #include "widgets/ProgressOverlay.h"
 
 #include <QApplication>
@@ -424,7 +425,10 @@ void TestFileScreens::anOperationEndedInFront()
     store->toggleGroupChecked(PairedPhone::groupId(store, u"Family"_qs));
     choose(screen, { u"a.txt"_qs, u"b.txt"_qs, u"c.txt"_qs });
     const QString recipients = store->recipientsString();
-    QTest::mouseClick(screen.encryptButton(), Qt::LeftButton);
+    // Beside the button, what it will do; Ctrl+Return does it, as its tool tip says.
+    QCOMPARE(screen.widgets().operationLine->text(), u"3 of 3 files for Family (2 people)"_qs);
+    QCOMPARE(screen.encryptButton()->toolTip(), u"ENCRYPT (Ctrl+Return)"_qs);
+    QTest::keyClick(&screen, Qt::Key_Return, Qt::ControlModifier);
     QTRY_VERIFY_WITH_TIMEOUT(!screen.overlay(), 15000);
     QVERIFY(dialogs.shown.isEmpty());
     QCOMPARE(m_phone->requests().last()[u"parts"].toArray().at(0)[u"value"].toString(), recipients);

@@ -250,7 +250,12 @@ void TestShell::keysDoWhatTheyDo()
     MainViewController* main = showMain(window);
     QVERIFY(main);
     QCOMPARE(main->currentScreen(), main->encryptScreen());
-
+    // The keyboard starts on the first control, the Encrypt tab; Enter presses a button as Space does.
+    QCOMPARE(window.focusWidget(), part<CustomButton>(main, "encryptTab"));
+    part<CustomButton>(main, "decryptTab")->setFocus();
+    QTest::keyClick(part<CustomButton>(main, "decryptTab"), Qt::Key_Return);
+    QTRY_COMPARE(main->currentScreen(), main->decryptScreen());
+    QTest::keyClick(&window, Qt::Key_1, Qt::ControlModifier);
     QTest::keyClick(&window, Qt::Key_2, Qt::ControlModifier);
     QTRY_COMPARE(main->currentScreen(), main->decryptScreen());
     // Ctrl+O chooses files for the screen shown: the Decrypt screen's chooser.
