@@ -733,6 +733,8 @@ void TestAccessibility::destructiveQuestionsDefaultToCancel()
         QTRY_VERIFY(box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()));
         defaultButton = box->defaultButton()->text();
         escapeButton = box->escapeButton()->text();
+        if (const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR"); !out.isEmpty())
+            box->grab().save(out + u"/dialog-"_qs + QString(asked).replace(u' ', u'-') + u"@1x-light.png"_qs);
         QTest::keyClick(box, Qt::Key_Return);
     });
     if (asked == u"delete group") {

@@ -426,9 +426,12 @@ void TestFileScreens::anOperationEndedInFront()
     choose(screen, { u"a.txt"_qs, u"b.txt"_qs, u"c.txt"_qs });
     const QString recipients = store->recipientsString();
     // Beside the button, what it will do; Ctrl+Return does it, as its tool tip says.
-    QCOMPARE(screen.widgets().operationLine->text(), u"3 of 3 files for Family (2 people)"_qs);
+    QCOMPARE(
+        screen.widgets().operationLine->text(), u"3 of 3 files for Benjamin Ortiz and Family (3 people)"_qs);
     QCOMPARE(screen.encryptButton()->toolTip(), u"ENCRYPT (Ctrl+Return)"_qs);
+    QSignalSpy requested(&screen, &FileScreen::operationRequested);
     QTest::keyClick(&screen, Qt::Key_Return, Qt::ControlModifier);
+    QTRY_COMPARE(requested.size(), 1); // a shortcut presses its button after a short animation
     QTRY_VERIFY_WITH_TIMEOUT(!screen.overlay(), 15000);
     QVERIFY(dialogs.shown.isEmpty());
     QCOMPARE(m_phone->requests().last()[u"parts"].toArray().at(0)[u"value"].toString(), recipients);
@@ -468,13 +471,16 @@ void TestFileScreens::anOperationEndedInFront()
     QTRY_COMPARE(m_fileManager.shownItems.size(), 1);
     QCOMPARE(m_fileManager.shownItems.at(0).size(), 3);
 
-    // The menu of a result row: Open, Show in folder, Copy path.
-    const QRect row = table->visualRect(shown->index(2, 0));
-    QContextMenuEvent menuEvent(
-        QContextMenuEvent::Mouse, row.center(), table->viewport()->mapToGlobal(row.center()));
-    QApplication::sendEvent(table->viewport(), &menuEvent);
+    const auto menuOf = [](FileTableView* list, int row) {
+        qDeleteAll(list->findChildren<QMenu*>()); // closed menus still waiting to go
+        const QPoint at = list->visualRect(list->model()->index(row, 0)).center();
+        QContextMenuEvent event(QContextMenuEvent::Mouse, at, list->viewport()->mapToGlobal(at));
+        QApplication::sendEvent(list->viewport(), &event);
+        return list->findChild<QMenu*>(u"resultMenu"_qs);
+    };
+    // The menu of a result row: Open, Show in folder, Copy path, Send to Decrypt.
     QMenu* menu = nullptr;
-    QTRY_VERIFY(menu = table->findChild<QMenu*>(u"resultMenu"_qs));
+    QVERIFY(menu = menuOf(table, 2));
     QStringList texts;
     for (QAction* action : menu->actions())
         texts.append(action->text());
@@ -523,13 +529,6 @@ void TestFileScreens::anOperationEndedInFront()
     decrypt.addFiles({ broken }, { broken });
     connect(&screen, &FileScreen::decryptRequested, &decrypt,
         [&](const QStringList& p) { decrypt.addFiles(p, p); });
-    const auto menuOf = [](FileTableView* list, int row) {
-        qDeleteAll(list->findChildren<QMenu*>()); // closed menus still waiting to go
-        const QPoint at = list->visualRect(list->model()->index(row, 0)).center();
-        QContextMenuEvent event(QContextMenuEvent::Mouse, at, list->viewport()->mapToGlobal(at));
-        QApplication::sendEvent(list->viewport(), &event);
-        return list->findChild<QMenu*>(u"resultMenu"_qs);
-    };
     for (int row = 0; row < 3; ++row) {
         QVERIFY(menu = menuOf(table, row));
         menu->actions().last()->trigger();
