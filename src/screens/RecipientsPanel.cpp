@@ -237,9 +237,11 @@ RecipientsPanel::RecipientsPanel(
     connect(search, &QLineEdit::textChanged, m_model, &RecipientsModel::applySearch);
     const auto countHidden = [this, hidden] {
         const int count = m_model->hiddenCheckedCount();
-        //: Under the recipients' search: %1 checked users and groups that the search hides
-        //% "%1 chosen, not shown"
-        hidden->setText(qtTrId("hiddenChecked").arg(count));
+        if (count > 0) {
+            //: Under the recipients' search: %1 checked users and groups that the search hides
+            //% "%1 chosen, not shown"
+            hidden->setText(qtTrId("hiddenChecked").arg(count));
+        }
         hidden->setVisible(count > 0);
     };
     connect(search, &QLineEdit::textChanged, this, countHidden);

@@ -119,9 +119,11 @@ void TestRecipientsPanel::clicksOnARowsParts()
     QVERIFY(m_screen->encryptButton()->isEnabled() && m_screen->isEncryptFilesEnabled());
     m_screen->intakeList()->flip(0);
     QVERIFY(!m_screen->encryptButton()->isEnabled()); // a recipient but no marked file
-    // The search narrows the rows at every keystroke.
+    // The search narrows the rows at every keystroke, and counts the checked it hides.
     QTest::keyClicks(widgets().searchTextField, u"fam"_qs);
     QCOMPARE(table->model()->rowCount(), 1);
+    QCOMPARE(widgets().hiddenChecked->isVisibleTo(panel()) ? widgets().hiddenChecked->text() : QString(),
+        u"1 chosen, not shown"_qs);
     const QRect family = table->visualRect(table->model()->index(0, 0));
     QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, table->cell()->disclosureRect(family).center());
     QCOMPARE(table->model()->rowCount(), 3); // Family and its two members
