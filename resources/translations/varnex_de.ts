@@ -852,7 +852,7 @@ Select deselect all users button</extracomment>
     </message>
     <message id="refusedNameNotValid">
         <source>name is not valid UTF-8</source>
-        <extracomment>Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened</extracomment>
+        <extracomment>Why a file was not added: its name&apos;s bytes are not valid UTF-8, so it cannot be opened</extracomment>
         <translation>Name ist kein gültiges UTF-8</translation>
     </message>
     <message id="fileRefused">
@@ -929,6 +929,161 @@ Select deselect all users button</extracomment>
         <source>Try again</source>
         <extracomment>Button beside the summary of an operation: sends the files that got no result again</extracomment>
         <translation>Erneut versuchen</translation>
+    </message>
+    <message id="lineNamesMore">
+        <source>%1, %2 and %3 more</source>
+        <extracomment>Recipients shortened: %1 and %2 are names, %3 how many more are checked</extracomment>
+        <translation>%1, %2 und %3 weitere</translation>
+    </message>
+    <message id="lineNamesThree">
+        <source>%1, %2 and %3</source>
+        <extracomment>Three recipients&apos; names</extracomment>
+        <translation>%1, %2 und %3</translation>
+    </message>
+    <message id="lineNamesTwo">
+        <source>%1 and %2</source>
+        <extracomment>Two recipients&apos; names</extracomment>
+        <translation>%1 und %2</translation>
+    </message>
+    <message id="lineOneOfOneFile">
+        <source>1 of 1 file</source>
+        <extracomment>Beside the operation button: the one listed file is marked</extracomment>
+        <translation>1 von 1 Datei</translation>
+    </message>
+    <message id="lineFiles">
+        <source>%1 of %2 files</source>
+        <extracomment>Beside the operation button: %1 files marked of %2 listed</extracomment>
+        <translation>%1 von %2 Dateien</translation>
+    </message>
+    <message id="lineForOnePerson">
+        <source>%1 (1 person)</source>
+        <extracomment>Who the files are for: %1 names the checked users and groups, which stand for one person</extracomment>
+        <translation>%1 (1 Person)</translation>
+    </message>
+    <message id="lineForPeople">
+        <source>%1 (%2 people)</source>
+        <extracomment>Who the files are for: %1 names the checked users and groups, %2 how many people they are</extracomment>
+        <translation>%1 (%2 Personen)</translation>
+    </message>
+    <message id="lineAddToEncrypt">
+        <source>Add the files to encrypt</source>
+        <extracomment>Beside the Encrypt button while its list is empty</extracomment>
+        <translation>Dateien zum Verschlüsseln hinzufügen</translation>
+    </message>
+    <message id="lineAddToDecrypt">
+        <source>Add the files to decrypt</source>
+        <extracomment>Beside the Decrypt button while its list is empty</extracomment>
+        <translation>Dateien zum Entschlüsseln hinzufügen</translation>
+    </message>
+    <message id="lineMarkToDecrypt">
+        <source>Mark the files to decrypt</source>
+        <extracomment>Beside the Decrypt button while no file is marked</extracomment>
+        <translation>Dateien zum Entschlüsseln markieren</translation>
+    </message>
+    <message id="lineMarkToEncryptFor">
+        <source>Mark the files to encrypt for %1</source>
+        <extracomment>Beside the Encrypt button while no file is marked; %1 says who they would be for</extracomment>
+        <translation>Dateien zum Verschlüsseln für %1 markieren</translation>
+    </message>
+    <message id="lineMarkAndChoose">
+        <source>Mark the files to encrypt and choose who may open them</source>
+        <extracomment>Beside the Encrypt button while no file is marked and nobody is chosen</extracomment>
+        <translation>Dateien zum Verschlüsseln markieren und wählen, wer sie öffnen darf</translation>
+    </message>
+    <message id="lineChoose">
+        <source>%1: choose who may open them</source>
+        <extracomment>Beside the Encrypt button while files are marked but nobody is chosen; %1 counts the files</extracomment>
+        <translation>%1: wählen, wer sie öffnen darf</translation>
+    </message>
+    <message id="lineFilesFor">
+        <source>%1 for %2</source>
+        <extracomment>Beside the Encrypt button: %1 counts the marked files, %2 says who they are for</extracomment>
+        <translation>%1 für %2</translation>
+    </message>
+    <message id="resultFilterPlaceholder">
+        <source>Filter by name</source>
+        <extracomment>Placeholder of the field that filters a result list by name</extracomment>
+        <translation>Nach Name filtern</translation>
+    </message>
+    <message id="resultFilterName">
+        <source>Filter %1</source>
+        <extracomment>Accessible name of the field that filters a result list; %1 is the list&apos;s title</extracomment>
+        <translation>%1 filtern</translation>
+    </message>
+    <message id="resultOrderName">
+        <source>Order of the results</source>
+        <extracomment>Accessible name of the choice of a result list&apos;s order</extracomment>
+        <translation>Reihenfolge der Ergebnisse</translation>
+    </message>
+    <message id="orderNewest">
+        <source>Newest first</source>
+        <extracomment>Order of a result list</extracomment>
+        <translation>Neueste zuerst</translation>
+    </message>
+    <message id="orderOldest">
+        <source>Oldest first</source>
+        <extracomment>Order of a result list</extracomment>
+        <translation>Älteste zuerst</translation>
+    </message>
+    <message id="orderNameAscending">
+        <source>Name A–Z</source>
+        <extracomment>Order of a result list</extracomment>
+        <translation>Name A–Z</translation>
+    </message>
+    <message id="orderNameDescending">
+        <source>Name Z–A</source>
+        <extracomment>Order of a result list</extracomment>
+        <translation>Name Z–A</translation>
+    </message>
+    <message id="orderLargest">
+        <source>Largest first</source>
+        <extracomment>Order of a result list</extracomment>
+        <translation>Größte zuerst</translation>
+    </message>
+    <message id="orderSmallest">
+        <source>Smallest first</source>
+        <extracomment>Order of a result list</extracomment>
+        <translation>Kleinste zuerst</translation>
+    </message>
+    <message id="resultSendToDecrypt">
+        <source>Send to Decrypt</source>
+        <extracomment>Encrypted result row menu: adds the file, marked, to the Decrypt screen&apos;s list and shows it</extracomment>
+        <translation>Zum Entschlüsseln senden</translation>
+    </message>
+    <message id="resultMoveToTrash">
+        <source>Move to Trash…</source>
+        <extracomment>Decrypted result row menu: moves the file to the desktop&apos;s trash, after asking</extracomment>
+        <translation>In den Papierkorb verschieben…</translation>
+    </message>
+    <message id="trashQuestionTitle">
+        <source>Move “%1” to the Trash?</source>
+        <extracomment>Title of the question before moving a decrypted file to the trash; %1 is its name</extracomment>
+        <translation>„%1“ in den Papierkorb verschieben?</translation>
+    </message>
+    <message id="trashQuestion">
+        <source>The decrypted file leaves the list and this folder. The desktop&apos;s Trash keeps it until it is emptied.</source>
+        <extracomment>Question before moving a decrypted file to the trash</extracomment>
+        <translation>Die entschlüsselte Datei verschwindet aus der Liste und aus diesem Ordner. Der Papierkorb der Arbeitsumgebung behält sie, bis er geleert wird.</translation>
+    </message>
+    <message id="trashButton">
+        <source>Move to Trash</source>
+        <extracomment>Button that moves a decrypted file to the trash</extracomment>
+        <translation>In den Papierkorb</translation>
+    </message>
+    <message id="trashFailed">
+        <source>“%1” could not be moved to the Trash: %2</source>
+        <extracomment>Message when a decrypted file could not be moved to the trash; %1 is its name, %2 why</extracomment>
+        <translation>„%1“ konnte nicht in den Papierkorb verschoben werden: %2</translation>
+    </message>
+    <message id="hiddenChecked">
+        <source>%1 chosen, not shown</source>
+        <extracomment>Under the recipients&apos; search: %1 checked users and groups that the search hides</extracomment>
+        <translation>%1 ausgewählt, nicht angezeigt</translation>
+    </message>
+    <message id="tabSelectedName">
+        <source>%1, selected</source>
+        <extracomment>Accessible name of the navigation tab whose screen is shown; %1 is the tab&apos;s title</extracomment>
+        <translation>%1, ausgewählt</translation>
     </message>
 </context>
 </TS>

@@ -262,6 +262,17 @@ void IntakeList::clearMarks()
     Q_EMIT changed();
 }
 
+void IntakeList::mark(const QStringList& paths)
+{
+    const QSet<QString> wanted(paths.begin(), paths.end());
+    QStringList marked;
+    for (const FilePtr& file : m_files) {
+        if (file->isChecked || (file->filePath && wanted.contains(*file->filePath)))
+            marked.append(file->filePath.value_or(QString()));
+    }
+    markOnly(marked);
+}
+
 void IntakeList::markOnly(const QStringList& paths)
 {
     const QSet<QString> wanted(paths.begin(), paths.end());

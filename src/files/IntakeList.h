@@ -80,6 +80,8 @@ public:
     void clearMarks();
     // Marks exactly the files at `paths` (those still listed), clears the others.
     void markOnly(const QStringList& paths);
+    // Marks the files at `paths` too (those listed); the others keep their marks.
+    void mark(const QStringList& paths);
 
     // The last piece of a name split at "."; "vx" exactly marks an encrypted file.
     static bool isEncryptedName(const QString& name);

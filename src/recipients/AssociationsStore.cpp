@@ -344,6 +344,21 @@ QStringList AssociationsStore::selectedRecipientEmails() const
     return sorted;
 }
 
+QStringList AssociationsStore::checkedNames() const
+{
+    QStringList names;
+    for (const AssociationItemPtr& item : m_items) {
+        if (isItemChecked(*item))
+            names.append(item->displayName().trimmed());
+    }
+    return names;
+}
+
+bool AssociationsStore::isItemChecked(const AssociationItem& item)
+{
+    return item.user ? ::isChecked(*item.user) : item.group && item.group->isChecked;
+}
+
 QString AssociationsStore::recipientsString() const
 {
     QString result;

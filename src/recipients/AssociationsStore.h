@@ -66,6 +66,9 @@ public:
 
     QStringList selectedRecipientEmails() const;
     QString recipientsString() const;
+    // The checked users and groups by name, in the list's order: who the next files are for.
+    QStringList checkedNames() const;
+    static bool isItemChecked(const AssociationItem& item);
 
     // "CheckedGroups": "test" + ids joined with "test" + "test", and back.
     static QString checkedGroupsText(const QList<qint64>& ids);

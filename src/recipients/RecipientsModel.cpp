@@ -33,6 +33,14 @@ bool RecipientsModel::passes(const AssociationItem& item) const
     return m_term.isEmpty() || item.matches(m_term);
 }
 
+int RecipientsModel::hiddenCheckedCount() const
+{
+    int hidden = 0;
+    for (const AssociationItemPtr& item : m_store->items())
+        hidden += !passes(*item) && AssociationsStore::isItemChecked(*item);
+    return hidden;
+}
+
 QList<RecipientsModel::Row> RecipientsModel::rowsOf(const QList<const AssociationItem*>& shown) const
 {
     QList<Row> rows;

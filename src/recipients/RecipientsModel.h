@@ -34,6 +34,8 @@ public:
     // It stays applied whatever the store changes.
     void applySearch(const QString& text);
     const QString& searchText() const { return m_search; }
+    // How many checked users and groups the search hides: they are recipients all the same.
+    int hiddenCheckedCount() const;
 
     std::optional<AssociatedUserRowType> rowType(int row) const;
     // A click on a row (or its check box): users and groups flip, members check nothing but

@@ -56,7 +56,7 @@ AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* 
     blurb->setFixedWidth(460);
     blurb->setMinimumHeight(blurb->heightForWidth(460));
     QPalette muted = blurb->palette();
-    muted.setColor(QPalette::WindowText, QColor(90, 90, 90));
+    muted.setColor(QPalette::WindowText, Colors::scheme().muted);
     blurb->setPalette(muted);
 
     pairedPhone->setTextFormat(Qt::PlainText); // the name comes from the network

@@ -10,15 +10,13 @@
 #include <QAbstractItemView>
 #include <QHelpEvent>
 #include <QPainter>
-#include <QToolTip>
 #include <QPainterPath>
+#include <QToolTip>
 
 namespace {
 
 const QColor amber(255, 192, 0);
 const QColor orange(254, 173, 2);
-const QColor ink(45, 45, 45);
-const QColor muted = Colors::mutedInk; // 4.5:1 also on the grey member cards
 const QColor idle(190, 190, 190);
 
 using Kind = AssociatedUserRowType::Kind;
@@ -49,8 +47,8 @@ void drawPerson(QPainter* p, const QPointF& centre, qreal size, const QColor& co
     const qreal head = size * 0.34;
     p->drawEllipse(QPointF(centre.x(), centre.y() - size * 0.2), head / 1.1, head / 1.1);
     QPainterPath body;
-    body.addRoundedRect(QRectF(centre.x() - size * 0.42, centre.y() + size * 0.12, size * 0.84, size * 0.42), size * 0.2,
-                        size * 0.2);
+    body.addRoundedRect(QRectF(centre.x() - size * 0.42, centre.y() + size * 0.12, size * 0.84, size * 0.42),
+        size * 0.2, size * 0.2);
     p->drawPath(body);
 }
 
@@ -92,8 +90,8 @@ QString AssociatedUserCellView::groupOptionsText()
     return qtTrId("groupOptions");
 }
 
-bool AssociatedUserCellView::helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
-                                       const QModelIndex& index)
+bool AssociatedUserCellView::helpEvent(
+    QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option, const QModelIndex& index)
 {
     if (event->type() != QEvent::ToolTip || !index.isValid())
         return QStyledItemDelegate::helpEvent(event, view, option, index);
@@ -111,7 +109,8 @@ bool AssociatedUserCellView::helpEvent(QHelpEvent* event, QAbstractItemView* vie
     return true;
 }
 
-AssociatedUserCellView::Part AssociatedUserCellView::hitTest(int kind, const QRect& rect, const QPoint& position) const
+AssociatedUserCellView::Part AssociatedUserCellView::hitTest(
+    int kind, const QRect& rect, const QPoint& position) const
 {
     if (!rect.contains(position))
         return Part::None;
@@ -147,10 +146,12 @@ AssociatedUserCellView::PhoneLayout AssociatedUserCellView::phoneLayout(
 
 QSize AssociatedUserCellView::sizeHint(const QStyleOptionViewItem&, const QModelIndex& index) const
 {
-    return QSize(300, Kind(index.data(RecipientsModel::KindRole).toInt()) == Kind::groupMember ? memberHeight : cardHeight);
+    return QSize(300,
+        Kind(index.data(RecipientsModel::KindRole).toInt()) == Kind::groupMember ? memberHeight : cardHeight);
 }
 
-void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& option, const QModelIndex& index) const
+void AssociatedUserCellView::paint(
+    QPainter* p, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
     const Kind kind = Kind(index.data(RecipientsModel::KindRole).toInt());
     const QRect row = option.rect;
@@ -161,24 +162,24 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
 
     if (kind == Kind::groupMember) {
         const QRect r = row.adjusted(46, 2, -8, -4);
-        drawCard(p, r, QColor(242, 242, 242), 8, false);
+        drawCard(p, r, Colors::scheme().memberCard, 8, false);
         drawPerson(p, QPointF(r.left() + 22, r.center().y()), 18, idle);
         font.setPointSize(10);
         p->setFont(font);
-        p->setPen(ink);
-        p->drawText(QRect(r.left() + 42, r.top(), r.width() - 50, r.height() / 2), Qt::AlignLeft | Qt::AlignBottom,
-                    index.data(RecipientsModel::NameRole).toString());
+        p->setPen(Colors::scheme().text);
+        p->drawText(QRect(r.left() + 42, r.top(), r.width() - 50, r.height() / 2),
+            Qt::AlignLeft | Qt::AlignBottom, index.data(RecipientsModel::NameRole).toString());
         font.setPointSize(8);
         p->setFont(font);
-        p->setPen(muted);
+        p->setPen(Colors::scheme().muted);
         p->drawText(QRect(r.left() + 42, r.center().y() + 2, r.width() - 50, r.height() / 2 - 2),
-                    Qt::AlignLeft | Qt::AlignTop, index.data(RecipientsModel::EmailRole).toString());
+            Qt::AlignLeft | Qt::AlignTop, index.data(RecipientsModel::EmailRole).toString());
         p->restore();
         return;
     }
 
     const QRect c = card(row);
-    drawCard(p, c, Qt::white, 10, true);
+    drawCard(p, c, Colors::scheme().card, 10, true);
     MarkBox::paint(p, checkBoxRect(row), checked);
     if (option.state.testFlag(QStyle::State_HasFocus)) {
         p->setPen(QPen(orange, 1, Qt::DotLine));
@@ -190,22 +191,22 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
         drawPerson(p, QPointF(c.left() + 54, c.center().y()), 26, checked ? amber : idle);
         textLeft = c.left() + 78;
     } else {
-        p->setPen(ink);
+        p->setPen(Colors::scheme().text);
         font.setPointSize(9);
         p->setFont(font);
         p->drawText(disclosureRect(row), Qt::AlignCenter,
-                    index.data(RecipientsModel::ExpandedRole).toBool() ? QStringLiteral("▼") : QStringLiteral("▶"));
+            index.data(RecipientsModel::ExpandedRole).toBool() ? QStringLiteral("▼") : QStringLiteral("▶"));
         const QColor tint = checked ? amber : idle;
         drawPerson(p, QPointF(c.left() + 82, c.center().y() + 1), 22, tint.lighter(115));
         drawPerson(p, QPointF(c.left() + 72, c.center().y() + 3), 24, tint);
         textLeft = c.left() + 100;
         // The options button: an ellipsis in a circle.
         const QRect m = menuRect(row);
-        p->setPen(QPen(muted, 1.4));
+        p->setPen(QPen(Colors::scheme().muted, 1.4));
         p->setBrush(Qt::NoBrush);
         p->drawEllipse(QRectF(m).adjusted(4, 4, -4, -4));
         p->setPen(Qt::NoPen);
-        p->setBrush(muted);
+        p->setBrush(Colors::scheme().muted);
         for (int i = -1; i <= 1; ++i)
             p->drawEllipse(QPointF(m.center().x() + 0.5 + i * 5, m.center().y() + 0.5), 1.6, 1.6);
     }
@@ -219,7 +220,7 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
             index.data(RecipientsModel::NameRole).toString(), top.width(), font);
         if (phone.width > 0) {
             p->setFont(small);
-            p->setPen(muted);
+            p->setPen(Colors::scheme().muted);
             p->drawText(QRect(textRight - phone.width, top.top(), phone.width, top.height()),
                 Qt::AlignRight | Qt::AlignBottom, phone.text);
             top.setRight(textRight - phone.width - 10);
@@ -228,14 +229,16 @@ void AssociatedUserCellView::paint(QPainter* p, const QStyleOptionViewItem& opti
     font.setPointSize(kind == Kind::user ? 10 : 11);
     font.setBold(true);
     p->setFont(font);
-    p->setPen(ink);
+    p->setPen(Colors::scheme().text);
     p->drawText(top, Qt::AlignLeft | Qt::AlignBottom,
-                QFontMetrics(font).elidedText(index.data(RecipientsModel::NameRole).toString(), Qt::ElideRight, top.width()));
+        QFontMetrics(font).elidedText(
+            index.data(RecipientsModel::NameRole).toString(), Qt::ElideRight, top.width()));
     p->setFont(small);
-    p->setPen(muted);
+    p->setPen(Colors::scheme().muted);
     const QRect bottom(textLeft, c.center().y() + 3, textRight - textLeft, c.height() / 2 - 8);
     const QString second = kind == Kind::user ? index.data(RecipientsModel::EmailRole).toString()
                                               : index.data(RecipientsModel::MemberCountRole).toString();
-    p->drawText(bottom, Qt::AlignLeft | Qt::AlignTop, smallMetrics.elidedText(second, Qt::ElideRight, bottom.width()));
+    p->drawText(bottom, Qt::AlignLeft | Qt::AlignTop,
+        smallMetrics.elidedText(second, Qt::ElideRight, bottom.width()));
     p->restore();
 }

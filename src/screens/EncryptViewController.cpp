@@ -54,6 +54,11 @@ EncryptViewController::EncryptViewController(const Session& session, DesktopNoti
     AssociationsStore* store = m_recipients->store();
     intakeList()->setOperationPrecondition([store] { return !store->selectedRecipientEmails().isEmpty(); });
     connect(store, &AssociationsStore::recipientsChanged, intakeList(), &IntakeList::updateOperationButton);
+    // Names and counts change with any mark, and with a reply that renames or regroups.
+    connect(store, &AssociationsStore::marksChanged, this, &FileScreen::updateOperationLine);
+    connect(store, &AssociationsStore::recipientsChanged, this, &FileScreen::updateOperationLine);
+    connect(store, &AssociationsStore::itemsChanged, this, &FileScreen::updateOperationLine);
+    updateOperationLine();
     RecipientsController* controller = m_recipients->controller();
     if (session.isPhoneConnected())
         controller->start();
@@ -100,6 +105,12 @@ void EncryptViewController::encryptFiles()
         intakeList()->clearMarks();
         m_recipients->store()->uncheckAllUsers();
     });
+}
+
+std::optional<OperationLine::Recipients> EncryptViewController::lineRecipients() const
+{
+    const AssociationsStore* store = m_recipients->store();
+    return OperationLine::Recipients { store->checkedNames(), int(store->selectedRecipientEmails().size()) };
 }
 
 const FileList& EncryptViewController::encryptedFiles() const

@@ -29,6 +29,9 @@ public:
     // The right-hand column: the people and groups to encrypt for.
     RecipientsPanel* recipients() const { return m_recipients; }
 
+protected:
+    std::optional<OperationLine::Recipients> lineRecipients() const override;
+
 private:
     RecipientsPanel* m_recipients = nullptr;
 };

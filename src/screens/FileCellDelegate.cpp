@@ -38,7 +38,8 @@ QRect FileCellDelegate::previewRect(const QRect& row) const
 {
     if (!m_outlets.previewFileButton)
         return {};
-    return QRect(row.right() - margin - previewSize, row.center().y() - previewSize / 2, previewSize, previewSize);
+    return QRect(
+        row.right() - margin - previewSize, row.center().y() - previewSize / 2, previewSize, previewSize);
 }
 
 FileCellDelegate::Part FileCellDelegate::hitTest(const QRect& rect, const QPoint& position) const
@@ -62,13 +63,15 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
     const QRect row = option.rect;
     p->save();
     p->setRenderHint(QPainter::Antialiasing);
-    p->fillRect(row, Qt::white);
+    const Colors::Scheme& colours = Colors::scheme();
+    p->fillRect(row, colours.card);
     // The separator runs along the row's foot, so the first row does not double the box's edge.
-    p->fillRect(QRect(row.left(), row.bottom() - 1, row.width(), 2), gridColor);
+    p->fillRect(
+        QRect(row.left(), row.bottom() - 1, row.width(), 2), colours.dark ? colours.panel : gridColor);
     if (option.state.testFlag(QStyle::State_HasFocus)) {
-        // The keyboard's row: rows are white in every palette, so a dark amber frame reads on
-        // a light and a dark desktop alike (over 4:1 against white).
-        p->setPen(QPen(focusColor, 2));
+        // The keyboard's row: a dark amber frame on the white rows (over 4:1), the amber itself
+        // on the dark ones.
+        p->setPen(QPen(colours.dark ? Colors::primaryColor : focusColor, 2));
         p->setBrush(Qt::NoBrush);
         p->drawRoundedRect(QRectF(row).adjusted(3, 3, -3, -4), 6, 6);
     }
@@ -97,18 +100,18 @@ void FileCellDelegate::paint(QPainter* p, const QStyleOptionViewItem& option, co
         right -= width + 8;
     };
     if (m_outlets.fileModified)
-        column(modifiedWidth, index.data(FileListModel::ModifiedRole).toString(), Colors::mutedInk,
-            Qt::AlignRight);
-    column(typeWidth, index.data(FileListModel::TypeRole).toString(), Colors::amberInk, Qt::AlignHCenter);
-    column(sizeWidth, index.data(FileListModel::SizeRole).toString(), Colors::mutedInk, Qt::AlignRight);
+        column(
+            modifiedWidth, index.data(FileListModel::ModifiedRole).toString(), colours.muted, Qt::AlignRight);
+    column(typeWidth, index.data(FileListModel::TypeRole).toString(), colours.amberText, Qt::AlignHCenter);
+    column(sizeWidth, index.data(FileListModel::SizeRole).toString(), colours.muted, Qt::AlignRight);
 
     QFont nameFont = option.font;
     nameFont.setWeight(QFont::Medium);
     p->setFont(nameFont);
-    p->setPen(Colors::ink);
+    p->setPen(colours.text);
     const QRect name(left, row.top(), qMax(0, right - left), row.height() - 2);
     p->drawText(name, Qt::AlignLeft | Qt::AlignVCenter,
-                QFontMetrics(nameFont).elidedText(index.data(FileListModel::NameRole).toString(), Qt::ElideMiddle,
-                                                  name.width()));
+        QFontMetrics(nameFont).elidedText(
+            index.data(FileListModel::NameRole).toString(), Qt::ElideMiddle, name.width()));
     p->restore();
 }

@@ -2,11 +2,14 @@
 
 #include "desktop/DesktopNotifier.h"
 #include "files/FileListModel.h"
+#include "files/OperationLine.h"
 #include "files/ResultFolder.h"
 #include "files/ResultOrderModel.h"
 #include "operations/OperationRun.h"
 #include "screens/FileCellDelegate.h"
 #include "screens/FileTableView.h"
+#include "widgets/AnnouncedLabel.h"
+#include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/Line.h"
 #include "widgets/ProgressOverlay.h"
@@ -16,14 +19,19 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QComboBox>
 #include <QContextMenuEvent>
+#include <QDir>
 #include <QDragEnterEvent>
+#include <QFile>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
+#include <QStandardPaths>
 #include <QVBoxLayout>
 
 namespace {
@@ -45,7 +53,7 @@ QLabel* makeTitle(const QString& text, QWidget* parent)
     font.setBold(true);
     font.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
     label->setFont(font);
-    label->setStyleSheet(QStringLiteral("color: rgb(70,70,70);"));
+    label->setStyleSheet(u"color: " + Colors::scheme().title.name() + u';');
     return label;
 }
 
@@ -127,8 +135,10 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     m_widgets.chooseFilesButton->setShortcut(QKeySequence::Open);
     m_widgets.removeFilesButton->setShortcut(QKeySequence::Delete);
     m_widgets.selectDeselectAllButton->setShortcut(QKeySequence::SelectAll);
-    for (QPushButton* button :
-        { m_widgets.chooseFilesButton, m_widgets.removeFilesButton, m_widgets.selectDeselectAllButton })
+    // Runs the shown screen's operation from anywhere on it (the hidden twin's does not take it).
+    m_widgets.operationButton->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
+    for (QPushButton* button : { m_widgets.chooseFilesButton, m_widgets.removeFilesButton,
+             m_widgets.selectDeselectAllButton, m_widgets.operationButton })
         showShortcutInToolTip(button);
 
     // The intake title and its buttons sit together, with the screen's rule right under them:
@@ -166,6 +176,45 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     resultHeader->addWidget(m_widgets.resultText);
     resultHeader->addStretch();
     resultHeader->addWidget(m_widgets.openFolderButton);
+    // Finding a result among thousands: a filter by name and the order of the list.
+    m_widgets.resultFilter = new QLineEdit(this);
+    m_widgets.resultFilter->setObjectName(QStringLiteral("resultFilter"));
+    //: Placeholder of the field that filters a result list by name
+    //% "Filter by name"
+    m_widgets.resultFilter->setPlaceholderText(qtTrId("resultFilterPlaceholder"));
+    //: Accessible name of the field that filters a result list; %1 is the list's title
+    //% "Filter %1"
+    m_widgets.resultFilter->setAccessibleName(qtTrId("resultFilterName").arg(m_settings.resultTitle));
+    m_widgets.resultFilter->setClearButtonEnabled(true);
+    m_widgets.resultFilter->setPalette(Colors::schemePalette(m_widgets.resultFilter->palette()));
+    m_widgets.resultFilter->setStyleSheet(fieldStyle(13));
+    m_widgets.resultOrder = new QComboBox(this);
+    m_widgets.resultOrder->setObjectName(QStringLiteral("resultOrder"));
+    //: Accessible name of the choice of a result list's order
+    //% "Order of the results"
+    m_widgets.resultOrder->setAccessibleName(qtTrId("resultOrderName"));
+    //: Order of a result list
+    //% "Newest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderNewest"), int(ResultOrderModel::Order::Newest));
+    //: Order of a result list
+    //% "Oldest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderOldest"), int(ResultOrderModel::Order::Oldest));
+    //: Order of a result list
+    //% "Name A–Z"
+    m_widgets.resultOrder->addItem(qtTrId("orderNameAscending"), int(ResultOrderModel::Order::NameAscending));
+    //: Order of a result list
+    //% "Name Z–A"
+    m_widgets.resultOrder->addItem(
+        qtTrId("orderNameDescending"), int(ResultOrderModel::Order::NameDescending));
+    //: Order of a result list
+    //% "Largest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderLargest"), int(ResultOrderModel::Order::Largest));
+    //: Order of a result list
+    //% "Smallest first"
+    m_widgets.resultOrder->addItem(qtTrId("orderSmallest"), int(ResultOrderModel::Order::Smallest));
+    auto* finding = new QHBoxLayout;
+    finding->addWidget(m_widgets.resultFilter, 1);
+    finding->addWidget(m_widgets.resultOrder);
 
     auto* files = new QVBoxLayout;
     files->setSpacing(8);
@@ -177,13 +226,14 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     files->addWidget(m_intakePanel, 3);
     files->addSpacing(10);
     files->addLayout(resultHeader);
+    files->addLayout(finding);
     files->addWidget(boxed(m_widgets.resultTable, this), 2);
 
     m_summaryRow = new QWidget(this);
     auto* summary = new QHBoxLayout(m_summaryRow);
     summary->setContentsMargins(4, 0, 0, 0);
     m_widgets.resultSummary = new QLabel(m_summaryRow);
-    m_widgets.resultSummary->setStyleSheet(QStringLiteral("color: rgb(50,50,50);"));
+    m_widgets.resultSummary->setForegroundRole(QPalette::WindowText);
     m_widgets.resultSummary->setTextFormat(Qt::PlainText);
     //: Button beside the summary of the last operation: shows its results in the file manager
     //% "Show in folder"
@@ -204,8 +254,15 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     summary->addStretch();
     m_summaryRow->hide();
     files->addWidget(m_summaryRow);
+    // What the button will do, or what it still needs, right beside it.
+    m_widgets.operationLine = new AnnouncedLabel(this);
+    m_widgets.operationLine->setObjectName(QStringLiteral("operationLine"));
+    m_widgets.operationLine->setWordWrap(true);
+    m_widgets.operationLine->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    m_widgets.operationLine->setForegroundRole(QPalette::WindowText);
     auto* bottom = new QHBoxLayout;
-    bottom->addStretch();
+    bottom->setSpacing(14);
+    bottom->addWidget(m_widgets.operationLine, 1);
     bottom->addWidget(m_widgets.operationButton);
     files->addLayout(bottom);
 
@@ -228,13 +285,18 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     connect(m_widgets.removeFilesButton, &QPushButton::clicked, this, &FileScreen::removeMarkedFiles);
     connect(m_widgets.openFolderButton, &QPushButton::clicked, this, &FileScreen::openVarnexFolder);
     connect(m_widgets.operationButton, &QPushButton::clicked, this, &FileScreen::operationRequested);
-    connect(m_widgets.intakeTable, &FileTableView::filesDropped, this, &FileScreen::addFiles);
+    connect(m_widgets.intakeTable, &FileTableView::filesDropped, this,
+        [this](const QStringList& paths) { addFiles(paths); });
     connect(m_widgets.intakeTable, &FileTableView::rowClicked, m_intake, &IntakeList::flip);
     connect(m_widgets.intakeTable, &FileTableView::checkBoxClicked, m_intake, &IntakeList::flip);
     for (FileTableView* table : { m_widgets.intakeTable, m_widgets.resultTable })
         connect(
             table, &FileTableView::previewClicked, this, [this, table](int row) { previewFile(table, row); });
     connect(m_widgets.resultTable, &QWidget::customContextMenuRequested, this, &FileScreen::showResultMenu);
+    connect(m_widgets.resultFilter, &QLineEdit::textChanged, m_resultOrder, &ResultOrderModel::setFilterText);
+    connect(m_widgets.resultOrder, &QComboBox::currentIndexChanged, this, [this] {
+        m_resultOrder->setOrder(ResultOrderModel::Order(m_widgets.resultOrder->currentData().toInt()));
+    });
     connect(m_widgets.detailsButton, &QPushButton::clicked, this, &FileScreen::showProblems);
     connect(m_widgets.tryAgainButton, &QPushButton::clicked, this, &FileScreen::tryAgain);
     connect(m_widgets.showResultsButton, &QPushButton::clicked, this,
@@ -243,6 +305,7 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     m_notifier.openPath = [](const QString& path) { return Dialogs::current().openPath(path); };
 
     connect(m_intake, &IntakeList::changed, m_intakeModel, &FileListModel::reload);
+    connect(m_intake, &IntakeList::changed, this, &FileScreen::updateOperationLine);
     connect(m_intake, &IntakeList::buttonsChanged, this, &FileScreen::applyButtons);
     connect(m_results, &ResultFolder::replaced, m_resultModel, &FileListModel::reload);
 
@@ -254,7 +317,9 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     setTabOrder(m_widgets.selectDeselectAllButton, m_widgets.removeFilesButton);
     setTabOrder(m_widgets.removeFilesButton, m_widgets.intakeTable);
     setTabOrder(m_widgets.intakeTable, m_widgets.openFolderButton);
-    setTabOrder(m_widgets.openFolderButton, m_widgets.resultTable);
+    setTabOrder(m_widgets.openFolderButton, m_widgets.resultFilter);
+    setTabOrder(m_widgets.resultFilter, m_widgets.resultOrder);
+    setTabOrder(m_widgets.resultOrder, m_widgets.resultTable);
     setTabOrder(m_widgets.resultTable, m_widgets.detailsButton);
     setTabOrder(m_widgets.detailsButton, m_widgets.tryAgainButton);
     setTabOrder(m_widgets.tryAgainButton, m_widgets.showResultsButton);
@@ -267,6 +332,16 @@ void FileScreen::applyButtons(const IntakeList::Buttons& buttons)
     switchButton(m_widgets.removeFilesButton, buttons.remove);
     switchButton(m_widgets.operationButton, buttons.operation);
     m_isOperationEnabled = buttons.operation;
+    updateOperationLine();
+}
+
+void FileScreen::updateOperationLine()
+{
+    const QString line
+        = OperationLine::text(m_intake->markedCount(), int(m_intake->files().size()), lineRecipients());
+    m_widgets.operationLine->announce(line);
+    // The button says it too, for whoever reaches it first.
+    m_widgets.operationButton->setAccessibleDescription(line);
 }
 
 namespace {
@@ -348,12 +423,14 @@ QString refusalList(const QList<IntakeList::Refusal>& refused)
 
 } // namespace
 
-void FileScreen::addFiles(const QStringList& paths)
+void FileScreen::addFiles(const QStringList& paths, const QStringList& marked)
 {
     // Thousands of files are looked at off the main thread; the dialog follows once they are in,
     // from the event loop: files come from drops, file choosers and other programs' hand-overs,
     // whose senders must not be on the stack of a dialog's nested loop.
-    m_intake->admit(paths, this, [this](const QList<IntakeList::Refusal>& refused) {
+    m_intake->admit(paths, this, [this, marked](const QList<IntakeList::Refusal>& refused) {
+        if (!marked.isEmpty())
+            m_intake->mark(marked);
         if (refused.isEmpty())
             return;
         const QString message = m_settings.refusalMessage + u"\n\n" + refusalList(refused);
@@ -442,7 +519,55 @@ void FileScreen::showResultMenu(const QPoint& position)
     //: Result row menu: copies the file's full path
     //% "Copy path"
     menu->addAction(qtTrId("resultCopyPath"), this, [this, row] { copyResultPath(row); });
+    menu->addSeparator();
+    const QString path = resultPath(row);
+    if (m_settings.kind == IntakeList::Kind::Encrypt) {
+        //: Encrypted result row menu: adds the file, marked, to the Decrypt screen's list and shows it
+        //% "Send to Decrypt"
+        menu->addAction(
+            qtTrId("resultSendToDecrypt"), this, [this, path] { Q_EMIT decryptRequested({ path }); });
+    } else {
+        //: Decrypted result row menu: moves the file to the desktop's trash, after asking
+        //% "Move to Trash…"
+        QAction* trash = menu->addAction(qtTrId("resultMoveToTrash"));
+        // From the event loop: the menu goes with its row while the question is open.
+        connect(
+            trash, &QAction::triggered, this, [this, path] { moveResultToTrash(path); },
+            Qt::QueuedConnection);
+    }
     menu->popup(m_widgets.resultTable->viewport()->mapToGlobal(at));
+}
+
+bool FileScreen::moveResultToTrash(const QString& path)
+{
+    const QString name = path.section(u'/', -1);
+    //: Title of the question before moving a decrypted file to the trash; %1 is its name
+    //% "Move “%1” to the Trash?"
+    const QString title = qtTrId("trashQuestionTitle").arg(name);
+    //: Question before moving a decrypted file to the trash
+    //% "The decrypted file leaves the list and this folder. The desktop's Trash keeps it until it is emptied."
+    const QString question = qtTrId("trashQuestion");
+    //: Button that moves a decrypted file to the trash
+    //% "Move to Trash"
+    const QString move = qtTrId("trashButton");
+    const QPointer<FileScreen> self(this);
+    const int answer = Dialogs::current().ask(
+        this, title, question, { move, Dialogs::cancelText() }, Dialogs::Style::Warning);
+    if (!self || answer != 0)
+        return false;
+    // Without the user's data folder, Qt 6.4 makes the trash's "files" and "info" in the
+    // current folder instead (a fresh account may not have it yet).
+    QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
+    QFile file(path);
+    if (!file.moveToTrash()) {
+        //: Message when a decrypted file could not be moved to the trash; %1 is its name, %2 why
+        //% "“%1” could not be moved to the Trash: %2"
+        showAlert(this, title, qtTrId("trashFailed").arg(name, file.errorString()), Dialogs::Style::Warning);
+        return false;
+    }
+    if (self)
+        m_results->refresh();
+    return true;
 }
 
 bool FileScreen::eventFilter(QObject* watched, QEvent* event)

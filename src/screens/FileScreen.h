@@ -1,6 +1,7 @@
 #pragma once
 
 #include "files/IntakeList.h"
+#include "files/OperationLine.h"
 #include "operations/OperationRun.h"
 
 #include <QWidget>
@@ -9,12 +10,15 @@
 #include <functional>
 #include <optional>
 
+class AnnouncedLabel;
 class FileListModel;
 class ProgressOverlay;
 class FileTableView;
 class Line;
 class QHBoxLayout;
+class QComboBox;
 class QLabel;
+class QLineEdit;
 class QPushButton;
 class ResultFolder;
 class ResultOrderModel;
@@ -45,8 +49,9 @@ public:
 
     FileScreen(Settings settings, const Session& session, DesktopNotifier& notifier, QWidget* parent);
 
-    // Admits what the screen's rule allows and tells the user once about the rest.
-    void addFiles(const QStringList& paths);
+    // Admits what the screen's rule allows and tells the user once about the rest; the listed
+    // files at `marked` are marked then (files the user handed over to be worked on).
+    void addFiles(const QStringList& paths, const QStringList& marked = {});
     void chooseFiles();
     void openVarnexFolder();
     void previewFile(FileTableView* table, int row);
@@ -71,7 +76,12 @@ public:
         QPushButton* removeFilesButton = nullptr;
         QPushButton* selectDeselectAllButton = nullptr;
         QPushButton* operationButton = nullptr;
+        // Beside the operation button: what it will do, or what it still needs.
+        AnnouncedLabel* operationLine = nullptr;
         QPushButton* openFolderButton = nullptr;
+        // Over the result list: its filter by name and its order.
+        QLineEdit* resultFilter = nullptr;
+        QComboBox* resultOrder = nullptr;
         // Under the result list after an operation, until the next one starts: what happened,
         // and the button that shows its results in the file manager.
         QLabel* resultSummary = nullptr;
@@ -96,6 +106,8 @@ public:
     // The result menu's actions for a result row (as the table shows it).
     void showResultInFolder(int row);
     void copyResultPath(int row);
+    // A decrypted result to the desktop's trash, once the user confirmed; true when it went.
+    bool moveResultToTrash(const QString& path);
     // The decorating strokes under the intake title, left to right.
     const QList<Line*>& lines() const { return m_lines; }
     // The overlay of the operation under way, if any.
@@ -104,9 +116,13 @@ public:
 
     // Whether the operation button is on (it follows the intake list's rule).
     bool isOperationEnabled() const { return m_isOperationEnabled; }
+    // Says again what the operation will do (marks or recipients changed).
+    void updateOperationLine();
 
 Q_SIGNALS:
     void operationRequested();
+    // Encrypted results the user sends on to the Decrypt screen.
+    void decryptRequested(const QStringList& paths);
 
 protected:
     // Covers the screen with `overlay`, runs `run`, shows its dialog (if any) once it ends,
@@ -117,6 +133,8 @@ protected:
     QHBoxLayout* columns() const { return m_columns; }
 
     const Session& session() const { return m_session; }
+    // Who the files are for, on a screen that asks (the Encrypt screen).
+    virtual std::optional<OperationLine::Recipients> lineRecipients() const { return std::nullopt; }
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 

@@ -1,5 +1,7 @@
 #include "screens/FileTableView.h"
 
+#include "widgets/Colors.h"
+
 #include "screens/FileCellDelegate.h"
 
 #include <QApplication>
@@ -29,7 +31,7 @@ FileTableView::FileTableView(
     setDropIndicatorShown(false);
     viewport()->setAutoFillBackground(true);
     QPalette p = viewport()->palette();
-    p.setColor(QPalette::Base, Qt::white);
+    p.setColor(QPalette::Base, Colors::scheme().card);
     viewport()->setPalette(p);
 }
 

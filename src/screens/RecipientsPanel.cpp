@@ -177,7 +177,7 @@ RecipientsPanel::RecipientsPanel(
     titleFont.setBold(true);
     titleFont.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
     title->setFont(titleFont);
-    title->setStyleSheet(QStringLiteral("color: rgb(70,70,70);"));
+    title->setStyleSheet(u"color: " + Colors::scheme().title.name() + u';');
 
     //: Select deselect all users button
     //% "SELECT/DESELECT ALL"
@@ -205,29 +205,48 @@ RecipientsPanel::RecipientsPanel(
     search->installEventFilter(this);
     // The field's own colours, set before its style sheet: polishing fixes the palette it has
     // then, and the white field keeps dark text and a readable hint whatever the system's.
-    search->setPalette(Colors::lightPalette(search->palette()));
-    search->setStyleSheet(
-        QStringLiteral("QLineEdit { background: white; border: 1px solid rgb(225,225,225); border-radius: "
-                       "10px; padding: 7px 12px;"
-                       " font-size: 15px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }"));
+    search->setPalette(Colors::schemePalette(search->palette()));
+    search->setStyleSheet(fieldStyle(15));
+
+    // Checked people and groups the search hides are recipients all the same: counted here.
+    auto* hidden = m_widgets.hiddenChecked = new QLabel(this);
+    hidden->setObjectName(QStringLiteral("hiddenChecked"));
+    hidden->hide();
 
     auto* table = m_widgets.associatedUsersTable = new RecipientsTableView(new AssociatedUserCellView, this);
     table->setModel(m_model);
     table->setAccessibleName(title->text());
 
-    auto* header = new QHBoxLayout;
+    // The title and its buttons side by side while they fit, else the buttons under the title
+    // (a larger desktop font, a longer language): never a cut title.
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(createGroup);
+    buttons->addWidget(selectAll);
+    auto* header = m_header = new QBoxLayout(QBoxLayout::LeftToRight);
     header->addWidget(title);
-    header->addStretch();
-    header->addWidget(createGroup);
-    header->addWidget(selectAll);
+    header->addLayout(buttons, 1);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);
     layout->addLayout(header);
     layout->addWidget(search);
+    layout->addWidget(hidden);
     layout->addWidget(table, 1);
 
     connect(search, &QLineEdit::textChanged, m_model, &RecipientsModel::applySearch);
+    const auto countHidden = [this, hidden] {
+        const int count = m_model->hiddenCheckedCount();
+        if (count > 0) {
+            //: Under the recipients' search: %1 checked users and groups that the search hides
+            //% "%1 chosen, not shown"
+            hidden->setText(qtTrId("hiddenChecked").arg(count));
+        }
+        hidden->setVisible(count > 0);
+    };
+    connect(search, &QLineEdit::textChanged, this, countHidden);
+    connect(m_store, &AssociationsStore::marksChanged, this, countHidden);
+    connect(m_store, &AssociationsStore::itemsChanged, this, countHidden);
     connect(selectAll, &QPushButton::clicked, m_store, &AssociationsStore::selectDeselectAll);
     connect(createGroup, &QPushButton::clicked, this, &RecipientsPanel::createGroupButtonClicked);
     connect(table, &RecipientsTableView::rowClicked, m_model, &RecipientsModel::clickRow);
@@ -259,6 +278,15 @@ RecipientsPanel::RecipientsPanel(
     setTabOrder(createGroup, selectAll);
     setTabOrder(selectAll, search);
     setTabOrder(search, table);
+}
+
+void RecipientsPanel::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    const int wide = m_widgets.associatedUsersText->sizeHint().width()
+        + m_widgets.createGroupButton->sizeHint().width()
+        + m_widgets.selectDeselectAllUsersButton->sizeHint().width() + 4 * m_header->spacing() + 20;
+    m_header->setDirection(width() >= wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
 }
 
 bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)

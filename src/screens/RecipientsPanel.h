@@ -12,6 +12,7 @@ class AssociatedUserCellView;
 class AssociationsStore;
 class NetworkClient;
 class PhoneServiceClient;
+class QBoxLayout;
 class QLineEdit;
 class QLabel;
 class QMenu;
@@ -84,6 +85,7 @@ public:
     {
         QLabel* associatedUsersText = nullptr;
         QLineEdit* searchTextField = nullptr;
+        QLabel* hiddenChecked = nullptr; // "2 chosen, not shown" while the search hides them
         QPushButton* selectDeselectAllUsersButton = nullptr;
         QPushButton* createGroupButton = nullptr;
         RecipientsTableView* associatedUsersTable = nullptr;
@@ -92,6 +94,7 @@ public:
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     bool servesCurrentPhone() const;
@@ -106,6 +109,7 @@ private:
     GroupManagement* m_groups;
     RecipientsModel* m_model;
     Widgets m_widgets;
+    QBoxLayout* m_header = nullptr;
     const quint64 m_phoneEpoch;
     qint64 m_revealGroupId = 0;
     QString m_revealGroupName;

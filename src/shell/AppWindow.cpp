@@ -8,6 +8,7 @@
 #include "shell/MainViewController.h"
 #include "shell/ReplacePresentationAnimator.h"
 #include "shell/ScreenFactory.h"
+#include "widgets/ButtonKeys.h"
 #include "widgets/Colors.h"
 #include "widgets/ModalDialogs.h"
 
@@ -30,6 +31,7 @@ AppWindow::AppWindow(AppServices& services, QWidget* parent)
     palette.setColor(QPalette::Window, Colors::primaryColor);
     setPalette(palette);
     setAutoFillBackground(true);
+    pressButtonsOnEnter();
     connect(&services.phone.session(), &Session::phoneReplaced, this, &AppWindow::phoneReplaced);
     connect(&services.phone, &PhoneConnection::stateChanged, this, &AppWindow::phoneStateChanged);
 }
@@ -61,7 +63,20 @@ void AppWindow::setContent(QWidget* screen)
     if (screen) {
         m_layout->addWidget(screen);
         screen->show();
-        screen->setFocus();
+        // The keyboard goes back where it was on a screen that comes back, else to the screen's
+        // first control, with its focus ring showing (on the screen itself nothing shows it).
+        QWidget* focus = screen->focusWidget();
+        for (QWidget* next = screen; !focus || focus == screen || !focus->isVisibleTo(screen);) {
+            next = next->nextInFocusChain();
+            if (next == screen || !next) {
+                focus = screen;
+                break;
+            }
+            if (screen->isAncestorOf(next) && next->isVisibleTo(screen) && next->isEnabled()
+                && (next->focusPolicy() & Qt::TabFocus))
+                focus = next;
+        }
+        focus->setFocus(Qt::TabFocusReason);
     }
     Q_EMIT contentChanged(screen);
 }
@@ -122,8 +137,10 @@ void AppWindow::phoneReplaced()
     QPointer<MainViewController> old = m_main;
     m_main = nullptr;
     // The people and groups were the old phone's; the listed files are the user's and stay.
-    if (old)
+    if (old) {
         m_waitingFiles = old->intakeFiles() + m_waitingFiles;
+        m_waitingMarked = old->intakeFiles(true) + m_waitingMarked;
+    }
     if (m_services.phone.session().isPhoneConnected() && old && m_wanted == old)
         showMain();
     if (old && old != m_content && old != m_wanted)
@@ -155,6 +172,11 @@ MainViewController* AppWindow::mainScreen() const
 
 void AppWindow::openFiles(const QStringList& paths)
 {
+    openFiles(paths, paths);
+}
+
+void AppWindow::openFiles(const QStringList& paths, const QStringList& marked)
+{
     // Before any phone is connected the main screens are made at once, out of sight, so the
     // files wait in their own intake lists until the main window shows.
     if (!m_main) {
@@ -162,7 +184,7 @@ void AppWindow::openFiles(const QStringList& paths)
         m_main->setParent(this);
         m_main->hide();
     }
-    m_main->openFiles(paths);
+    m_main->openFiles(paths, marked);
 }
 
 void AppWindow::deliverWaitingFiles()
@@ -174,7 +196,7 @@ void AppWindow::deliverWaitingFiles()
         this,
         [this] {
             const QStringList files = std::exchange(m_waitingFiles, {});
-            openFiles(files);
+            openFiles(files, std::exchange(m_waitingMarked, {}));
         },
         Qt::QueuedConnection);
 }

@@ -37,7 +37,8 @@ public:
     bool isPairingPending() const { return m_pairingPending; }
 
     // Files from the command line or a later start: ".vx" ones to Decrypt, the others to
-    // Encrypt, and that screen shown. Before pairing they wait for the main screens.
+    // Encrypt, marked (the user chose them to be worked on), and that screen shown. Before
+    // pairing they wait for the main screens.
     void openFiles(const QStringList& paths);
 
     // Files a later start hands over are opened here, and the window comes forward.
@@ -54,6 +55,7 @@ private:
     void phoneReplaced();
     void phoneStateChanged();
     void deliverWaitingFiles();
+    void openFiles(const QStringList& paths, const QStringList& marked);
 
     AppServices& m_services;
     QVBoxLayout* m_layout = nullptr;
@@ -62,4 +64,5 @@ private:
     QPointer<MainViewController> m_main; // the main window of the trusted phone, if made
     bool m_pairingPending = false;
     QStringList m_waitingFiles; // handed over before the main screens existed
+    QStringList m_waitingMarked; // those of them to be marked
 };

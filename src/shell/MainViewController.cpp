@@ -11,6 +11,7 @@
 #include "screens/PairingRequestBar.h"
 #include "screens/RecipientsPanel.h"
 #include "shell/AppServices.h"
+#include "widgets/ButtonKeys.h"
 #include "widgets/Colors.h"
 #include "widgets/CustomButton.h"
 #include "widgets/RoundedPanel.h"
@@ -93,6 +94,7 @@ MainViewController::MainViewController(AppServices& services, QWidget* parent)
     , m_services(services)
 {
     setObjectName(QStringLiteral("main_vc"));
+    pressButtonsOnEnter();
     viewDidLoad();
     installShortcuts();
 }
@@ -161,10 +163,11 @@ void MainViewController::viewDidLoad()
     header->addWidget(aboutButton, 0, Qt::AlignVCenter);
 
     // The grey panel with its one rounded corner, holding the screens.
-    auto* panel = new RoundedPanel(Colors::grayColor, 35, RoundedPanel::TopLeft, this);
+    // Light, or dark with a dark desktop; the amber around it stays.
+    auto* panel = new RoundedPanel(Colors::scheme().panel, 35, RoundedPanel::TopLeft, this);
     grayBackground = panel;
     panel->setObjectName(QStringLiteral("grayBackground"));
-    panel->setPalette(Colors::lightPalette(panel->palette()));
+    panel->setPalette(Colors::schemePalette(panel->palette()));
     container = new QWidget(panel);
     container->setObjectName(QStringLiteral("container"));
     auto* panelLayout = new QVBoxLayout(panel);
@@ -197,6 +200,9 @@ void MainViewController::viewDidLoad()
         m_stack->addWidget(screen);
     m_stack->setCurrentWidget(vc1);
 
+    // An encrypted result sent on from the Encrypt screen's list: to Decrypt, marked.
+    connect(vc1, &FileScreen::decryptRequested, this,
+        [this](const QStringList& paths) { openFiles(paths, paths); });
     connect(vc3, &AboutViewController::forgetRequested, &m_services.phone, &PhoneConnection::forget);
     // The same phone re-pairing under a new name, or found again.
     connect(&m_services.phone, &PhoneConnection::pairingApplied, this, &MainViewController::updateTitle);
@@ -211,7 +217,7 @@ void MainViewController::viewDidLoad()
 void MainViewController::viewDidAppear()
 {
     qCInfo(lcMain, "🟢 MainViewController viewDidAppear started");
-    encryptButtonTest->setBackgroundColor(Colors::grayColor);
+    encryptButtonTest->setBackgroundColor(Colors::scheme().panel);
     encryptButtonTest->setTextColor(Colors::primaryColor);
     decryptButtonCustom->setBackgroundColor(Colors::darkOrange);
     decryptButtonCustom->setTextColor(Colors::grayColor);
@@ -277,7 +283,7 @@ void setTabLook(CustomButton* tab, const QColor& background, const QColor& text,
 void MainViewController::selectEncrypt()
 {
     showScreen(vc1);
-    setTabLook(encryptButtonTest, Colors::grayColor, Colors::primaryColor, false);
+    setTabLook(encryptButtonTest, Colors::scheme().panel, Colors::primaryColor, false);
     setTabLook(decryptButtonCustom, Colors::darkOrange, Colors::grayColor, true);
     setAboutIcon(QStringLiteral("info"));
 }
@@ -286,7 +292,7 @@ void MainViewController::selectDecrypt()
 {
     showScreen(vc2);
     setTabLook(encryptButtonTest, Colors::darkOrange, Colors::grayColor, true);
-    setTabLook(decryptButtonCustom, Colors::grayColor, Colors::primaryColor, false);
+    setTabLook(decryptButtonCustom, Colors::scheme().panel, Colors::primaryColor, false);
     static_cast<RoundedPanel*>(encryptButton)->setColor(Colors::darkOrange);
     setAboutIcon(QStringLiteral("info"));
 }
@@ -299,20 +305,20 @@ void MainViewController::selectAbout()
     setAboutIcon(QStringLiteral("info_fill"));
 }
 
-QStringList MainViewController::intakeFiles() const
+QStringList MainViewController::intakeFiles(bool markedOnly) const
 {
     QStringList paths;
     for (const FileScreen* screen :
         { static_cast<const FileScreen*>(vc1), static_cast<const FileScreen*>(vc2) }) {
         for (const auto& file : screen->intakeList()->files()) {
-            if (file->filePath)
+            if (file->filePath && (file->isChecked || !markedOnly))
                 paths.append(*file->filePath);
         }
     }
     return paths;
 }
 
-void MainViewController::openFiles(const QStringList& paths)
+void MainViewController::openFiles(const QStringList& paths, const QStringList& marked)
 {
     if (paths.isEmpty())
         return;
@@ -330,9 +336,9 @@ void MainViewController::openFiles(const QStringList& paths)
     // Each list may say what it refused; the dialog may outlive this screen.
     const QPointer<MainViewController> self(this);
     if (!others.isEmpty())
-        vc1->addFiles(others);
+        vc1->addFiles(others, marked);
     if (self && !encrypted.isEmpty())
-        vc2->addFiles(encrypted);
+        vc2->addFiles(encrypted, marked);
     if (!self)
         return;
     // Where the handed-over files ended up, for whoever reads the program's diagnostics: told

@@ -32,11 +32,12 @@ public:
     AboutViewController* aboutScreen() const { return vc3; }
 
     // ".vx" files to the Decrypt list, the others to Encrypt, each through the list's own
-    // admission (as a drop); shows the screen of the first file.
-    void openFiles(const QStringList& paths);
+    // admission (as a drop); shows the screen of the first file. The listed files at `marked`
+    // are marked then.
+    void openFiles(const QStringList& paths, const QStringList& marked = {});
     // The files in both intake lists, Encrypt's first: they are the user's, not the phone's,
-    // and move on to the screens of a phone the user switches to.
-    QStringList intakeFiles() const;
+    // and move on to the screens of a phone the user switches to, with their marks.
+    QStringList intakeFiles(bool markedOnly = false) const;
 
     // The colour the Encrypt tab's backing shows (dark orange once Decrypt was selected).
     QColor encryptButtonBackground() const;

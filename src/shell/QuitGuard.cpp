@@ -38,7 +38,7 @@ bool QuitGuard::confirmQuit(QWidget* window)
     //: Button of the dialog when quitting while an operation runs: go on with it
     //% "Keep running"
     const QString keep = qtTrId("quitWhileRunningKeep");
-    // The safe choice comes first, so Enter keeps the operation.
+    // The safe choice comes first, so Enter and Escape keep the operation.
     return Dialogs::current().ask(window, title, message, { keep, quit }, Dialogs::Style::Warning) == 1;
 }
 

@@ -1,6 +1,7 @@
 #include "widgets/CheckableListView.h"
 
 #include "widgets/Accessibility.h"
+#include "widgets/Colors.h"
 
 #include <QAccessibleWidget>
 #include <QPainter>
@@ -401,6 +402,14 @@ void CheckableListView::announceRows(int first, int last, const QList<int>& role
     announce(changed);
 }
 
+void CheckableListView::focusInEvent(QFocusEvent* event)
+{
+    if (!currentIndex().isValid() && model() && model()->rowCount(rootIndex()) > 0
+        && (event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason))
+        setCurrentIndex(model()->index(0, 0, rootIndex()));
+    QListView::focusInEvent(event);
+}
+
 void CheckableListView::paintEvent(QPaintEvent* event)
 {
     QListView::paintEvent(event);
@@ -410,6 +419,6 @@ void CheckableListView::paintEvent(QPaintEvent* event)
     QFont hint = font();
     hint.setPointSizeF(hint.pointSizeF() + 1);
     p.setFont(hint);
-    p.setPen(QColor(100, 100, 100)); // 4.5:1 on the white list
+    p.setPen(Colors::scheme().muted); // 4.5:1 on the list
     p.drawText(viewport()->rect().adjusted(16, 0, -16, 0), Qt::AlignCenter | Qt::TextWordWrap, m_emptyText);
 }

@@ -49,6 +49,9 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    // Reached by the keyboard with no current row, the first row becomes current: a screen
+    // reader then says which row the keys act on, not just "list".
+    void focusInEvent(QFocusEvent* event) override;
 
 private:
     void forgetAccessibleRows();

@@ -5,9 +5,9 @@
 
 // The shell's colours, all opaque.
 namespace Colors {
-inline const QColor primaryColor { 255, 192, 0 };  // amber: window, selected tab text, overlays
-inline const QColor grayColor { 247, 247, 247 };   // panel, selected tab, unselected tab text
-inline const QColor darkOrange { 254, 173, 2 };    // unselected tabs
+inline const QColor primaryColor { 255, 192, 0 }; // amber: window, selected tab text, overlays
+inline const QColor grayColor { 247, 247, 247 }; // panel, selected tab, unselected tab text
+inline const QColor darkOrange { 254, 173, 2 }; // unselected tabs
 
 // Text colours that stay readable (4.5:1 and more) on the surfaces above. White on the amber
 // reaches only about 1.6:1, so text on amber is dark, and amber used as text is a deep one.
@@ -27,28 +27,31 @@ QColor readableOn(const QColor& text, const QColor& background, double ratio = 4
 // an empty field look faded, yet stay readable.
 QPalette readable(QPalette palette);
 
-// `base` made light: the program's own surfaces (the grey panel, the white code box) stay light
-// whatever the system's colour scheme, so the controls on them, which follow the palette, keep
-// dark text and light bevels also when the desktop uses a dark palette. Selection colours stay
-// the system's.
-inline QPalette lightPalette(QPalette base)
+// The program's own surfaces and texts (the panel under the screens, the white boxes and cards
+// on it), light, or dark when the desktop's palette is: the amber and its dark text are the same
+// in both. Every text keeps 4.5:1 on the surfaces it is drawn on.
+struct Scheme
 {
-    const QColor faded = mutedInk;
-    const QPalette bevels(QColor(235, 235, 235), grayColor);
-    for (auto group : { QPalette::Active, QPalette::Inactive, QPalette::Disabled }) {
-        for (auto role :
-            { QPalette::Light, QPalette::Midlight, QPalette::Mid, QPalette::Dark, QPalette::Shadow })
-            base.setColor(group, role, bevels.color(group, role));
-        const bool enabled = group != QPalette::Disabled;
-        base.setColor(group, QPalette::Window, grayColor);
-        base.setColor(group, QPalette::WindowText, enabled ? ink : faded);
-        base.setColor(group, QPalette::Base, Qt::white);
-        base.setColor(group, QPalette::AlternateBase, grayColor);
-        base.setColor(group, QPalette::Text, enabled ? ink : faded);
-        base.setColor(group, QPalette::Button, QColor(235, 235, 235));
-        base.setColor(group, QPalette::ButtonText, enabled ? ink : faded);
-        base.setColor(group, QPalette::PlaceholderText, faded);
-    }
-    return base;
-}
+    bool dark = false;
+    QColor panel; // the panel under the screens (grayColor when light)
+    QColor card; // lists, fields, cards: white when light
+    QColor memberCard; // a group member's card inside the list
+    QColor button; // a plain control's face on the panel
+    QColor text;
+    QColor title; // the screens' titles
+    QColor muted; // secondary text on cards and the panel
+    QColor amberText; // amber as text: selected tab, file types
+    QColor border; // a field's outline
+};
+// The scheme for the palette the application has now.
+const Scheme& scheme();
+
+// `base` with the scheme's colours, so the controls on the program's own surfaces (which follow
+// the palette) read on them: dark text and light bevels on the light ones, and the other way
+// round. Selection colours stay the system's.
+QPalette schemePalette(QPalette base, const Scheme& colours = scheme());
+
+// `base` made light: a surface that stays white whatever the desktop's scheme (the pairing
+// code's box: a code reads on white only).
+QPalette lightPalette(QPalette base);
 } // namespace Colors

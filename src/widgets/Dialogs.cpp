@@ -73,21 +73,28 @@ public:
     }
 
     int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons,
-            Style style) override
+        Style style) override
     {
         const ModalDialogs::Scope open;
         QMessageBox box(iconOf(style), title, message, QMessageBox::NoButton, topLevel(parent));
         box.setPalette(Colors::readable(box.palette()));
         box.setText(title);
         box.setInformativeText(message);
-        box.setStyleSheet(QStringLiteral("QLabel#qt_msgbox_label, QLabel#qt_msgbox_informativelabel { min-width: 300px; }"));
+        box.setStyleSheet(QStringLiteral(
+            "QLabel#qt_msgbox_label, QLabel#qt_msgbox_informativelabel { min-width: 300px; }"));
         QList<QAbstractButton*> made;
+        const qsizetype cancel = buttons.indexOf(cancelText());
         for (const QString& text : buttons) {
-            made.append(box.addButton(text, made.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+            const bool accepts = made.size() == (cancel == 0 ? 1 : 0);
+            made.append(box.addButton(text, accepts ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
             made.last()->setAccessibleName(text);
         }
-        if (!made.isEmpty())
-            box.setDefaultButton(static_cast<QPushButton*>(made.first()));
+        if (!made.isEmpty()) {
+            // Escape answers the same safe choice (the box would take the one other button).
+            QAbstractButton* safe = made.at(std::max<qsizetype>(cancel, 0));
+            box.setDefaultButton(static_cast<QPushButton*>(safe));
+            box.setEscapeButton(safe);
+        }
         box.exec();
         return int(made.indexOf(box.clickedButton()));
     }
@@ -161,8 +168,7 @@ public:
     }
 
     std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title, const QString& message,
-                                          const QStringList& items, const QString& okButton,
-                                          const QString& cancelButton) override
+        const QStringList& items, const QString& okButton, const QString& cancelButton) override
     {
         const ModalDialogs::Scope open;
         QDialog dialog(topLevel(parent));
@@ -269,7 +275,10 @@ public:
         return dialog.selectedFiles();
     }
 
-    bool openPath(const QString& path) override { return QDesktopServices::openUrl(QUrl::fromLocalFile(path)); }
+    bool openPath(const QString& path) override
+    {
+        return QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+    }
 };
 
 Dialogs* installed = nullptr;

@@ -20,10 +20,14 @@ public:
     // A message with a single "OK" button.
     virtual void alert(QWidget* parent, const QString& title, const QString& message, Style style) = 0;
 
-    // Asks a question; returns the index of the chosen button (buttons in display order, the
-    // first is the default), or -1 when the dialog was dismissed.
+    // Asks a question; returns the index of the chosen button (buttons in display order), or -1
+    // when the dialog was dismissed. The default button, which Enter presses, is Cancel
+    // (cancelText()) where it is offered, else the first: a question that offers Cancel
+    // confirms something that cannot be undone, and a stray Enter must not do it. Escape
+    // answers the same button.
     virtual int ask(QWidget* parent, const QString& title, const QString& message, const QStringList& buttons,
-                    Style style) = 0;
+        Style style)
+        = 0;
 
     // Judges a text as it is typed: nothing when it may be confirmed, else why not (possibly
     // empty: the confirm button is off and nothing is said, as for an empty field).
@@ -33,14 +37,15 @@ public:
     // refused shows under the field while the user types, and the confirm button stays off
     // until the text passes: what was typed is never lost to a refusal.
     virtual std::optional<QString> askText(QWidget* parent, const QString& title, const QString& message,
-                                           const QString& initialText, const QString& placeholder,
-                                           const QString& okButton, const QString& cancelButton,
-                                           const TextCheck& check = {}) = 0;
+        const QString& initialText, const QString& placeholder, const QString& okButton,
+        const QString& cancelButton, const TextCheck& check = {})
+        = 0;
 
     // Lets the user pick several of `items`; returns the chosen indexes, nothing when cancelled.
-    virtual std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title, const QString& message,
-                                                  const QStringList& items, const QString& okButton,
-                                                  const QString& cancelButton) = 0;
+    virtual std::optional<QList<int>> chooseItems(QWidget* parent, const QString& title,
+        const QString& message, const QStringList& items, const QString& okButton,
+        const QString& cancelButton)
+        = 0;
 
     // The choose-files dialog: several files, no folders, starting in `folder`.
     virtual QStringList chooseFiles(QWidget* parent, const QString& folder) = 0;

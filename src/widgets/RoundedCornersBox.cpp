@@ -1,5 +1,7 @@
 #include "widgets/RoundedCornersBox.h"
 
+#include "widgets/Colors.h"
+
 #include <QGraphicsDropShadowEffect>
 #include <QPainter>
 
@@ -20,6 +22,6 @@ void RoundedCornersBox::paintEvent(QPaintEvent*)
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
     p.setPen(Qt::NoPen);
-    p.setBrush(Qt::white);
+    p.setBrush(Colors::scheme().card);
     p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), m_radius, m_radius);
 }

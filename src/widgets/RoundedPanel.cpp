@@ -1,5 +1,7 @@
 #include "widgets/RoundedPanel.h"
 
+#include "widgets/Colors.h"
+
 #include <QPainter>
 #include <QPainterPath>
 
@@ -45,6 +47,19 @@ void RoundedPanel::paintEvent(QPaintEvent*)
     p.setPen(Qt::NoPen);
     p.setBrush(m_color);
     p.drawPath(roundedRectPath(rect(), m_radius, m_corners));
+}
+
+QString fieldStyle(int fontPixels)
+{
+    // A card-coloured field with a thin outline, amber while focused.
+    const Colors::Scheme& colours = Colors::scheme();
+    // Its text and hint follow the field's palette (Colors::schemePalette, set before this).
+    return QStringLiteral(
+        "QLineEdit { background: %1; border: 1px solid %2; border-radius: 10px;"
+        " padding: %3px 12px; font-size: %4px; } QLineEdit:focus { border: 1px solid rgb(254,173,2); }")
+        .arg(colours.card.name(), colours.border.name())
+        .arg(fontPixels >= 15 ? 7 : 4)
+        .arg(fontPixels);
 }
 
 QString amberButtonStyle()

@@ -33,3 +33,5 @@ QPainterPath roundedRectPath(const QRectF& rect, qreal radius, int corners);
 // The look of the screens' amber push buttons. The focus border is always there (clear when
 // unfocused), so focus never changes the button's size or clips its title.
 QString amberButtonStyle();
+// A text field on the program's own surfaces, its text `fontPixels` high.
+QString fieldStyle(int fontPixels);

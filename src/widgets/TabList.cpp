@@ -13,6 +13,7 @@ namespace {
 
 const char* const tabListProperty = "varnexTabList";
 const char* const selectedProperty = "varnexTabSelected";
+const char* const nameProperty = "varnexTabName";
 
 class TabListAccessible final : public QAccessibleWidget
 {
@@ -64,6 +65,7 @@ TabList::TabList(QWidget* parent)
 void TabList::addTab(QWidget* holder, QAbstractButton* tab)
 {
     tab->setProperty(tabListProperty, QVariant::fromValue(QPointer<TabList>(this)));
+    tab->setProperty(nameProperty, tab->accessibleName());
     tab->installEventFilter(this);
     m_tabs.append(tab);
     m_layout->addWidget(holder, 0, Qt::AlignBottom);
@@ -84,6 +86,14 @@ void TabList::setSelected(QAbstractButton* tab, bool selected)
     if (isSelected(tab) == selected && tab->property(selectedProperty).isValid())
         return;
     tab->setProperty(selectedProperty, selected);
+    // Orca speaks a focused page tab by name and role only, never its state: the shown tab
+    // says it in its name (a name change of the focused tab is spoken too).
+    const QString name = tab->property(nameProperty).toString();
+    if (!name.isEmpty()) {
+        //: Accessible name of the navigation tab whose screen is shown; %1 is the tab's title
+        //% "%1, selected"
+        tab->setAccessibleName(selected ? qtTrId("tabSelectedName").arg(name) : name);
+    }
     if (Accessibility::listening()) {
         QAccessible::State changed;
         changed.selected = true;

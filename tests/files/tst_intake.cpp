@@ -1,8 +1,11 @@
 #include "app/Session.h"
+#include "app/Translations.h"
 #include "common/TestFiles.h"
 #include "files/FileListModel.h"
 #include "files/IntakeList.h"
+#include "files/OperationLine.h"
 #include "files/ResultFolder.h"
+#include "files/ResultOrderModel.h"
 
 #include <QAbstractItemModelTester>
 #include <QDir>
@@ -52,6 +55,11 @@ private Q_SLOTS:
     void reloadChangesOnlyWhatChanged_data();
     void reloadChangesOnlyWhatChanged();
     void resultFolderFollowsTheFolder();
+    void initTestCase() { installTranslations(*QCoreApplication::instance()); }
+    void operationLine_data();
+    void operationLine();
+    void resultOrder_data();
+    void resultOrder();
 
 private:
     // `spaced` paths made as empty files under the test's folder (except those that start with
@@ -330,6 +338,92 @@ void TestIntake::resultFolderFollowsTheFolder()
     QTRY_VERIFY(results.files().isEmpty()); // the listing that noticed the removal
     write(dir.filePath(u"again.txt"_qs), "again");
     QTRY_COMPARE(fileNames(results.files()), QStringList { u"again.txt"_qs });
+}
+
+void TestIntake::operationLine_data()
+{
+    QTest::addColumn<int>("marked");
+    QTest::addColumn<int>("listed");
+    QTest::addColumn<bool>("encrypt");
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<int>("people");
+    QTest::addColumn<QString>("line");
+    const QStringList none;
+    QTest::newRow("nothing listed") << 0 << 0 << true << none << 0 << u"Add the files to encrypt"_qs;
+    QTest::newRow("decrypt, none marked") << 0 << 3 << false << none << 0 << u"Mark the files to decrypt"_qs;
+    QTest::newRow("decrypt, two") << 2 << 3 << false << none << 0 << u"2 of 3 files"_qs;
+    QTest::newRow("none marked, nobody")
+        << 0 << 3 << true << none << 0 << u"Mark the files to encrypt and choose who may open them"_qs;
+    QTest::newRow("none marked, one") << 0 << 3 << true << QStringList { u"Ann Lee"_qs } << 1
+                                      << u"Mark the files to encrypt for Ann Lee (1 person)"_qs;
+    QTest::newRow("one, nobody") << 1 << 1 << true << none << 0
+                                 << u"1 of 1 file: choose who may open them"_qs;
+    QTest::newRow("many") << 2 << 12 << true << QStringList { u"Ann Lee"_qs, u"Family"_qs } << 3
+                          << u"2 of 12 files for Ann Lee and Family (3 people)"_qs;
+    QTest::newRow("three names") << 1 << 2 << true << QStringList { u"A"_qs, u"B"_qs, u"C"_qs } << 5
+                                 << u"1 of 2 files for A, B and C (5 people)"_qs;
+    QTest::newRow("and N more") << 1 << 2 << true
+                                << QStringList { u"A"_qs, u"B"_qs, u"C"_qs, u"D"_qs, u"E"_qs } << 9
+                                << u"1 of 2 files for A, B and 3 more (9 people)"_qs;
+}
+
+void TestIntake::operationLine()
+{
+    QFETCH(int, marked);
+    QFETCH(int, listed);
+    QFETCH(QStringList, names);
+    QFETCH(int, people);
+    QFETCH(bool, encrypt);
+    const auto recipients
+        = encrypt ? std::optional(OperationLine::Recipients { names, people }) : std::nullopt;
+    QTEST(OperationLine::text(marked, listed, recipients), "line");
+}
+
+void TestIntake::resultOrder_data()
+{
+    QTest::addColumn<int>("order"); // -1: as the list starts
+    QTest::addColumn<QString>("filter");
+    QTest::addColumn<QString>("shown");
+    using Order = ResultOrderModel::Order;
+    QTest::newRow("newest first from the start") << -1 << QString() << u"note-2 Note-1 note-10"_qs;
+    QTest::newRow("oldest") << int(Order::Oldest) << QString() << u"note-10 Note-1 note-2"_qs;
+    QTest::newRow("name, numbers as numbers")
+        << int(Order::NameAscending) << QString() << u"Note-1 note-2 note-10"_qs;
+    QTest::newRow("name, backwards") << int(Order::NameDescending) << QString()
+                                     << u"note-10 note-2 Note-1"_qs;
+    QTest::newRow("largest") << int(Order::Largest) << QString() << u"note-10 Note-1 note-2"_qs;
+    QTest::newRow("smallest") << int(Order::Smallest) << QString() << u"note-2 Note-1 note-10"_qs;
+    QTest::newRow("filter, any case") << -1 << u"NOTE-1"_qs << u"Note-1 note-10"_qs;
+}
+
+void TestIntake::resultOrder()
+{
+    // Written in this order, each with its own age and size.
+    QTemporaryDir dir;
+    FileList files;
+    const QDateTime now = QDateTime::currentDateTime();
+    for (const auto& [name, size, age] :
+        { std::tuple { "note-10", 30, 3 }, { "note-2", 10, 1 }, { "Note-1", 20, 2 } }) {
+        const QString path = dir.filePath(QString::fromLatin1(name) + u".txt.vx"_qs);
+        write(path, QByteArray(size, 'x'));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadWrite)
+            && file.setFileTime(now.addSecs(-60 * age), QFileDevice::FileModificationTime));
+        files.append(std::make_shared<File>(path));
+    }
+    FileListModel source([&files]() -> const FileList& { return files; });
+    ResultOrderModel shown(FileListModel::PathRole);
+    shown.setSourceModel(&source);
+    QAbstractItemModelTester tester(&shown, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QFETCH(int, order);
+    if (order >= 0)
+        shown.setOrder(ResultOrderModel::Order(order));
+    QFETCH(QString, filter);
+    shown.setFilterText(filter);
+    QStringList names;
+    for (int row = 0; row < shown.rowCount(); ++row)
+        names.append(shown.index(row, 0).data(FileListModel::NameRole).toString().section(u'.', 0, 0));
+    QTEST(names.join(u' '), "shown");
 }
 
 QTEST_GUILESS_MAIN(TestIntake)

@@ -21,6 +21,7 @@
 #include "shell/MainViewController.h"
 #include "storage/WorkingFolders.h"
 #include "widgets/Accessibility.h"
+#include "widgets/AnnouncedLabel.h"
 #include "widgets/CustomButton.h"
 #include "widgets/ProgressOverlay.h"
 
@@ -30,12 +31,14 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QToolButton>
 #include <QToolTip>
 
@@ -170,6 +173,9 @@ private Q_SLOTS:
     void keyboardKeepsItsPlace_data();
     void keyboardKeepsItsPlace();
     void keyboardOnlyJourney();
+    void operationLineIsToldAsANotification();
+    void destructiveQuestionsDefaultToCancel_data();
+    void destructiveQuestionsDefaultToCancel();
 
 private:
     // Shows the Encrypt screen with the first `files` test files and the recipients above.
@@ -353,6 +359,9 @@ void TestAccessibility::tabsAreATabList()
         return which.join(u',');
     };
     QCOMPARE(selected(), u"encrypt"_qs);
+    // Orca speaks a focused tab by its name and role only: the shown one says so in its name.
+    QCOMPARE(encrypt->text(QAccessible::Name) + u'|' + decrypt->text(QAccessible::Name),
+        u"ENCRYPT, selected|DECRYPT"_qs);
 
     // Pressed by assistive technology: the other screen, the other tab selected, and told so.
     decrypt->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
@@ -365,15 +374,13 @@ void TestAccessibility::tabsAreATabList()
 
     // The arrow keys go round the tabs and select the one they reach; About selects none.
     part<CustomButton>(&main, "decryptTab")->setFocus();
-    QTest::keyClick(part<CustomButton>(&main, "decryptTab"), Qt::Key_Right);
-    QVERIFY(part<CustomButton>(&main, "encryptTab")->hasFocus());
-    QCOMPARE(main.currentScreen(), main.encryptScreen());
-    QCOMPARE(selected(), u"encrypt"_qs);
-    QTest::keyClick(part<CustomButton>(&main, "encryptTab"), Qt::Key_Left);
-    QVERIFY(part<CustomButton>(&main, "decryptTab")->hasFocus());
-    QCOMPARE(main.currentScreen(), main.decryptScreen());
-    QTest::keyClick(part<CustomButton>(&main, "decryptTab"), Qt::Key_Home);
-    QCOMPARE(main.currentScreen(), main.encryptScreen());
+    for (const auto& [key, name] : { std::pair { Qt::Key_Right, u"encrypt"_qs },
+             { Qt::Key_Left, u"decrypt"_qs }, { Qt::Key_Home, u"encrypt"_qs } }) {
+        QTest::keyClick(QApplication::focusWidget(), key);
+        QCOMPARE(QApplication::focusWidget()->objectName() + u' ' + selected(), name + u"Tab "_qs + name);
+        QCOMPARE(main.currentScreen()->objectName(),
+            name == u"encrypt" ? u"EncryptViewController"_qs : u"DecryptViewController"_qs);
+    }
     main.selectAbout();
     QCOMPARE(selected(), QString());
     // Tab still leaves the tabs for the next control.
@@ -397,6 +404,8 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold_data()
     QTest::newRow("files, toggle action") << true << u"toggle action"_qs;
     QTest::newRow("files, press action") << true << u"press action"_qs;
     QTest::newRow("recipients, toggle action") << false << u"toggle action"_qs;
+    QTest::newRow("recipients, space unchecks")
+        << false << u"space on the marked"_qs; // told as "not checked"
 }
 
 void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
@@ -432,10 +441,10 @@ void TestAccessibility::onlyRowsWhoseMarkChangedAreTold()
     told.clear();
     events.clear();
 
-    const int row = files ? 2 : first + 1;
+    const int row = route.endsWith(u"marked") ? first : files ? 2 : first + 1;
     view->setFocus();
     view->setCurrentIndex(model->index(row, 0));
-    if (route == u"space") {
+    if (route.startsWith(u"space")) {
         QTest::keyClick(view, Qt::Key_Space);
     } else if (route.endsWith(u"action")) {
         QAccessibleInterface* item = rowOf(view, row);
@@ -681,6 +690,69 @@ void TestAccessibility::keyboardOnlyJourney()
                      decrypt->widgets().openFolderButton, decrypt->widgets().removeFilesButton,
                      decrypt->widgets().operationButton }),
         QStringList());
+}
+
+void TestAccessibility::operationLineIsToldAsANotification()
+{
+    // Orca speaks a notification when it shows, wherever the keyboard is: the line is one, shown
+    // anew with each new text, and only then.
+    showEncryptScreen(2);
+    AnnouncedLabel* line = m_screen->widgets().operationLine;
+    QAccessibleInterface* iface = QAccessible::queryAccessibleInterface(line);
+    QCOMPARE(iface->role(), QAccessible::Notification);
+    const auto shows = [] {
+        return std::count_if(
+            events.begin(), events.end(), [](const auto& e) { return e.first == QAccessible::ObjectShow; });
+    };
+    events.clear();
+    m_screen->intakeList()->flip(0);
+    m_screen->recipients()->model()->clickRow(0);
+    QCOMPARE(iface->text(QAccessible::Name), u"1 of 2 files for Ann Lee (1 person)"_qs);
+    QCOMPARE(shows(), 2);
+    m_screen->intakeList()->updateOperationButton(); // the same text: nothing told
+    QCOMPARE(shows(), 2);
+}
+
+void TestAccessibility::destructiveQuestionsDefaultToCancel_data()
+{
+    QTest::addColumn<QString>("asked");
+    for (const char* asked : { "delete group", "forget phone", "move to trash" })
+        QTest::newRow(asked) << QString::fromLatin1(asked);
+}
+
+void TestAccessibility::destructiveQuestionsDefaultToCancel()
+{
+    // The real questions: Enter and Escape both answer Cancel, and nothing happens.
+    QFETCH(QString, asked);
+    showEncryptScreen(0);
+    QString defaultButton, escapeButton;
+    QTimer::singleShot(0, this, [&] {
+        QMessageBox* box = nullptr;
+        QTRY_VERIFY(box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()));
+        defaultButton = box->defaultButton()->text();
+        escapeButton = box->escapeButton()->text();
+        if (const QString out = qEnvironmentVariable("VARNEX_SCREENSHOT_DIR"); !out.isEmpty())
+            box->grab().save(out + u"/dialog-"_qs + QString(asked).replace(u' ', u'-') + u"@1x-light.png"_qs);
+        QTest::keyClick(box, Qt::Key_Return);
+    });
+    if (asked == u"delete group") {
+        AssociationsStore* store = m_screen->recipients()->store();
+        store->setGroups(
+            std::get<QList<GroupPtr>>(RecordDecoding::groupListBody(R"([{"id":8,"name":"Empty"}])")));
+        m_screen->recipients()->menuDeleteGroup(8);
+        QVERIFY(store->groupById(8));
+    } else if (asked == u"forget phone") {
+        AboutViewController about(m_app.phone, nullptr);
+        QSignalSpy forget(&about, &AboutViewController::forgetRequested);
+        about.findChild<QPushButton*>()->click();
+        QCOMPARE(forget.size(), 0);
+    } else {
+        const QString path = m_files.first() + u".vx"_qs;
+        QVERIFY(!m_screen->moveResultToTrash(path));
+        QVERIFY(QFile::exists(path));
+    }
+    QCOMPARE(defaultButton, u"Cancel"_qs);
+    QCOMPARE(escapeButton, u"Cancel"_qs);
 }
 
 QTEST_MAIN(TestAccessibility)

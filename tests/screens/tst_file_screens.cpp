@@ -15,6 +15,7 @@
 #include "screens/FileTableView.h"
 #include "screens/RecipientsPanel.h"
 #include "storage/WorkingFolders.h"
+#include "widgets/AnnouncedLabel.h"
 #include "widgets/ProgressOverlay.h"
 
 #include <QApplication>
@@ -37,6 +38,7 @@
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -423,7 +425,13 @@ void TestFileScreens::anOperationEndedInFront()
     store->toggleGroupChecked(PairedPhone::groupId(store, u"Family"_qs));
     choose(screen, { u"a.txt"_qs, u"b.txt"_qs, u"c.txt"_qs });
     const QString recipients = store->recipientsString();
-    QTest::mouseClick(screen.encryptButton(), Qt::LeftButton);
+    // Beside the button, what it will do; Ctrl+Return does it, as its tool tip says.
+    QCOMPARE(
+        screen.widgets().operationLine->text(), u"3 of 3 files for Benjamin Ortiz and Family (3 people)"_qs);
+    QCOMPARE(screen.encryptButton()->toolTip(), u"ENCRYPT (Ctrl+Return)"_qs);
+    QSignalSpy requested(&screen, &FileScreen::operationRequested);
+    QTest::keyClick(&screen, Qt::Key_Return, Qt::ControlModifier);
+    QTRY_COMPARE(requested.size(), 1); // a shortcut presses its button after a short animation
     QTRY_VERIFY_WITH_TIMEOUT(!screen.overlay(), 15000);
     QVERIFY(dialogs.shown.isEmpty());
     QCOMPARE(m_phone->requests().last()[u"parts"].toArray().at(0)[u"value"].toString(), recipients);
@@ -463,17 +471,22 @@ void TestFileScreens::anOperationEndedInFront()
     QTRY_COMPARE(m_fileManager.shownItems.size(), 1);
     QCOMPARE(m_fileManager.shownItems.at(0).size(), 3);
 
-    // The menu of a result row: Open, Show in folder, Copy path.
-    const QRect row = table->visualRect(shown->index(2, 0));
-    QContextMenuEvent menuEvent(
-        QContextMenuEvent::Mouse, row.center(), table->viewport()->mapToGlobal(row.center()));
-    QApplication::sendEvent(table->viewport(), &menuEvent);
+    const auto menuOf = [](FileTableView* list, int row) {
+        qDeleteAll(list->findChildren<QMenu*>()); // closed menus still waiting to go
+        const QPoint at = list->visualRect(list->model()->index(row, 0)).center();
+        QContextMenuEvent event(QContextMenuEvent::Mouse, at, list->viewport()->mapToGlobal(at));
+        QApplication::sendEvent(list->viewport(), &event);
+        return list->findChild<QMenu*>(u"resultMenu"_qs);
+    };
+    // The menu of a result row: Open, Show in folder, Copy path, Send to Decrypt.
     QMenu* menu = nullptr;
-    QTRY_VERIFY(menu = table->findChild<QMenu*>(u"resultMenu"_qs));
+    QVERIFY(menu = menuOf(table, 2));
     QStringList texts;
     for (QAction* action : menu->actions())
         texts.append(action->text());
-    QCOMPARE(texts, (QStringList { u"Open"_qs, u"Show in folder"_qs, u"Copy path"_qs }));
+    QCOMPARE(texts,
+        (QStringList {
+            u"Open"_qs, u"Show in folder"_qs, u"Copy path"_qs, QString(), u"Send to Decrypt"_qs }));
     QTRY_VERIFY(menu->isVisible());
     QPixmap withMenu = screen.grab();
     {
@@ -506,15 +519,21 @@ void TestFileScreens::anOperationEndedInFront()
     QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, table->visualRect(shown->index(0, 0)).center());
     QCOMPARE(dialogs.opened.last(), folder + u"/a.txt.vx"_qs);
 
-    // The results go on to the Decrypt screen with a damaged file: the good ones land, their
-    // marks are cleared, and the damaged one is named with why and stays marked.
+    // The results go on to the Decrypt screen from their menu, marked, with a damaged file: the
+    // good ones land, their marks are cleared, and the damaged one is named with why and stays marked.
     const QString broken = m_files + u"/broken.txt.vx"_qs;
     TestFiles::write(broken, "not an encrypted file");
     DecryptViewController decrypt(Session::instance(), DesktopNotifier::instance());
     decrypt.resize(1100, 650);
     decrypt.show();
-    decrypt.addFiles(screen.lastResults() + QStringList { broken });
-    decrypt.selectDeselectAll();
+    decrypt.addFiles({ broken }, { broken });
+    connect(&screen, &FileScreen::decryptRequested, &decrypt,
+        [&](const QStringList& p) { decrypt.addFiles(p, p); });
+    for (int row = 0; row < 3; ++row) {
+        QVERIFY(menu = menuOf(table, row));
+        menu->actions().last()->trigger();
+    }
+    QTRY_COMPARE(decrypt.intakeList()->markedCount(), 4);
     QTest::mouseClick(decrypt.decryptButton(), Qt::LeftButton);
     QTRY_VERIFY_WITH_TIMEOUT(!decrypt.overlay(), 15000);
     QTRY_COMPARE(decrypt.decryptedFiles().size(), 3);
@@ -524,10 +543,10 @@ void TestFileScreens::anOperationEndedInFront()
     const QString why = dialogs.shown.at(0).message.section(u": "_qs, 1);
     QVERIFY(!why.isEmpty());
     QCOMPARE(decrypt.widgets().resultSummary->text(), u"3 files decrypted, 1 could not be"_qs);
-    QCOMPARE(TestFiles::fileNames(decrypt.filesToDecrypt()).at(3), u"broken.txt.vx"_qs);
-    QVERIFY(decrypt.filesToDecrypt().at(3)->isChecked);
+    QCOMPARE(TestFiles::fileNames(decrypt.filesToDecrypt()).at(0), u"broken.txt.vx"_qs);
+    QVERIFY(decrypt.filesToDecrypt().at(0)->isChecked);
     QCOMPARE(decrypt.intakeList()->markedCount(), 1);
-    QCOMPARE(decrypt.intakeModel()->index(3, 0).data(Qt::AccessibleDescriptionRole).toString(), why);
+    QCOMPARE(decrypt.intakeModel()->index(0, 0).data(Qt::AccessibleDescriptionRole).toString(), why);
     QVERIFY(decrypt.widgets().detailsButton->isVisible());
     decrypt.widgets().detailsButton->setFocus();
     QTest::keyClick(decrypt.widgets().detailsButton, Qt::Key_Space);
@@ -542,6 +561,22 @@ void TestFileScreens::anOperationEndedInFront()
     const QJsonArray parts = m_phone->requests().last()[u"parts"].toArray();
     QCOMPARE(parts.size(), 2); // the type and the one file
     QVERIFY(parts.at(1)[u"filename"].toString().startsWith(u"broken"));
+
+    // A decrypted result goes to the desktop's trash once the user says so, and only then.
+    FileTableView* decrypted = decrypt.decryptedFilesTable();
+    const QString trashed = decrypted->model()->index(0, 0).data(FileListModel::PathRole).toString();
+    for (int answer : { 1, 0 }) {
+        dialogs.answers.enqueue(answer);
+        QVERIFY(menu = menuOf(decrypted, 0));
+        QCOMPARE(menu->actions().last()->text(), u"Move to Trash…"_qs);
+        menu->actions().last()->trigger();
+        QTRY_COMPARE(dialogs.ofKind(u"ask"_qs).size(), answer ? 1 : 2);
+        QCOMPARE(dialogs.shown.last().options, (QStringList { u"Move to Trash"_qs, Dialogs::cancelText() }));
+        QTRY_COMPARE(QFile::exists(trashed), bool(answer));
+    }
+    QVERIFY(QFile::exists(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+        + u"/Trash/files/"_qs + trashed.section(u'/', -1)));
+    QTRY_COMPARE(decrypt.decryptedFiles().size(), 2);
 
     // The next operation clears the summary and the highlight until it ends.
     screen.selectDeselectAll();

@@ -252,7 +252,12 @@ void TestShell::keysDoWhatTheyDo()
     MainViewController* main = showMain(window);
     QVERIFY(main);
     QCOMPARE(main->currentScreen(), main->encryptScreen());
-
+    // The keyboard starts on the first control, the Encrypt tab; Enter presses a button as Space does.
+    QCOMPARE(window.focusWidget(), part<CustomButton>(main, "encryptTab"));
+    part<CustomButton>(main, "decryptTab")->setFocus();
+    QTest::keyClick(part<CustomButton>(main, "decryptTab"), Qt::Key_Return);
+    QTRY_COMPARE(main->currentScreen(), main->decryptScreen());
+    QTest::keyClick(&window, Qt::Key_1, Qt::ControlModifier);
     QTest::keyClick(&window, Qt::Key_2, Qt::ControlModifier);
     QTRY_COMPARE(main->currentScreen(), main->decryptScreen());
     // Ctrl+O chooses files for the screen shown: the Decrypt screen's chooser.
@@ -805,10 +810,10 @@ void TestShell::openFiles()
     QTRY_COMPARE(TestFiles::fileNames(main->encryptScreen()->filesToEncrypt()), encrypt);
     QTRY_COMPARE(TestFiles::fileNames(main->decryptScreen()->filesToDecrypt()), decrypt);
     QTEST(main->currentScreen()->objectName(), "shown");
-    // Files from outside arrive unmarked, as dropped ones do.
-    QCOMPARE(main->encryptScreen()->intakeList()->markedCount()
+    // The user handed them over to be worked on: they arrive marked.
+    QTRY_COMPARE(main->encryptScreen()->intakeList()->markedCount()
             + main->decryptScreen()->intakeList()->markedCount(),
-        0);
+        int(encrypt.size() + decrypt.size()));
     if (beforePairing) {
         // The screens made for the files are the phone's: its people arrive now that it does.
         QTRY_COMPARE(window.windowTitle(), title(u"Ann's phone"_qs, true));
