@@ -239,13 +239,15 @@ std::variant<ScriptCommand, CommandLineAnswer> parseScriptCommand(
         //% "Unexpected argument: %1."
         return wrong(qtTrId("commandUnexpectedArgument").arg(positional.first()));
     }
-    for (const QString& value : parser.values(to))
-        command.to += value.split(u',', Qt::SkipEmptyParts);
-    command.groups = parser.values(group);
+    if (command.name == Name::Encrypt) {
+        for (const QString& value : parser.values(to))
+            command.to += value.split(u',', Qt::SkipEmptyParts);
+        command.groups = parser.values(group);
+    }
     command.files = absoluteFiles(positional, workingFolder);
-    command.wait = parser.isSet(wait);
+    command.wait = operation && parser.isSet(wait);
     command.json = parser.isSet(json);
-    command.noStart = parser.isSet(noStart);
+    command.noStart = !operation && parser.isSet(noStart);
     if (operation && command.files.isEmpty()) {
         //: The encrypt or decrypt command was given no file
         //% "No files given."

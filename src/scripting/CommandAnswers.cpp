@@ -57,6 +57,7 @@ void CommandAnswers::finish(CommandChannel* channel, int exitCode)
 
 void CommandAnswers::answer(CommandChannel* channel)
 {
+    ++m_taken;
     m_waiting.insert(channel);
     // Gone before its answer (the later start was killed): it no longer waits.
     connect(channel, &QObject::destroyed, this, [this](QObject* gone) { m_waiting.remove(gone); });

@@ -19,10 +19,13 @@ public:
     void answer(CommandChannel* channel);
     // Commands not yet answered.
     int open() const { return int(m_waiting.size()); }
+    // Commands taken so far.
+    int taken() const { return m_taken; }
 
 private:
     void finish(CommandChannel* channel, int exitCode);
 
     ScriptingService& m_service;
     QSet<const QObject*> m_waiting;
+    int m_taken = 0;
 };

@@ -99,10 +99,14 @@ void ScriptingService::startRecipients()
         m_store = std::make_unique<AssociationsStore>();
         m_controller
             = std::make_unique<RecipientsController>(*m_store, m_phone.session(), m_phoneService, m_api);
-        connect(m_controller.get(), &RecipientsController::usersLoaded, this, [this] {
-            m_loaded = true;
-            checkWaiters();
-        });
+        // Queued: the groups fetch that follows the users starts after this signal.
+        connect(
+            m_controller.get(), &RecipientsController::usersLoaded, this,
+            [this] {
+                m_loaded = true;
+                checkWaiters();
+            },
+            Qt::QueuedConnection);
     }
     if (!m_controller->isStarted())
         m_controller->start();

@@ -59,18 +59,24 @@ volatile std::sig_atomic_t interrupted = 0;
 class WindowWatch : public QObject
 {
 public:
-    using QObject::QObject;
-    bool shown = false;
+    WindowWatch(QObject* parent, std::shared_ptr<bool> shown)
+        : QObject(parent)
+        , m_shown(std::move(shown))
+    {
+    }
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
-        if (event->type() == QEvent::Show && !shown) {
-            shown = true;
+        if (event->type() == QEvent::Show && !*m_shown) {
+            *m_shown = true;
             qCInfo(lcDesktop) << "The window shows";
         }
         return QObject::eventFilter(watched, event);
     }
+
+private:
+    std::shared_ptr<bool> m_shown;
 };
 
 } // namespace
@@ -151,31 +157,26 @@ int AppDelegate::runCommand(const QStringList& arguments)
 
 void AppDelegate::watchWindow(QWidget* window)
 {
-    window->installEventFilter(new WindowWatch(window));
+    window->installEventFilter(new WindowWatch(window, m_windowShown));
 }
 
 void AppDelegate::quitWhenIdle(QWidget* window)
 {
-    auto* watch = window->findChild<WindowWatch*>();
-    if (!watch) {
-        watch = new WindowWatch(window);
-        window->installEventFilter(watch);
-    }
-    auto* timer = new QTimer(watch);
-    auto* clock = new QElapsedTimer;
+    auto* timer = new QTimer(window);
+    auto clock = std::make_shared<QElapsedTimer>();
     clock->start();
     auto wait = std::make_shared<std::chrono::milliseconds>(firstCommandWait);
-    QObject::connect(watch, &QObject::destroyed, [clock] { delete clock; });
-    QObject::connect(timer, &QTimer::timeout, watch, [this, watch, timer, clock, wait] {
-        if (watch->shown) {
+    QObject::connect(timer, &QTimer::timeout, window, [this, timer, clock, wait] {
+        if (*m_windowShown) {
             timer->stop(); // the user opened the window: an ordinary start now
             return;
         }
         if (m_scripting->isBusy() || m_answers->open() > 0) {
             clock->restart();
-            *wait = lingerAfterCommands;
             return;
         }
+        if (m_answers->taken() > 0)
+            *wait = lingerAfterCommands;
         if (clock->elapsed() >= wait->count())
             QCoreApplication::quit();
     });

@@ -75,5 +75,6 @@ private:
     std::unique_ptr<ScriptingService> m_scripting;
     std::unique_ptr<CommandAnswers> m_answers;
     std::unique_ptr<DBusService> m_bus;
+    std::shared_ptr<bool> m_windowShown = std::make_shared<bool>(false);
     std::unique_ptr<AppServices> m_services;
 };
