@@ -26,11 +26,15 @@ QString Autostart::entryText(const QString& program)
         quoted.replace(c, QString(u'\\') + c);
     if (quoted.contains(u' '))
         quoted = u'"' + quoted + u'"';
-    return QStringLiteral("[Desktop Entry]\nType=Application\nName=Varnex Desktop\n"
-                          "Comment=Finds the trusted phone in the background\nExec=")
-        + quoted
-        + QStringLiteral(" --hidden\nIcon=org.varnex.Desktop\nTerminal=false\nNoDisplay=true\n"
-                         "X-GNOME-Autostart-enabled=true\n");
+    QFile file(QStringLiteral(":/autostart/org.varnex.Desktop.desktop"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
+    for (QString& line : lines) {
+        if (line.startsWith(u"Exec="))
+            line = u"Exec=" + quoted + u" --hidden";
+    }
+    return lines.join(u'\n');
 }
 
 bool Autostart::setEnabled(bool enabled, const QString& program)
