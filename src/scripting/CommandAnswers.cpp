@@ -86,6 +86,8 @@ void CommandAnswers::answer(CommandChannel* channel)
             lines << u"email: "_qs + status.email;
         if (!status.address.isEmpty())
             lines << u"address: "_qs + status.address;
+        const QString window = status.windowShown ? u"shown"_qs : u"hidden"_qs;
+        lines << u"window: "_qs + window;
         for (const auto& operation : status.operations) {
             const QString kind = operation.encrypt ? u"encrypt"_qs : u"decrypt"_qs;
             operations.append(QJsonObject { { u"id"_qs, operation.id }, { u"kind"_qs, kind },
@@ -95,7 +97,7 @@ void CommandAnswers::answer(CommandChannel* channel)
         }
         if (command.json) {
             channel->print(json(QJsonObject { { u"phone"_qs, status.phone }, { u"name"_qs, status.name },
-                { u"email"_qs, status.email }, { u"address"_qs, status.address },
+                { u"email"_qs, status.email }, { u"address"_qs, status.address }, { u"window"_qs, window },
                 { u"operations"_qs, operations } }));
         } else {
             for (const QString& line : std::as_const(lines))

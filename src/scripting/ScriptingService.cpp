@@ -213,6 +213,7 @@ ScriptingService::Status ScriptingService::status() const
         status.email = trusted->email;
         status.address = trusted->address;
     }
+    status.windowShown = m_windowShown && m_windowShown();
     for (OperationRun* run : OperationRun::running()) {
         QString id;
         for (auto it = m_runs.begin(); it != m_runs.end(); ++it) {

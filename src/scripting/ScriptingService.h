@@ -61,6 +61,7 @@ public:
         QString name;
         QString email;
         QString address;
+        bool windowShown = false;
         QList<Operation> operations;
     };
 
@@ -73,6 +74,9 @@ public:
     // `done` runs (once, from the event loop) when the phone is connected and, with `people`,
     // its people and groups are loaded; or with why not. Not at all once `context` is gone.
     void whenReady(bool people, QObject* context, std::function<void(std::optional<Failure>)> done);
+
+    // How status tells whether the window shows (it lives above this layer).
+    void setWindowShown(std::function<bool()> shown) { m_windowShown = std::move(shown); }
 
     QList<Person> people() const;
     QList<Group> groups() const;
@@ -127,4 +131,5 @@ private:
     std::vector<Waiter> m_waiters;
     QTimer m_poll;
     QHash<QString, QPointer<OperationRun>> m_runs;
+    std::function<bool()> m_windowShown;
 };

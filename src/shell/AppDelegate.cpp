@@ -24,6 +24,7 @@
 #include <QElapsedTimer>
 #include <QEvent>
 #include <QLoggingCategory>
+#include <QPointer>
 #include <QProcess>
 #include <QTextStream>
 #include <QTimer>
@@ -158,6 +159,8 @@ int AppDelegate::runCommand(const QStringList& arguments)
 void AppDelegate::watchWindow(QWidget* window)
 {
     window->installEventFilter(new WindowWatch(window, m_windowShown));
+    if (m_scripting)
+        m_scripting->setWindowShown([window = QPointer<QWidget>(window)] { return window && window->isVisible(); });
 }
 
 void AppDelegate::quitWhenIdle(QWidget* window)
