@@ -69,7 +69,7 @@ int main(int argc, char* argv[])
         // The window goes before what it was built on.
         AppWindow window(delegate.services());
         // Ctrl+Q, and closing while an operation runs asks first.
-        new QuitGuard(&window);
+        auto* quitGuard = new QuitGuard(&window);
         window.showPairing();
         // Hidden, the tray (where there is one) or the next start shows it.
         if (!hidden)
@@ -78,6 +78,7 @@ int main(int argc, char* argv[])
         if (withTray) {
             tray = std::make_unique<TrayIcon>(
                 window, delegate.services().phone, [&window] { return QuitGuard::confirmQuit(&window); });
+            quitGuard->setQuit([&tray] { tray->quit(); });
         }
         delegate.watchWindow(&window);
         if (serveOnly)

@@ -123,14 +123,7 @@ bool TrayIcon::eventFilter(QObject* watched, QEvent* event)
 {
     if (watched != &m_window || event->type() != QEvent::Close)
         return QObject::eventFilter(watched, event);
-    if (!event->spontaneous()) {
-        // Ctrl+Q (the window closed by the program, not by its title bar): quit, asking first
-        // while an operation runs.
-        event->ignore();
-        QMetaObject::invokeMethod(this, &TrayIcon::quit, Qt::QueuedConnection);
-        return true;
-    }
-    // The title bar's close: the window goes, the program stays in the tray.
+    // The window goes, the program stays in the tray (quitting is the menu's, and Ctrl+Q's).
     event->ignore();
     m_window.hide();
     if (!Settings::open()->value(QString::fromLatin1(closeNoticeKey)).toBool()) {

@@ -33,6 +33,8 @@ public:
     QString stateText() const;
     QString operationText() const;
     QMenu* menu() { return &m_menu; }
+    // Quits the program, once the user agreed while an operation runs (the menu's Quit, Ctrl+Q).
+    void quit();
 
     // Settings key: the tray has said once that closing keeps the program running.
     static constexpr const char* closeNoticeKey = "trayCloseNoticeShown";
@@ -43,7 +45,6 @@ protected:
 private:
     void update();
     void show();
-    void quit();
 
     QWidget& m_window;
     const PhoneConnection& m_phone;
