@@ -51,7 +51,8 @@ double runMs(const QProcessEnvironment& env, const QStringList& arguments)
     clock.start();
     process.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), arguments);
     if (!process.waitForFinished(120000) || process.exitCode() != 0) {
-        std::fprintf(stderr, "%s: %s\n", qPrintable(arguments.join(u' ')), process.readAllStandardError().constData());
+        std::fprintf(
+            stderr, "%s: %s\n", qPrintable(arguments.join(u' ')), process.readAllStandardError().constData());
         return -1;
     }
     return clock.nsecsElapsed() / 1e6;
@@ -75,7 +76,8 @@ int main(int argc, char* argv[])
     if (!sim.isRunning() || !home.isValid())
         return 1;
     QDir(home.path()).mkdir(u"runtime"_qs);
-    QFile::setPermissions(home.filePath(u"runtime"_qs), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(
+        home.filePath(u"runtime"_qs), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     {
         QSettings stored(home.filePath(u".config/Varnex/Varnex Desktop.conf"_qs), QSettings::IniFormat);
         stored.setValue(QString::fromLatin1(Settings::userEmailKey), u"alex.morgan@example.com"_qs);
@@ -155,11 +157,13 @@ int main(int argc, char* argv[])
     }
     const double ratio = median(command) / median(core);
     std::printf("encrypting 100 small files, median of 5\n");
-    std::printf("  varnex-desktop encrypt --wait: %.1f ms; through OperationRun (the screen's core): %.1f ms; "
-                "ratio %.2f (budget 1.1): %s\n",
+    std::printf(
+        "  varnex-desktop encrypt --wait: %.1f ms; through OperationRun (the screen's core): %.1f ms; "
+        "ratio %.2f (budget 1.1): %s\n",
         median(command), median(core), ratio, verdict(ratio <= 1.1));
 
-    QDBusInterface service(u"org.varnex.Desktop"_qs, u"/"_qs, u"org.varnex.Desktop"_qs, QDBusConnection::sessionBus());
+    QDBusInterface service(
+        u"org.varnex.Desktop"_qs, u"/"_qs, u"org.varnex.Desktop"_qs, QDBusConnection::sessionBus());
     QDBusInterface bus(u"org.freedesktop.DBus"_qs, u"/org/freedesktop/DBus"_qs, u"org.freedesktop.DBus"_qs,
         QDBusConnection::sessionBus());
     QList<double> recent;
@@ -175,7 +179,8 @@ int main(int argc, char* argv[])
         bus.call(u"GetId"_qs);
         reference.append(clock.nsecsElapsed() / 1e6);
     }
-    std::printf("RecentGroups on the session bus, median of 51 (max %.2f ms)\n", *std::max_element(recent.begin(), recent.end()));
+    std::printf("RecentGroups on the session bus, median of 51 (max %.2f ms)\n",
+        *std::max_element(recent.begin(), recent.end()));
     std::printf("  %.2f ms (budget 100 ms): %s; the bus's own GetId: %.2f ms\n", median(recent),
         verdict(answered && median(recent) < 100), median(reference));
     program.terminate();

@@ -3,9 +3,9 @@
 #include "app/Settings.h"
 
 #include <QCommandLineParser>
-#include <algorithm>
 #include <QDir>
 #include <QUrl>
+#include <algorithm>
 
 namespace {
 
@@ -200,7 +200,8 @@ std::variant<ScriptCommand, CommandLineAnswer> parseScriptCommand(
     const QCommandLineOption to(QStringLiteral("to"), qtTrId("commandOptionTo"), QStringLiteral("EMAIL"));
     //: Description of --group in the encrypt command's help
     //% "Encrypt for the members of this group (repeat for more)."
-    const QCommandLineOption group(QStringLiteral("group"), qtTrId("commandOptionGroup"), QStringLiteral("NAME"));
+    const QCommandLineOption group(
+        QStringLiteral("group"), qtTrId("commandOptionGroup"), QStringLiteral("NAME"));
     //: Description of --wait in the command line help
     //% "Wait until the phone is done, print each result's path and exit with its status."
     const QCommandLineOption wait(QStringLiteral("wait"), qtTrId("commandOptionWait"));
@@ -217,7 +218,8 @@ std::variant<ScriptCommand, CommandLineAnswer> parseScriptCommand(
         parser.addOption(wait);
         //: Description of the files argument of the encrypt and decrypt commands
         //% "The files."
-        parser.addPositionalArgument(QStringLiteral("files"), qtTrId("commandFiles"), QStringLiteral("FILE..."));
+        parser.addPositionalArgument(
+            QStringLiteral("files"), qtTrId("commandFiles"), QStringLiteral("FILE..."));
     } else {
         parser.addOption(noStart);
     }

@@ -14,8 +14,8 @@
 #include <QLoggingCategory>
 #include <QPointer>
 #include <QStandardPaths>
-#include <QThread>
 #include <QTextStream>
+#include <QThread>
 #include <QTimer>
 
 #include <optional>

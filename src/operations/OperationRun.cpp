@@ -65,7 +65,8 @@ OperationRun* OperationRun::encrypt(const Session& session, const QString& resul
 {
     auto task = std::make_unique<EncryptTask>(
         files, recipients, resultFolder, session.phoneServiceUrl(u"/encryptFile/"));
-    return new OperationRun(session, std::move(task), resultFolder, true, audience, int(files.size()), parent);
+    return new OperationRun(
+        session, std::move(task), resultFolder, true, audience, int(files.size()), parent);
 }
 
 OperationRun* OperationRun::decrypt(const Session& session, const QString& resultFolder,

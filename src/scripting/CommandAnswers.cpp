@@ -31,8 +31,8 @@ QJsonObject outcomeObject(const QString& id, const OperationRun::Outcome& outcom
 {
     QJsonArray files;
     for (const auto& file : outcome.files)
-        files.append(QJsonObject { { u"source"_qs, file.source }, { u"result"_qs, file.result },
-            { u"problem"_qs, file.problem } });
+        files.append(QJsonObject {
+            { u"source"_qs, file.source }, { u"result"_qs, file.result }, { u"problem"_qs, file.problem } });
     QJsonObject object { { u"id"_qs, id }, { u"outcome"_qs, ScriptingService::outcomeWord(outcome) },
         { u"exitCode"_qs, ScriptingService::exitCodeOf(outcome) }, { u"summary"_qs, outcome.summary },
         { u"files"_qs, files }, { u"ignored"_qs, QJsonArray::fromStringList(outcome.ignored) } };
@@ -61,7 +61,8 @@ void CommandAnswers::answer(CommandChannel* channel)
     m_waiting.insert(channel);
     // Gone before its answer (the later start was killed): it no longer waits.
     connect(channel, &QObject::destroyed, this, [this](QObject* gone) { m_waiting.remove(gone); });
-    const auto parsed = parseScriptCommand(QStringList { QStringLiteral("varnex-desktop") } + channel->arguments(), QString());
+    const auto parsed = parseScriptCommand(
+        QStringList { QStringLiteral("varnex-desktop") } + channel->arguments(), QString());
     if (const auto* wrong = std::get_if<CommandLineAnswer>(&parsed)) {
         channel->printError(wrong->output.trimmed());
         finish(channel, ExitCode::usage);
@@ -127,8 +128,8 @@ void CommandAnswers::answer(CommandChannel* channel)
             } else {
                 QJsonArray array;
                 for (const auto& group : m_service.groups()) {
-                    array.append(QJsonObject {
-                        { u"name"_qs, group.name }, { u"members"_qs, QJsonArray::fromStringList(group.members) } });
+                    array.append(QJsonObject { { u"name"_qs, group.name },
+                        { u"members"_qs, QJsonArray::fromStringList(group.members) } });
                     if (!command.json)
                         guard->print(oneLine(group.name) + u'\t' + group.members.join(u", "));
                 }
@@ -155,7 +156,8 @@ void CommandAnswers::answer(CommandChannel* channel)
         // Ctrl+C in the later start cancels the operation; it then ends as cancelled.
         connect(guard, &CommandChannel::cancelRequested, &m_service, [this, id] { m_service.cancel(id); });
         connect(&m_service, &ScriptingService::finished, guard,
-            [this, guard, id, json = command.json](const QString& ended, const OperationRun::Outcome& outcome) {
+            [this, guard, id, json = command.json](
+                const QString& ended, const OperationRun::Outcome& outcome) {
                 if (ended != id)
                     return;
                 if (json) {

@@ -68,15 +68,17 @@ DBusService::DBusService(ScriptingService& service, DesktopNotifier& notifier, Q
     qDBusRegisterMetaType<DBusFileOutcome>();
     qDBusRegisterMetaType<QList<DBusFileOutcome>>();
     connect(&service, &ScriptingService::progress, this, &DBusService::Progress);
-    connect(&service, &ScriptingService::finished, this, [this](const QString& id, const OperationRun::Outcome& outcome) {
-        QList<DBusFileOutcome> files;
-        for (const auto& file : outcome.files)
-            files.append({ file.source, file.result, file.problem });
-        Q_EMIT Finished(id, ScriptingService::outcomeWord(outcome), ScriptingService::exitCodeOf(outcome), files);
-        // A file manager's menu started it and shows nothing of it: the desktop tells the end.
-        if (m_ownOperations.removeOne(id) && !outcome.cancelled())
-            m_notifier.notify(outcome.note);
-    });
+    connect(&service, &ScriptingService::finished, this,
+        [this](const QString& id, const OperationRun::Outcome& outcome) {
+            QList<DBusFileOutcome> files;
+            for (const auto& file : outcome.files)
+                files.append({ file.source, file.result, file.problem });
+            Q_EMIT Finished(
+                id, ScriptingService::outcomeWord(outcome), ScriptingService::exitCodeOf(outcome), files);
+            // A file manager's menu started it and shows nothing of it: the desktop tells the end.
+            if (m_ownOperations.removeOne(id) && !outcome.cancelled())
+                m_notifier.notify(outcome.note);
+        });
 }
 
 DBusService::~DBusService()

@@ -277,8 +277,9 @@ std::variant<QString, ScriptingService::Failure> ScriptingService::encrypt(
     QStringList unknown;
     for (const QString& email : to) {
         const auto& all = m_store->users();
-        const auto found = std::find_if(all.begin(), all.end(),
-            [&email](const UserPtr& u) { return u->email && u->email->compare(email, Qt::CaseInsensitive) == 0; });
+        const auto found = std::find_if(all.begin(), all.end(), [&email](const UserPtr& u) {
+            return u->email && u->email->compare(email, Qt::CaseInsensitive) == 0;
+        });
         if (found == all.end())
             unknown.append(email);
         else
@@ -286,7 +287,8 @@ std::variant<QString, ScriptingService::Failure> ScriptingService::encrypt(
     }
     for (const QString& name : groupNames) {
         const auto& all = m_store->groups();
-        const auto found = std::find_if(all.begin(), all.end(), [&name](const GroupPtr& g) { return g->name == name; });
+        const auto found
+            = std::find_if(all.begin(), all.end(), [&name](const GroupPtr& g) { return g->name == name; });
         if (found == all.end())
             unknown.append(name);
         else
@@ -295,7 +297,8 @@ std::variant<QString, ScriptingService::Failure> ScriptingService::encrypt(
     if (!unknown.isEmpty()) {
         //: On standard error when the encrypt command names people or groups the phone does not know; %1 lists them
         //% "Not known to the phone (see 'varnex-desktop people' and 'varnex-desktop groups'): %1"
-        return Failure { ExitCode::usage, qtTrId("scriptUnknownRecipients").arg(unknown.join(QStringLiteral(", "))) };
+        return Failure { ExitCode::usage,
+            qtTrId("scriptUnknownRecipients").arg(unknown.join(QStringLiteral(", "))) };
     }
     QStringList admitted;
     if (auto failure = admit(true, files, &admitted))
@@ -353,8 +356,10 @@ QString ScriptingService::track(OperationRun* run)
 {
     const QString id = run->task()->operationId();
     m_runs.insert(id, run);
-    connect(run, &OperationRun::stageChanged, this,
-        [this, id](const QString& text, qint64 done, qint64 total) { Q_EMIT progress(id, text, done, total); });
+    connect(
+        run, &OperationRun::stageChanged, this, [this, id](const QString& text, qint64 done, qint64 total) {
+            Q_EMIT progress(id, text, done, total);
+        });
     connect(run, &OperationRun::finished, this, [this, id, run](const OperationRun::Outcome& outcome) {
         m_runs.remove(id);
         run->deleteLater();

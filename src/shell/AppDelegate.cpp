@@ -1,8 +1,8 @@
 #include "shell/AppDelegate.h"
 
 #include "api/NetworkClient.h"
-#include "app/CommandLine.h"
 #include "api/PhoneServiceClient.h"
+#include "app/CommandLine.h"
 #include "app/Session.h"
 #include "app/Settings.h"
 #include "app/StoredSession.h"
@@ -109,8 +109,8 @@ void AppDelegate::listenForLaterStarts()
     if (!m_instance)
         return;
     if (m_answers) {
-        QObject::connect(m_instance.get(), &SingleInstance::commandReceived, m_answers.get(),
-            &CommandAnswers::answer);
+        QObject::connect(
+            m_instance.get(), &SingleInstance::commandReceived, m_answers.get(), &CommandAnswers::answer);
     }
     m_instance->listen();
 }
@@ -160,7 +160,8 @@ void AppDelegate::watchWindow(QWidget* window)
 {
     window->installEventFilter(new WindowWatch(window, m_windowShown));
     if (m_scripting)
-        m_scripting->setWindowShown([window = QPointer<QWidget>(window)] { return window && window->isVisible(); });
+        m_scripting->setWindowShown(
+            [window = QPointer<QWidget>(window)] { return window && window->isVisible(); });
 }
 
 void AppDelegate::quitWhenIdle(QWidget* window)

@@ -14,7 +14,8 @@ bool TrayIcon::isAvailable()
     return QSystemTrayIcon::isSystemTrayAvailable();
 }
 
-TrayIcon::TrayIcon(QWidget& window, const PhoneConnection& phone, std::function<bool()> mayQuit, QObject* parent)
+TrayIcon::TrayIcon(
+    QWidget& window, const PhoneConnection& phone, std::function<bool()> mayQuit, QObject* parent)
     : QObject(parent)
     , m_window(window)
     , m_phone(phone)
@@ -131,8 +132,8 @@ bool TrayIcon::eventFilter(QObject* watched, QEvent* event)
         Settings::protectFile();
         //: Tray message the first time the window is closed while the tray icon shows
         //% "Varnex Desktop keeps running here, so your phone stays connected. Quit it from this icon's menu."
-        m_icon.showMessage(QStringLiteral("Varnex Desktop"), qtTrId("trayStillRunning"),
-            QSystemTrayIcon::Information, 8000);
+        m_icon.showMessage(
+            QStringLiteral("Varnex Desktop"), qtTrId("trayStillRunning"), QSystemTrayIcon::Information, 8000);
     }
     return true;
 }

@@ -308,7 +308,8 @@ void TestCommandLine::commandsAnsweredByTheRunningProgram()
     QVERIFY(sim.isRunning());
     QTemporaryDir home;
     QVERIFY(QDir(home.path()).mkdir(u"runtime"_qs));
-    QFile::setPermissions(home.filePath(u"runtime"_qs), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(
+        home.filePath(u"runtime"_qs), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QProcessEnvironment env = programEnvironment(home.path());
     env.insert(u"VARNEX_PHONE_SERVICE_PORT"_qs, QString::number(sim.port()));
     const auto command = [&env](const QStringList& arguments, QProcess* running = nullptr) {
@@ -365,7 +366,8 @@ void TestCommandLine::commandsAnsweredByTheRunningProgram()
     QStringList members = apollo.section(u'\t', 1).split(u", "_qs);
     members.sort();
     sim.clearRequests();
-    answer = command(QStringList { u"encrypt"_qs, u"--group"_qs, u"Project Apollo"_qs, u"--wait"_qs } + files);
+    answer
+        = command(QStringList { u"encrypt"_qs, u"--group"_qs, u"Project Apollo"_qs, u"--wait"_qs } + files);
     QCOMPARE(answer.code, 0);
     QStringList names;
     QStringList results;
@@ -386,7 +388,8 @@ void TestCommandLine::commandsAnsweredByTheRunningProgram()
     QCOMPARE(PhoneSimProcess::partsOf(requests.at(0)), expected);
     answer = command(QStringList { u"decrypt"_qs, u"--wait"_qs, u"--json"_qs } + results);
     QCOMPARE(answer.code, 0);
-    const QJsonArray outcomes = QJsonDocument::fromJson(answer.out.value(0).toUtf8()).object()[u"files"].toArray();
+    const QJsonArray outcomes
+        = QJsonDocument::fromJson(answer.out.value(0).toUtf8()).object()[u"files"].toArray();
     QCOMPARE(outcomes.size(), 100);
     for (int i = 0; i < 100; ++i) {
         QFile original(files.at(i));
@@ -421,34 +424,41 @@ void TestCommandLine::commandsAnsweredByTheRunningProgram()
         if (!c.fault.isEmpty())
             QVERIFY(sim.setFault(c.fault));
         answer = command(c.arguments);
-        QVERIFY2(answer.code == c.code && answer.err.contains(c.err), qPrintable(c.arguments.join(u' ') + u": " + QString::number(answer.code) + u' ' + answer.err));
+        QVERIFY2(answer.code == c.code && answer.err.contains(c.err),
+            qPrintable(c.arguments.join(u' ') + u": " + QString::number(answer.code) + u' ' + answer.err));
         QCOMPARE(sim.requests().isEmpty(), c.code == 2);
     }
     // Ctrl+C while the phone works cancels the operation.
     QVERIFY(sim.setFault({ { u"path"_qs, u"/encryptFile/"_qs }, { u"noAnswer"_qs, true } }));
     QProcess waiting;
     waiting.setProcessEnvironment(env);
-    waiting.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), { u"encrypt"_qs, u"--to"_qs, person, u"--wait"_qs, files.at(1) });
-    QTRY_VERIFY_WITH_TIMEOUT(command({ u"status"_qs }).out.filter(u"operation: encrypt, 1 files"_qs).size() == 1, 20000);
+    waiting.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"),
+        { u"encrypt"_qs, u"--to"_qs, person, u"--wait"_qs, files.at(1) });
+    QTRY_VERIFY_WITH_TIMEOUT(
+        command({ u"status"_qs }).out.filter(u"operation: encrypt, 1 files"_qs).size() == 1, 20000);
     ::kill(pid_t(waiting.processId()), SIGINT);
     QCOMPARE(command({}, &waiting).code, 6);
     sim.clearFaults();
 
     // The same on the session bus.
-    QDBusInterface bus(u"org.varnex.Desktop"_qs, u"/"_qs, u"org.varnex.Desktop"_qs, QDBusConnection::sessionBus());
+    QDBusInterface bus(
+        u"org.varnex.Desktop"_qs, u"/"_qs, u"org.varnex.Desktop"_qs, QDBusConnection::sessionBus());
     QVERIFY2(bus.isValid(), qPrintable(bus.lastError().message()));
     QCOMPARE(QDBusReply<QVariantMap>(bus.call(u"Status"_qs)).value().value(u"phone"_qs), u"connected"_qs);
-    QCOMPARE(QDBusReply<QStringList>(bus.call(u"RecentGroups"_qs)).value(), QStringList { u"Project Apollo"_qs });
+    QCOMPARE(
+        QDBusReply<QStringList>(bus.call(u"RecentGroups"_qs)).value(), QStringList { u"Project Apollo"_qs });
     QCOMPARE(QDBusReply<QStringList>(bus.call(u"RecentPeople"_qs)).value(), QStringList { person });
     QCOMPARE(bus.call(u"People"_qs).signature(), u"a(ss)"_qs);
     QCOMPARE(bus.call(u"Groups"_qs).signature(), u"a(sas)"_qs);
-    QCOMPARE(bus.call(u"Encrypt"_qs, QStringList { u"nobody@example.org"_qs }, QStringList(), QStringList { files.at(2) })
+    QCOMPARE(bus.call(u"Encrypt"_qs, QStringList { u"nobody@example.org"_qs }, QStringList(),
+                    QStringList { files.at(2) })
                  .errorName(),
         u"org.freedesktop.DBus.Error.InvalidArgs"_qs);
     BusSignals finished;
     QVERIFY(QDBusConnection::sessionBus().connect(u"org.varnex.Desktop"_qs, u"/"_qs, u"org.varnex.Desktop"_qs,
         u"Finished"_qs, &finished, SLOT(take(QDBusMessage))));
-    const QDBusReply<QString> id = bus.call(u"Encrypt"_qs, QStringList { person }, QStringList(), QStringList { files.at(2) });
+    const QDBusReply<QString> id
+        = bus.call(u"Encrypt"_qs, QStringList { person }, QStringList(), QStringList { files.at(2) });
     QVERIFY(id.isValid());
     QTRY_COMPARE_WITH_TIMEOUT(finished.received.size(), 1, 20000);
     const QList<QVariant> arguments = finished.received.at(0).arguments();

@@ -207,7 +207,8 @@ void TestDesktop::startAtLogin()
     box->click();
     QFile entry(config.filePath(u"autostart/org.varnex.Desktop.desktop"_qs));
     QVERIFY(entry.open(QIODevice::ReadOnly));
-    const QByteArray exec = "\nExec=" + QFile::encodeName(QCoreApplication::applicationFilePath()) + " --hidden\n";
+    const QByteArray exec
+        = "\nExec=" + QFile::encodeName(QCoreApplication::applicationFilePath()) + " --hidden\n";
     QVERIFY(entry.readAll().contains(exec));
     box->click();
     QVERIFY(!entry.exists());
