@@ -142,6 +142,13 @@ int AppDelegate::runCommand(const QStringList& arguments)
         program.setStandardInputFile(QProcess::nullDevice());
         program.setStandardOutputFile(QProcess::nullDevice());
         program.setStandardErrorFile(QProcess::nullDevice());
+        // From a terminal without a display (ssh, say) it needs none: its window never shows.
+        if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+            && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+            program.setProcessEnvironment(environment);
+        }
         program.startDetached();
     }
     // Ctrl+C cancels what the command started, and the command then ends as cancelled.
