@@ -20,6 +20,9 @@
 
 #include <optional>
 
+#include <cerrno>
+#include <csignal>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -262,12 +265,14 @@ bool SingleInstance::isRunning() const
 {
     if (m_folder.isEmpty())
         return false;
-    QLockFile lock(m_folder + QStringLiteral("/varnex-desktop.lock"));
-    lock.setStaleLockTime(0);
-    if (!lock.tryLock(0))
-        return true;
-    lock.unlock();
-    return false;
+    // Read, never taken: a start that claims the lock meanwhile must find it free.
+    const QLockFile lock(m_folder + QStringLiteral("/varnex-desktop.lock"));
+    qint64 pid = 0;
+    QString host;
+    QString application;
+    if (!lock.getLockInfo(&pid, &host, &application) || pid <= 0)
+        return false;
+    return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
 }
 
 int SingleInstance::runCommand(const QStringList& arguments, std::chrono::milliseconds connectTimeout,

@@ -52,7 +52,8 @@ public:
     // in all (the first may still be starting, so a refused connection is tried again).
     HandOver handOver(const QStringList& paths, std::chrono::milliseconds timeout) const;
 
-    // True when another start holds the lock now (this one has not claimed it).
+    // True when another start holds the lock now (this one has not claimed it); the lock is
+    // only read.
     bool isRunning() const;
     // A later start: asks the first to run a command (its words, files absolute), printing the
     // answer's lines to `out` and `err` as they come, and sends a cancel once `interrupted`
