@@ -2,9 +2,10 @@
 # Checks the files that tie Varnex Desktop into the desktop, as installed under PREFIX (a
 # scratch prefix of `cmake --install`, or /usr of the unpacked package): the type of encrypted
 # files as shared-mime-info reads it, and the file managers' menu entries as each reads them.
-# Usage: check-desktop-files.sh PREFIX SCRATCH_DIR
+# Usage: check-desktop-files.sh PREFIX SCRATCH_DIR [INSTALLED_PREFIX]
+# INSTALLED_PREFIX is where PREFIX is on a user's system (/usr for the unpacked package).
 set -euo pipefail
-prefix=$1 scratch=$2
+prefix=$1 scratch=$2 installed=${3:-$1}
 share=$prefix/share
 id=org.varnex.Desktop
 fail() { echo "FAIL: $*" >&2; exit 1; }
@@ -59,8 +60,8 @@ desktop-file-validate "$(dirname "$0")/../../resources/autostart/$id.desktop"
 
 # The session bus starts the installed program, hidden, for a call.
 grep -qx "Name=$id" "$share/dbus-1/services/$id.service" || fail "the bus service file names another service"
-grep -qx "Exec=$prefix/bin/varnex-desktop --serve" "$share/dbus-1/services/$id.service" \
-    || fail "the bus service does not start $prefix/bin/varnex-desktop --serve: $(grep Exec "$share/dbus-1/services/$id.service")"
+grep -qx "Exec=$installed/bin/varnex-desktop --serve" "$share/dbus-1/services/$id.service" \
+    || fail "the bus service does not start $installed/bin/varnex-desktop --serve: $(grep Exec "$share/dbus-1/services/$id.service")"
 
 # GNOME Files' extension, with stand-ins for nautilus-python: the entries each selection gets.
 python3 - "$share/nautilus-python/extensions/varnex-desktop.py" <<'PY' || fail "the GNOME Files extension"

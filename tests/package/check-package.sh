@@ -48,7 +48,7 @@ done
 
 [[ $(dpkg-deb -f "$deb" Recommends) == *python3-nautilus* ]] || fail "python3-nautilus is not recommended"
 desktop-file-validate "$root/usr/share/applications/$id.desktop"
-"$source/tests/package/check-desktop-files.sh" "$root/usr" "$scratch/desktop"
+"$source/tests/package/check-desktop-files.sh" "$root/usr" "$scratch/desktop" /usr
 appstreamcli validate --no-net "$root/usr/share/metainfo/$id.metainfo.xml"
 # Each screenshot the metadata names is one of the project's own.
 grep -o '<image>[^<]*</image>' "$root/usr/share/metainfo/$id.metainfo.xml" | sed 's/<[^>]*>//g' |
