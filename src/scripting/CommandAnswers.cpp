@@ -93,8 +93,8 @@ void CommandAnswers::answer(CommandChannel* channel)
             const QString kind = operation.encrypt ? u"encrypt"_qs : u"decrypt"_qs;
             operations.append(QJsonObject { { u"id"_qs, operation.id }, { u"kind"_qs, kind },
                 { u"files"_qs, operation.files }, { u"stage"_qs, operation.stage } });
-            lines << u"operation: "_qs + kind + u", " + QString::number(operation.files) + u" files: "
-                    + operation.stage;
+            lines << u"operation: "_qs + kind + u", " + QString::number(operation.files)
+                    + (operation.files == 1 ? u" file: "_qs : u" files: "_qs) + operation.stage;
         }
         if (command.json) {
             channel->print(json(QJsonObject { { u"phone"_qs, status.phone }, { u"name"_qs, status.name },
