@@ -26,3 +26,6 @@ VARNEX_PHONE_SIM_BINARY="$build/tools/phone-sim/varnex-phone-sim" "$build/bench/
 for what in movein cancel encrypt refused; do
     VARNEX_PHONE_SIM_BINARY="$build/tools/phone-sim/varnex-phone-sim" "$build/bench/bench_operations" "$what" "$scratch"
 done
+# Commands and the session bus service, answered by the running program on a bus of its own.
+VARNEX_PHONE_SIM_BINARY="$build/tools/phone-sim/varnex-phone-sim" VARNEX_DESKTOP_BINARY="$build/varnex-desktop" \
+    dbus-run-session -- "$build/bench/bench_scripting"

@@ -20,8 +20,9 @@ set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS OFF)
-# Qt's own texts (the file chooser) in the user's language; the program works without them.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "qt6-translations-l10n")
+# Qt's own texts (the file chooser) in the user's language.
+# GNOME Files' menu entries need nautilus-python; the program works without it.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "qt6-translations-l10n, python3-nautilus")
 # Loaded at run time, so dpkg-shlibdeps cannot see them: the simulator keeps its data in SQLite.
 if(VARNEX_INSTALL_SIM)
     set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt6sql6-sqlite")

@@ -1085,5 +1085,185 @@ Select deselect all users button</extracomment>
         <extracomment>Accessible name of the navigation tab whose screen is shown; %1 is the tab&apos;s title</extracomment>
         <translation>%1, ausgewählt</translation>
     </message>
+    <message id="commandLineHidden">
+        <source>Start without showing the window (at login, for example).</source>
+        <extracomment>Description of the --hidden option in the command line help</extracomment>
+        <translation>Ohne Fenster starten (zum Beispiel bei der Anmeldung).</translation>
+    </message>
+    <message id="commandLineCommands">
+        <source>Commands (answered by the running program; see &apos;varnex-desktop COMMAND --help&apos;):
+  encrypt   encrypt files for people and groups
+  decrypt   decrypt files
+  people    list the people the phone knows
+  groups    list your groups and their members
+  status    tell the phone&apos;s state and the running operations</source>
+        <extracomment>The commands in the command line help; keep the command names</extracomment>
+        <translation>Befehle (beantwortet vom laufenden Programm; siehe „varnex-desktop BEFEHL --help“):
+  encrypt   Dateien für Personen und Gruppen verschlüsseln
+  decrypt   Dateien entschlüsseln
+  people    die Personen auflisten, die das Telefon kennt
+  groups    Ihre Gruppen und ihre Mitglieder auflisten
+  status    den Zustand des Telefons und die laufenden Vorgänge nennen</translation>
+    </message>
+    <message id="commandEncryptHelp">
+        <source>Encrypt files for people and groups with the paired phone. Without --wait it returns once the phone was asked.</source>
+        <extracomment>Help of the encrypt command</extracomment>
+        <translation>Dateien mit dem gekoppelten Telefon für Personen und Gruppen verschlüsseln. Ohne --wait kehrt der Befehl zurück, sobald das Telefon gefragt wurde.</translation>
+    </message>
+    <message id="commandDecryptHelp">
+        <source>Decrypt encrypted files (.vx) with the paired phone. Without --wait it returns once the phone was asked.</source>
+        <extracomment>Help of the decrypt command</extracomment>
+        <translation>Verschlüsselte Dateien (.vx) mit dem gekoppelten Telefon entschlüsseln. Ohne --wait kehrt der Befehl zurück, sobald das Telefon gefragt wurde.</translation>
+    </message>
+    <message id="commandPeopleHelp">
+        <source>List the people the phone knows: e-mail, then name.</source>
+        <extracomment>Help of the people command</extracomment>
+        <translation>Die Personen auflisten, die das Telefon kennt: E-Mail, dann Name.</translation>
+    </message>
+    <message id="commandGroupsHelp">
+        <source>List your groups: name, then the members&apos; e-mails.</source>
+        <extracomment>Help of the groups command</extracomment>
+        <translation>Ihre Gruppen auflisten: Name, dann die E-Mails der Mitglieder.</translation>
+    </message>
+    <message id="commandStatusHelp">
+        <source>Tell the phone&apos;s state and name, and the operations running.</source>
+        <extracomment>Help of the status command</extracomment>
+        <translation>Den Zustand und Namen des Telefons und die laufenden Vorgänge nennen.</translation>
+    </message>
+    <message id="commandExitStatus">
+        <source>Exit status: 0 done, 1 failed, 2 bad usage or unknown recipient, 3 no phone, 4 refused by the phone, 5 some files failed, 6 cancelled.</source>
+        <extracomment>The end of every command&apos;s help: the exit statuses; keep the numbers</extracomment>
+        <translation>Rückgabewert: 0 erledigt, 1 fehlgeschlagen, 2 falscher Aufruf oder unbekannter Empfänger, 3 kein Telefon, 4 vom Telefon abgelehnt, 5 einige Dateien fehlgeschlagen, 6 abgebrochen.</translation>
+    </message>
+    <message id="commandOptionTo">
+        <source>Encrypt for this person (repeat for more).</source>
+        <extracomment>Description of --to in the encrypt command&apos;s help</extracomment>
+        <translation>Für diese Person verschlüsseln (für mehrere wiederholen).</translation>
+    </message>
+    <message id="commandOptionGroup">
+        <source>Encrypt for the members of this group (repeat for more).</source>
+        <extracomment>Description of --group in the encrypt command&apos;s help</extracomment>
+        <translation>Für die Mitglieder dieser Gruppe verschlüsseln (für mehrere wiederholen).</translation>
+    </message>
+    <message id="commandOptionWait">
+        <source>Wait until the phone is done, print each result&apos;s path and exit with its status.</source>
+        <extracomment>Description of --wait in the command line help</extracomment>
+        <translation>Warten, bis das Telefon fertig ist, den Pfad jedes Ergebnisses ausgeben und mit dessen Status enden.</translation>
+    </message>
+    <message id="commandOptionJson">
+        <source>Print JSON.</source>
+        <extracomment>Description of --json in the command line help</extracomment>
+        <translation>JSON ausgeben.</translation>
+    </message>
+    <message id="commandOptionNoStart">
+        <source>Answer only if Varnex Desktop runs already (for shell completion).</source>
+        <extracomment>Description of --no-start in the command line help</extracomment>
+        <translation>Nur antworten, wenn Varnex Desktop schon läuft (für die Vervollständigung in der Shell).</translation>
+    </message>
+    <message id="commandFiles">
+        <source>The files.</source>
+        <extracomment>Description of the files argument of the encrypt and decrypt commands</extracomment>
+        <translation>Die Dateien.</translation>
+    </message>
+    <message id="commandUnexpectedArgument">
+        <source>Unexpected argument: %1.</source>
+        <extracomment>A command that takes no files was given some; %1 is the first</extracomment>
+        <translation>Unerwartetes Argument: %1.</translation>
+    </message>
+    <message id="commandNoFiles">
+        <source>No files given.</source>
+        <extracomment>The encrypt or decrypt command was given no file</extracomment>
+        <translation>Keine Dateien angegeben.</translation>
+    </message>
+    <message id="commandNoRecipients">
+        <source>No recipients given: name them with --to or --group.</source>
+        <extracomment>The encrypt command was given neither --to nor --group</extracomment>
+        <translation>Keine Empfänger angegeben: nennen Sie sie mit --to oder --group.</translation>
+    </message>
+    <message id="aboutStartAtLogin">
+        <source>Start at login, in the background</source>
+        <extracomment>About screen: opt-in to start the program hidden when the user logs in</extracomment>
+        <translation>Bei der Anmeldung im Hintergrund starten</translation>
+    </message>
+    <message id="scriptPeopleNotLoaded">
+        <source>The phone did not send its people and groups.</source>
+        <extracomment>On standard error when the phone did not list its people and groups in time</extracomment>
+        <translation>Das Telefon hat seine Personen und Gruppen nicht gesendet.</translation>
+    </message>
+    <message id="scriptNoPhonePaired">
+        <source>No phone is paired: open Varnex Desktop and pair your phone.</source>
+        <extracomment>On standard error when a command needs a phone and none is paired</extracomment>
+        <translation>Kein Telefon gekoppelt: Öffnen Sie Varnex Desktop und koppeln Sie Ihr Telefon.</translation>
+    </message>
+    <message id="scriptPhoneNotAnswering">
+        <source>The phone does not answer: is it on the same network, with the Varnex app open?</source>
+        <extracomment>On standard error when a command needs the phone and it does not answer</extracomment>
+        <translation>Das Telefon antwortet nicht: Ist es im selben Netzwerk und die Varnex-App geöffnet?</translation>
+    </message>
+    <message id="scriptUnknownRecipients">
+        <source>Not known to the phone (see &apos;varnex-desktop people&apos; and &apos;varnex-desktop groups&apos;): %1</source>
+        <extracomment>On standard error when the encrypt command names people or groups the phone does not know; %1 lists them</extracomment>
+        <translation>Dem Telefon nicht bekannt (siehe „varnex-desktop people“ und „varnex-desktop groups“): %1</translation>
+    </message>
+    <message id="scriptNoAddresses">
+        <source>The groups named have no members to encrypt for.</source>
+        <extracomment>On standard error when the groups named have no members with an e-mail</extracomment>
+        <translation>Die genannten Gruppen haben keine Mitglieder, für die verschlüsselt werden kann.</translation>
+    </message>
+    <message id="commandNotRunning">
+        <source>Varnex Desktop is not running.</source>
+        <extracomment>On standard error when a command asked only of a running program finds none</extracomment>
+        <translation>Varnex Desktop läuft nicht.</translation>
+    </message>
+    <message id="commandNoAnswer">
+        <source>Varnex Desktop did not answer.</source>
+        <extracomment>On standard error when the running program did not answer a command</extracomment>
+        <translation>Varnex Desktop hat nicht geantwortet.</translation>
+    </message>
+    <message id="trayShow">
+        <source>Show Varnex Desktop</source>
+        <extracomment>Tray menu: brings the window forward</extracomment>
+        <translation>Varnex Desktop zeigen</translation>
+    </message>
+    <message id="trayQuit">
+        <source>Quit</source>
+        <extracomment>Tray menu: quits the program</extracomment>
+        <translation>Beenden</translation>
+    </message>
+    <message id="trayConnected">
+        <source>Connected to %1</source>
+        <extracomment>Tray tool tip and menu: the phone is connected; %1 is its name</extracomment>
+        <translation>Verbunden mit %1</translation>
+    </message>
+    <message id="traySeeking">
+        <source>Looking for %1…</source>
+        <extracomment>Tray tool tip and menu: looking for the trusted phone; %1 is its name</extracomment>
+        <translation>Suche nach %1 …</translation>
+    </message>
+    <message id="trayLost">
+        <source>Lost contact with %1</source>
+        <extracomment>Tray tool tip and menu: the trusted phone stopped answering; %1 is its name</extracomment>
+        <translation>Kontakt zu %1 verloren</translation>
+    </message>
+    <message id="trayNoPhone">
+        <source>No phone paired</source>
+        <extracomment>Tray tool tip and menu: no phone is paired</extracomment>
+        <translation>Kein Telefon gekoppelt</translation>
+    </message>
+    <message id="trayEncrypting">
+        <source>Encrypting %1 file(s): %2</source>
+        <extracomment>Tray tool tip and menu while an encryption runs; %1 is how many files, %2 its stage</extracomment>
+        <translation>%1 Datei(en) werden verschlüsselt: %2</translation>
+    </message>
+    <message id="trayDecrypting">
+        <source>Decrypting %1 file(s): %2</source>
+        <extracomment>Tray tool tip and menu while a decryption runs; %1 is how many files, %2 its stage</extracomment>
+        <translation>%1 Datei(en) werden entschlüsselt: %2</translation>
+    </message>
+    <message id="trayStillRunning">
+        <source>Varnex Desktop keeps running here, so your phone stays connected. Quit it from this icon&apos;s menu.</source>
+        <extracomment>Tray message the first time the window is closed while the tray icon shows</extracomment>
+        <translation>Varnex Desktop läuft hier weiter, damit Ihr Telefon verbunden bleibt. Beenden Sie es über das Menü dieses Symbols.</translation>
+    </message>
 </context>
 </TS>

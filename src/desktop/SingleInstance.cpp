@@ -1,6 +1,8 @@
 #include "desktop/SingleInstance.h"
 
+#include "desktop/CommandChannel.h"
 #include "desktop/DesktopLog.h"
+#include "desktop/InstanceMessages.h"
 
 #include <QDataStream>
 #include <QDeadlineTimer>
@@ -10,19 +12,26 @@
 #include <QLocalSocket>
 #include <QLockFile>
 #include <QLoggingCategory>
+#include <QPointer>
 #include <QStandardPaths>
+#include <QTextStream>
 #include <QThread>
 #include <QTimer>
 
 #include <optional>
+
+#include <cerrno>
+#include <csignal>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr QDataStream::Version streamVersion = QDataStream::Qt_6_4;
+using InstanceMessages::frame;
+using InstanceMessages::Message;
 const QString openWord = QStringLiteral("open");
+const QString runWord = QStringLiteral("run");
 const QString moreWord = QStringLiteral("more");
 // A long list goes in messages of about this size (their paths in UTF-16), well under the cap.
 constexpr qsizetype pieceBytes = 1024 * 1024;
@@ -32,55 +41,24 @@ const QString doneWord = QStringLiteral("done");
 // A connection that has not sent its whole message by then is dropped.
 constexpr int readTimeoutMs = 5000;
 
-QByteArray frame(const QString& word, const QStringList& values)
-{
-    QByteArray payload;
-    {
-        QDataStream out(&payload, QIODevice::WriteOnly);
-        out.setVersion(streamVersion);
-        out << word << values;
-    }
-    QByteArray message;
-    QDataStream out(&message, QIODevice::WriteOnly);
-    out.setVersion(streamVersion);
-    out << quint32(payload.size());
-    message.append(payload);
-    return message;
-}
+static_assert(SingleInstance::maxMessageBytes == InstanceMessages::maxMessageBytes);
 
-// A whole message at the start of `buffer`: its word and values, taken out of the buffer.
-// Nothing while it is incomplete; `bad` when it can never be one.
-struct Message
-{
-    QString word;
-    QStringList values;
-};
 std::optional<Message> takeMessage(QByteArray& buffer, bool& bad)
 {
-    if (buffer.size() < 4)
-        return std::nullopt;
-    quint32 size = 0;
-    {
-        QDataStream in(buffer.left(4));
-        in.setVersion(streamVersion);
-        in >> size;
-    }
-    if (size > SingleInstance::maxMessageBytes) {
-        bad = true;
-        return std::nullopt;
-    }
-    if (quint32(buffer.size() - 4) < size)
-        return std::nullopt;
-    Message message;
-    QDataStream in(buffer.mid(4, size));
-    in.setVersion(streamVersion);
-    in >> message.word >> message.values;
-    buffer.remove(0, 4 + qsizetype(size));
-    if (in.status() != QDataStream::Ok) {
-        bad = true;
-        return std::nullopt;
-    }
-    return message;
+    return InstanceMessages::take(buffer, bad);
+}
+
+// Sends `values` in pieces well under the cap; the last one carries `word`.
+void sendInPieces(QLocalSocket& socket, const QString& word, const QStringList& values)
+{
+    qsizetype start = 0;
+    do {
+        qsizetype end = start;
+        for (qsizetype bytes = 0; end < values.size() && (end == start || bytes < pieceBytes); ++end)
+            bytes += 2 * values.at(end).size() + 4;
+        socket.write(frame(end == values.size() ? word : moreWord, values.mid(start, end - start)));
+        start = end;
+    } while (start < values.size());
 }
 
 // A folder that is ours alone: owned by us, no access for group or others.
@@ -175,7 +153,11 @@ void SingleInstance::accept()
     while (QLocalSocket* socket = m_server->nextPendingConnection()) {
         connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
         connect(socket, &QLocalSocket::readyRead, this, [this, socket] { read(socket); });
-        QTimer::singleShot(readTimeoutMs, socket, [socket] { socket->abort(); });
+        auto* timeout = new QTimer(socket);
+        timeout->setObjectName(QStringLiteral("readTimeout"));
+        timeout->setSingleShot(true);
+        connect(timeout, &QTimer::timeout, socket, &QLocalSocket::abort);
+        timeout->start(readTimeoutMs);
         read(socket);
     }
 }
@@ -183,24 +165,52 @@ void SingleInstance::accept()
 void SingleInstance::read(QLocalSocket* socket)
 {
     QByteArray buffer = socket->property("buffer").toByteArray() + socket->readAll();
-    QStringList values = socket->property("paths").toStringList();
     bool bad = false;
+    // A command's later messages (a cancel) go to its channel, from the event loop too.
+    if (auto* channel = socket->findChild<CommandChannel*>()) {
+        while (const auto message = takeMessage(buffer, bad)) {
+            QMetaObject::invokeMethod(
+                channel, [channel, word = message->word] { channel->take(word); }, Qt::QueuedConnection);
+        }
+        if (bad)
+            socket->abort();
+        else
+            socket->setProperty("buffer", buffer);
+        return;
+    }
+    QStringList values = socket->property("paths").toStringList();
     std::optional<Message> message;
     while (!bad && (message = takeMessage(buffer, bad))) {
-        if (message->word != openWord && message->word != moreWord)
+        if (message->word != openWord && message->word != moreWord && message->word != runWord)
             bad = true;
         values += message->values;
         bad = bad || values.size() > maxPaths;
-        if (!bad && message->word == openWord)
+        if (!bad && message->word != moreWord)
             break;
     }
     if (bad) {
         socket->abort();
         return;
     }
+    socket->setProperty("buffer", buffer);
     if (!message) {
-        socket->setProperty("buffer", buffer);
         socket->setProperty("paths", values);
+        return;
+    }
+    if (message->word == runWord) {
+        // A command: the connection stays for its answer, however long the operation takes.
+        if (auto* timeout = socket->findChild<QTimer*>(QStringLiteral("readTimeout")))
+            timeout->stop();
+        auto* channel = new CommandChannel(socket, values);
+        qCInfo(lcDesktop).noquote() << "A later start asks:" << values.value(0);
+        // Answered from the event loop, never inside this socket's read handler.
+        QMetaObject::invokeMethod(
+            this,
+            [this, guard = QPointer<CommandChannel>(channel)] {
+                if (guard)
+                    Q_EMIT commandReceived(guard);
+            },
+            Qt::QueuedConnection);
         return;
     }
     socket->write(frame(doneWord, {}));
@@ -234,14 +244,7 @@ SingleInstance::HandOver SingleInstance::handOver(
             continue;
         }
         // A long list in pieces, each well under the cap; the last one asks to open them all.
-        qsizetype start = 0;
-        do {
-            qsizetype end = start;
-            for (qsizetype bytes = 0; end < paths.size() && (end == start || bytes < pieceBytes); ++end)
-                bytes += 2 * paths.at(end).size() + 4;
-            socket.write(frame(end == paths.size() ? openWord : moreWord, paths.mid(start, end - start)));
-            start = end;
-        } while (start < paths.size());
+        sendInPieces(socket, openWord, paths);
         while (socket.bytesToWrite() > 0 && left() > 0) {
             if (!socket.waitForBytesWritten(left()))
                 break;
@@ -256,4 +259,65 @@ SingleInstance::HandOver SingleInstance::handOver(
         return HandOver::NoAnswer;
     }
     return HandOver::NoAnswer;
+}
+
+bool SingleInstance::isRunning() const
+{
+    if (m_folder.isEmpty())
+        return false;
+    // Read, never taken: a start that claims the lock meanwhile must find it free.
+    const QLockFile lock(m_folder + QStringLiteral("/varnex-desktop.lock"));
+    qint64 pid = 0;
+    QString host;
+    QString application;
+    if (!lock.getLockInfo(&pid, &host, &application) || pid <= 0)
+        return false;
+    return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
+}
+
+int SingleInstance::runCommand(const QStringList& arguments, std::chrono::milliseconds connectTimeout,
+    const std::function<bool()>& interrupted, QTextStream& out, QTextStream& err) const
+{
+    const QDeadlineTimer deadline(connectTimeout);
+    QLocalSocket socket;
+    for (;;) {
+        socket.connectToServer(socketPath());
+        if (socket.waitForConnected(int(std::max<qint64>(deadline.remainingTime(), 0))))
+            break;
+        if (deadline.hasExpired())
+            return -1;
+        // The program being started for this command does not listen yet.
+        QThread::msleep(20);
+    }
+    sendInPieces(socket, runWord, arguments);
+    socket.flush();
+    QByteArray buffer;
+    bool cancelSent = false;
+    bool bad = false;
+    while (!bad) {
+        if (!cancelSent && interrupted && interrupted()) {
+            socket.write(frame(QStringLiteral("cancel"), {}));
+            socket.flush();
+            cancelSent = true;
+        }
+        if (!socket.waitForReadyRead(50)) {
+            if (socket.state() != QLocalSocket::ConnectedState && socket.bytesAvailable() == 0)
+                break;
+            continue;
+        }
+        buffer += socket.readAll();
+        while (const auto message = takeMessage(buffer, bad)) {
+            const QString value = message->values.value(0);
+            if (message->word == u"out") {
+                out << value << u'\n';
+                out.flush();
+            } else if (message->word == u"err") {
+                err << value << u'\n';
+                err.flush();
+            } else if (message->word == u"exit") {
+                return value.toInt();
+            }
+        }
+    }
+    return -1;
 }

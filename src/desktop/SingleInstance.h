@@ -1,13 +1,17 @@
 #pragma once
 
+#include "desktop/CommandChannel.h"
+
 #include <QObject>
 #include <QString>
 #include <QStringList>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 class QLocalServer;
+class QTextStream;
 class QLocalSocket;
 class QLockFile;
 
@@ -18,7 +22,9 @@ class QLockFile;
 // A message is a 32-bit length, then a QDataStream of a word saying what it carries and its
 // values: "open" with a list of absolute paths (none: just come forward), after as many
 // "more" with the list's earlier pieces as its length needs. The first answers "done" once it
-// took the files, and hands them on from its event loop.
+// took the files, and hands them on from its event loop. "run" carries a command and its
+// arguments instead; the first answers with "out" and "err" lines and, last, "exit" with the
+// status, and the later start may send "cancel" meanwhile.
 class SingleInstance : public QObject
 {
     Q_OBJECT
@@ -46,6 +52,16 @@ public:
     // in all (the first may still be starting, so a refused connection is tried again).
     HandOver handOver(const QStringList& paths, std::chrono::milliseconds timeout) const;
 
+    // True when another start holds the lock now (this one has not claimed it); the lock is
+    // only read.
+    bool isRunning() const;
+    // A later start: asks the first to run a command (its words, files absolute), printing the
+    // answer's lines to `out` and `err` as they come, and sends a cancel once `interrupted`
+    // says so. The status the first answered; -1 when none could be reached within
+    // `connectTimeout`, or it went away before answering.
+    int runCommand(const QStringList& arguments, std::chrono::milliseconds connectTimeout,
+        const std::function<bool()>& interrupted, QTextStream& out, QTextStream& err) const;
+
     // Largest message taken; anything longer is dropped with its connection (a long list comes
     // in pieces).
     static constexpr quint32 maxMessageBytes = 4 * 1024 * 1024;
@@ -53,6 +69,9 @@ public:
 Q_SIGNALS:
     // A later start handed these over (absolute paths; none: only bring the window forward).
     void filesHandedOver(const QStringList& paths);
+    // A later start asks for a command; from the event loop. Whoever takes it answers through
+    // the channel (which goes with its connection).
+    void commandReceived(CommandChannel* channel);
 
 private:
     void accept();

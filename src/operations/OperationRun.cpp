@@ -10,6 +10,13 @@ namespace {
 
 using Stage = OperationTask::Stage;
 
+// Main thread only, like the runs themselves.
+QList<OperationRun*>& runningRuns()
+{
+    static QList<OperationRun*> runs;
+    return runs;
+}
+
 QString stageTextOf(Stage stage, qint64 done, qint64 total)
 {
     switch (stage) {
@@ -58,23 +65,26 @@ OperationRun* OperationRun::encrypt(const Session& session, const QString& resul
 {
     auto task = std::make_unique<EncryptTask>(
         files, recipients, resultFolder, session.phoneServiceUrl(u"/encryptFile/"));
-    return new OperationRun(session, std::move(task), resultFolder, true, audience, parent);
+    return new OperationRun(
+        session, std::move(task), resultFolder, true, audience, int(files.size()), parent);
 }
 
 OperationRun* OperationRun::decrypt(const Session& session, const QString& resultFolder,
     const QList<DecryptTask::Intake>& files, QObject* parent)
 {
     auto task = std::make_unique<DecryptTask>(files, resultFolder, session.phoneServiceUrl(u"/decryptFile/"));
-    return new OperationRun(session, std::move(task), resultFolder, false, 0, parent);
+    const auto marked = std::count_if(files.begin(), files.end(), [](const auto& f) { return f.marked; });
+    return new OperationRun(session, std::move(task), resultFolder, false, 0, int(marked), parent);
 }
 
 OperationRun::OperationRun(const Session& session, std::unique_ptr<OperationTask> task, QString resultFolder,
-    bool encrypt, int audience, QObject* parent)
+    bool encrypt, int audience, int fileCount, QObject* parent)
     : QObject(parent)
     , m_task(std::move(task))
     , m_resultFolder(std::move(resultFolder))
     , m_encrypt(encrypt)
     , m_audience(audience)
+    , m_fileCount(fileCount)
 {
     qRegisterMetaType<OperationRun::Outcome>();
     m_stageText = stageTextOf(Stage::Sending, 0, 0);
@@ -85,9 +95,20 @@ OperationRun::OperationRun(const Session& session, std::unique_ptr<OperationTask
     connect(&session, &Session::phoneConnectedChanged, this, &OperationRun::onPhoneConnectedChanged);
 }
 
+OperationRun::~OperationRun()
+{
+    runningRuns().removeOne(this);
+}
+
+QList<OperationRun*> OperationRun::running()
+{
+    return runningRuns();
+}
+
 void OperationRun::start()
 {
     m_clock.start();
+    runningRuns().append(this);
     m_task->start();
 }
 
@@ -161,6 +182,7 @@ void OperationRun::onPhoneConnectedChanged(bool connected)
 
 void OperationRun::onTaskFinished(const OperationTask::Result& result)
 {
+    runningRuns().removeOne(this);
     m_tick.stop(); // the progress stops counting once the outcome is told
     Q_EMIT finished(outcomeOf(result));
 }

@@ -59,7 +59,14 @@ public:
     static OperationRun* decrypt(const Session& session, const QString& resultFolder,
         const QList<DecryptTask::Intake>& files, QObject* parent = nullptr);
 
+    ~OperationRun() override;
+
     void start();
+    // The operations running now in this program, oldest first: what status and the tray show,
+    // whoever started them.
+    static QList<OperationRun*> running();
+    bool encrypts() const { return m_encrypt; }
+    int fileCount() const { return m_fileCount; }
     // The user gives up: nothing is told at the end, and nothing is left behind.
     void cancel();
     bool isRunning() const { return m_task->isRunning(); }
@@ -80,7 +87,7 @@ Q_SIGNALS:
 
 private:
     OperationRun(const Session& session, std::unique_ptr<OperationTask> task, QString resultFolder,
-        bool encrypt, int audience, QObject* parent);
+        bool encrypt, int audience, int fileCount, QObject* parent);
 
     void onProgress(OperationTask::Stage stage, qint64 done, qint64 total);
     void onPhoneConnectedChanged(bool connected);
@@ -102,6 +109,7 @@ private:
     QTimer m_tick; // the time waited, each second: the task is quiet while the phone works
     qint64 m_waitingSinceMs = -1;
     bool m_cancelled = false;
+    int m_fileCount = 0;
     OperationTask::Stage m_stage = OperationTask::Stage::Sending;
     QString m_stageText;
     QString m_detailText;

@@ -1,11 +1,13 @@
 #include "screens/AboutViewController.h"
 
 #include "app/Texts.h"
+#include "desktop/Autostart.h"
 #include "pairing/PhoneConnection.h"
 #include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/RoundedPanel.h"
 
+#include <QCheckBox>
 #include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -21,6 +23,7 @@ AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* 
     , versionNum(new QLabel(this))
     , pairedPhone(new QLabel(this))
     , forgetButton(new QPushButton(this))
+    , startAtLogin(new QCheckBox(this))
 {
     setObjectName(QStringLiteral("AboutViewController"));
     version->setObjectName(QStringLiteral("version"));
@@ -74,6 +77,17 @@ AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* 
     connect(&phone, &PhoneConnection::pairingApplied, this, &AboutViewController::showPairedPhone);
     showPairedPhone();
 
+    startAtLogin->setObjectName(QStringLiteral("startAtLogin"));
+    //: About screen: opt-in to start the program hidden when the user logs in
+    //% "Start at login, in the background"
+    startAtLogin->setText(qtTrId("aboutStartAtLogin"));
+    startAtLogin->setChecked(Autostart::isEnabled());
+    connect(startAtLogin, &QCheckBox::toggled, this, [this](bool on) {
+        // What is on disk decides: a folder that cannot be written leaves the box as it was.
+        if (!Autostart::setEnabled(on, QCoreApplication::applicationFilePath()))
+            startAtLogin->setChecked(Autostart::isEnabled());
+    });
+
     auto* layout = new QVBoxLayout(this);
     layout->addStretch();
     layout->addWidget(logo, 0, Qt::AlignHCenter);
@@ -86,6 +100,8 @@ AboutViewController::AboutViewController(const PhoneConnection& phone, QWidget* 
     layout->addWidget(pairedPhone, 0, Qt::AlignHCenter);
     layout->addSpacing(6);
     layout->addWidget(forgetButton, 0, Qt::AlignHCenter);
+    layout->addSpacing(12);
+    layout->addWidget(startAtLogin, 0, Qt::AlignHCenter);
     layout->addStretch();
 }
 

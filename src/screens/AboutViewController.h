@@ -3,6 +3,7 @@
 #include <QWidget>
 
 class PhoneConnection;
+class QCheckBox;
 class QLabel;
 class QPushButton;
 
@@ -33,4 +34,5 @@ private:
     QLabel* versionNum = nullptr;
     QLabel* pairedPhone = nullptr;
     QPushButton* forgetButton = nullptr;
+    QCheckBox* startAtLogin = nullptr; // an autostart entry that starts the program hidden
 };

@@ -16,7 +16,7 @@ QuitGuard::QuitGuard(QWidget* window)
     // The desktop's own Quit key where its theme names one, Ctrl+Q everywhere else.
     const QKeySequence standard(QKeySequence::Quit);
     auto* quit = new QShortcut(standard.isEmpty() ? QKeySequence(Qt::CTRL | Qt::Key_Q) : standard, window);
-    connect(quit, &QShortcut::activated, window, &QWidget::close);
+    connect(quit, &QShortcut::activated, window, [this] { m_quit ? m_quit() : void(m_window->close()); });
 }
 
 bool QuitGuard::confirmQuit(QWidget* window)

@@ -2,6 +2,8 @@
 
 #include <QObject>
 
+#include <functional>
+
 class QWidget;
 
 // Quitting (Ctrl+Q, or closing the window) while an operation runs asks first: quitting
@@ -13,6 +15,10 @@ class QuitGuard : public QObject
 public:
     explicit QuitGuard(QWidget* window);
 
+    // What the Quit shortcut does instead of closing the window (with a tray icon, closing only
+    // hides it).
+    void setQuit(std::function<void()> quit) { m_quit = std::move(quit); }
+
     // True when the window may close now: no operation runs, or the user chose to quit.
     static bool confirmQuit(QWidget* window);
 
@@ -21,4 +27,5 @@ protected:
 
 private:
     QWidget* m_window;
+    std::function<void()> m_quit;
 };

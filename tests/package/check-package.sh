@@ -23,7 +23,8 @@ for file in usr/bin/varnex-desktop \
     usr/share/icons/hicolor/scalable/apps/$id.svg \
     usr/share/man/man1/varnex-desktop.1.gz \
     usr/share/doc/varnex-desktop/copyright \
-    usr/share/doc/varnex-desktop/changelog.gz; do
+    usr/share/doc/varnex-desktop/changelog.gz \
+    usr/share/nautilus-python/extensions/varnex-desktop.py; do
     [[ -f $root/$file ]] || fail "missing /$file"
 done
 [[ -x $root/usr/bin/varnex-desktop ]] || fail "/usr/bin/varnex-desktop is not executable"
@@ -45,8 +46,9 @@ for library in libc6 libqt6widgets6 libqt6network6 libcurl4 libarchive13 libqren
     [[ $depends == *"$library "* ]] || fail "Depends lacks $library: $depends"
 done
 
+[[ $(dpkg-deb -f "$deb" Recommends) == *python3-nautilus* ]] || fail "python3-nautilus is not recommended"
 desktop-file-validate "$root/usr/share/applications/$id.desktop"
-"$source/tests/package/check-desktop-files.sh" "$root/usr" "$scratch/desktop"
+"$source/tests/package/check-desktop-files.sh" "$root/usr" "$scratch/desktop" /usr
 appstreamcli validate --no-net "$root/usr/share/metainfo/$id.metainfo.xml"
 # Each screenshot the metadata names is one of the project's own.
 grep -o '<image>[^<]*</image>' "$root/usr/share/metainfo/$id.metainfo.xml" | sed 's/<[^>]*>//g' |

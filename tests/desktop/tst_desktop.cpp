@@ -1,4 +1,14 @@
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Translations.h"
+#include "desktop/Autostart.h"
 #include "desktop/SingleInstance.h"
+#include "pairing/PhoneConnection.h"
+#include "screens/AboutViewController.h"
+#include "shell/QuitGuard.h"
+#include "tray/TrayIcon.h"
+
+#include <QCheckBox>
 
 #include <QDataStream>
 #include <QFile>
@@ -11,19 +21,23 @@
 
 #include <sys/stat.h>
 
-// The first start's side of the hand-over, fed by a client that sends what it likes: whole
-// messages, messages in pieces, and messages no later start would send.
-class TestSingleInstance : public QObject
+// The program among the user's other programs: one instance, whose first start takes what later
+// ones hand over (fed here by a client that sends what it likes: whole messages, messages in
+// pieces, and messages no later start would send); start at login; the tray.
+class TestDesktop : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { installTranslations(*QCoreApplication::instance()); }
     void onlyTheFirstHoldsTheLock();
     void messages_data();
     void messages();
     void aListOverTheMessageCapArrivesWhole();
     void theFolderIsTheUsersOwn_data();
     void theFolderIsTheUsersOwn();
+    void startAtLogin();
+    void closingKeepsTheProgramInTheTray();
 };
 
 namespace {
@@ -52,7 +66,7 @@ QByteArray framed(const QByteArray& body)
 
 } // namespace
 
-void TestSingleInstance::onlyTheFirstHoldsTheLock()
+void TestDesktop::onlyTheFirstHoldsTheLock()
 {
     QTemporaryDir folder;
     const QString place = folder.filePath(QStringLiteral("instance"));
@@ -74,7 +88,7 @@ void TestSingleInstance::onlyTheFirstHoldsTheLock()
     QVERIFY(next.claim());
 }
 
-void TestSingleInstance::messages_data()
+void TestDesktop::messages_data()
 {
     QTest::addColumn<QByteArray>("sent");
     QTest::addColumn<int>("pieceSize"); // 0: all at once
@@ -98,7 +112,7 @@ void TestSingleInstance::messages_data()
                                   << QStringList();
 }
 
-void TestSingleInstance::messages()
+void TestDesktop::messages()
 {
     QFETCH(QByteArray, sent);
     QFETCH(int, pieceSize);
@@ -130,7 +144,7 @@ void TestSingleInstance::messages()
     }
 }
 
-void TestSingleInstance::aListOverTheMessageCapArrivesWhole()
+void TestDesktop::aListOverTheMessageCapArrivesWhole()
 {
     QTemporaryDir folder;
     SingleInstance first(folder.path());
@@ -149,7 +163,7 @@ void TestSingleInstance::aListOverTheMessageCapArrivesWhole()
     QCOMPARE(handedOver.at(0).at(0).toStringList(), paths);
 }
 
-void TestSingleInstance::theFolderIsTheUsersOwn_data()
+void TestDesktop::theFolderIsTheUsersOwn_data()
 {
     QTest::addColumn<QString>("runtime"); // the runtime folder's mode (octal); empty: not set
     QTest::addColumn<QString>("expected"); // under the home
@@ -158,7 +172,7 @@ void TestSingleInstance::theFolderIsTheUsersOwn_data()
     QTest::newRow("no runtime folder") << QString() << u"cache/varnex-desktop"_qs;
 }
 
-void TestSingleInstance::theFolderIsTheUsersOwn()
+void TestDesktop::theFolderIsTheUsersOwn()
 {
     QFETCH(QString, runtime);
     QTemporaryDir home;
@@ -177,5 +191,53 @@ void TestSingleInstance::theFolderIsTheUsersOwn()
         QFile::Permissions());
 }
 
-QTEST_GUILESS_MAIN(TestSingleInstance)
-#include "tst_single_instance.moc"
+// "Start at login" on About writes the autostart entry for this executable, started hidden
+// (its path quoted as desktop entries want), and takes it away again.
+void TestDesktop::startAtLogin()
+{
+    QTemporaryDir config;
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(config.path()));
+    QVERIFY(Autostart::entryText(u"/opt/My Apps/varnex-desktop"_qs)
+                .contains(u"\nExec=\"/opt/My Apps/varnex-desktop\" --hidden\n"_qs));
+    Session session;
+    PhoneConnection phone(session, [](auto, QObject*, auto) {});
+    AboutViewController about(phone, nullptr);
+    auto* box = about.findChild<QCheckBox*>(u"startAtLogin"_qs);
+    QVERIFY(!box->isChecked());
+    box->click();
+    QFile entry(config.filePath(u"autostart/org.varnex.Desktop.desktop"_qs));
+    QVERIFY(entry.open(QIODevice::ReadOnly));
+    const QByteArray exec
+        = "\nExec=" + QFile::encodeName(QCoreApplication::applicationFilePath()) + " --hidden\n";
+    QVERIFY(entry.readAll().contains(exec));
+    box->click();
+    QVERIFY(!entry.exists());
+}
+
+// With a tray icon, closing the window hides it and the program goes on (the tray says so the
+// first time); Ctrl+Q quits, asking first.
+void TestDesktop::closingKeepsTheProgramInTheTray()
+{
+    Session session;
+    PhoneConnection phone(session, [](auto, QObject*, auto) {});
+    QWidget window;
+    auto* guard = new QuitGuard(&window);
+    int asked = 0;
+    TrayIcon tray(window, phone, [&asked] { return ++asked > 1; });
+    guard->setQuit([&tray] { tray.quit(); });
+    QCOMPARE(tray.stateText(), u"No phone paired"_qs);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(!window.close());
+    QVERIFY(!window.isVisible());
+    QVERIFY(Settings::open()->value(QString::fromLatin1(TrayIcon::closeNoticeKey)).toBool());
+    window.show();
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    QTest::keyClick(&window, Qt::Key_Q, Qt::ControlModifier); // the user keeps it running
+    QCOMPARE(asked, 1);
+    QVERIFY(window.isVisible());
+}
+
+QTEST_MAIN(TestDesktop)
+#include "tst_desktop.moc"

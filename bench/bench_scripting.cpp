@@ -1,0 +1,189 @@
+// The commands and the session bus service answered by the running program, each line with its
+// budget and a reference measured in the same run:
+//   status          `varnex-desktop status` answered by the running program: under 100 ms
+//                   (reference: the same binary answering --version, which asks nothing)
+//   encrypt         `varnex-desktop encrypt --wait` of 100 small files: within 1.1 x the same
+//                   encryption through OperationRun, the core the Encrypt screen runs (the screen
+//                   itself cannot be driven without a person; it only adds its overlay)
+//   RecentGroups    one call on the session bus: under 100 ms (reference: the bus's own GetId)
+// Run under dbus-run-session; the simulator is $VARNEX_PHONE_SIM_BINARY, the program
+// $VARNEX_DESKTOP_BINARY.
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Translations.h"
+#include "common/PhoneSimProcess.h"
+#include "operations/OperationRun.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusReply>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+const char* verdict(bool met)
+{
+    return met ? "met" : "NOT MET";
+}
+
+double median(QList<double> v)
+{
+    std::sort(v.begin(), v.end());
+    return v.at(v.size() / 2);
+}
+
+// Milliseconds one run of the program took, start to exit; negative when it failed.
+double runMs(const QProcessEnvironment& env, const QStringList& arguments)
+{
+    QProcess process;
+    process.setProcessEnvironment(env);
+    QElapsedTimer clock;
+    clock.start();
+    process.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), arguments);
+    if (!process.waitForFinished(120000) || process.exitCode() != 0) {
+        std::fprintf(
+            stderr, "%s: %s\n", qPrintable(arguments.join(u' ')), process.readAllStandardError().constData());
+        return -1;
+    }
+    return clock.nsecsElapsed() / 1e6;
+}
+
+void clear(const QString& folder)
+{
+    QDir(folder).removeRecursively();
+    QDir().mkpath(folder);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationVersion(QStringLiteral(VARNEX_VERSION));
+    installTranslations(app);
+    PhoneSimProcess sim;
+    QTemporaryDir home;
+    if (!sim.isRunning() || !home.isValid())
+        return 1;
+    QDir(home.path()).mkdir(u"runtime"_qs);
+    QFile::setPermissions(
+        home.filePath(u"runtime"_qs), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    {
+        QSettings stored(home.filePath(u".config/Varnex/Varnex Desktop.conf"_qs), QSettings::IniFormat);
+        stored.setValue(QString::fromLatin1(Settings::userEmailKey), u"alex.morgan@example.com"_qs);
+        stored.setValue(QString::fromLatin1(Settings::baseUrlKey), sim.baseUrl());
+        stored.setValue(u"trustedPhone/email"_qs, u"alex.morgan@example.com"_qs);
+        stored.setValue(u"trustedPhone/address"_qs, u"127.0.0.1"_qs);
+        stored.setValue(u"trustedPhone/baseURL"_qs, sim.baseUrl());
+        stored.setValue(u"recentGroups"_qs, QStringList { u"Family"_qs, u"Project Apollo"_qs });
+    }
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"HOME"_qs, home.path());
+    env.insert(u"XDG_CONFIG_HOME"_qs, home.filePath(u".config"_qs));
+    env.insert(u"XDG_RUNTIME_DIR"_qs, home.filePath(u"runtime"_qs));
+    env.insert(u"QT_QPA_PLATFORM"_qs, u"offscreen"_qs);
+    env.insert(u"VARNEX_LISTENER_PORT"_qs, u"0"_qs);
+    env.insert(u"VARNEX_ALLOW_LOOPBACK_PHONE"_qs, u"1"_qs);
+    env.insert(u"VARNEX_PHONE_SERVICE_PORT"_qs, QString::number(sim.port()));
+    QProcess program;
+    program.setProcessEnvironment(env);
+    program.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), { u"--hidden"_qs });
+    QElapsedTimer waited;
+    waited.start();
+    for (;;) {
+        QProcess status;
+        status.setProcessEnvironment(env);
+        status.start(qEnvironmentVariable("VARNEX_DESKTOP_BINARY"), { u"status"_qs, u"--no-start"_qs });
+        status.waitForFinished(10000);
+        if (status.readAllStandardOutput().contains("phone: connected"))
+            break;
+        if (waited.elapsed() > 30000)
+            return 1;
+        QThread::msleep(100);
+    }
+    // Once, so that the people and groups are loaded, as in a running session.
+    runMs(env, { u"people"_qs });
+
+    QList<double> status;
+    QList<double> version;
+    for (int i = 0; i < 21; ++i) {
+        status.append(runMs(env, { u"status"_qs }));
+        version.append(runMs(env, { u"--version"_qs }));
+    }
+    std::printf("status answered by the running program, median of 21\n");
+    std::printf("  varnex-desktop status: %.1f ms (budget 100 ms): %s; --version (asks nothing): %.1f ms\n",
+        median(status), verdict(median(status) < 100), median(version));
+
+    // 100 small files, the same ones both ways, results cleared between runs.
+    QTemporaryDir work;
+    QStringList files;
+    for (int i = 0; i < 100; ++i) {
+        files.append(work.filePath(QStringLiteral("note %1.txt").arg(i)));
+        QFile file(files.last());
+        file.open(QIODevice::WriteOnly);
+        file.write(QByteArray("a small file ").repeated(i + 10));
+    }
+    const QString person = u"amelia.clarke@example.com"_qs;
+    const QString cliResults = home.filePath(u"Documents/Varnex/EncryptedFiles"_qs);
+    const QString coreResults = work.filePath(u"results"_qs);
+    Session session(sim.port());
+    session.setPhone(u"127.0.0.1"_qs, u"sim"_qs);
+    session.setPhoneConnected(true);
+    QList<double> command;
+    QList<double> core;
+    for (int i = 0; i < 5; ++i) {
+        clear(cliResults);
+        command.append(runMs(env, QStringList { u"encrypt"_qs, u"--to"_qs, person, u"--wait"_qs } + files));
+        clear(coreResults);
+        QElapsedTimer clock;
+        clock.start();
+        auto* run = OperationRun::encrypt(session, coreResults, files, person + u';', 1);
+        QEventLoop loop;
+        QObject::connect(run, &OperationRun::finished, &loop, &QEventLoop::quit);
+        run->start();
+        loop.exec();
+        core.append(clock.nsecsElapsed() / 1e6);
+        delete run;
+    }
+    const double ratio = median(command) / median(core);
+    std::printf("encrypting 100 small files, median of 5\n");
+    std::printf(
+        "  varnex-desktop encrypt --wait: %.1f ms; through OperationRun (the screen's core): %.1f ms; "
+        "ratio %.2f (budget 1.1): %s\n",
+        median(command), median(core), ratio, verdict(ratio <= 1.1));
+
+    QDBusInterface service(
+        u"org.varnex.Desktop"_qs, u"/"_qs, u"org.varnex.Desktop"_qs, QDBusConnection::sessionBus());
+    QDBusInterface bus(u"org.freedesktop.DBus"_qs, u"/org/freedesktop/DBus"_qs, u"org.freedesktop.DBus"_qs,
+        QDBusConnection::sessionBus());
+    QList<double> recent;
+    QList<double> reference;
+    bool answered = true;
+    for (int i = 0; i < 51; ++i) {
+        QElapsedTimer clock;
+        clock.start();
+        const QDBusReply<QStringList> groups = service.call(u"RecentGroups"_qs);
+        recent.append(clock.nsecsElapsed() / 1e6);
+        answered = answered && groups.value().size() == 2;
+        clock.restart();
+        bus.call(u"GetId"_qs);
+        reference.append(clock.nsecsElapsed() / 1e6);
+    }
+    std::printf("RecentGroups on the session bus, median of 51 (max %.2f ms)\n",
+        *std::max_element(recent.begin(), recent.end()));
+    std::printf("  %.2f ms (budget 100 ms): %s; the bus's own GetId: %.2f ms\n", median(recent),
+        verdict(answered && median(recent) < 100), median(reference));
+    program.terminate();
+    program.waitForFinished(10000);
+    return 0;
+}
