@@ -454,7 +454,8 @@ void TestCommandLine::commandsAnsweredByTheRunningProgram()
         = busCall(u"Encrypt"_qs, { u"['"_qs + person + u"']", u"@as []"_qs, file }).section(u'\'', 1, 1);
     QVERIFY(!id.isEmpty());
     const QByteArray finished = "Finished ('" + id.toUtf8() + "', 'done', 0, [('" + files.at(2).toUtf8()
-        + "', '" + home.filePath(u"Documents/Varnex/EncryptedFiles/file 2.txt.vx"_qs).toUtf8() + "', '')])";
+        + "', '" + home.filePath(u"Documents/Varnex/EncryptedFiles/file 2 (1).txt.vx"_qs).toUtf8()
+        + "', '')])"; // beside the script's result
     QTRY_VERIFY_WITH_TIMEOUT(
         (signalled += monitor.readAllStandardOutput(), signalled.contains(finished)), 20000);
     monitor.kill();

@@ -44,8 +44,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <malloc.h>
 #include <QToolButton>
+#include <malloc.h>
 
 #include <qrencode.h>
 
@@ -855,7 +855,7 @@ void TestShell::handOverRefusedWhileItsSocketCloses()
     // and is deleted in its loop, as in a real dialog's (given a second for it).
     dialogs.whileOpen = [&] {
         QTRY_COMPARE(second.state(), QLocalSocket::UnconnectedState);
-        QTest::qWaitFor([&] { return !taken; }, 1000); // may have gone before the dialog opened
+        (void)QTest::qWaitFor([&] { return !taken; }, 1000); // may have gone before the dialog opened
     };
     QTRY_COMPARE_WITH_TIMEOUT(dialogs.shown.size(), 1, 10000);
     QVERIFY(dialogs.shown.at(0).message.endsWith(u"small: a folder\nmissing.txt: does not exist"_qs));
