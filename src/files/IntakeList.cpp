@@ -292,3 +292,46 @@ void IntakeList::setButtons(Buttons buttons)
     m_buttons = buttons;
     Q_EMIT buttonsChanged(buttons);
 }
+
+QString IntakeList::reasonText(Reason reason)
+{
+    switch (reason) {
+    case Reason::Missing:
+        //: Why a file was not added: nothing is at that path
+        //% "does not exist"
+        return qtTrId("refusedMissing");
+    case Reason::NameNotValid:
+        //: Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened
+        //% "name is not valid UTF-8"
+        return qtTrId("refusedNameNotValid");
+    case Reason::Folder:
+        //: Why a file was not added: it is a folder
+        //% "a folder"
+        return qtTrId("refusedFolder");
+    case Reason::NotRegularFile:
+        //: Why a file was not added: it is a device, pipe or socket
+        //% "not a regular file"
+        return qtTrId("refusedNotRegular");
+    case Reason::Unreadable:
+        //: Why a file was not added: the user may not read it
+        //% "cannot be read"
+        return qtTrId("refusedUnreadable");
+    case Reason::AlreadyListed:
+        //: Why a file was not added: a file of the same name is in the list
+        //% "already in the list"
+        return qtTrId("refusedAlreadyListed");
+    case Reason::NameTooLong:
+        //: Why a file was not added: its name cannot take ".vx" within the file system's limit
+        //% "name too long to add \".vx\" (255 bytes at most)"
+        return qtTrId("refusedNameTooLong");
+    case Reason::Encrypted:
+        //: Why a file was not added to the files to encrypt
+        //% "already encrypted"
+        return qtTrId("refusedEncrypted");
+    case Reason::NotEncrypted:
+        //: Why a file was not added to the files to decrypt
+        //% "not encrypted"
+        return qtTrId("refusedNotEncrypted");
+    }
+    return {};
+}

@@ -42,6 +42,8 @@ public:
         Encrypted, // on the Encrypt list
         NotEncrypted, // on the Decrypt list
     };
+    // Why a file was not added, in a few words for the user.
+    static QString reasonText(Reason reason);
     struct Refusal
     {
         QString path;

@@ -346,50 +346,6 @@ void FileScreen::updateOperationLine()
 
 namespace {
 
-// A refused file's reason, in a few words.
-QString refusalReason(IntakeList::Reason reason)
-{
-    switch (reason) {
-    case IntakeList::Reason::Missing:
-        //: Why a file was not added: nothing is at that path
-        //% "does not exist"
-        return qtTrId("refusedMissing");
-    case IntakeList::Reason::NameNotValid:
-        //: Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened
-        //% "name is not valid UTF-8"
-        return qtTrId("refusedNameNotValid");
-    case IntakeList::Reason::Folder:
-        //: Why a file was not added: it is a folder
-        //% "a folder"
-        return qtTrId("refusedFolder");
-    case IntakeList::Reason::NotRegularFile:
-        //: Why a file was not added: it is a device, pipe or socket
-        //% "not a regular file"
-        return qtTrId("refusedNotRegular");
-    case IntakeList::Reason::Unreadable:
-        //: Why a file was not added: the user may not read it
-        //% "cannot be read"
-        return qtTrId("refusedUnreadable");
-    case IntakeList::Reason::AlreadyListed:
-        //: Why a file was not added: a file of the same name is in the list
-        //% "already in the list"
-        return qtTrId("refusedAlreadyListed");
-    case IntakeList::Reason::NameTooLong:
-        //: Why a file was not added: its name cannot take ".vx" within the file system's limit
-        //% "name too long to add \".vx\" (255 bytes at most)"
-        return qtTrId("refusedNameTooLong");
-    case IntakeList::Reason::Encrypted:
-        //: Why a file was not added to the files to encrypt
-        //% "already encrypted"
-        return qtTrId("refusedEncrypted");
-    case IntakeList::Reason::NotEncrypted:
-        //: Why a file was not added to the files to decrypt
-        //% "not encrypted"
-        return qtTrId("refusedNotEncrypted");
-    }
-    return {};
-}
-
 // A name as the refusal dialog shows it: on one line, without characters that reorder or hide
 // text, and shortened in the middle so the dialog stays readable and the extension shows.
 QString shownName(const QString& path)
@@ -411,7 +367,7 @@ QString refusalList(const QList<IntakeList::Refusal>& refused)
         //: A refused file in the dialog's list: %1 its name, %2 why it was not added
         //% "%1: %2"
         lines.append(qtTrId("refusedFileLine")
-                         .arg(shownName(refused.at(i).path), refusalReason(refused.at(i).reason)));
+                         .arg(shownName(refused.at(i).path), IntakeList::reasonText(refused.at(i).reason)));
     }
     if (refused.size() > listed) {
         //: Ends the list of refused files when more were refused than listed

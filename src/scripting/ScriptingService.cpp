@@ -17,50 +17,6 @@ constexpr auto recentGroupsKey = "recentGroups";
 constexpr auto recentPeopleKey = "recentPeople";
 constexpr qsizetype recentCount = 8;
 
-// A refused file's reason, in the words of the screens' refusal dialog.
-QString refusalReason(IntakeList::Reason reason)
-{
-    switch (reason) {
-    case IntakeList::Reason::Missing:
-        //: Why a file was not added: nothing is at that path
-        //% "does not exist"
-        return qtTrId("refusedMissing");
-    case IntakeList::Reason::NameNotValid:
-        //: Why a file was not added: its name's bytes are not valid UTF-8, so it cannot be opened
-        //% "name is not valid UTF-8"
-        return qtTrId("refusedNameNotValid");
-    case IntakeList::Reason::Folder:
-        //: Why a file was not added: it is a folder
-        //% "a folder"
-        return qtTrId("refusedFolder");
-    case IntakeList::Reason::NotRegularFile:
-        //: Why a file was not added: it is a device, pipe or socket
-        //% "not a regular file"
-        return qtTrId("refusedNotRegular");
-    case IntakeList::Reason::Unreadable:
-        //: Why a file was not added: the user may not read it
-        //% "cannot be read"
-        return qtTrId("refusedUnreadable");
-    case IntakeList::Reason::AlreadyListed:
-        //: Why a file was not added: a file of the same name is in the list
-        //% "already in the list"
-        return qtTrId("refusedAlreadyListed");
-    case IntakeList::Reason::NameTooLong:
-        //: Why a file was not added: its name cannot take ".vx" within the file system's limit
-        //% "name too long to add \".vx\" (255 bytes at most)"
-        return qtTrId("refusedNameTooLong");
-    case IntakeList::Reason::Encrypted:
-        //: Why a file was not added to the files to encrypt
-        //% "already encrypted"
-        return qtTrId("refusedEncrypted");
-    case IntakeList::Reason::NotEncrypted:
-        //: Why a file was not added to the files to decrypt
-        //% "not encrypted"
-        return qtTrId("refusedNotEncrypted");
-    }
-    return {};
-}
-
 QString fullName(const User& user)
 {
     return QString(user.firstName.value_or(QString()) + u' ' + user.lastName.value_or(QString())).trimmed();
@@ -258,7 +214,7 @@ std::optional<ScriptingService::Failure> ScriptingService::admit(
     if (!refused.isEmpty()) {
         QStringList lines;
         for (const IntakeList::Refusal& refusal : refused)
-            lines.append(refusal.path + QStringLiteral(": ") + refusalReason(refusal.reason));
+            lines.append(refusal.path + QStringLiteral(": ") + IntakeList::reasonText(refusal.reason));
         return Failure { ExitCode::usage, lines.join(u'\n') };
     }
     for (const FilePtr& file : intake.files())
