@@ -191,15 +191,18 @@ QStringList ScriptingService::recentPeople()
     return Settings::open()->value(QString::fromLatin1(recentPeopleKey)).toStringList();
 }
 
-void ScriptingService::remember(const char* key, const QStringList& values)
+void ScriptingService::remember(const QStringList& people, const QStringList& groups)
 {
     auto settings = Settings::open();
-    QStringList recent = values;
-    for (const QString& earlier : settings->value(QString::fromLatin1(key)).toStringList()) {
-        if (!recent.contains(earlier))
-            recent.append(earlier);
-    }
-    settings->setValue(QString::fromLatin1(key), recent.mid(0, recentCount));
+    const auto merge = [&settings](const char* key, QStringList recent) {
+        for (const QString& earlier : settings->value(QString::fromLatin1(key)).toStringList()) {
+            if (!recent.contains(earlier))
+                recent.append(earlier);
+        }
+        settings->setValue(QString::fromLatin1(key), recent.mid(0, recentCount));
+    };
+    merge(recentPeopleKey, people);
+    merge(recentGroupsKey, groups);
     settings->sync();
     Settings::protectFile();
 }
@@ -289,9 +292,10 @@ std::variant<QString, ScriptingService::Failure> ScriptingService::encrypt(
     QStringList emails;
     for (const UserPtr& user : users)
         emails.append(user->email.value_or(QString()));
-    remember(recentPeopleKey, emails);
-    remember(recentGroupsKey, groupNames);
-    return track(run);
+    const QString id = track(run);
+    // Once the phone has its work: writing the settings waits on the disk.
+    remember(emails, groupNames);
+    return id;
 }
 
 std::variant<QString, ScriptingService::Failure> ScriptingService::decrypt(const QStringList& files)

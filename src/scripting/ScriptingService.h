@@ -120,7 +120,7 @@ private:
     void dropRecipients();
     std::optional<Failure> admit(bool encrypt, const QStringList& files, QStringList* admitted) const;
     QString track(OperationRun* run);
-    static void remember(const char* key, const QStringList& values);
+    static void remember(const QStringList& people, const QStringList& groups);
 
     PhoneConnection& m_phone;
     PhoneServiceClient& m_phoneService;
