@@ -300,6 +300,16 @@ QString TestApi::call(const QString& name)
             return u"no answer"_qs;
         return reply->readable ? u"ok"_qs : u"unreadable"_qs;
     }
+    if (name == u"ping") { // the watchdog's: any status is an answer
+        Session session(m_sim->port());
+        session.setPhone(u"127.0.0.1"_qs, {});
+        std::optional<std::optional<int>> status;
+        PhoneServiceClient phone(session);
+        phone.ping(10s, &m_screen, [&](std::optional<int> s) { status = s; });
+        if (!QTest::qWaitFor([&] { return status.has_value(); }, 10000) || !*status)
+            return u"no answer"_qs;
+        return QString::number(**status);
+    }
     NetworkClient& client = m_client;
     if (name == u"create")
         return called<GroupPtr>(
@@ -375,6 +385,7 @@ void TestApi::failedExchanges_data()
     row("407 bare on a record", "update", status(407), u"HTTP error 407"_qs);
     row("407 on add succeeds", "add", status(407), u"ok"_qs);
     row("418 bare on a list", "candidates", status(418), u"HTTP error 418"_qs);
+    row("a ping answered with an error status", "ping", status(503), u"503"_qs);
     row("401", "fetch", status(401), notAuthenticated);
     row("403", "update", status(403), notAuthenticated);
     // Transfers that break: the request time-out ends a silent phone, the resource time-out an
@@ -418,7 +429,10 @@ void TestApi::failedExchanges()
         Settings::setString(
             Settings::baseUrlKey, QStringLiteral("http://127.0.0.1:%1/").arg(closed.serverPort()));
     } else {
-        fault.insert(u"path"_qs, name == u"users" ? u"/getUsers"_qs : u"/v2/groups*"_qs);
+        fault.insert(u"path"_qs,
+            name == u"users"      ? u"/getUsers"_qs
+                : name == u"ping" ? u"/ping"_qs
+                                  : u"/v2/groups*"_qs);
         QVERIFY(m_sim->setFault(fault));
     }
 

@@ -1,5 +1,7 @@
 #include "widgets/CustomButton.h"
 
+#include <QAccessible>
+#include <QAccessibleActionInterface>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -41,6 +43,8 @@ private Q_SLOTS:
     void generatedTextColour();
     void pressShowsTheOtherLookUntilItEnds_data();
     void pressShowsTheOtherLookUntilItEnds();
+    void everyRouteEndsAsItStarted_data();
+    void everyRouteEndsAsItStarted();
     void disabledIsDimmedAndLetsTheMouseThrough();
 };
 
@@ -134,6 +138,51 @@ void TestCustomButton::pressShowsTheOtherLookUntilItEnds()
     QVERIFY(!button->isChecked() && !button->isMouseDown());
     QTRY_COMPARE(button->displayedBackground(), grey);
     QCOMPARE(button->displayedText(), amber);
+}
+
+void TestCustomButton::everyRouteEndsAsItStarted_data()
+{
+    QTest::addColumn<QString>("route");
+    QTest::addColumn<bool>("startsOn");
+    for (bool on : { false, true }) {
+        for (const char* route : { "mouse", "space", "click", "animateClick", "accessible" })
+            QTest::addRow("%s, %s", route, on ? "on" : "off") << QString::fromLatin1(route) << on;
+    }
+}
+
+// One click by any route, as an assistive tool presses it too: one clicked, the look it
+// started with, and never left pressed.
+void TestCustomButton::everyRouteEndsAsItStarted()
+{
+    QFETCH(QString, route);
+    QFETCH(bool, startsOn);
+    auto button = makeButton(startsOn);
+    QVERIFY(QTest::qWaitForWindowExposed(button.get()));
+    QSignalSpy clicked(button.get(), &QAbstractButton::clicked);
+    QSignalSpy toggled(button.get(), &QAbstractButton::toggled);
+    if (route == u"mouse") {
+        QTest::mouseClick(button.get(), Qt::LeftButton, {}, QPoint(80, 22));
+    } else if (route == u"space") {
+        button->setFocus();
+        QTest::keyClick(button.get(), Qt::Key_Space);
+    } else if (route == u"click") {
+        button->click();
+    } else if (route == u"animateClick") {
+        button->animateClick();
+        QVERIFY(clicked.wait(2000));
+    } else {
+        QAccessibleInterface* iface = QAccessible::queryAccessibleInterface(button.get());
+        QCOMPARE(iface->text(QAccessible::Name), u"ENCRYPT"_qs);
+        const QStringList actions = iface->actionInterface()->actionNames();
+        QVERIFY(actions.contains(QAccessibleActionInterface::pressAction()));
+        QVERIFY(!actions.contains(QAccessibleActionInterface::toggleAction()));
+        iface->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+        QTRY_COMPARE(clicked.size(), 1); // a press may arrive after a short animation
+    }
+    QCOMPARE(clicked.size(), 1);
+    QCOMPARE(button->isChecked(), startsOn);
+    QVERIFY(!button->isMouseDown());
+    QCOMPARE(toggled.size() % 2, 0); // any flip was flipped back
 }
 
 void TestCustomButton::disabledIsDimmedAndLetsTheMouseThrough()
