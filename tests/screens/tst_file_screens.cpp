@@ -25,9 +25,6 @@
 #include <QDBusMessage>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFrame>
-#include <QHBoxLayout>
-#include <QIcon>
 #include <QJsonArray>
 #include <QLabel>
 #include <QMenu>
@@ -41,7 +38,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
-#include <QVBoxLayout>
 
 namespace {
 
@@ -55,38 +51,6 @@ void keep(const QPixmap& picture, const QString& name)
 
 // A notification as a desktop draws one, from what the service received: our icon and name
 // (the desktop-entry hint), the summary, the body and the actions' labels.
-QPixmap drawNotification(const QString& summary, const QString& body, const QStringList& actions)
-{
-    QFrame card;
-    card.setStyleSheet(u"QFrame#card { background: #2b2b2b; border-radius: 10px; }"
-                       "QLabel { color: #f0f0f0; } QPushButton { color: #f0f0f0; background: #3d3d3d;"
-                       " border: none; border-radius: 6px; padding: 6px 14px; }"_qs);
-    card.setObjectName(u"card"_qs);
-    auto* layout = new QVBoxLayout(&card);
-    auto* head = new QHBoxLayout;
-    auto* icon = new QLabel;
-    icon->setPixmap(QIcon(u":/images/varnex.svg"_qs).pixmap(20, 20));
-    head->addWidget(icon);
-    head->addWidget(new QLabel(u"Varnex Desktop"_qs));
-    head->addStretch();
-    layout->addLayout(head);
-    auto* title = new QLabel(summary);
-    QFont bold = title->font();
-    bold.setBold(true);
-    title->setFont(bold);
-    layout->addWidget(title);
-    layout->addWidget(new QLabel(body));
-    auto* buttons = new QHBoxLayout;
-    for (qsizetype i = 1; i < actions.size(); i += 2)
-        buttons->addWidget(new QPushButton(actions.at(i)));
-    buttons->addStretch();
-    layout->addLayout(buttons);
-    card.resize(380, card.sizeHint().height());
-    card.setAttribute(Qt::WA_TranslucentBackground);
-    return card.grab();
-}
-
-// Drops file URLs on `target` at `position`, as the file manager does.
 bool dropOn(QWidget* target, const QStringList& paths, QPoint position)
 {
     QMimeData data;
@@ -603,7 +567,6 @@ void TestFileScreens::anOperationEndedInTheBackgroundIsNotified()
     QCOMPARE(note.body, u"minutes.txt.vx"_qs);
     QCOMPARE(note.hints.value(u"desktop-entry"_qs).toString(), u"org.varnex.Desktop"_qs);
     QCOMPARE(note.actions, (QStringList { u"show-folder"_qs, u"Show in folder"_qs, u"open"_qs, u"Open"_qs }));
-    keep(drawNotification(note.summary, note.body, note.actions), u"notification@1x-light"_qs);
 
     // Another program's notification is none of ours; ours shows the file in the file manager.
     const QString result = *WorkingFolders::encryptedFilesFolder() + u"/minutes.txt.vx"_qs;
