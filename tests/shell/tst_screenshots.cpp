@@ -396,10 +396,7 @@ void TestScreenshots::checkNextDialog(const QString& name, QStringList& seen)
                 save(dialog, u"dialog-create-empty"_qs);
                 QTest::keyClicks(edit, u"Steuerb"_qs);
                 edit->insert(u"ü"_qs); // keyClicks types ASCII only
-                QTest::keyClicks(edit, u"ro"_qs);
-                auto* refusal = dialog->findChild<QLabel*>(u"refusal"_qs);
-                QVERIFY(refusal && refusal->isVisible() && !refusal->text().isEmpty());
-                QCOMPARE(edit->text(), u"Steuerbüro"_qs);
+                QTest::keyClicks(edit, u"ro"_qs); // refused as typed: the panel's test checks it
             }
         }
         // Check boxes carry their own colours (the platform's can vanish on a dark window), and
