@@ -1,12 +1,12 @@
 #include "shell/QuitGuard.h"
 
-#include "operations/OperationTask.h"
-#include "screens/FileScreen.h"
+#include "operations/OperationRun.h"
 #include "widgets/Dialogs.h"
 
 #include <QCloseEvent>
 #include <QShortcut>
 #include <QWidget>
+#include <algorithm>
 
 QuitGuard::QuitGuard(QWidget* window)
     : QObject(window)
@@ -21,10 +21,9 @@ QuitGuard::QuitGuard(QWidget* window)
 
 bool QuitGuard::confirmQuit(QWidget* window)
 {
-    bool running = false;
-    for (const FileScreen* screen : window->findChildren<FileScreen*>())
-        running = running || (screen->runningOperation() && screen->runningOperation()->isRunning());
-    if (!running)
+    // Any operation counts: a screen's, or one a command or the session bus started.
+    const QList<OperationRun*> runs = OperationRun::running();
+    if (std::none_of(runs.begin(), runs.end(), [](const OperationRun* run) { return run->isRunning(); }))
         return true;
     //: Dialog title when the user quits while the phone works on files
     //% "An operation is still running"
