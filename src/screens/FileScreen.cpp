@@ -15,6 +15,7 @@
 #include "widgets/ProgressOverlay.h"
 #include "widgets/RoundedCornersBox.h"
 #include "widgets/RoundedPanel.h"
+#include "widgets/SearchField.h"
 #include "widgets/ShortcutTip.h"
 
 #include <QApplication>
@@ -177,7 +178,7 @@ FileScreen::FileScreen(Settings settings, const Session& session, DesktopNotifie
     resultHeader->addStretch();
     resultHeader->addWidget(m_widgets.openFolderButton);
     // Finding a result among thousands: a filter by name and the order of the list.
-    m_widgets.resultFilter = new QLineEdit(this);
+    m_widgets.resultFilter = new SearchField(this);
     m_widgets.resultFilter->setObjectName(QStringLiteral("resultFilter"));
     //: Placeholder of the field that filters a result list by name
     //% "Filter by name"

@@ -7,10 +7,10 @@
 #include "recipients/RecipientsModel.h"
 #include "screens/AssociatedUserCellView.h"
 #include "screens/ScreensLog.h"
-#include "widgets/Accessibility.h"
 #include "widgets/Colors.h"
 #include "widgets/Dialogs.h"
 #include "widgets/RoundedPanel.h"
+#include "widgets/SearchField.h"
 
 #include <QAccessible>
 #include <QHBoxLayout>
@@ -194,7 +194,7 @@ RecipientsPanel::RecipientsPanel(
     }
     selectAll->setEnabled(false);
 
-    auto* search = m_widgets.searchTextField = new QLineEdit(this);
+    auto* search = m_widgets.searchTextField = new SearchField(this);
     //: Search placeholder
     //% "Search"
     search->setPlaceholderText(qtTrId("search") + QStringLiteral("..."));
@@ -202,7 +202,6 @@ RecipientsPanel::RecipientsPanel(
     //% "Search recipients"
     search->setAccessibleName(qtTrId("searchRecipientsName"));
     search->setClearButtonEnabled(true);
-    search->installEventFilter(this);
     // The field's own colours, set before its style sheet: polishing fixes the palette it has
     // then, and the white field keeps dark text and a readable hint whatever the system's.
     search->setPalette(Colors::schemePalette(search->palette()));
@@ -287,19 +286,6 @@ void RecipientsPanel::resizeEvent(QResizeEvent* event)
         + m_widgets.createGroupButton->sizeHint().width()
         + m_widgets.selectDeselectAllUsersButton->sizeHint().width() + 4 * m_header->spacing() + 20;
     m_header->setDirection(width() >= wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
-}
-
-bool RecipientsPanel::eventFilter(QObject* watched, QEvent* event)
-{
-    // Focus by Tab selects the field's text before Qt tells that the field has the focus; a
-    // screen reader (Orca) then takes the field for focused already and says nothing. So the
-    // focus is told first, and the field is announced with its name and role.
-    if (watched == m_widgets.searchTextField && event->type() == QEvent::FocusIn
-        && Accessibility::listening()) {
-        QAccessibleEvent focus(m_widgets.searchTextField, QAccessible::Focus);
-        Accessibility::send(&focus);
-    }
-    return QWidget::eventFilter(watched, event);
 }
 
 bool RecipientsPanel::servesCurrentPhone() const

@@ -93,7 +93,6 @@ public:
     const Widgets& widgets() const { return m_widgets; }
 
 protected:
-    bool eventFilter(QObject* watched, QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
