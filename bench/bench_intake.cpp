@@ -14,6 +14,8 @@
 #include "screens/EncryptViewController.h"
 #include "storage/WorkingFolders.h"
 
+#include "BenchSupport.h"
+
 #include <QAccessible>
 #include <QApplication>
 #include <QDBusConnection>
@@ -29,11 +31,6 @@
 #include <cstdio>
 
 namespace {
-
-const char* verdict(bool met)
-{
-    return met ? "met" : "NOT MET";
-}
 
 // The file dialog as the user closes it: the clock starts when it hands its paths over.
 class TimedDialogs : public FakeDialogs

@@ -16,6 +16,8 @@
 #include "operations/EncryptTask.h"
 #include "operations/SafeArchive.h"
 
+#include "BenchSupport.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -29,17 +31,6 @@
 #include <cstdio>
 
 namespace {
-
-const char* verdict(bool met)
-{
-    return met ? "met" : "NOT MET";
-}
-
-double median(QList<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.at(v.size() / 2);
-}
 
 // The best of several runs: what the code costs, without what other programs took meanwhile.
 double best(const QList<double>& v)

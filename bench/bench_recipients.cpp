@@ -3,6 +3,8 @@
 #include "recipients/AssociationsStore.h"
 #include "recipients/RecipientsModel.h"
 
+#include "BenchSupport.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
@@ -15,20 +17,9 @@
 
 namespace {
 
-double median(QList<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
-}
-
 double worst(const QList<double>& values)
 {
     return *std::max_element(values.begin(), values.end());
-}
-
-const char* verdict(bool met)
-{
-    return met ? "met" : "NOT MET";
 }
 
 // The main thread's processor time, which other processes on the machine do not inflate.

@@ -23,6 +23,8 @@
 #include "screens/RecipientsPanel.h"
 #include "storage/WorkingFolders.h"
 
+#include "BenchSupport.h"
+
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDBusInterface>
@@ -41,17 +43,6 @@
 #include <cstdio>
 
 namespace {
-
-const char* verdict(bool met)
-{
-    return met ? "met" : "NOT MET";
-}
-
-double median(QList<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.at(v.size() / 2);
-}
 
 // Milliseconds one run of the program took, start to exit; negative when it failed.
 double runMs(const QProcessEnvironment& env, const QStringList& arguments)

@@ -9,6 +9,8 @@
 #include "operations/OperationTask.h"
 #include "operations/SafeArchive.h"
 
+#include "BenchSupport.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -31,17 +33,6 @@
 #include <thread>
 
 namespace {
-
-double median(QList<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.at(v.size() / 2);
-}
-
-const char* verdict(bool met)
-{
-    return met ? "met" : "NOT MET";
-}
 
 qint64 writtenBytes()
 {
