@@ -965,10 +965,15 @@ Select deselect all users button</extracomment>
         <extracomment>Who the files are for: %1 names the checked users and groups, %2 how many people they are</extracomment>
         <translation>%1 (%2 Personen)</translation>
     </message>
-    <message id="lineAddToEncrypt">
-        <source>Add the files to encrypt</source>
-        <extracomment>Beside the Encrypt button while its list is empty</extracomment>
-        <translation>Dateien zum Verschlüsseln hinzufügen</translation>
+    <message id="lineAddToEncryptFor">
+        <source>Add the files to encrypt for %1</source>
+        <extracomment>Beside the Encrypt button while its list is empty; %1 says who the files would be for</extracomment>
+        <translation>Dateien zum Verschlüsseln für %1 hinzufügen</translation>
+    </message>
+    <message id="lineAddAndChoose">
+        <source>Add the files to encrypt and choose who may open them</source>
+        <extracomment>Beside the Encrypt button while its list is empty and nobody is chosen</extracomment>
+        <translation>Dateien zum Verschlüsseln hinzufügen und wählen, wer sie öffnen darf</translation>
     </message>
     <message id="lineAddToDecrypt">
         <source>Add the files to decrypt</source>

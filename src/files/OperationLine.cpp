@@ -59,13 +59,20 @@ QString text(int marked, int listed, const std::optional<Recipients>& recipients
 {
     const bool encrypt = recipients.has_value();
     const bool anyone = encrypt && recipients->people > 0;
-    if (listed == 0) {
-        //: Beside the Encrypt button while its list is empty
-        //% "Add the files to encrypt"
-        const QString addEncrypt = qtTrId("lineAddToEncrypt");
+    if (listed == 0 && !encrypt) {
         //: Beside the Decrypt button while its list is empty
         //% "Add the files to decrypt"
-        return encrypt ? addEncrypt : qtTrId("lineAddToDecrypt");
+        return qtTrId("lineAddToDecrypt");
+    }
+    if (listed == 0 && anyone) {
+        //: Beside the Encrypt button while its list is empty; %1 says who the files would be for
+        //% "Add the files to encrypt for %1"
+        return qtTrId("lineAddToEncryptFor").arg(recipientsPart(*recipients));
+    }
+    if (listed == 0) {
+        //: Beside the Encrypt button while its list is empty and nobody is chosen
+        //% "Add the files to encrypt and choose who may open them"
+        return qtTrId("lineAddAndChoose");
     }
     if (marked == 0 && !encrypt) {
         //: Beside the Decrypt button while no file is marked

@@ -349,7 +349,10 @@ void TestIntake::operationLine_data()
     QTest::addColumn<int>("people");
     QTest::addColumn<QString>("line");
     const QStringList none;
-    QTest::newRow("nothing listed") << 0 << 0 << true << none << 0 << u"Add the files to encrypt"_qs;
+    QTest::newRow("nothing listed, nobody")
+        << 0 << 0 << true << none << 0 << u"Add the files to encrypt and choose who may open them"_qs;
+    QTest::newRow("nothing listed, one") << 0 << 0 << true << QStringList { u"Ann Lee"_qs } << 1
+                                         << u"Add the files to encrypt for Ann Lee (1 person)"_qs;
     QTest::newRow("decrypt, none marked") << 0 << 3 << false << none << 0 << u"Mark the files to decrypt"_qs;
     QTest::newRow("decrypt, two") << 2 << 3 << false << none << 0 << u"2 of 3 files"_qs;
     QTest::newRow("none marked, nobody")
