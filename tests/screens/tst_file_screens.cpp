@@ -562,9 +562,18 @@ void TestFileScreens::anOperationEndedInTheBackgroundIsNotified()
     QTRY_VERIFY(!screen.isActiveWindow());
     encrypt(screen, { u"minutes.txt"_qs });
 
-    QTRY_COMPARE(m_notifications.shown.size(), 1);
-    const FakeNotifications::Shown note = m_notifications.shown.at(0);
-    QCOMPARE(note.body, u"minutes.txt.vx"_qs);
+    // Ours, once (an earlier test's may still come in over the bus on a slow machine).
+    const auto ours = [this] {
+        QList<FakeNotifications::Shown> found;
+        for (const FakeNotifications::Shown& shown : std::as_const(m_notifications.shown)) {
+            if (shown.body == u"minutes.txt.vx")
+                found.append(shown);
+        }
+        return found;
+    };
+    QTRY_COMPARE(ours().size(), 1);
+    const FakeNotifications::Shown note = ours().at(0);
+    const qsizetype before = m_notifications.shown.size();
     QCOMPARE(note.hints.value(u"desktop-entry"_qs).toString(), u"org.varnex.Desktop"_qs);
     QCOMPARE(note.actions, (QStringList { u"show-folder"_qs, u"Show in folder"_qs, u"open"_qs, u"Open"_qs }));
 
@@ -578,7 +587,7 @@ void TestFileScreens::anOperationEndedInTheBackgroundIsNotified()
     QCOMPARE(taken.size(), 1);
     invoke(note.id, u"open"_qs);
     QTRY_COMPARE(dialogs.opened, QStringList { result });
-    QCOMPARE(m_notifications.shown.size(), 1);
+    QCOMPARE(m_notifications.shown.size(), before);
 }
 
 void TestFileScreens::withoutAServiceTheWindowIsAlerted()
